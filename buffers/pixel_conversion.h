@@ -1,0 +1,27 @@
+// Copies between buffers of different pixel kinds, with the level scaling, replication and averaging that the
+// two kinds need. Kinds and scales: levels.h.
+#pragma once
+
+#include <cstdint>
+
+namespace tessaline {
+
+// Copies the source's pixels into the destination's kind; marks the destination dirty.
+//
+// Buffers of equal byte size are copied byte for byte, whatever their kinds. Otherwise the common part (top
+// left) is converted, and a destination that is larger in either direction is cleared first. A destination of
+// unknown kind, or of the source's own kind at another size, becomes black.
+//
+// Returns 0; kInvalidSlotOrFile when a slot is below 1 or holds no buffer (nothing changed);
+// kUnknownPixelKind when the source's bytes per pixel is not one of the eight kinds (the destination may be
+// cleared already); kOutOfMemory when the two rows cannot be had (destination unchanged).
+int32_t ConvertBuffer(int32_t sourceSlot, int32_t destinationSlot);
+
+// Converts `pixels` pixels from one row to another. Rows do not overlap.
+using RowConverter = void (*)(const void* source, void* destination, int32_t pixels);
+
+// The converter of a key, source bytes per pixel x 100 + destination bytes per pixel (201: 16-bit grey to
+// 8-bit grey), or null for a key that is not in the table (unknown kinds, a kind to itself).
+RowConverter FindRowConverter(int32_t key);
+
+}  // namespace tessaline

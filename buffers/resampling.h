@@ -1,0 +1,19 @@
+// Magnified copies of buffers, for zoomed views.
+#pragma once
+
+#include <cstdint>
+
+namespace tessaline {
+
+// Fills the whole destination with the source magnified by `zoom` (> 0; 1 is life size, 0.5 half size), the
+// destination's top left corner standing at (offsetX, offsetY) of the source, in source pixels. Destination
+// pixel (x, y) shows the source pixel that holds the point (offsetX + (x + 0.5) / zoom, offsetY + (y + 0.5) /
+// zoom): pixels stay square-edged when magnified, so that a viewer sees what is in the picture. Points
+// outside the source show 0.
+//
+// Every kind works as long as both buffers have the same bytes per pixel. Returns 0, destination dirty;
+// kInvalidSlotOrFile when a slot holds no buffer; kUnequalSizes when the kinds differ or the zoom is not a
+// positive finite number or an offset is not finite. Nothing is changed on an error.
+int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float zoom, int32_t destinationSlot);
+
+}  // namespace tessaline

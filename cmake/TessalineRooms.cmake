@@ -1,0 +1,41 @@
+# Compiler settings shared by every room, and the function that declares one.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+add_compile_options(-Wall -Wextra -Wshadow -Wno-missing-field-initializers)
+
+# Results must not depend on the compiler's mood: a*b+c is two roundings wherever it is not written as one,
+# in the native and in the Windows build alike. errno of sqrt() is never read, and no floating-point trap is
+# ever enabled; neither option changes a value.
+add_compile_options(-ffp-contract=off -fno-math-errno -fno-trapping-math)
+
+if(TESSALINE_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# GCC for Windows keeps the stack aligned to 16 bytes only, yet spills 32- and 64-byte vectors with aligned
+# moves. The assembler is told to turn those into unaligned ones. tests/fft/stack_alignment_test.cpp crashes
+# when this line is lost.
+if(MINGW)
+  add_compile_options(-Wa,-muse-unaligned-vector-move)
+  add_link_options(-static)
+endif()
+
+# tessaline_room(NAME SOURCES a.cpp b.cpp DEPENDS other rooms)
+# One static library per folder. Includes are written from the top of the tree ("buffers/buffer_table.h").
+function(tessaline_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
+  target_include_directories(tessaline_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  foreach(room IN LISTS ROOM_DEPENDS)
+    target_link_libraries(tessaline_${name} PUBLIC tessaline_${room})
+  endforeach()
+endfunction()

@@ -1,0 +1,62 @@
+// The three user parameters of one run, and the handle that carries them.
+#pragma once
+
+#include <cstdint>
+
+namespace tessaline {
+
+struct ParameterList;
+
+struct ParameterRange {
+  float minimum;
+  float maximum;
+  float standard;  // the default
+};
+constexpr ParameterRange kAcceptanceRange = {0.0f, 100.0f, 60.0f};       // percent
+constexpr ParameterRange kNotchRadiusRange = {1.0f, 16.0f, 6.0f};        // spectrum cells
+constexpr ParameterRange kProtectionRadiusRange = {1.0f, 128.0f, 8.0f};  // image pixels
+
+// 21 32-bit words, zero when made.
+struct FilterParameters {
+  float acceptance;        // percent; whole when it came from scripting or the settings
+  float notchRadius;       // spectrum cells
+  float protectionRadius;  // image pixels
+  int32_t gray16Slot;      // the run's enhanced spectrum "PSPECgray16", for the dialog
+  int32_t gray8Slot;       // the run's display spectrum "PSPECgray8", for the dialog
+  uint32_t spare[16];      // free for the dialog and the run
+};
+static_assert(sizeof(FilterParameters) == 84);
+
+// A handle made by this program rather than by the host: told apart by its signature.
+#pragma pack(push, 4)
+struct ProgramHandle {
+  void* block;
+  uint32_t signature;  // bytes "OTOF" in memory
+};
+#pragma pack(pop)
+static_assert(sizeof(ProgramHandle) == 12);
+constexpr uint32_t kHandleSignature = 0x464F544F;  // 'O' is the lowest byte
+
+// The result of the last handle operation: 0, kOutOfMemory or kNullHandle. Program-wide.
+extern int32_t lastMemoryError;
+
+// A handle with a zeroed block of `bytes` bytes; null, with lastMemoryError set, when there is no memory.
+ProgramHandle* MakeHandle(int32_t bytes);
+// Frees the block and the record. A null handle sets lastMemoryError to kNullHandle.
+void DisposeHandle(ProgramHandle* handle);
+// Bytes of the handle's block; 0, with lastMemoryError kNullHandle, for a null handle.
+int32_t HandleSize(const ProgramHandle* handle);
+
+// A new handle whose block is a FilterParameters with the list's values. When the protection radius in the
+// list is zero or not a number, all three values take their defaults; no other value is tested (an acceptance
+// of 0 beside a set protection radius is a wish, not an absence). Null without memory.
+ProgramHandle* MakeParameters(const ParameterList& list);
+
+// The record in a handle of MakeParameters; null for a null handle.
+FilterParameters* ParametersOf(ProgramHandle* handle);
+
+// After the dialog ended with OK: the three values into the list (acceptance truncated to a whole number)
+// and, unchanged, into the settings record.
+void StoreParameters(const FilterParameters& parameters, ParameterList* list);
+
+}  // namespace tessaline

@@ -1,0 +1,42 @@
+// Blocks of memory: zero-filled, at a fixed address, and honest about failure.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+namespace tessaline {
+
+// A new block of `bytes` zero bytes, aligned to at least 16, or null when there is no memory (never an
+// exception). Zero bytes give a valid block of no size. Large blocks take memory page by page as they are
+// first touched.
+void* LockNewBlock(size_t bytes);
+
+// Gives a block of LockNewBlock back. Null is allowed.
+void FreeLockedBlock(void* block);
+
+struct BlockDeleter {
+  void operator()(void* block) const { FreeLockedBlock(block); }
+};
+
+// A block with an owner: freed on every path. Test it before use.
+template <typename T>
+using OwnedBlock = std::unique_ptr<T[], BlockDeleter>;
+
+// `count` zeroed elements, or an empty owner when there is no memory (also when the size overflows).
+template <typename T>
+OwnedBlock<T> AllocateBlock(size_t count) {
+  if (count > static_cast<size_t>(-1) / sizeof(T)) return nullptr;
+  return OwnedBlock<T>(static_cast<T*>(LockNewBlock(count * sizeof(T))));
+}
+
+// Tests make the n-th following allocation fail (0: the next one); every later one fails too until
+// ClearAllocationFailure. A negative n clears.
+void FailAllocationAfter(int n);
+inline void ClearAllocationFailure() {
+  FailAllocationAfter(-1);
+}
+
+// Used by the two implementations: true when this allocation is to fail.
+bool AllocationMustFail();
+
+}  // namespace tessaline

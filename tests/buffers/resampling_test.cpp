@@ -1,0 +1,65 @@
+#include "buffers/resampling.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "buffers/buffer_table.h"
+#include "buffers/result_codes.h"
+
+namespace tessaline {
+namespace {
+
+class ResamplingTest : public testing::Test {
+ protected:
+  void SetUp() override { ResetBufferTable(); }
+  static std::vector<int> Row(int32_t slot, int32_t row) {
+    const uint8_t* bytes = BufferRow(slot, row);
+    return {bytes, bytes + ShapeOf(slot).width * ShapeOf(slot).bytesPerPixel};
+  }
+};
+
+TEST_F(ResamplingTest, MagnifiesFromAnOffsetAndShowsBlackOutside) {
+  OwnedBuffer source, view;
+  source.Create("source", 3, 2, 1);
+  view.Create("view", 6, 4, 1);
+  const uint8_t rows[2][3] = {{1, 2, 3}, {4, 5, 6}};
+  WriteBufferRow(source.slot(), 0, 0, 3, rows[0]);
+  WriteBufferRow(source.slot(), 0, 1, 3, rows[1]);
+  EXPECT_EQ(kSuccess, ResampleBuffer(source.slot(), 1.0f, 0.0f, 2.0f, view.slot()));
+  EXPECT_EQ((std::vector<int>{2, 2, 3, 3, 0, 0}), Row(view.slot(), 0));
+  EXPECT_EQ((std::vector<int>{2, 2, 3, 3, 0, 0}), Row(view.slot(), 1));
+  EXPECT_EQ((std::vector<int>{5, 5, 6, 6, 0, 0}), Row(view.slot(), 3));
+  EXPECT_EQ(kSuccess, ResampleBuffer(source.slot(), -1.0f, -1.0f, 1.0f, view.slot()));
+  EXPECT_EQ((std::vector<int>{0, 0, 0, 0, 0, 0}), Row(view.slot(), 0));
+  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 0, 0}), Row(view.slot(), 1));
+}
+
+TEST_F(ResamplingTest, MovesWholePixelsOfEveryKind) {
+  for (const int32_t bytesPerPixel : {1, 2, 3, 4, 6, 8, 12, 16, 24}) {
+    OwnedBuffer source, view;
+    source.Create("source", 2, 1, bytesPerPixel);
+    view.Create("view", 2, 1, bytesPerPixel);
+    std::vector<uint8_t> pixels(static_cast<size_t>(2 * bytesPerPixel));
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i + 1);
+    WriteBufferRow(source.slot(), 0, 0, 2 * bytesPerPixel, pixels.data());
+    ASSERT_EQ(kSuccess, ResampleBuffer(source.slot(), 1.0f, 0.0f, 4.0f, view.slot()));
+    const std::vector<int> expected(pixels.begin() + bytesPerPixel, pixels.end());
+    const std::vector<int> row = Row(view.slot(), 0);
+    EXPECT_EQ(expected, std::vector<int>(row.begin(), row.begin() + bytesPerPixel));
+    EXPECT_EQ(expected, std::vector<int>(row.begin() + bytesPerPixel, row.end()));
+  }
+}
+
+TEST_F(ResamplingTest, RefusesUnequalKindsAndSenselessZooms) {
+  OwnedBuffer gray, rgb;
+  gray.Create("gray", 2, 2, 1);
+  rgb.Create("rgb", 2, 2, 3);
+  EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, 1, rgb.slot()));
+  EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, 0, gray.slot()));
+  EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, __builtin_nanf(""), gray.slot()));
+  EXPECT_EQ(kInvalidSlotOrFile, ResampleBuffer(0, 0, 0, 1, gray.slot()));
+}
+
+}  // namespace
+}  // namespace tessaline
