@@ -6,24 +6,35 @@
 #include "fft/run_context.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
+#include "removal/peak_detection.h"
 
 namespace tessaline {
 
-constexpr int32_t kLargestSide = 7500;   // pixels, of the image or selection
-constexpr int32_t kSpectrumCells = 512;  // side of every spectrum image and mask
-constexpr int32_t kSpectrumCentre = kSpectrumCells / 2;
+constexpr int32_t kLargestSide = 7500;  // pixels, of the image or selection
 
-// Stages of a run, in the order in which they come.
-enum class RemovalStage { kLoad, kPaddingFill, kForward, kSpectrum, kDialog, kMask, kSecondPass, kCount };
+// What a run spends its time on. The first pass enters kLoad to kSpectrum once per channel, the second pass
+// kLoad, kPaddingFill, kForward, kApplyMask, kInverse and kStore.
+enum class RemovalStage {
+  kLoad,  // a channel from the source into the transform plane
+  kPaddingFill,
+  kForward,
+  kSpectrum,  // magnitudes, log scaling, peak enhancement
+  kDialog,
+  kMask,
+  kApplyMask,
+  kInverse,
+  kStore,  // a channel back into the source
+  kCount
+};
 
 // What the run found, handed out when the mask stands and before any pixel is changed. Slots are valid during
-// the call only.
+// the call only; all are 512 x 512.
 struct RemovalFindings {
   int32_t transformSize;  // N
-  int32_t gray16Slot;     // 512 x 512, 16-bit: log spectrum after the peak enhancement
-  int32_t rawGray16Slot;  // the same before the enhancement
-  int32_t seedSlot;       // 512 x 512 bytes: pattern cells 255
-  int32_t maskSlot;       // 512 x 512 bytes: the softened notch mask
+  int32_t rawGray16Slot;  // 16-bit: log spectrum, 0..32768, before the peak enhancement
+  int32_t gray16Slot;     // 16-bit: the same after it
+  int32_t seedSlot;       // bytes: pattern cells 255, others 0
+  int32_t maskSlot;       // bytes: the finished notch mask
   int32_t seedCells;      // pattern cells in the seed map
   int32_t threshold;      // what a cell's enhanced value must exceed, 0..32768
   double logSpan;         // natural log of spectrum maximum over minimum, centre cross left out
@@ -40,7 +51,7 @@ struct RemovalContext {
   // Shows the findings. False ends the run there with 0 and the source unchanged.
   bool (*inspect)(void* user, const RemovalFindings& findings) = nullptr;
 
-  // The run enters a stage (a stage is entered once per channel, or once).
+  // The run enters a stage and leaves the one before.
   void (*enterStage)(void* user, RemovalStage stage) = nullptr;
 
   void* user = nullptr;  // handed to openDialog, inspect and enterStage
@@ -49,13 +60,20 @@ struct RemovalContext {
 // True for the pixel kinds a run takes: 1, 2, 3 and 6 bytes per pixel.
 bool CanRemoveFrom(int32_t bytesPerPixel);
 
+// Side of the square transform for an image whose longer side is `side` pixels.
+int32_t TransformSizeFor(int32_t side);
+
 // Takes the pattern out of the buffer in `sourceSlot`, in place. With `suppressDialog`, or without an
 // openDialog, the values in `parameters` are used as they are and neither the list nor the settings record is
-// touched. `list` may be null.
+// touched. After a dialog that ended with OK both receive the chosen values. `list` may be null.
+//
+// Cancelling is possible until the second pass begins; from then on channels are being replaced, so the abort
+// check is still called (a host may need it to stay alive) but its answer is not taken.
 //
 // Returns 0; kUserCancelled, source unchanged, when the user cancelled or (after a message) the image is
 // larger than 7500 on a side; kUnknownPixelKind, source unchanged, for an unsupported or empty source;
-// kOutOfMemory, source unchanged, when the working buffers cannot be had.
+// kOutOfMemory when working memory cannot be had: all large blocks are taken before the first pixel changes,
+// so the source is unchanged unless the transforms' own few rows fail in the middle of the second pass.
 int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterList* list, bool suppressDialog,
                    const RemovalContext& context);
 
