@@ -1,0 +1,113 @@
+#include <windows.h>
+
+#include <atomic>
+#include <string>
+
+#include "platform/files.h"
+
+namespace tessaline {
+
+namespace {
+
+std::string g_givenFolder;  // of SetPrivateFolder
+
+// The folder with its closing backslash; empty when there is none.
+std::string Folder() {
+  if (!g_givenFolder.empty()) {
+    CreateDirectoryA(g_givenFolder.c_str(), nullptr);
+    return g_givenFolder + "\\";
+  }
+  char path[1024] = {};
+  const DWORD length = GetTempPathA(sizeof path, path);
+  return length > 0 && length < sizeof path ? path : "";
+}
+
+// While one process renames a file, another's open or rename of it fails for a moment. Tries again until
+// `attempt` succeeds, fails for another reason, or a second has passed.
+template <typename Attempt>
+bool RetryWhileShared(Attempt attempt) {
+  constexpr int kAttempts = 100;
+  constexpr DWORD kPauseMilliseconds = 10;
+  for (int i = 0; i < kAttempts; ++i) {
+    if (attempt()) return true;
+    const DWORD error = GetLastError();
+    if (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) return false;
+    Sleep(kPauseMilliseconds);
+  }
+  return false;
+}
+
+// An open file, closed when it goes out of scope.
+class File {
+ public:
+  File() = default;
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  ~File() { Close(); }
+  bool Open(const std::string& path, DWORD access, DWORD creation) {
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    handle_ = CreateFileA(path.c_str(), access, kShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return handle_ != INVALID_HANDLE_VALUE;
+  }
+  bool Close() {
+    const bool wasClosed = handle_ == INVALID_HANDLE_VALUE || CloseHandle(handle_) != 0;
+    handle_ = INVALID_HANDLE_VALUE;
+    return wasClosed;
+  }
+  HANDLE handle() const { return handle_; }
+
+ private:
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+};
+
+std::string TemporaryPath(const std::string& path) {
+  static std::atomic<uint32_t> counter{0};
+  return path + "." + std::to_string(GetCurrentProcessId()) + "." + std::to_string(counter++) + ".tmp";
+}
+
+// A file that did not exist before, under a name made from `path`. Empty when none can be made.
+std::string CreateTemporary(const std::string& path, File* file) {
+  constexpr int kMostNames = 64;
+  for (int i = 0; i < kMostNames; ++i) {
+    std::string temporary = TemporaryPath(path);
+    if (file->Open(temporary, GENERIC_WRITE, CREATE_NEW)) return temporary;
+    if (GetLastError() != ERROR_FILE_EXISTS) return "";
+  }
+  return "";
+}
+
+}  // namespace
+
+void SetPrivateFolder(const char* path) {
+  g_givenFolder = path != nullptr ? path : "";
+}
+
+int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes) {
+  const std::string folder = Folder();
+  if (folder.empty()) return -1;
+  File file;
+  if (!RetryWhileShared([&] { return file.Open(folder + name, GENERIC_READ, OPEN_EXISTING); })) return -1;
+  DWORD done = 0;
+  if (ReadFile(file.handle(), destination, static_cast<DWORD>(bytes), &done, nullptr) == 0) return -1;
+  return done;
+}
+
+bool ReplacePrivateFile(const char* name, const void* source, size_t bytes) {
+  const std::string folder = Folder();
+  if (folder.empty()) return false;
+  const std::string path = folder + name;
+  File file;
+  const std::string temporary = CreateTemporary(path, &file);
+  if (temporary.empty()) return false;
+  DWORD done = 0;
+  const bool isWritten =
+      WriteFile(file.handle(), source, static_cast<DWORD>(bytes), &done, nullptr) != 0 && done == bytes;
+  const bool isReplaced =
+      file.Close() && isWritten && RetryWhileShared([&] {
+        return MoveFileExA(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
+      });
+  if (!isReplaced) DeleteFileA(temporary.c_str());
+  return isReplaced;
+}
+
+}  // namespace tessaline
