@@ -37,12 +37,15 @@ struct ProgramHandle {
 static_assert(sizeof(ProgramHandle) == 12);
 constexpr uint32_t kHandleSignature = 0x464F544F;  // 'O' is the lowest byte
 
-// The result of the last handle operation: 0, kOutOfMemory or kNullHandle. Program-wide.
+// Program-wide: 0 or kOutOfMemory from MakeHandle, kNullHandle from an operation on a null handle. Operations
+// that succeed on an existing handle leave it alone, so that a failed allocation is not forgotten.
 extern int32_t lastMemoryError;
 
-// A handle with a zeroed block of `bytes` bytes; null, with lastMemoryError set, when there is no memory.
+// A handle with a zeroed block of `bytes` bytes; null, with lastMemoryError kOutOfMemory, when there is no
+// memory or the size is negative.
 ProgramHandle* MakeHandle(int32_t bytes);
-// Frees the block and the record. A null handle sets lastMemoryError to kNullHandle.
+// Frees the block and the record. A null handle sets lastMemoryError to kNullHandle; a handle without the
+// signature is somebody else's and stays.
 void DisposeHandle(ProgramHandle* handle);
 // Bytes of the handle's block; 0, with lastMemoryError kNullHandle, for a null handle.
 int32_t HandleSize(const ProgramHandle* handle);
@@ -54,6 +57,9 @@ ProgramHandle* MakeParameters(const ParameterList& list);
 
 // The record in a handle of MakeParameters; null for a null handle.
 FilterParameters* ParametersOf(ProgramHandle* handle);
+
+// The three values into the list, acceptance truncated to a whole number.
+void StoreInList(const FilterParameters& parameters, ParameterList* list);
 
 // After the dialog ended with OK: the three values into the list (acceptance truncated to a whole number)
 // and, unchanged, into the settings record.

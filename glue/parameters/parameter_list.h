@@ -64,7 +64,7 @@ static_assert(offsetof(ParameterList, entryCount) == 12 && offsetof(ParameterLis
 
 // A list with the filter's three parameters, their ranges, and the values of the settings record as it stands
 // (acceptance truncated to a whole number, the radii bit for bit). Freed with FreeParameterList; null without
-// memory.
+// memory. A record whose acceptance is not a number, or beyond 32 bits, gives 0 or the nearest whole number.
 ParameterList* MakeParameterList();
 // Frees the entries' texts and the list. Null is allowed.
 void FreeParameterList(ParameterList* list);
@@ -81,5 +81,8 @@ const char* EntryText(const ParameterEntry& entry);  // null when there is none
 // The entry with that key, or null.
 ParameterEntry* FindEntry(ParameterList* list, uint32_t key);
 const ParameterEntry* FindEntry(const ParameterList* list, uint32_t key);
+
+// Towards zero; the nearest 32-bit number for values beyond them, 0 for not-a-number.
+int32_t TruncateToInteger(float value);
 
 }  // namespace tessaline

@@ -39,20 +39,31 @@ struct ImageInfo {
 };
 extern ImageInfo imageInfo;
 
+// The text records between the read and the write of the preferences: blocks of kTextRecordBytes, each
+// NUL-terminated, or null. Nothing in the program fills them; they are carried from file to file.
+extern char* textRecords[kTextRecords];
+
+// Keeps the preferences file in the folder `path` from now on; null restores the user's own place. As
+// SetPrivateFolder of platform/files.h, which also tells where that place is.
+void SetPreferencesFolder(const char* path);
+
 // Zeroes the settings record and forgets the text records (frees their blocks), as each run does before it
 // reads the preferences.
 void ClearSettings();
 
-// Fills the settings record and the 48 text records from the preferences file. 0, or kInvalidSlotOrFile when
-// the file cannot be opened or is shorter than its 4096-byte head (what was read of the head stays in the
-// record; the text records are empty).
+// Fills the settings record and the 48 text records from the preferences file "Plug-In Preferences.xyz". 0,
+// or kInvalidSlotOrFile when the file cannot be opened or is shorter than its 4096-byte head (what was read
+// of the head stays in the record; the text records are empty), or there is no memory for the text records
+// (the settings record is as it was).
 int32_t ReadPreferences();
 
-// Writes the file anew and frees the text records. 0, or kInvalidSlotOrFile (the file that was there before
-// is untouched then). The file appears whole or not at all, also with two processes at once.
+// Writes the file anew (a text is cut to 1024 bytes) and frees the text records, also on failure. 0, or
+// kInvalidSlotOrFile, with the file that was there before untouched. The file appears whole or not at all,
+// also with two processes at once. Also refused while ReadPreferences could not hold the text records, which
+// would otherwise be lost from the file.
 int32_t WritePreferences();
 
-// The two defaults that a settings record without them gets after reading.
+// Gives a settings record whose setting at offset 8 is zero or not a number its two defaults there.
 void ApplySettingsDefaults();
 
 }  // namespace tessaline

@@ -1,0 +1,101 @@
+#include "glue/parameters/settings.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "buffers/result_codes.h"
+#include "platform/files.h"
+#include "platform/memory.h"
+
+namespace tessaline {
+
+static_assert(offsetof(SettingsRecord, unusedSetting) == 8);
+static_assert(offsetof(SettingsRecord, unusedSettingCompanion) == 12);
+static_assert(offsetof(SettingsRecord, acceptance) == 1176);
+static_assert(offsetof(SettingsRecord, notchRadius) == 1180);
+static_assert(offsetof(SettingsRecord, protectionRadius) == 1184);
+
+ImageInfo imageInfo;
+char* textRecords[kTextRecords];
+
+namespace {
+
+constexpr char kPreferencesName[] = "Plug-In Preferences.xyz";
+
+// Set while the file may hold text records that memory could not take.
+bool g_textRecordsAreIncomplete = false;
+
+void FreeTextRecords() {
+  for (char*& record : textRecords) {
+    FreeLockedBlock(record);
+    record = nullptr;
+  }
+}
+
+bool AllocateTextRecords() {
+  FreeTextRecords();
+  for (char*& record : textRecords) {
+    record = static_cast<char*>(LockNewBlock(kTextRecordBytes));
+    if (record == nullptr) return false;
+  }
+  return true;
+}
+
+uint8_t* TextRecordIn(uint8_t* file, int32_t index) {
+  return file + kSettingsBytes + index * kTextRecordBytes;
+}
+
+}  // namespace
+
+void SetPreferencesFolder(const char* path) {
+  SetPrivateFolder(path);
+}
+
+void ClearSettings() {
+  imageInfo.settings = {};
+  FreeTextRecords();
+}
+
+int32_t ReadPreferences() {
+  const OwnedBlock<uint8_t> file = AllocateBlock<uint8_t>(kPreferencesFileBytes);
+  g_textRecordsAreIncomplete = !AllocateTextRecords() || !file;
+  if (g_textRecordsAreIncomplete) return kInvalidSlotOrFile;
+
+  const auto bytes =
+      static_cast<int32_t>(ReadPrivateFile(kPreferencesName, file.get(), kPreferencesFileBytes));
+  if (bytes < 0) return kInvalidSlotOrFile;
+  std::memcpy(&imageInfo.settings, file.get(), static_cast<size_t>(std::min(bytes, kSettingsBytes)));
+  if (bytes < kSettingsBytes) return kInvalidSlotOrFile;
+  for (int32_t i = 0; i < kTextRecords; ++i) {
+    // Past the file's end the block holds zeros: an empty text, as a new record has.
+    std::memcpy(textRecords[i], TextRecordIn(file.get(), i), kTextRecordBytes - 1);
+  }
+  return kSuccess;
+}
+
+int32_t WritePreferences() {
+  const OwnedBlock<uint8_t> file = AllocateBlock<uint8_t>(kPreferencesFileBytes);
+  bool isWritten = false;
+  if (file && !g_textRecordsAreIncomplete) {
+    std::memcpy(file.get(), &imageInfo.settings, kSettingsBytes);
+    for (int32_t i = 0; i < kTextRecords; ++i) {
+      if (textRecords[i] == nullptr) continue;
+      std::memcpy(TextRecordIn(file.get(), i), textRecords[i], strnlen(textRecords[i], kTextRecordBytes));
+    }
+    isWritten = ReplacePrivateFile(kPreferencesName, file.get(), kPreferencesFileBytes);
+  }
+  FreeTextRecords();
+  return isWritten ? kSuccess : kInvalidSlotOrFile;
+}
+
+void ApplySettingsDefaults() {
+  SettingsRecord& settings = imageInfo.settings;
+  const bool isSet = settings.unusedSetting < 0.0f || settings.unusedSetting > 0.0f;
+  if (isSet) return;
+  settings.unusedSettingCompanion = 1.0f / 72.0f;
+  static_assert(1.0f / 72.0f == 0.013888889f);
+  settings.unusedSetting = 6.0f;
+}
+
+}  // namespace tessaline

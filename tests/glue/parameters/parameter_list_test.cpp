@@ -1,0 +1,81 @@
+#include "glue/parameters/parameter_list.h"
+
+#include <cstring>
+#include <string>
+
+#include "platform/memory.h"
+#include "tests/glue/scratch_folder.h"
+
+namespace tessaline {
+namespace {
+
+class ParameterListTest : public PreferencesTest {
+ protected:
+  ParameterListTest() : list(MakeParameterList()) {}
+  ~ParameterListTest() override { FreeParameterList(list); }
+
+  uint32_t Word(size_t index) const {
+    uint32_t word = 0;
+    std::memcpy(&word, reinterpret_cast<const char*>(list) + index * sizeof word, sizeof word);
+    return word;
+  }
+
+  ParameterList* list;
+};
+
+TEST_F(ParameterListTest, LiesInMemoryAsItsReadersExpect) {
+  EXPECT_EQ(3u, Word(3));
+  EXPECT_EQ(0u, Word(4));
+  EXPECT_EQ(0x7473496Eu, Word(5));
+  const uint32_t firstEntry[6] = {0x65707354, 0x6C6F6E67, 1, 0, 100, 0};
+  const uint32_t secondEntry[6] = {0x4E6F5264, 0x646F7562, 1, 0x3F800000, 0x41800000, 0};
+  const uint32_t thirdEntry[6] = {0x4C466374, 0x646F7562, 1, 0x3F800000, 0x43000000, 0};
+  for (size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(firstEntry[i], Word(12 + i));
+    EXPECT_EQ(secondEntry[i], Word(18 + i));
+    EXPECT_EQ(thirdEntry[i], Word(24 + i));
+  }
+}
+
+TEST_F(ParameterListTest, TextsAreCopiesOfTheirOwn) {
+  list->entries[3] = {FourCharCode("file"), kTypePath, 1, 0, 0, 0};
+  list->entryCount = 4;
+  EXPECT_EQ(nullptr, EntryText(list->entries[3]));
+  std::string text = "somewhere";
+  SetEntryText(list, 3, text.c_str());
+  text[0] = '?';
+  EXPECT_STREQ("somewhere", EntryText(list->entries[3]));
+  SetEntryText(list, 3, EntryText(list->entries[3]) + 4);
+  EXPECT_STREQ("where", EntryText(list->entries[3]));
+  // The block has room for 512 characters more.
+  std::memset(const_cast<char*>(EntryText(list->entries[3])) + 5, 'x', 512);
+  EXPECT_EQ(517u, std::strlen(EntryText(list->entries[3])));
+  SetEntryText(list, 3, nullptr);
+  EXPECT_EQ(nullptr, EntryText(list->entries[3]));
+}
+
+TEST_F(ParameterListTest, NumbersAreNeverTakenForTexts) {
+  const ParameterEntry before = list->entries[0];
+  SetEntryText(list, 0, "text");
+  SetEntryText(list, -1, "text");
+  SetEntryText(list, 3, "text");
+  EXPECT_EQ(0, std::memcmp(&before, &list->entries[0], sizeof before));
+  EXPECT_EQ(nullptr, EntryText(list->entries[0]));
+}
+
+TEST_F(ParameterListTest, TakesTwentyEntriesAndNoMore) {
+  for (uint32_t i = 3; i < 25; ++i) AddLongEntry(list, i, 0, 1, static_cast<int32_t>(i));
+  EXPECT_EQ(kMostEntries, list->entryCount);
+  EXPECT_NE(nullptr, FindEntry(list, 19));
+  EXPECT_EQ(nullptr, FindEntry(list, 20));
+}
+
+TEST_F(ParameterListTest, WithoutMemoryThereIsNone) {
+  FailAllocationAfter(0);
+  EXPECT_EQ(nullptr, MakeParameterList());
+  ClearAllocationFailure();
+  FreeParameterList(nullptr);
+}
+
+}  // namespace
+}  // namespace tessaline

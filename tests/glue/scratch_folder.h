@@ -1,0 +1,53 @@
+// A fresh folder of the test's own, so that no test ever sees the preferences of whoever runs it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "glue/parameters/settings.h"
+
+namespace tessaline {
+
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    static int counter = 0;
+    const auto moment = std::chrono::steady_clock::now().time_since_epoch().count();
+    path_ = std::filesystem::path(testing::TempDir()) /
+            ("tessaline_test_" + std::to_string(moment) + "_" + std::to_string(counter++));
+    std::filesystem::create_directories(path_);
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  std::string path() const { return path_.string(); }
+  std::string File(const char* name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Clean program-wide settings and preferences of its own for every test.
+class PreferencesTest : public testing::Test {
+ protected:
+  PreferencesTest() {
+    SetPreferencesFolder(folder.path().c_str());
+    ClearSettings();
+  }
+  ~PreferencesTest() override {
+    ClearSettings();
+    SetPreferencesFolder(nullptr);
+  }
+  std::string PreferencesPath() const { return folder.File("Plug-In Preferences.xyz"); }
+
+  ScratchFolder folder;
+};
+
+}  // namespace tessaline
