@@ -23,10 +23,10 @@ std::string Folder() {
 }
 
 // While one process renames a file, another's open or rename of it fails for a moment. Tries again until
-// `attempt` succeeds, fails for another reason, or a second has passed.
+// `attempt` succeeds, fails for another reason, or half a second has passed.
 template <typename Attempt>
 bool RetryWhileShared(Attempt attempt) {
-  constexpr int kAttempts = 100;
+  constexpr int kAttempts = 50;
   constexpr DWORD kPauseMilliseconds = 10;
   for (int i = 0; i < kAttempts; ++i) {
     if (attempt()) return true;

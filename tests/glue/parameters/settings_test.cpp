@@ -118,7 +118,7 @@ TEST_F(SettingsTest, AFailedWriteLeavesTheOldFileAndNothingBesideIt) {
 }
 
 TEST_F(SettingsTest, ReadersSeeOneWritersFileOrTheOthersNeverAMixture) {
-  constexpr int kRounds = 300;
+  constexpr int kRounds = 60;
   const auto writeOften = [](char letter) {
     const std::string bytes(kPreferencesFileBytes, letter);
     int failures = 0;
