@@ -51,22 +51,45 @@ struct Surface {
   bool IsImageRow(int32_t y) const { return y >= imageTop && y < imageBottom(); }
 };
 
-// destination[x] = sum over taps of weights[t] * taps[t][x]. Every cell sums its taps in the same order
-// whatever the vector length, so all builds and processors give the same bits.
-constexpr int32_t kChunk = 64;
+// destination[x] = sum over taps of weights[t] * taps[t][x]; the destination overlaps no tap. Every cell sums
+// its taps in the same order whatever the vector length, so all builds and processors give the same bits.
 
-[[gnu::always_inline]] inline void WeightedSumLoop(const float* const* taps, const float* weights,
-                                                   int32_t tapCount, float* __restrict destination,
-                                                   int32_t count) {
-  int32_t x = 0;
-  for (; x + kChunk <= count; x += kChunk) {
-    float sums[kChunk] = {};
-    for (int32_t t = 0; t < tapCount; ++t) {
-      const float weight = weights[t];
-      const float* const tap = taps[t] + x;
-      for (int32_t i = 0; i < kChunk; ++i) sums[i] += weight * tap[i];
+// `Sums` vectors of neighbouring cells at once: enough running sums to hide the latency of an addition.
+template <int VectorBytes, int32_t Sums>
+[[gnu::always_inline]] inline void WeightedSumBlock(const float* const* taps, const float* weights,
+                                                    int32_t tapCount, float* destination, int32_t x) {
+  typedef float Vector __attribute__((vector_size(VectorBytes)));
+  constexpr int32_t kLanes = VectorBytes / sizeof(float);
+  Vector sums[Sums];
+#pragma GCC unroll 8
+  for (int32_t i = 0; i < Sums; ++i) sums[i] = Vector{};
+  for (int32_t t = 0; t < tapCount; ++t) {
+#pragma GCC unroll 8
+    for (int32_t i = 0; i < Sums; ++i) {
+      Vector tap;
+      std::memcpy(&tap, taps[t] + x + i * kLanes, sizeof tap);
+      sums[i] += weights[t] * tap;
     }
-    std::memcpy(destination + x, sums, sizeof sums);
+  }
+  std::memcpy(destination + x, sums, sizeof sums);
+}
+
+template <int VectorBytes>
+[[gnu::always_inline]] inline void WeightedSumLoop(const float* const* taps, const float* weights,
+                                                   int32_t tapCount, float* destination, int32_t count) {
+  constexpr int32_t kLanes = VectorBytes / sizeof(float);
+  constexpr int32_t kSums = 8;
+  int32_t x = 0;
+  for (; x + kSums * kLanes <= count; x += kSums * kLanes) {
+    WeightedSumBlock<VectorBytes, kSums>(taps, weights, tapCount, destination, x);
+  }
+  for (; x + kLanes <= count; x += kLanes)
+    WeightedSumBlock<VectorBytes, 1>(taps, weights, tapCount, destination, x);
+  if (x == count) return;
+  if (count >= kLanes) {
+    // The last cells once more together with their neighbours: the same sums again.
+    WeightedSumBlock<VectorBytes, 1>(taps, weights, tapCount, destination, count - kLanes);
+    return;
   }
   for (; x < count; ++x) {
     float sum = 0.0f;
@@ -77,12 +100,12 @@ constexpr int32_t kChunk = 64;
 
 void WeightedSumBaseline(const float* const* taps, const float* weights, int32_t tapCount, float* destination,
                          int32_t count) {
-  WeightedSumLoop(taps, weights, tapCount, destination, count);
+  WeightedSumLoop<16>(taps, weights, tapCount, destination, count);
 }
 
 [[gnu::target("avx2")]] void WeightedSumAvx2(const float* const* taps, const float* weights, int32_t tapCount,
                                              float* destination, int32_t count) {
-  WeightedSumLoop(taps, weights, tapCount, destination, count);
+  WeightedSumLoop<32>(taps, weights, tapCount, destination, count);
 }
 
 void WeightedSum(const float* const* taps, const float* weights, int32_t tapCount, float* destination,
