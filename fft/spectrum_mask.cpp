@@ -1,0 +1,80 @@
+#include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "buffers/result_codes.h"
+#include "fft/fft_2d.h"
+
+namespace tessaline {
+
+namespace {
+
+// Each multiplies a row of `width` complex values.
+using RowAttenuator = void (*)(float* spectrum, const void* mask, int32_t width);
+
+// An integer mask says how much of the frequency goes; products are made in the precision of the factor.
+template <typename Sample, int kMaximum>
+void AttenuateByGray(float* spectrum, const void* mask, int32_t width) {
+  const auto* const samples = static_cast<const Sample*>(mask);
+  for (int32_t x = 0; x < width; ++x) {
+    const double factor = 1.0 - samples[x] / static_cast<double>(kMaximum);
+    spectrum[2 * x] = static_cast<float>(spectrum[2 * x] * factor);
+    spectrum[2 * x + 1] = static_cast<float>(spectrum[2 * x + 1] * factor);
+  }
+}
+
+template <typename Sample, int kMaximum>
+void AttenuateByRgb(float* spectrum, const void* mask, int32_t width) {
+  constexpr float kScale = 1.0f / (3 * kMaximum);
+  static_assert(kMaximum == 255 ? kScale == 0.0013071896f : kScale == 1.0172526e-5f);
+  const auto* const samples = static_cast<const Sample*>(mask);
+  for (int32_t x = 0; x < width; ++x) {
+    const int32_t sum = samples[3 * x] + samples[3 * x + 1] + samples[3 * x + 2];
+    const float factor = 1.0f - static_cast<float>(sum) * kScale;
+    spectrum[2 * x] *= factor;
+    spectrum[2 * x + 1] *= factor;
+  }
+}
+
+// A float mask is the factor itself, unlike all the others: 0 removes, 1 keeps. Deliberate.
+void AttenuateByFactor(float* spectrum, const void* mask, int32_t width) {
+  const auto* const factors = static_cast<const float*>(mask);
+  for (int32_t x = 0; x < width; ++x) {
+    spectrum[2 * x] *= factors[x];
+    spectrum[2 * x + 1] *= factors[x];
+  }
+}
+
+RowAttenuator AttenuatorFor(int32_t maskBytesPerPixel) {
+  switch (maskBytesPerPixel) {
+    case kGray8:
+      return AttenuateByGray<uint8_t, 255>;
+    case kGray16:
+      return AttenuateByGray<uint16_t, 32768>;
+    case kRgb8:
+      return AttenuateByRgb<uint8_t, 255>;
+    case kRgb16:
+      return AttenuateByRgb<uint16_t, 32768>;
+    case kGrayFloat:
+      return AttenuateByFactor;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+int32_t ApplySpectrumMask(int32_t spectrumSlot, int32_t maskSlot) {
+  const BufferShape spectrum = ShapeOf(spectrumSlot);
+  const BufferShape mask = ShapeOf(maskSlot);
+  const RowAttenuator attenuate = AttenuatorFor(mask.bytesPerPixel);
+  if (spectrum.width != mask.width || spectrum.height != mask.height || attenuate == nullptr ||
+      spectrum.bytesPerPixel != kGrayComplex) {
+    return kUnequalSizes;
+  }
+  for (int32_t y = 0; y < spectrum.height; ++y) {
+    attenuate(reinterpret_cast<float*>(BufferRow(spectrumSlot, y)), BufferRow(maskSlot, y), spectrum.width);
+  }
+  MarkDirty(spectrumSlot);
+  return kSuccess;
+}
+
+}  // namespace tessaline
