@@ -1,0 +1,487 @@
+#include "removal/automatic_detection.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+
+#include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "buffers/result_codes.h"
+#include "platform/memory.h"
+#include "removal/peak_detection.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr int32_t kWrap = kSpectrumCells - 1;  // the spectrum is periodic: coordinates are taken modulo 512
+
+// Heights, in natural-log units, that the rule compares with.
+struct Limits {
+  double weak;          // a peak must stand this high to count at all
+  double strong;        // a licence needs this much ...
+  double strongOnAxis;  // ... or this near an axis, where edges of the picture put a bright cross
+  double smear;         // this much above the need, the isolation may be measured farther out (warped pages)
+  double isolation;     // what a licence needs
+
+  Limits(double sensitivity, int32_t blockSide)
+      : weak((0.7 + 1.2 / blockSide) / sensitivity),  // a sum over a larger block is steadier
+        strong(weak + 1.05 / sensitivity),
+        strongOnAxis(strong + 0.45 / sensitivity),
+        smear(0.6 / sensitivity),
+        isolation(0.75 / sensitivity) {}
+};
+
+enum class Axis { kNone, kVertical, kHorizontal };
+
+struct Candidate {
+  SpectrumPeak peak;
+  double level;  // natural log over the spectrum minimum
+  Axis axis;
+  bool isOut;
+};
+
+// The cells of a ring, as offsets.
+struct Offset {
+  int32_t dx, dy;
+};
+std::vector<Offset> MakeRing(double innerRadius, double outerRadius) {
+  std::vector<Offset> ring;
+  const auto reach = static_cast<int32_t>(outerRadius);
+  for (int32_t dy = -reach; dy <= reach; ++dy) {
+    for (int32_t dx = -reach; dx <= reach; ++dx) {
+      const int32_t distanceSquared = dx * dx + dy * dy;
+      if (distanceSquared >= innerRadius * innerRadius && distanceSquared <= outerRadius * outerRadius) {
+        ring.push_back({dx, dy});
+      }
+    }
+  }
+  return ring;
+}
+
+// The spectrum before the enhancement, addressed from the zero frequency, periodic in both directions.
+class LogSpectrum {
+ public:
+  LogSpectrum(int32_t rawGray16Slot, double logSpan, double discRadius)
+      : levels_(reinterpret_cast<const uint16_t*>(BufferRow(rawGray16Slot, 0))),
+        unit_(logSpan),
+        discRadiusSquared_(discRadius * discRadius) {}
+
+  // 0..32768. Whole levels are compared wherever only the order counts.
+  int32_t Level(int32_t dx, int32_t dy) const {
+    const int32_t x = (dx + kSpectrumCentre) & kWrap;
+    const int32_t y = (dy + kSpectrumCentre) & kWrap;
+    return levels_[y * kSpectrumCells + x];
+  }
+  double ToLog(int32_t level) const { return level * unit_ / double{kHostMax}; }
+  double Log(int32_t dx, int32_t dy) const { return ToLog(Level(dx, dy)); }
+
+  bool IsInsideDisc(int32_t dx, int32_t dy) const {
+    const int32_t x = ((dx + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+    const int32_t y = ((dy + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+    return x * x + y * y < discRadiusSquared_;
+  }
+
+  double MedianOverRing(int32_t dx, int32_t dy, const std::vector<Offset>& ring) const {
+    int32_t cells[512] = {};
+    int32_t count = 0;
+    for (const Offset& offset : ring) cells[count++] = Level(dx + offset.dx, dy + offset.dy);
+    return ToLog(LowerMedian(cells, count));
+  }
+
+  // Over the cells 4 to 16 away on both sides along a row (stepX 1) or a column (stepY 1).
+  double MedianAlong(int32_t dx, int32_t dy, int32_t stepX, int32_t stepY) const {
+    int32_t cells[2 * 13] = {};
+    int32_t count = 0;
+    for (int32_t i = 4; i <= 16; ++i) {
+      cells[count++] = Level(dx + i * stepX, dy + i * stepY);
+      cells[count++] = Level(dx - i * stepX, dy - i * stepY);
+    }
+    return ToLog(LowerMedian(cells, count));
+  }
+
+  // How far a level stands above the highest cell of a ring. Cells inside the disc are not looked at.
+  double IsolationOver(int32_t dx, int32_t dy, const std::vector<Offset>& ring) const {
+    int32_t highest = 0;
+    for (const Offset& offset : ring) {
+      const int32_t x = dx + offset.dx, y = dy + offset.dy;
+      if (!IsInsideDisc(x, y)) highest = std::max(highest, Level(x, y));
+    }
+    return Log(dx, dy) - ToLog(highest);
+  }
+
+  // Highest of the 5 x 5 cells round a place.
+  double HighestAround(int32_t dx, int32_t dy) const {
+    int32_t highest = 0;
+    for (int32_t y = -2; y <= 2; ++y) {
+      for (int32_t x = -2; x <= 2; ++x) highest = std::max(highest, Level(dx + x, dy + y));
+    }
+    return ToLog(highest);
+  }
+
+  // At least as high as its later neighbours in reading order and higher than the earlier ones, so that of a
+  // plateau one cell wins.
+  bool IsLocalMaximum(int32_t dx, int32_t dy) const {
+    constexpr Offset kEarlier[] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}};
+    const int32_t level = Level(dx, dy);
+    for (const Offset& offset : kEarlier) {
+      if (level <= Level(dx + offset.dx, dy + offset.dy)) return false;
+      if (level < Level(dx - offset.dx, dy - offset.dy)) return false;
+    }
+    return true;
+  }
+
+ private:
+  // The lower middle one of an even count.
+  static int32_t LowerMedian(int32_t* cells, int32_t count) {
+    int32_t* const middle = cells + (count - 1) / 2;
+    std::nth_element(cells, middle, cells + count);
+    return *middle;
+  }
+
+  const uint16_t* levels_;
+  double unit_;
+  double discRadiusSquared_;
+};
+
+Axis NearestAxis(int32_t dx, int32_t dy) {
+  // 3.4 degrees to each side: a page laid crooked.
+  constexpr double kSlope = 0.06;
+  if (std::abs(dx) <= 3 + kSlope * std::abs(dy)) return Axis::kVertical;
+  if (std::abs(dy) <= 3 + kSlope * std::abs(dx)) return Axis::kHorizontal;
+  return Axis::kNone;
+}
+
+// What is usual around a cell. Near an axis the bright cross of the picture's edges counts as usual.
+double BackgroundOf(const LogSpectrum& spectrum, int32_t dx, int32_t dy, const std::vector<Offset>& ring) {
+  double background = spectrum.MedianOverRing(dx, dy, ring);
+  if (std::abs(dx) <= 1) background = std::max(background, spectrum.MedianAlong(dx, dy, 0, 1));
+  if (std::abs(dy) <= 1) background = std::max(background, spectrum.MedianAlong(dx, dy, 1, 0));
+  return background;
+}
+
+bool IsHigher(const Candidate& a, const Candidate& b) {
+  if (a.peak.height != b.peak.height) return a.peak.height > b.peak.height;
+  return a.peak.dy != b.peak.dy ? a.peak.dy < b.peak.dy : a.peak.dx < b.peak.dx;
+}
+
+// All cells of the upper half that stand `weak` or more above their surroundings, highest first.
+std::vector<Candidate> FindCandidates(const LogSpectrum& spectrum, int32_t gray16Slot, double logSpan,
+                                      const Limits& limits) {
+  const auto backgroundRing = MakeRing(3.5, 9.5);
+  const auto isolationRing = MakeRing(4, 12);
+  std::vector<Candidate> candidates;
+  for (int32_t dy = -kSpectrumCentre; dy <= 0; ++dy) {
+    const auto* const enhanced =
+        reinterpret_cast<const uint16_t*>(BufferRow(gray16Slot, dy + kSpectrumCentre));
+    const int32_t endX = dy == 0 ? 0 : kSpectrumCentre;  // of the centre row only the left half
+    for (int32_t dx = -kSpectrumCentre; dx < endX; ++dx) {
+      if (spectrum.IsInsideDisc(dx, dy)) continue;
+      // A cheap sieve only: the enhanced value of a real peak is never this low.
+      if (enhanced[dx + kSpectrumCentre] * logSpan / double{kHostMax} < 0.5 * limits.weak) continue;
+      if (!spectrum.IsLocalMaximum(dx, dy)) continue;
+      const double background = BackgroundOf(spectrum, dx, dy, backgroundRing);
+      const double level = spectrum.Log(dx, dy);
+      const double height = level - background;
+      if (height < limits.weak) continue;
+      const double angle = std::atan2(-dy, dx) * 180.0 / 3.14159265358979323846;
+      const SpectrumPeak peak{dx,
+                              dy,
+                              kSpectrumCells / std::sqrt(static_cast<double>(dx * dx + dy * dy)),
+                              angle >= 180.0 ? angle - 180.0 : angle,
+                              height,
+                              spectrum.IsolationOver(dx, dy, isolationRing),
+                              background,
+                              false,
+                              false,
+                              PeakVerdict::kUsed};
+      candidates.push_back({peak, level, NearestAxis(dx, dy), false});
+    }
+  }
+  std::sort(candidates.begin(), candidates.end(), IsHigher);
+  return candidates;
+}
+
+void LeaveOut(Candidate* candidate, PeakVerdict verdict) {
+  if (candidate->isOut) return;
+  candidate->isOut = true;
+  candidate->peak.verdict = verdict;
+}
+
+// Combs: evenly spaced harmonics near an axis whose period is longer than the protected one, as lines of text
+// make.
+
+int32_t PositionOf(const Candidate& candidate) {
+  return std::abs(candidate.axis == Axis::kVertical ? candidate.peak.dy : candidate.peak.dx);
+}
+
+// Places along an axis of its peaks that reach half of its highest one, apart by more than 4 cells, in rising
+// order.
+std::vector<int32_t> PositionsAlong(Axis axis, const std::vector<Candidate>& candidates) {
+  std::vector<int32_t> positions;
+  double highest = 0.0;
+  for (const Candidate& candidate : candidates) {  // highest first
+    if (candidate.axis != axis) continue;
+    highest = std::max(highest, candidate.peak.height);
+    if (candidate.peak.height < 0.5 * highest) break;
+    const int32_t position = PositionOf(candidate);
+    const bool isTaken = std::any_of(positions.begin(), positions.end(),
+                                     [&](int32_t taken) { return std::abs(taken - position) <= 4; });
+    if (!isTaken) positions.push_back(position);
+  }
+  std::sort(positions.begin(), positions.end());
+  return positions;
+}
+
+double Multiple(double position, double spacing) {
+  return std::floor(position / spacing + 0.5);
+}
+
+bool IsNearMultiple(double position, double spacing, double tolerance) {
+  return std::abs(position - Multiple(position, spacing) * spacing) <= tolerance;
+}
+
+// Whether all harmonics of the axis are one comb.
+bool IsPureComb(const std::vector<int32_t>& positions, double longestSpacing) {
+  constexpr size_t kFewestTeeth = 4;
+  if (positions.size() < kFewestTeeth) return false;
+  int32_t smallestGap = kSpectrumCells;
+  for (size_t i = 1; i < positions.size(); ++i)
+    smallestGap = std::min(smallestGap, positions[i] - positions[i - 1]);
+  if (smallestGap > longestSpacing) return false;
+
+  double gaps = 0.0, steps = 0.0;
+  for (size_t i = 1; i < positions.size(); ++i) {
+    const double gap = positions[i] - positions[i - 1];
+    gaps += gap;
+    steps += Multiple(gap, smallestGap);
+  }
+  const double roughSpacing = gaps / steps;
+  double weighted = 0.0, squares = 0.0;
+  for (const int32_t position : positions) {
+    const double k = Multiple(position, roughSpacing);
+    weighted += k * position;
+    squares += k * k;
+  }
+  if (squares == 0.0) return false;
+  const double spacing = weighted / squares;
+  double hits = 0.0;
+  for (const int32_t position : positions) {
+    if (std::abs(position - Multiple(position, roughSpacing) * spacing) <= 1.5) ++hits;
+  }
+  const double span =
+      Multiple(positions.back(), roughSpacing) - Multiple(positions.front(), roughSpacing) + 1;
+  return spacing <= longestSpacing && hits >= kFewestTeeth && 4 * hits >= 3.0 * positions.size() &&
+         hits >= 0.7 * span;
+}
+
+// A comb among other harmonics of the axis (text beside a screened picture).
+struct MixedComb {
+  double spacing = 0.0;
+  int32_t hits = 0;
+};
+
+// The comb that a first guess of the spacing grows into; no hits when it is none.
+MixedComb GrowComb(const std::vector<int32_t>& positions, double spacing) {
+  for (const double tolerance : {3.0, 1.5}) {
+    double weighted = 0.0, squares = 0.0;
+    for (const int32_t position : positions) {
+      if (position < spacing / 2 || !IsNearMultiple(position, spacing, tolerance)) continue;
+      const double k = Multiple(position, spacing);
+      weighted += k * position;
+      squares += k * k;
+    }
+    if (squares == 0.0) return {};
+    spacing = weighted / squares;
+  }
+  int32_t hits = 0;
+  double first = 0.0, last = 0.0;
+  for (const int32_t position : positions) {
+    if (position < spacing / 2 || !IsNearMultiple(position, spacing, 1.5)) continue;
+    last = Multiple(position, spacing);
+    if (hits++ == 0) first = last;
+  }
+  const bool isComb = hits >= 5 && spacing >= 12 && hits >= 0.7 * (last - first + 1);
+  return isComb ? MixedComb{spacing, hits} : MixedComb{};
+}
+
+MixedComb FindMixedComb(const std::vector<int32_t>& positions, double longestSpacing) {
+  std::vector<int32_t> differences;
+  for (size_t i = 0; i < positions.size(); ++i) {
+    for (size_t j = i + 1; j < positions.size(); ++j) {
+      const int32_t difference = positions[j] - positions[i];
+      if (difference >= 12 && difference <= longestSpacing) differences.push_back(difference);
+    }
+  }
+  std::sort(differences.begin(), differences.end());
+  differences.erase(std::unique(differences.begin(), differences.end()), differences.end());
+  MixedComb best;
+  for (const int32_t difference : differences) {
+    const MixedComb comb = GrowComb(positions, difference);
+    if (comb.hits > best.hits) best = comb;
+  }
+  return best;
+}
+
+void LeaveOutTextLines(double discRadius, std::vector<Candidate>* candidates) {
+  const double longestSpacing = 1.25 * discRadius;
+  for (const Axis axis : {Axis::kVertical, Axis::kHorizontal}) {
+    const std::vector<int32_t> positions = PositionsAlong(axis, *candidates);
+    const bool isPure = IsPureComb(positions, longestSpacing);
+    const MixedComb mixed = isPure ? MixedComb{} : FindMixedComb(positions, longestSpacing);
+    for (Candidate& candidate : *candidates) {
+      if (candidate.axis != axis) continue;
+      const bool isTooth = mixed.hits > 0 && IsNearMultiple(PositionOf(candidate), mixed.spacing, 3.0);
+      if (isPure || isTooth) LeaveOut(&candidate, PeakVerdict::kTextLines);
+    }
+  }
+}
+
+// Compression in blocks of 8 x 8 leaves its trace at the multiples of 512 / 8 cells on the axes.
+void LeaveOutBlocks(const Limits& limits, std::vector<Candidate>* candidates) {
+  constexpr int32_t kBlockFrequency = kSpectrumCells / 8;
+  const auto isNearBlockFrequency = [](int32_t position) {
+    const int32_t rest = std::abs(position) % kBlockFrequency;
+    return rest <= 1 || rest >= kBlockFrequency - 1;
+  };
+  for (Candidate& candidate : *candidates) {
+    const SpectrumPeak& peak = candidate.peak;
+    const bool isOnBlock = (std::abs(peak.dx) <= 1 && isNearBlockFrequency(peak.dy)) ||
+                           (std::abs(peak.dy) <= 1 && isNearBlockFrequency(peak.dx));
+    if (isOnBlock && peak.height < limits.strong + 1) LeaveOut(&candidate, PeakVerdict::kBlocks);
+  }
+}
+
+bool IsWithin(const SpectrumPeak& a, const SpectrumPeak& b, int32_t cells) {
+  const int32_t x = a.dx - b.dx, y = a.dy - b.dy;
+  return x * x + y * y <= cells * cells;
+}
+
+void LeaveOutSkirts(std::vector<Candidate>* candidates) {
+  for (size_t i = 0; i < candidates->size(); ++i) {
+    Candidate& candidate = (*candidates)[i];
+    for (size_t higher = 0; higher < i && !candidate.isOut; ++higher) {
+      const Candidate& other = (*candidates)[higher];
+      if (!other.isOut && IsWithin(candidate.peak, other.peak, 10) &&
+          candidate.peak.height < 0.4 * other.peak.height) {
+        LeaveOut(&candidate, PeakVerdict::kSkirt);
+      }
+    }
+  }
+}
+
+// Windows and tiles: both repeats that the peak would be the product of stand on the axes, as high as the
+// peak.
+bool IsGrid(const LogSpectrum& spectrum, const Candidate& candidate) {
+  const SpectrumPeak& peak = candidate.peak;
+  const double onRow = spectrum.HighestAround(peak.dx, 0);
+  const double onColumn = spectrum.HighestAround(0, peak.dy);
+  return onRow >= candidate.level && onColumn >= candidate.level &&
+         onRow - spectrum.MedianAlong(peak.dx, 0, 1, 0) >= 0.3 * peak.height &&
+         onColumn - spectrum.MedianAlong(0, peak.dy, 0, 1) >= 0.3 * peak.height;
+}
+
+bool GiveLicences(const LogSpectrum& spectrum, const Limits& limits, std::vector<Candidate>* candidates) {
+  const auto farRing = MakeRing(8, 16);
+  bool anyLicence = false;
+  for (Candidate& candidate : *candidates) {
+    if (candidate.isOut) continue;
+    SpectrumPeak& peak = candidate.peak;
+    const bool isOnAxis = candidate.axis != Axis::kNone;
+    const double need = isOnAxis ? limits.strongOnAxis : limits.strong;
+    if (peak.height < need) continue;
+    const bool isIsolated = peak.isolation >= limits.isolation ||
+                            (peak.height >= need + limits.smear &&
+                             spectrum.IsolationOver(peak.dx, peak.dy, farRing) >= limits.isolation);
+    if (!isIsolated) continue;
+    peak.isGrid = !isOnAxis && IsGrid(spectrum, candidate);
+    peak.isLicensed = !peak.isGrid;
+    anyLicence |= peak.isLicensed;
+  }
+  return anyLicence;
+}
+
+// Of the peaks that are left, those that a licensed picture's removal uses.
+void ChooseUsed(bool anyLicence, std::vector<Candidate>* candidates) {
+  for (Candidate& candidate : *candidates) {
+    SpectrumPeak& peak = candidate.peak;
+    if (candidate.isOut) continue;
+    if (!anyLicence) {
+      LeaveOut(&candidate, PeakVerdict::kNoLicence);
+      continue;
+    }
+    const auto isNearLicensed = [&] {
+      return std::abs(peak.dx) > 3 && std::abs(peak.dy) > 3 &&
+             std::any_of(candidates->begin(), candidates->end(), [&](const Candidate& other) {
+               return other.peak.isLicensed && IsWithin(peak, other.peak, 32);
+             });
+    };
+    if (!peak.isLicensed && peak.isolation < 0.0 && !isNearLicensed())
+      LeaveOut(&candidate, PeakVerdict::kNotIsolated);
+  }
+}
+
+// A peak with its skirt: seeding the cells around widens the notch exactly where the peak is broad.
+void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumPeak& peak, uint8_t* seeds) {
+  constexpr int32_t kReach = 10;
+  const double least = std::max(limits.weak, 0.4 * peak.height);
+  for (int32_t y = -kReach; y <= kReach; ++y) {
+    for (int32_t x = -kReach; x <= kReach; ++x) {
+      if (x * x + y * y > kReach * kReach) continue;
+      const int32_t dx = peak.dx + x, dy = peak.dy + y;
+      if (spectrum.IsInsideDisc(dx, dy) || spectrum.Log(dx, dy) - peak.background < least) continue;
+      const int32_t column = (dx + kSpectrumCentre) & kWrap;
+      const int32_t row = (dy + kSpectrumCentre) & kWrap;
+      seeds[row * kSpectrumCells + column] = 255;
+      seeds[(-row & kWrap) * kSpectrumCells + (-column & kWrap)] = 255;
+    }
+  }
+}
+
+bool IsGrid512(int32_t slot, int32_t bytesPerPixel) {
+  const BufferShape shape = ShapeOf(slot);
+  return shape.width == kSpectrumCells && shape.height == kSpectrumCells &&
+         shape.bytesPerPixel == bytesPerPixel;
+}
+
+void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t transformSize,
+            double sensitivity, float protectionRadius, int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
+  const double discRadius = kSpectrumCentre / std::min(double{protectionRadius}, 127.9);
+  const LogSpectrum spectrum(rawGray16Slot, logSpan, discRadius);
+  const Limits limits(sensitivity, std::max(transformSize / kSpectrumCells, 1));
+  std::vector<Candidate> candidates = FindCandidates(spectrum, gray16Slot, logSpan, limits);
+  LeaveOutTextLines(discRadius, &candidates);
+  LeaveOutBlocks(limits, &candidates);
+  LeaveOutSkirts(&candidates);
+  const bool anyLicence = GiveLicences(spectrum, limits, &candidates);
+  ChooseUsed(anyLicence, &candidates);
+  if (peaks != nullptr) {
+    peaks->clear();
+    for (const Candidate& candidate : candidates) peaks->push_back(candidate.peak);
+  }
+  ClearBuffer(seedSlot);
+  for (const Candidate& candidate : candidates) {
+    if (candidate.peak.verdict == PeakVerdict::kUsed) {
+      SeedPeak(spectrum, limits, candidate.peak, BufferRow(seedSlot, 0));
+    }
+  }
+}
+
+}  // namespace
+
+int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
+                                 int32_t transformSize, double sensitivity, float protectionRadius,
+                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
+  if (!IsGrid512(rawGray16Slot, kGray16) || !IsGrid512(gray16Slot, kGray16) || !IsGrid512(seedSlot, kGray8)) {
+    return kUnequalSizes;
+  }
+  try {
+    Detect(rawGray16Slot, gray16Slot, logSpan, transformSize, sensitivity, protectionRadius, seedSlot, peaks);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+  return kSuccess;
+}
+
+}  // namespace tessaline

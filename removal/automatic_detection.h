@@ -1,0 +1,57 @@
+// An acceptance found from the picture itself: instead of one threshold for the whole spectrum, every peak is
+// measured against its own surroundings.
+//
+// A peak's height h is the natural log of its magnitude over the usual magnitude nearby, a scale that does
+// not depend on the picture's range. Two levels decide. A licence needs a high, isolated peak that nothing
+// else explains (lines of text, JPEG blocks, windows, edges). Once one peak has a licence, lower ones that
+// stand out are used too, because the harmonics and side bands of a screen are weak. Without a licence
+// nothing is removed. docs/automatic.md tells the rule at length; the named functions of the implementation
+// follow it step by step.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace tessaline {
+
+constexpr double kStandardSensitivity = 1.0;
+constexpr double kLeastSensitivity = 0.7;  // range offered to users; more than 1.3 does harm
+constexpr double kMostSensitivity = 1.3;
+
+// Why a peak is left out.
+enum class PeakVerdict : int32_t {
+  kUsed,
+  kTextLines,    // one of evenly spaced harmonics of something longer than the protected period
+  kBlocks,       // at the frequencies of 8 x 8 blocks
+  kSkirt,        // leakage of a higher peak close by
+  kNotIsolated,  // stands out, but something beside it is higher and no licensed peak is near
+  kNoLicence,    // would have been used, but no peak of the picture has a licence
+};
+
+// One peak of the upper half of the spectrum; its partner at (-dx, -dy) belongs to it.
+struct SpectrumPeak {
+  int32_t dx, dy;  // cells from the zero frequency; dy <= 0
+  double period;   // image pixels
+  double angle;   // degrees, 0 <= angle < 180, counter-clockwise from the x axis: the direction of the repeat
+  double height;  // h
+  double isolation;   // natural log of the peak over the highest cell 4 to 12 cells away
+  double background;  // natural log over the spectrum minimum: what is usual nearby
+  bool isGrid;        // a product of two axis-parallel repeats (windows, tiles): never licensed
+  bool isLicensed;
+  PeakVerdict verdict;
+};
+
+// Makes the seed map (512 x 512 bytes, 255 pattern, 0 keep) from the log spectrum before (`rawGray16Slot`)
+// and after
+// (`gray16Slot`) the peak enhancement, both 512 x 512, 16-bit, 0..32768. `logSpan` is the natural log range
+// that 32768 stands for, `transformSize` the side of the transform that the spectrum was summed from,
+// `protectionRadius` in image pixels. The map is exactly point-symmetric (cell x, y with cell (512 - x) mod
+// 512, (512 - y) mod 512) and holds nothing inside the protected disc.
+//
+// `peaks`, when not null, receives every peak that stands out, highest first (then by row and column).
+// Returns 0; kUnequalSizes when a buffer has another shape; kOutOfMemory; the map is unchanged on an error.
+int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
+                                 int32_t transformSize, double sensitivity, float protectionRadius,
+                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks);
+
+}  // namespace tessaline
