@@ -207,6 +207,14 @@ int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
   return kSuccess;
 }
 
+int32_t BuildMaskFromSeeds(float protectionRadius, float notchRadius, int32_t workingMaskSlot,
+                           int32_t fullMaskSlot) {
+  const int32_t result = ShapeNotches(workingMaskSlot, protectionRadius, notchRadius);
+  if (result != kSuccess) return result;
+  const bool hasFullMask = fullMaskSlot >= 1 && fullMaskSlot < kBufferSlots;
+  return hasFullMask ? EnlargeMask(workingMaskSlot, fullMaskSlot) : kSuccess;
+}
+
 int32_t BuildMask(int32_t spectrumSlot, float threshold, float protectionRadius, float notchRadius,
                   int32_t workingMaskSlot, int32_t fullMaskSlot) {
   OwnedBuffer ownMask;
@@ -215,12 +223,9 @@ int32_t BuildMask(int32_t spectrumSlot, float threshold, float protectionRadius,
     if (result != kSuccess) return result;
     workingMaskSlot = ownMask.slot();
   }
-  int32_t result = DetectPeaks(spectrumSlot, threshold, protectionRadius, workingMaskSlot);
+  const int32_t result = DetectPeaks(spectrumSlot, threshold, protectionRadius, workingMaskSlot);
   if (result != kSuccess) return result;
-  result = ShapeNotches(workingMaskSlot, protectionRadius, notchRadius);
-  if (result != kSuccess) return result;
-  const bool hasFullMask = fullMaskSlot >= 1 && fullMaskSlot < kBufferSlots;
-  return hasFullMask ? EnlargeMask(workingMaskSlot, fullMaskSlot) : kSuccess;
+  return BuildMaskFromSeeds(protectionRadius, notchRadius, workingMaskSlot, fullMaskSlot);
 }
 
 }  // namespace tessaline

@@ -16,7 +16,12 @@ namespace tessaline {
 int32_t BuildMask(int32_t spectrumSlot, float threshold, float protectionRadius, float notchRadius,
                   int32_t workingMaskSlot, int32_t fullMaskSlot);
 
-// The steps of BuildMask after detection, for a seed map made elsewhere.
+// The same from a seed map made elsewhere: the working mask holds it (512 x 512 bytes, 255 or 0) and ends as
+// the finished grid mask.
+int32_t BuildMaskFromSeeds(float protectionRadius, float notchRadius, int32_t workingMaskSlot,
+                           int32_t fullMaskSlot);
+
+// The steps of both.
 
 // Turns a seed map (512 x 512 bytes, 255 or 0) in place into the finished grid mask: round notches of the
 // notch radius, cleared inside the protected disc, softened, zero frequency kept. Returns 0; kUnequalSizes

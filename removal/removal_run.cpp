@@ -82,7 +82,7 @@ struct Run {
   OwnedBuffer grayFloat;      // "PSPECgrayFP", part of the layout that the dialog is given; nothing writes it
   OwnedBuffer gray8;          // "PSPECgray8"
   OwnedBuffer plane;          // "FFTbuf"
-  OwnedBuffer rawGray16;      // only for an inspecting caller
+  OwnedBuffer rawGray16;      // only for a caller that inspects or detects
   OwnedBuffer fullMask;       // "BigMASKgray8"
   OwnedBuffer surface;        // working memory of the padding fill in the second pass
 
@@ -153,7 +153,7 @@ int32_t SumSpectra(Run& run) {
 int32_t MakeSpectrumImages(Run& run, double* logSpan) {
   *logSpan = ScaleSpectrumByLog(run.magnitudeSums.slot(), run.gray16.slot());
   int32_t result = ConvertBuffer(run.gray16.slot(), run.gray8.slot());
-  if (result == kSuccess && run.context.inspect != nullptr) {
+  if (result == kSuccess && (run.context.inspect != nullptr || run.context.detect != nullptr)) {
     result = run.rawGray16.Create("PSPECgray16 before", kSpectrumCells, kSpectrumCells, kGray16);
     if (result == kSuccess) result = ConvertBuffer(run.gray16.slot(), run.rawGray16.slot());
   }
@@ -169,35 +169,34 @@ int32_t CountSeeds(int32_t seedSlot) {
   return cells;
 }
 
+// Fills the seed map by the caller's detector or by the acceptance.
+int32_t DetectSeeds(const Run& run, const SpectrumFacts& facts, const FilterParameters& parameters,
+                    int32_t seedSlot) {
+  if (run.context.detect != nullptr) return run.context.detect(run.context.user, facts, parameters, seedSlot);
+  return DetectPeaks(facts.gray16Slot, ThresholdOfAcceptance(parameters.acceptance),
+                     parameters.protectionRadius, seedSlot);
+}
+
 // Builds the full-size mask and shows the findings; *goOn tells whether the second pass is wanted.
 int32_t MakeMask(Run& run, const FilterParameters& parameters, double logSpan, bool* goOn) {
   run.Enter(RemovalStage::kMask);
   *goOn = true;
   int32_t result = run.fullMask.Create("BigMASKgray8", run.transformSize, run.transformSize, kGray8);
+  OwnedBuffer seeds, gridMask;
+  if (result == kSuccess) result = seeds.Create("Seed map", kSpectrumCells, kSpectrumCells, kGray8);
+  if (result == kSuccess) result = gridMask.Create("Temp Mask", kSpectrumCells, kSpectrumCells, kGray8);
   if (result != kSuccess) return result;
-  OwnedBuffer gridMask;
-  result = gridMask.Create("Temp Mask", kSpectrumCells, kSpectrumCells, kGray8);
-  if (result != kSuccess) return result;
-  const float threshold = ThresholdOfAcceptance(parameters.acceptance);
-  result = BuildMask(run.gray16.slot(), threshold, parameters.protectionRadius, parameters.notchRadius,
-                     gridMask.slot(), run.fullMask.slot());
-  if (result != kSuccess || run.context.inspect == nullptr) return result;
 
-  OwnedBuffer seeds;  // the builder has grown its own into notches
-  result = seeds.Create("Seed map", kSpectrumCells, kSpectrumCells, kGray8);
+  const SpectrumFacts facts{run.transformSize, run.rawGray16.slot(), run.gray16.slot(), logSpan};
+  result = DetectSeeds(run, facts, parameters, seeds.slot());
+  if (result == kSuccess) result = ConvertBuffer(seeds.slot(), gridMask.slot());
   if (result == kSuccess) {
-    result = DetectPeaks(run.gray16.slot(), threshold, parameters.protectionRadius, seeds.slot());
+    result = BuildMaskFromSeeds(parameters.protectionRadius, parameters.notchRadius, gridMask.slot(),
+                                run.fullMask.slot());
   }
-  if (result != kSuccess) return result;
-  RemovalFindings findings{};
-  findings.transformSize = run.transformSize;
-  findings.rawGray16Slot = run.rawGray16.slot();
-  findings.gray16Slot = run.gray16.slot();
-  findings.seedSlot = seeds.slot();
-  findings.maskSlot = gridMask.slot();
-  findings.seedCells = CountSeeds(seeds.slot());
-  findings.threshold = HostThreshold(threshold);
-  findings.logSpan = logSpan;
+  if (result != kSuccess || run.context.inspect == nullptr) return result;
+  const RemovalFindings findings{facts, seeds.slot(), gridMask.slot(), CountSeeds(seeds.slot()),
+                                 HostThreshold(ThresholdOfAcceptance(parameters.acceptance))};
   *goOn = run.context.inspect(run.context.user, findings);
   return kSuccess;
 }

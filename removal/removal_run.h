@@ -27,17 +27,21 @@ enum class RemovalStage {
   kCount
 };
 
-// What the run found, handed out when the mask stands and before any pixel is changed. Slots are valid during
-// the call only; all are 512 x 512.
-struct RemovalFindings {
+// The spectrum that a detector decides on. Slots are valid during the call only; all are 512 x 512.
+struct SpectrumFacts {
   int32_t transformSize;  // N
   int32_t rawGray16Slot;  // 16-bit: log spectrum, 0..32768, before the peak enhancement
   int32_t gray16Slot;     // 16-bit: the same after it
-  int32_t seedSlot;       // bytes: pattern cells 255, others 0
-  int32_t maskSlot;       // bytes: the finished notch mask
-  int32_t seedCells;      // pattern cells in the seed map
-  int32_t threshold;      // what a cell's enhanced value must exceed, 0..32768
   double logSpan;         // natural log of spectrum maximum over minimum, centre cross left out
+};
+
+// What the run found, handed out when the mask stands and before any pixel is changed. Slots as above.
+struct RemovalFindings {
+  SpectrumFacts spectrum;
+  int32_t seedSlot;   // bytes: pattern cells 255, others 0
+  int32_t maskSlot;   // bytes: the finished notch mask
+  int32_t seedCells;  // pattern cells in the seed map
+  int32_t threshold;  // what a cell's enhanced value must exceed, 0..32768 (of the acceptance, used or not)
 };
 
 // What a run needs from whoever starts it. Every callback may be null.
@@ -48,13 +52,20 @@ struct RemovalContext {
   // else for cancel. Null: there is no dialog to open.
   int32_t (*openDialog)(void* user, int32_t sourceSlot, FilterParameters* parameters) = nullptr;
 
+  // Fills the seed map (512 x 512 bytes, all 0) in place of the threshold test: a rule of its own, or a map
+  // kept from another picture. Must be point-symmetric (removal/automatic_detection.h). Returns 0, or a
+  // result that ends the run with the source unchanged. Null: the threshold test with the parameters'
+  // acceptance.
+  int32_t (*detect)(void* user, const SpectrumFacts& spectrum, const FilterParameters& parameters,
+                    int32_t seedSlot) = nullptr;
+
   // Shows the findings. False ends the run there with 0 and the source unchanged.
   bool (*inspect)(void* user, const RemovalFindings& findings) = nullptr;
 
   // The run enters a stage and leaves the one before.
   void (*enterStage)(void* user, RemovalStage stage) = nullptr;
 
-  void* user = nullptr;  // handed to openDialog, inspect and enterStage
+  void* user = nullptr;  // handed to openDialog, detect, inspect and enterStage
 };
 
 // True for the pixel kinds a run takes: 1, 2, 3 and 6 bytes per pixel.

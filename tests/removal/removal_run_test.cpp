@@ -1,0 +1,280 @@
+#include "removal/removal_run.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "buffers/buffer_table.h"
+#include "buffers/result_codes.h"
+#include "glue/parameters/settings.h"
+#include "platform/memory.h"
+#include "platform/message.h"
+
+namespace tessaline {
+namespace {
+
+std::string g_message, g_title;
+
+class RemovalRunTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ResetBufferTable();
+    ClearSettings();
+    g_message = g_title = "";
+    SetMessageHandler([](const char* text, const char* title) {
+      g_message = text;
+      g_title = title;
+    });
+  }
+  void TearDown() override {
+    ClearAllocationFailure();
+    SetMessageHandler(nullptr);
+    ReleaseBuffer(slot_);
+    EXPECT_EQ(0, liveBufferCount) << "a run left buffers behind";
+  }
+
+  // A gradient with a strong grid and a little noise on it.
+  void MakePatternedImage(int width, int height, int bytesPerPixel) {
+    ASSERT_EQ(kSuccess, CreateBuffer("main", width, height, bytesPerPixel, &slot_));
+    for (int y = 0; y < height; ++y) {
+      uint8_t* const row = BufferRow(slot_, y);
+      for (int x = 0; x < width; ++x) {
+        for (int i = 0; i < bytesPerPixel; ++i) row[x * bytesPerPixel + i] = Level(x, y);
+      }
+    }
+    original_ = Pixels();
+  }
+  // Noise keeps the darkest cell of the spectrum from lying so low that no peak reaches half of the range.
+  static double Gradient(int x, int y) { return 100 + (x + y) / 32.0; }
+  static uint8_t Level(int x, int y) {
+    const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 - 7;
+    return static_cast<uint8_t>(Gradient(x, y) + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3));
+  }
+  std::vector<uint8_t> Pixels() const {
+    const BufferShape shape = ShapeOf(slot_);
+    const uint8_t* const data = BufferRow(slot_, 0);
+    return {data, data + shape.width * shape.height * shape.bytesPerPixel};
+  }
+  int32_t Run(const RemovalContext& context = {}, bool suppressDialog = true, ParameterList* list = nullptr) {
+    return RunRemoval(slot_, &parameters_, list, suppressDialog, context);
+  }
+
+  int32_t slot_ = 0;
+  std::vector<uint8_t> original_;
+  FilterParameters parameters_{100, 6, 8};
+};
+
+TEST_F(RemovalRunTest, TransformSizeFollowsTheLongerSide) {
+  const int32_t expected[][2] = {{1, 1024},    {774, 1024},  {775, 2048},  {1748, 2048},  {1749, 4096},
+                                 {3700, 4096}, {3701, 8192}, {7500, 8192}, {7593, 16384}, {15585, 32768}};
+  for (const auto& [side, transformSize] : expected) EXPECT_EQ(transformSize, TransformSizeFor(side)) << side;
+}
+
+TEST_F(RemovalRunTest, TakesAGridOutOfAGradient) {
+  MakePatternedImage(400, 300, 1);
+  ASSERT_EQ(kSuccess, Run());
+  double before = 0, after = 0;
+  const std::vector<uint8_t> result = Pixels();
+  for (int y = 40; y < 260; ++y) {
+    for (int x = 40; x < 360; ++x) {
+      before += std::pow(original_[y * 400 + x] - Gradient(x, y), 2);
+      after += std::pow(result[y * 400 + x] - Gradient(x, y), 2);
+    }
+  }
+  EXPECT_LT(after, before / 15);
+}
+
+TEST_F(RemovalRunTest, AcceptanceZeroFindsNothingAndMovesNoSampleByMoreThanOne) {
+  MakePatternedImage(120, 90, 3);
+  parameters_.acceptance = 0;
+  ASSERT_EQ(kSuccess, Run());
+  const std::vector<uint8_t> result = Pixels();
+  for (size_t i = 0; i < result.size(); ++i) {
+    // Stores truncate, so an untouched sample may come back one lower.
+    ASSERT_TRUE(result[i] == original_[i] || result[i] + 1 == original_[i]) << "sample " << i;
+  }
+}
+
+TEST_F(RemovalRunTest, LargerThan7500IsRefusedWithItsMessage) {
+  for (const auto& [width, height] : {std::pair{7501, 1}, {1, 7501}}) {
+    ASSERT_EQ(kSuccess, CreateBuffer("main", width, height, 1, &slot_));
+    EXPECT_EQ(kUserCancelled, Run());
+    EXPECT_EQ("Ombrant Vistrel", g_title);
+    EXPECT_EQ(
+        "Tessaline is limited to 7500x7500 pixels\n for the image or selection.\n Try using either a smaller "
+        "image or "
+        "a selection.",
+        g_message);
+    ReleaseBuffer(slot_);
+  }
+}
+
+TEST_F(RemovalRunTest, UnsupportedKindsAreRefusedUntouched) {
+  for (const int bytesPerPixel : {4, 5, 8, 12}) {
+    MakePatternedImage(40, 30, bytesPerPixel);
+    EXPECT_EQ(kUnknownPixelKind, Run());
+    EXPECT_EQ(original_, Pixels());
+    ReleaseBuffer(slot_);
+  }
+  slot_ = 0;
+  EXPECT_EQ(kUnknownPixelKind, Run());
+}
+
+TEST_F(RemovalRunTest, SmallestAndBlackImagesPass) {
+  for (const auto& [width, height] : {std::pair{1, 1}, {1, 700}, {500, 2}}) {
+    ASSERT_EQ(kSuccess, CreateBuffer("main", width, height, 6, &slot_));
+    EXPECT_EQ(kSuccess, Run());
+    EXPECT_EQ(std::vector<uint8_t>(static_cast<size_t>(width * height * 6)), Pixels());
+    ReleaseBuffer(slot_);
+  }
+}
+
+TEST_F(RemovalRunTest, CancelInTheFirstPassLeavesTheSourceAlone) {
+  MakePatternedImage(200, 100, 3);
+  RemovalContext context;
+  context.progress.progressEnabled = true;
+  context.progress.abortCheck = [](void*) { return true; };
+  EXPECT_EQ(kUserCancelled, Run(context));
+  EXPECT_EQ(original_, Pixels());
+}
+
+TEST_F(RemovalRunTest, CancelInTheSecondPassIsNotTaken) {
+  struct Progress {
+    int checks = 0, checksInSecondPass = 0;
+    bool inSecondPass = false;
+  } progress;
+  RemovalContext context;
+  context.user = context.progress.user = &progress;
+  context.progress.progressEnabled = true;
+  context.progress.abortCheck = [](void* user) {
+    auto* const p = static_cast<Progress*>(user);
+    p->checksInSecondPass += p->inSecondPass;
+    return p->inSecondPass;
+  };
+  context.inspect = [](void* user, const RemovalFindings&) {
+    return static_cast<Progress*>(user)->inSecondPass = true;
+  };
+  MakePatternedImage(200, 100, 1);
+  ASSERT_EQ(kSuccess, Run());
+  const std::vector<uint8_t> expected = Pixels();
+  ReleaseBuffer(slot_);
+  MakePatternedImage(200, 100, 1);
+  EXPECT_EQ(kSuccess, Run(context));
+  EXPECT_GT(progress.checksInSecondPass, 0);
+  EXPECT_EQ(expected, Pixels());
+}
+
+TEST_F(RemovalRunTest, ProgressRunsUpwardsWithinEachPass) {
+  struct Progress {
+    std::vector<std::pair<int32_t, int32_t>> calls;
+  } progress;
+  RemovalContext context;
+  context.progress.user = &progress;
+  context.progress.progressEnabled = true;
+  context.progress.progress = [](void* user, int32_t done, int32_t total) {
+    static_cast<Progress*>(user)->calls.emplace_back(total, done);
+  };
+  MakePatternedImage(60, 40, 3);
+  ASSERT_EQ(kSuccess, Run(context));
+  ASSERT_FALSE(progress.calls.empty());
+  EXPECT_TRUE(std::is_sorted(progress.calls.begin(), progress.calls.end()));
+  EXPECT_EQ(3600, progress.calls.front().first);  // 600 x 6 steps, then 600 x 16
+  EXPECT_EQ(9600, progress.calls.back().first);
+}
+
+TEST_F(RemovalRunTest, InspectSeesTheFindingsAndMayEndTheRun) {
+  RemovalFindings seen{};
+  RemovalContext context;
+  context.user = &seen;
+  context.inspect = [](void* user, const RemovalFindings& findings) {
+    *static_cast<RemovalFindings*>(user) = findings;
+    return false;
+  };
+  MakePatternedImage(400, 300, 1);
+  EXPECT_EQ(kSuccess, Run(context));
+  EXPECT_EQ(original_, Pixels());
+  EXPECT_EQ(1024, seen.spectrum.transformSize);
+  EXPECT_EQ(16384, seen.threshold);
+  EXPECT_GT(seen.seedCells, 0);
+  EXPECT_GT(seen.spectrum.logSpan, 1.0);
+}
+
+TEST_F(RemovalRunTest, ADetectorsSeedMapTakesThePlaceOfTheThreshold) {
+  RemovalContext context;
+  context.detect = [](void*, const SpectrumFacts& spectrum, const FilterParameters& parameters,
+                      int32_t seedSlot) {
+    EXPECT_EQ(1024, spectrum.transformSize);
+    EXPECT_EQ(2, ShapeOf(spectrum.rawGray16Slot).bytesPerPixel);
+    EXPECT_EQ(0.0f, parameters.acceptance);
+    return DetectPeaks(spectrum.gray16Slot, ThresholdOfAcceptance(100), parameters.protectionRadius,
+                       seedSlot);
+  };
+  MakePatternedImage(200, 150, 1);
+  ASSERT_EQ(kSuccess, Run());
+  const std::vector<uint8_t> expected = Pixels();
+  ReleaseBuffer(slot_);
+  MakePatternedImage(200, 150, 1);
+  parameters_.acceptance = 0;
+  EXPECT_EQ(kSuccess, Run(context));
+  EXPECT_EQ(expected, Pixels());
+
+  ReleaseBuffer(slot_);
+  MakePatternedImage(200, 150, 1);
+  context.detect = [](void*, const SpectrumFacts&, const FilterParameters&, int32_t) {
+    return int32_t{kOutOfMemory};
+  };
+  EXPECT_EQ(kOutOfMemory, Run(context));
+  EXPECT_EQ(original_, Pixels());
+}
+
+TEST_F(RemovalRunTest, TheDialogsValuesAreUsedAndStoredOnlyAfterOk) {
+  RemovalContext context;
+  int32_t answer = 2;
+  context.user = &answer;
+  context.openDialog = [](void* user, int32_t, FilterParameters* parameters) {
+    EXPECT_EQ(512, ShapeOf(parameters->gray16Slot).width);
+    EXPECT_EQ(1, ShapeOf(parameters->gray8Slot).bytesPerPixel);
+    *parameters = {37.9f, 2.5f, 16.0f};
+    return *static_cast<int32_t*>(user);
+  };
+  ParameterList* const list = MakeParameterList();
+  MakePatternedImage(60, 40, 1);
+  EXPECT_EQ(kUserCancelled, Run(context, false, list));
+  EXPECT_EQ(original_, Pixels());
+  EXPECT_EQ(0u, FindEntry(list, kKeyAcceptance)->valueBits);
+  EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
+
+  answer = 0;
+  EXPECT_EQ(kSuccess, Run(context, true, list));  // suppressed
+  EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
+
+  EXPECT_EQ(kSuccess, Run(context, false, list));
+  EXPECT_EQ(37u, FindEntry(list, kKeyAcceptance)->valueBits);
+  EXPECT_EQ(37.9f, imageInfo.settings.acceptance);
+  EXPECT_EQ(16.0f, imageInfo.settings.protectionRadius);
+  FreeParameterList(list);
+}
+
+TEST_F(RemovalRunTest, WithoutMemoryTheSourceStaysAsItWas) {
+  MakePatternedImage(60, 40, 1);
+  int failing = 0;
+  int32_t result = kOutOfMemory;
+  // The transforms of the second pass take rows of their own after the last large block; those few are left
+  // out.
+  for (; failing < 200 && result == kOutOfMemory; ++failing) {
+    FailAllocationAfter(failing);
+    result = Run();
+    ClearAllocationFailure();
+    if (result == kOutOfMemory) {
+      ASSERT_EQ(original_, Pixels()) << "failing allocation " << failing;
+    }
+  }
+  EXPECT_EQ(kSuccess, result);
+  EXPECT_GT(failing, 10);
+}
+
+}  // namespace
+}  // namespace tessaline
