@@ -60,21 +60,22 @@ std::vector<Offset> MakeRing(double innerRadius, double outerRadius) {
   return ring;
 }
 
-// The spectrum before the enhancement, addressed from the zero frequency, periodic in both directions.
+// The spectrum before the enhancement, addressed from the zero frequency. It is periodic: the copy kept here
+// repeats it beyond each edge as far as any neighbourhood reaches, so that rings are plain offsets.
 class LogSpectrum {
  public:
   LogSpectrum(int32_t rawGray16Slot, double logSpan, double discRadius)
-      : levels_(reinterpret_cast<const uint16_t*>(BufferRow(rawGray16Slot, 0))),
-        unit_(logSpan),
-        discRadiusSquared_(discRadius * discRadius) {}
-
-  // 0..32768. Whole levels are compared wherever only the order counts.
-  int32_t Level(int32_t dx, int32_t dy) const {
-    const int32_t x = (dx + kSpectrumCentre) & kWrap;
-    const int32_t y = (dy + kSpectrumCentre) & kWrap;
-    return levels_[y * kSpectrumCells + x];
+      : levels_(size_t{kSide} * kSide), logSpan_(logSpan), discRadiusSquared_(discRadius * discRadius) {
+    for (int32_t y = 0; y < kSide; ++y) {
+      const auto* const row =
+          reinterpret_cast<const uint16_t*>(BufferRow(rawGray16Slot, (y - kReach) & kWrap));
+      for (int32_t x = 0; x < kSide; ++x) levels_[y * kSide + x] = row[(x - kReach) & kWrap];
+    }
   }
-  double ToLog(int32_t level) const { return level * unit_ / double{kHostMax}; }
+
+  // 0..32768. Whole levels are compared wherever only the order counts. At most kReach cells beyond an edge.
+  int32_t Level(int32_t dx, int32_t dy) const { return levels_[Index(dx, dy)]; }
+  double ToLog(int32_t level) const { return level * logSpan_ / double{kHostMax}; }
   double Log(int32_t dx, int32_t dy) const { return ToLog(Level(dx, dy)); }
 
   bool IsInsideDisc(int32_t dx, int32_t dy) const {
@@ -84,10 +85,22 @@ class LogSpectrum {
   }
 
   double MedianOverRing(int32_t dx, int32_t dy, const std::vector<Offset>& ring) const {
-    int32_t cells[512] = {};
+    int32_t cells[kMostRingCells] = {};
     int32_t count = 0;
-    for (const Offset& offset : ring) cells[count++] = Level(dx + offset.dx, dy + offset.dy);
+    const uint16_t* const centre = &levels_[Index(dx, dy)];
+    for (const Offset& offset : ring) cells[count++] = centre[offset.dy * kSide + offset.dx];
     return ToLog(LowerMedian(cells, count));
+  }
+
+  // A quick no: true when the cell cannot stand `height` above its ring's median. Most local maxima are
+  // turned away here by counting, which is several times cheaper than the median itself.
+  bool IsSurelyLowerThan(double height, int32_t dx, int32_t dy, const std::vector<Offset>& ring) const {
+    // The median must not exceed this level; one more allows for rounding.
+    const double highestMedian = (Log(dx, dy) - height) / logSpan_ * double{kHostMax} + 1.0;
+    const uint16_t* const centre = &levels_[Index(dx, dy)];
+    size_t notAbove = 0;
+    for (const Offset& offset : ring) notAbove += centre[offset.dy * kSide + offset.dx] <= highestMedian;
+    return notAbove < (ring.size() + 1) / 2;
   }
 
   // Over the cells 4 to 16 away on both sides along a row (stepX 1) or a column (stepY 1).
@@ -140,8 +153,16 @@ class LogSpectrum {
     return *middle;
   }
 
-  const uint16_t* levels_;
-  double unit_;
+  static constexpr int32_t kReach = 16;
+  static constexpr int32_t kSide = kSpectrumCells + 2 * kReach;
+  static constexpr size_t kMostRingCells = 512;
+
+  static size_t Index(int32_t dx, int32_t dy) {
+    return static_cast<size_t>(dy + kSpectrumCentre + kReach) * kSide + (dx + kSpectrumCentre + kReach);
+  }
+
+  std::vector<uint16_t> levels_;
+  double logSpan_;
   double discRadiusSquared_;
 };
 
@@ -181,6 +202,7 @@ std::vector<Candidate> FindCandidates(const LogSpectrum& spectrum, int32_t gray1
       // A cheap sieve only: the enhanced value of a real peak is never this low.
       if (enhanced[dx + kSpectrumCentre] * logSpan / double{kHostMax} < 0.5 * limits.weak) continue;
       if (!spectrum.IsLocalMaximum(dx, dy)) continue;
+      if (spectrum.IsSurelyLowerThan(limits.weak, dx, dy, backgroundRing)) continue;
       const double background = BackgroundOf(spectrum, dx, dy, backgroundRing);
       const double level = spectrum.Log(dx, dy);
       const double height = level - background;
