@@ -1,0 +1,39 @@
+// 16-bit samples of files use 0..65535, those of the run 0..32768 (buffers/levels.h). Both ways round to
+// nearest; there and back a sample is at most one level off, 0 and 65535 come back exactly.
+#pragma once
+
+#include <cstdint>
+
+namespace tessaline::cli {
+
+constexpr uint32_t kFullRange = 65535;
+constexpr uint32_t kRunRange = 32768;
+
+constexpr uint16_t RunLevelOf(uint16_t fullRangeLevel) {
+  return static_cast<uint16_t>((fullRangeLevel * kRunRange + kFullRange / 2) / kFullRange);
+}
+
+constexpr uint16_t FullRangeLevelOf(uint16_t runLevel) {
+  return static_cast<uint16_t>((runLevel * kFullRange + kRunRange / 2) / kRunRange);
+}
+
+// The way in loses one bit: exactly the lowest. With that bit kept beside, an untouched sample comes back as
+// it was.
+constexpr uint16_t LowestBitOf(uint16_t fullRangeLevel) {
+  return fullRangeLevel & 1;
+}
+constexpr uint16_t ExactFullRangeLevel(uint16_t runLevel, uint16_t lowestBit) {
+  return static_cast<uint16_t>(2u * runLevel - lowestBit);
+}
+
+constexpr bool EveryLevelComesBack() {
+  for (uint32_t level = 0; level <= kFullRange; ++level) {
+    const auto sample = static_cast<uint16_t>(level);
+    const int32_t loss = static_cast<int32_t>(level) - FullRangeLevelOf(RunLevelOf(sample));
+    if (loss < -1 || loss > 1) return false;
+    if (ExactFullRangeLevel(RunLevelOf(sample), LowestBitOf(sample)) != sample) return false;
+  }
+  return FullRangeLevelOf(RunLevelOf(0)) == 0 && FullRangeLevelOf(RunLevelOf(kFullRange)) == kFullRange;
+}
+
+}  // namespace tessaline::cli

@@ -1,0 +1,124 @@
+#include "cli/interruption.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+namespace {
+
+constexpr int kMostTemporaries = 64;
+constexpr size_t kPathBytes = 4096;
+constexpr int kMostChildren = 256;
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// Read by the handler, which may interrupt any thread at any instruction: fixed storage, and a slot counts
+// only once its flag is set.
+struct Temporary {
+  std::atomic<bool> used{false};
+  char path[kPathBytes];
+};
+Temporary temporaries[kMostTemporaries];
+std::atomic<pid_t> children[kMostChildren];
+std::atomic<bool> isChild{false};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
+
+// Async-signal-safe calls only. Leaving from here rather than setting a flag: a transform of 8192 x 8192 or a
+// blocked read would let the user wait.
+void LeaveInterrupted(int) {
+  for (Temporary& temporary : temporaries) {
+    if (temporary.used.load()) unlink(temporary.path);
+  }
+  for (auto& child : children) {
+    const pid_t pid = child.load();
+    if (pid > 0) kill(pid, SIGTERM);
+  }
+  for (auto& child : children) {
+    const pid_t pid = child.load();
+    if (pid > 0) waitpid(pid, nullptr, 0);
+  }
+  const char line[] = "\ntessaline: interrupted\n";
+  // On a terminal the first byte leaves the progress line.
+  const int skipped = isatty(STDERR_FILENO) != 0 ? 0 : 1;
+  if (!isChild.load() && write(STDERR_FILENO, line + skipped, sizeof line - 1 - skipped) < 0) {
+    // Nobody to tell.
+  }
+  _exit(static_cast<int>(ExitStatus::kInterrupted));
+}
+
+sigset_t HandledSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int signal : kSignals) sigaddset(&set, signal);
+  return set;
+}
+
+}  // namespace
+
+void InstallInterruptionHandlers() {
+  struct sigaction action = {};
+  action.sa_handler = LeaveInterrupted;
+  action.sa_mask = HandledSignals();
+  for (int signal : kSignals) {
+    struct sigaction before = {};
+    sigaction(signal, nullptr, &before);
+    if (signal == SIGHUP && before.sa_handler == SIG_IGN) continue;
+    sigaction(signal, &action, nullptr);
+  }
+  struct sigaction ignore = {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &ignore, nullptr);
+  sigaction(SIGXFSZ, &ignore, nullptr);
+}
+
+int RegisterTemporary(const std::string& path) {
+  if (path.size() >= kPathBytes) return -1;
+  for (int i = 0; i < kMostTemporaries; ++i) {
+    if (temporaries[i].used.load()) continue;
+    memcpy(temporaries[i].path, path.c_str(), path.size() + 1);
+    temporaries[i].used.store(true);
+    return i;
+  }
+  return -1;
+}
+
+void ForgetTemporary(int handle) {
+  if (handle >= 0) temporaries[handle].used.store(false);
+}
+
+InterruptionHeld::InterruptionHeld() {
+  const sigset_t set = HandledSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+InterruptionHeld::~InterruptionHeld() {
+  const sigset_t set = HandledSignals();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+void RegisterChild(pid_t child) {
+  for (auto& slot : children) {
+    pid_t empty = 0;
+    if (slot.compare_exchange_strong(empty, child)) return;
+  }
+}
+
+void ForgetChild(pid_t child) {
+  for (auto& slot : children) {
+    pid_t expected = child;
+    if (slot.compare_exchange_strong(expected, 0)) return;
+  }
+}
+
+void BecomeChild() {
+  isChild.store(true);
+  for (Temporary& temporary : temporaries) temporary.used.store(false);
+  for (auto& slot : children) slot.store(0);
+}
+
+}  // namespace tessaline::cli

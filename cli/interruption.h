@@ -1,0 +1,37 @@
+// Leaving at once and cleanly when the user or the system asks for it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace tessaline::cli {
+
+// From here on SIGINT, SIGTERM and SIGHUP (unless the caller ignored that one, as nohup does) remove the
+// temporary files registered below, end the child processes and wait for them, and leave with status 130.
+// SIGPIPE and SIGXFSZ are ignored, so that a closed pipe and a full disk come back as errors of write().
+void InstallInterruptionHandlers();
+
+// A temporary file to remove when interrupted; at most 64 at a time, paths shorter than 4096 bytes.
+// Returns a handle for ForgetTemporary, or -1 when there is no room (the file is then not removed on a
+// signal).
+int RegisterTemporary(const std::string& path);
+void ForgetTemporary(int handle);
+
+// Holds the signals back while a file or a child comes into being and is registered, so that none is missed.
+class InterruptionHeld {
+ public:
+  InterruptionHeld();
+  ~InterruptionHeld();
+  InterruptionHeld(const InterruptionHeld&) = delete;
+  InterruptionHeld& operator=(const InterruptionHeld&) = delete;
+};
+
+void RegisterChild(pid_t child);  // at most 256 at a time
+void ForgetChild(pid_t child);
+
+// In a child, right after fork: the parent's files and children are not this process's to clean up, and of an
+// interruption the parent tells.
+void BecomeChild();
+
+}  // namespace tessaline::cli

@@ -1,0 +1,81 @@
+// tessaline: takes repeating patterns out of pictures and frames. See docs/command-line.md.
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <new>
+
+#include "cli/interruption.h"
+#include "cli/options.h"
+#include "cli/output_file.h"
+#include "cli/picture_batch.h"
+#include "cli/picture_run.h"
+#include "cli/progress_bar.h"
+#include "cli/refusal.h"
+#include "cli/stream_run.h"
+#include "platform/message.h"
+
+namespace tessaline::cli {
+namespace {
+
+void TellAll(const std::vector<std::string>& lines, const Talk& talk) {
+  if (talk.quiet) return;
+  for (const std::string& line : lines) fprintf(stderr, "tessaline: %s\n", line.c_str());
+}
+
+ExitStatus Run(const PictureCommand& command) {
+  if (command.isBatch) return CleanPictures(command);
+  PictureRequest request;
+  request.input = command.pictures[0].input;
+  request.output = command.pictures[0].output;
+  request.settings = command.settings;
+  request.spectrumFile = command.spectrumFile;
+  request.maskFile = command.maskFile;
+  request.reportFile = command.reportFile;
+  request.dryRun = command.dryRun;
+  request.overwrite = command.overwrite;
+  ProgressBar progress(command.talk.showProgress);
+  const PictureOutcome outcome = CleanPicture(request, &progress);
+  progress.Clear();
+  TellAll(outcome.notes, command.talk);
+  return ExitStatus::kDone;
+}
+
+ExitStatus Run(const StreamCommand& command) {
+  ProgressBar progress(command.talk.showProgress);
+  const std::vector<std::string> notes = CleanStream(command, &progress);
+  progress.Clear();
+  TellAll(notes, command.talk);
+  return ExitStatus::kDone;
+}
+
+ExitStatus Run(const PrintAndLeave& print) {
+  if (WriteFully(STDOUT_FILENO, print.text.data(), print.text.size())) return ExitStatus::kDone;
+  throw Refusal(ExitStatus::kCannotWrite, "standard output",
+                std::string("cannot be written: ") + strerror(errno));
+}
+
+ExitStatus Main(int argc, const char* const* argv) {
+  try {
+    InstallInterruptionHandlers();
+    // The engine's message boxes say what this program says in its own words.
+    SetMessageHandler([](const char*, const char*) {});
+    const Command command = ReadCommandLine(argc, argv);
+    return std::visit([](const auto& wanted) { return Run(wanted); }, command);
+  } catch (const Refusal& refusal) {
+    fprintf(stderr, "tessaline: %s\n", refusal.what());
+    return refusal.status();
+  } catch (const std::bad_alloc&) {
+    fprintf(stderr, "tessaline: not enough memory\n");
+    return ExitStatus::kOutOfMemory;
+  }
+}
+
+}  // namespace
+}  // namespace tessaline::cli
+
+int main(int argc, char** argv) {
+  return static_cast<int>(tessaline::cli::Main(argc, argv));
+}

@@ -1,0 +1,32 @@
+// What a run found, in terms of the picture: the repeating patterns, one by one.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "removal/removal_run.h"
+
+namespace tessaline::cli {
+
+// Neighbouring pattern cells of the spectrum that belong together, with the mirror-symmetric half left out:
+// one repeating pattern, or one harmonic of it.
+struct Notch {
+  int32_t dx;  // of the strongest cell, from the zero frequency; cells
+  int32_t dy;  // downwards, never positive
+  double periodPixels;
+  double
+      angleDegrees;  // of the direction across the pattern's lines, counter-clockwise from the x axis; 0..180
+  double cyclesPerPixelX;  // the frequency that the two above come from
+  double cyclesPerPixelY;  // downwards
+  int32_t level;           // of the strongest cell after peak enhancement, 0..32768
+  int32_t aboveThreshold;  // level minus what it had to exceed
+  int32_t cells;
+};
+
+// The notches of a run, highest level first. To be called while the findings' slots are valid.
+std::vector<Notch> CollectNotches(const RemovalFindings& findings);
+
+// Lines per inch of a notch at so many pixels per inch both ways.
+double LinesPerInch(const Notch& notch, double pixelsPerInchX, double pixelsPerInchY);
+
+}  // namespace tessaline::cli

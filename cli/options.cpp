@@ -1,0 +1,386 @@
+#include "cli/options.h"
+
+#include <unistd.h>
+#include <vips/vips.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/output_file.h"
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+namespace {
+
+constexpr const char* kPictureUsage = "tessaline [options] INPUT OUTPUT";
+constexpr const char* kStreamUsage =
+    "tessaline stream --width W --height H --pix-fmt F [options] INPUT OUTPUT";
+constexpr int64_t kMostJobs = 256;
+constexpr int64_t kMostFrames = int64_t{1} << 53;  // what a report's numbers hold exactly
+
+Refusal WrongUsage(const std::string& what, const char* usage) {
+  return Refusal(ExitStatus::kWrongUsage, what + " (usage: " + usage + "; more with --help)");
+}
+
+// The whole text as a number, whatever the locale; nothing else before or behind it.
+template <typename Number>
+std::optional<Number> WholeTextAsNumber(const std::string& text) {
+  Number value{};
+  const char* first = text.c_str();
+  const char* last = first + text.size();
+  if (first != last && *first == '+') ++first;
+  const auto [end, error] = std::from_chars(first, last, value);
+  if (error != std::errc() || end != last) return std::nullopt;
+  return value;
+}
+
+std::string Plain(double value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+// One numeric option: its text as given, checked after the whole line was read.
+struct NumberOption {
+  const char* name;  // as messages have it
+  const char* unit;
+  double minimum;
+  double maximum;
+  bool isWhole;
+};
+
+double Checked(const NumberOption& option, const std::string& text, const char* usage) {
+  std::optional<double> value;
+  if (option.isWhole) {
+    if (const auto whole = WholeTextAsNumber<int64_t>(text)) value = static_cast<double>(*whole);
+  } else {
+    value = WholeTextAsNumber<double>(text);
+  }
+  // Written so that not-a-number fails too.
+  if (!value || !(*value >= option.minimum && *value <= option.maximum)) {
+    std::ostringstream range;
+    range.precision(17);
+    range << option.minimum;
+    const bool isOpen = option.maximum >= static_cast<double>(kMostFrames);
+    if (isOpen) {
+      range << " or more";
+    } else {
+      range << ".." << option.maximum;
+    }
+    throw WrongUsage(std::string(option.name) + " takes " + (option.isWhole ? "a whole number" : "a number") +
+                         ", " + range.str() + (*option.unit ? std::string(" ") + option.unit : "") +
+                         ", not '" + text + "'",
+                     usage);
+  }
+  return *value;
+}
+
+NumberOption FromRange(const char* name, const char* unit, const ParameterRange& range) {
+  return {name, unit, range.minimum, range.maximum, false};
+}
+
+// The options that pictures and streams share.
+struct SharedTexts {
+  std::string acceptance, notchRadius, protectionRadius, report;
+  bool progress = false, quiet = false, overwrite = false;
+};
+
+std::string Describe(const char* what, const ParameterRange& range, const char* unit) {
+  return std::string(what) + ", " + Plain(range.minimum) + ".." + Plain(range.maximum) + " " + unit +
+         " (default " + Plain(range.standard) + ")";
+}
+
+CLI::Option* AddLastWins(CLI::App& app, const std::string& names, std::string& target,
+                         const std::string& description, const char* placeholder) {
+  return app.add_option(names, target, description)
+      ->type_name(placeholder)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+}
+
+void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
+  AddLastWins(app, "-a,--acceptance", texts.acceptance,
+              Describe("Pattern frequency acceptance: higher finds more", kAcceptanceRange, "percent"),
+              "PERCENT");
+  AddLastWins(app, "-n,--notch-radius", texts.notchRadius,
+              Describe("Radius of what is taken out round each peak", kNotchRadiusRange, "spectrum cells"),
+              "CELLS");
+  AddLastWins(app, "-p,--protection-radius", texts.protectionRadius,
+              Describe("Periods longer than twice this are protected", kProtectionRadiusRange, "pixels"),
+              "PIXELS");
+  AddLastWins(app, "--report", texts.report, "Write what was found as JSON; - is stdout", "FILE");
+  app.add_flag("--progress", texts.progress, "Progress on stderr (default where stderr is a terminal)");
+  app.add_flag("-q,--quiet", texts.quiet, "Only errors on stderr");
+  app.add_flag("-f,--force", texts.overwrite, "Overwrite existing output files");
+}
+
+RemovalSettings ReadSettings(const SharedTexts& texts, const char* usage) {
+  RemovalSettings settings;
+  const auto read = [usage](const std::string& text, const NumberOption& option, float& value) {
+    if (!text.empty()) value = static_cast<float>(Checked(option, text, usage));
+  };
+  read(texts.acceptance, FromRange("--acceptance", "percent", kAcceptanceRange), settings.acceptance);
+  read(texts.notchRadius, FromRange("--notch-radius", "spectrum cells", kNotchRadiusRange),
+       settings.notchRadius);
+  read(texts.protectionRadius, FromRange("--protection-radius", "pixels", kProtectionRadiusRange),
+       settings.protectionRadius);
+  return settings;
+}
+
+Talk ReadTalk(const SharedTexts& texts) {
+  return {texts.quiet, texts.progress || (!texts.quiet && isatty(STDERR_FILENO) != 0)};
+}
+
+// CLI11 takes an option given with an empty value as given; to this program that is a mistake.
+void RefuseEmptyValues(const CLI::App& app, const char* usage) {
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& value : option->results()) {
+      if (value.empty()) throw WrongUsage(option->get_name() + " needs a value", usage);
+    }
+  }
+}
+
+// The first lines of a help text are this program's own.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  explicit HelpFormatter(std::string usage) : usage_(std::move(usage)) { column_width(34); }
+  std::string make_usage(const CLI::App*, std::string) const override { return usage_ + "\n"; }
+
+ private:
+  std::string usage_;
+};
+
+// The help text when that was asked for.
+std::optional<PrintAndLeave> Parse(CLI::App& app, int argc, const char* const* argv, const char* usage) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    return PrintAndLeave{app.help()};
+  } catch (const CLI::ParseError& error) {
+    std::string what = error.what();
+    for (char& c : what) {
+      if (c == '\n') c = ' ';
+    }
+    throw WrongUsage(what, usage);
+  }
+  RefuseEmptyValues(app, usage);
+  return std::nullopt;
+}
+
+std::string VersionText() {
+  std::ostringstream text;
+  text << "tessaline " << TESSALINE_VERSION << "\n"
+       << "libvips " << vips_version(0) << "." << vips_version(1) << "." << vips_version(2) << "\n"
+       << "CLI11 " << CLI11_VERSION << "\n"
+       << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << "." << NLOHMANN_JSON_VERSION_MINOR << "."
+       << NLOHMANN_JSON_VERSION_PATCH << "\n";
+  return text.str();
+}
+
+constexpr const char* kPictureFooter = R"(
+Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL, HEIF and AVIF; writes PNG, TIFF,
+JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB and Lab of 8 or 16 bits, up
+to 7500 pixels on a side; alpha and metadata are kept. INPUT is never changed.
+
+Nothing found? Try a higher acceptance: 80 to 95 is usual on small pictures.
+
+Exit status: 0 done; 1 some of several pictures failed; 2 wrong usage; 3 input unreadable or damaged; 4 kind of
+picture not supported; 5 more than 7500 pixels on a side; 6 out of memory; 7 output cannot be written;
+130 interrupted.
+
+Examples:
+  tessaline -a 90 scan.png clean.png --spectrum spectrum.png
+  tessaline --dry-run -a 95 --report - scan.png
+  tessaline -a 90 --jobs 4 --output-dir cleaned scans/*.tif
+
+Frames of a film: see tessaline stream --help.)";
+
+constexpr const char* kStreamFooter = R"(
+INPUT and OUTPUT are files of raw frames, one after the other, or - for stdin and stdout. Frames outside
+--first..--last are read and dropped. 16-bit samples are little-endian and use the full range 0..65535.
+
+Example:
+  ffmpeg -i in.mkv -f rawvideo -pix_fmt rgb24 - |
+    tessaline stream --width 1920 --height 1080 --pix-fmt rgb24 -a 90 - - |
+    ffmpeg -f rawvideo -pix_fmt rgb24 -s 1920x1080 -r 25 -i - out.mkv)";
+
+std::string JoinPath(const std::string& folder, const std::string& name) {
+  return folder.back() == '/' ? folder + name : folder + "/" + name;
+}
+
+// INPUT OUTPUT, or with a folder every argument an INPUT that keeps its name there.
+std::vector<PictureCommand::Files> PairFiles(const std::vector<std::string>& arguments,
+                                             const std::string& outputFolder, bool dryRun) {
+  std::vector<PictureCommand::Files> pictures;
+  if (outputFolder.empty()) {
+    if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
+    if (arguments.size() == 1 && !dryRun) {
+      throw WrongUsage("OUTPUT is missing: where is the clean picture to go?", kPictureUsage);
+    }
+    if (arguments.size() > 2) {
+      throw WrongUsage("more than one INPUT needs --output-dir", kPictureUsage);
+    }
+    pictures.push_back({arguments[0], arguments.size() == 2 ? arguments[1] : ""});
+    return pictures;
+  }
+  if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
+  std::map<std::string, std::string> inputOfOutput;
+  for (const std::string& input : arguments) {
+    const std::string output = JoinPath(outputFolder, FileNameOf(input));
+    const auto [other, isNew] = inputOfOutput.emplace(output, input);
+    if (!isNew) {
+      throw WrongUsage(other->second + " and " + input + " would both become " + output +
+                           "; nothing was written: clean them in separate calls",
+                       kPictureUsage);
+    }
+    pictures.push_back({input, output});
+  }
+  return pictures;
+}
+
+void RefuseSameFileTwice(const PictureCommand& command) {
+  std::map<std::string, const char*> roleOfFile;
+  const auto add = [&roleOfFile](const std::string& file, const char* role) {
+    if (file.empty()) return;
+    const auto [other, isNew] = roleOfFile.emplace(file, role);
+    if (!isNew) {
+      throw WrongUsage(std::string(other->second) + " and " + role + " are the same file, " + file,
+                       kPictureUsage);
+    }
+  };
+  if (!command.dryRun) {
+    for (const auto& picture : command.pictures) add(picture.output, "OUTPUT");
+  }
+  add(command.spectrumFile, "--spectrum");
+  add(command.maskFile, "--mask");
+  add(command.reportFile, "--report");
+}
+
+Command ReadPictureCommand(int argc, const char* const* argv) {
+  CLI::App app("Takes repeating patterns (halftones, line noise, weaves) out of pictures.", "tessaline");
+  app.formatter(std::make_shared<HelpFormatter>(
+      "Usage: tessaline [options] INPUT OUTPUT\n"
+      "       tessaline [options] INPUT... --output-dir FOLDER [--jobs N]\n"
+      "       tessaline stream --width W --height H --pix-fmt F [options] INPUT OUTPUT"));
+  app.footer(kPictureFooter);
+  SharedTexts shared;
+  PictureCommand command;
+  std::vector<std::string> arguments;
+  std::string outputFolder, jobs;
+  bool wantsVersion = false;
+  app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
+      ->type_name("INPUT OUTPUT");
+  AddSharedOptions(app, shared);
+  AddLastWins(
+      app, "--spectrum", command.spectrumFile,
+      "Write the power spectrum, what is taken out highlighted in red, the protected disc in blue (PNG)",
+      "FILE");
+  AddLastWins(app, "--mask", command.maskFile, "Write the notch mask, white where taken out (8-bit grey PNG)",
+              "FILE");
+  app.add_flag("--dry-run", command.dryRun, "Look and report, write no picture (OUTPUT may be left out)");
+  AddLastWins(app, "--output-dir", outputFolder, "Put every picture into this folder under its own name",
+              "FOLDER");
+  AddLastWins(app, "-j,--jobs", jobs, "So many pictures at a time, 1..256 (default 1)", "N");
+  app.add_flag("--version", wantsVersion, "Versions of the program and its libraries");
+  if (const auto help = Parse(app, argc, argv, kPictureUsage)) return *help;
+  if (wantsVersion) return PrintAndLeave{VersionText()};
+
+  command.settings = ReadSettings(shared, kPictureUsage);
+  command.reportFile = shared.report;
+  command.overwrite = shared.overwrite;
+  command.talk = ReadTalk(shared);
+  if (!jobs.empty()) {
+    const NumberOption range = {"--jobs", "pictures at a time", 1, kMostJobs, true};
+    command.jobs = static_cast<int>(Checked(range, jobs, kPictureUsage));
+  }
+  command.pictures = PairFiles(arguments, outputFolder, command.dryRun);
+  command.isBatch = !outputFolder.empty() && command.pictures.size() > 1;
+  if (command.isBatch && !(command.spectrumFile.empty() && command.maskFile.empty())) {
+    throw WrongUsage("--spectrum and --mask take one picture at a time", kPictureUsage);
+  }
+  RefuseSameFileTwice(command);
+  return command;
+}
+
+FramePixels ReadFramePixels(const std::string& name) {
+  std::string names;
+  for (const FramePixels& pixels : kFramePixels) {
+    if (name == pixels.name) return pixels;
+    names += (names.empty() ? "" : ", ") + std::string(pixels.name);
+  }
+  throw WrongUsage("--pix-fmt takes one of " + names + ", not '" + name + "'", kStreamUsage);
+}
+
+Command ReadStreamCommand(int argc, const char* const* argv) {
+  CLI::App app("Takes repeating patterns out of raw frames, one by one.", "tessaline stream");
+  app.formatter(std::make_shared<HelpFormatter>(std::string("Usage: ") + kStreamUsage));
+  app.footer(kStreamFooter);
+  SharedTexts shared;
+  StreamCommand command;
+  std::string width, height, pixels, first, last;
+  std::vector<std::string> arguments;
+  app.add_option("files", arguments, "INPUT frames, then OUTPUT; - is stdin or stdout")
+      ->type_name("INPUT OUTPUT");
+  AddLastWins(app, "--width", width, "Pixels per row of a frame, 1..7500", "W");
+  AddLastWins(app, "--height", height, "Rows of a frame, 1..7500", "H");
+  AddLastWins(app, "--pix-fmt", pixels, "Samples: gray, rgb24, gray16le or rgb48le", "F");
+  AddLastWins(app, "--first", first, "First frame to take, counted from 0 (default 0)", "A");
+  AddLastWins(app, "--last", last, "Last frame to take (default: to the end)", "B");
+  AddSharedOptions(app, shared);
+  if (const auto help = Parse(app, argc, argv, kStreamUsage)) return *help;
+
+  const auto required = [](const char* name, const std::string& text) {
+    if (text.empty()) throw WrongUsage(std::string(name) + " is missing", kStreamUsage);
+  };
+  required("--width", width);
+  required("--height", height);
+  required("--pix-fmt", pixels);
+  // Sizes above the limit are a matter of the picture (status 5), not of the option.
+  constexpr double kAnySize = 2147483647.0;
+  const auto side = [](const char* name, const std::string& text) {
+    return static_cast<int32_t>(Checked({name, "pixels", 1, kAnySize, true}, text, kStreamUsage));
+  };
+  command.width = side("--width", width);
+  command.height = side("--height", height);
+  command.pixels = ReadFramePixels(pixels);
+  const auto frame = [](const char* name, const std::string& text) {
+    return static_cast<int64_t>(
+        Checked({name, "", 0, static_cast<double>(kMostFrames), true}, text, kStreamUsage));
+  };
+  if (!first.empty()) command.firstFrame = frame("--first", first);
+  if (!last.empty()) command.lastFrame = frame("--last", last);
+  if (command.lastFrame && *command.lastFrame < command.firstFrame) {
+    throw WrongUsage("--last " + std::to_string(*command.lastFrame) + " lies before --first " +
+                         std::to_string(command.firstFrame) + ": no frame to take",
+                     kStreamUsage);
+  }
+  command.settings = ReadSettings(shared, kStreamUsage);
+  command.reportFile = shared.report;
+  command.overwrite = shared.overwrite;
+  command.talk = ReadTalk(shared);
+  if (arguments.size() < 2) {
+    throw WrongUsage(arguments.empty() ? "INPUT and OUTPUT are missing" : "OUTPUT is missing", kStreamUsage);
+  }
+  if (arguments.size() > 2) throw WrongUsage("'" + arguments[2] + "' is one file too many", kStreamUsage);
+  command.input = arguments[0];
+  command.output = arguments[1];
+  if (command.output == "-" && command.reportFile == "-") {
+    throw WrongUsage("OUTPUT and --report cannot both be stdout", kStreamUsage);
+  }
+  if (command.output != "-" && command.output == command.reportFile) {
+    throw WrongUsage("OUTPUT and --report are the same file, " + command.output, kStreamUsage);
+  }
+  return command;
+}
+
+}  // namespace
+
+Command ReadCommandLine(int argc, const char* const* argv) {
+  if (argc > 1 && std::string(argv[1]) == "stream") return ReadStreamCommand(argc - 1, argv + 1);
+  return ReadPictureCommand(argc, argv);
+}
+
+}  // namespace tessaline::cli

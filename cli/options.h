@@ -1,0 +1,79 @@
+// What the user asked for, read from the command line into plain records. No file is touched here.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "glue/parameters/filter_parameters.h"
+
+namespace tessaline::cli {
+
+struct RemovalSettings {
+  float acceptance = kAcceptanceRange.standard;              // percent
+  float notchRadius = kNotchRadiusRange.standard;            // spectrum cells
+  float protectionRadius = kProtectionRadiusRange.standard;  // image pixels
+};
+
+struct Talk {
+  bool quiet = false;         // no notes, only errors
+  bool showProgress = false;  // decided: asked for, or stderr is a terminal and not quiet
+};
+
+struct PictureCommand {
+  struct Files {
+    std::string input;
+    std::string output;  // empty only in a dry run
+  };
+  std::vector<Files> pictures;  // at least one; output names differ
+  bool isBatch = false;         // several pictures, or a folder to put them in
+  RemovalSettings settings;
+  std::string spectrumFile;  // empty: not wanted; only with one picture
+  std::string maskFile;      // likewise
+  std::string reportFile;    // "-" is stdout
+  bool dryRun = false;
+  bool overwrite = false;
+  int jobs = 1;
+  Talk talk;
+};
+
+// Samples of a raw frame, under the names that ffmpeg has for them.
+struct FramePixels {
+  const char* name;
+  int32_t bytesPerPixel;  // the buffer's pixel kind
+  int32_t bits;           // per sample; 16-bit ones are little-endian, full range
+};
+constexpr FramePixels kFramePixels[] = {
+    {"gray", 1, 8},
+    {"rgb24", 3, 8},
+    {"gray16le", 2, 16},
+    {"rgb48le", 6, 16},
+};
+
+struct StreamCommand {
+  std::string input;   // "-" is stdin
+  std::string output;  // "-" is stdout
+  int32_t width = 0;
+  int32_t height = 0;
+  FramePixels pixels = kFramePixels[0];
+  int64_t firstFrame = 0;            // counted from 0; frames before it are read and dropped
+  std::optional<int64_t> lastFrame;  // included; absent: to the end
+  RemovalSettings settings;
+  std::string reportFile;
+  bool overwrite = false;
+  Talk talk;
+};
+
+// Help or version: something to print on stdout, with status 0.
+struct PrintAndLeave {
+  std::string text;
+};
+
+using Command = std::variant<PictureCommand, StreamCommand, PrintAndLeave>;
+
+// Refuses with kWrongUsage; the message names the option and its range.
+Command ReadCommandLine(int argc, const char* const* argv);
+
+}  // namespace tessaline::cli

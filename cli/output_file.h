@@ -1,0 +1,61 @@
+// Files that appear under their final name whole or not at all.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+
+// The two numbers that tell one file from another, whatever paths, links or mounts lead to it.
+struct FileIdentity {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+FileIdentity IdentityOf(int descriptor);
+
+// A file being written. Bytes go to a temporary in the folder of the final name; Commit gives it that name.
+// What is not committed is removed again: by the destructor, and on a signal (interruption.h).
+//
+// A name that stands for something else than a file (a pipe, a device) is opened and written directly.
+class OutputFile {
+ public:
+  // Refuses with kCannotWrite: the folder is missing or not writable; the file exists and `overwrite` is not
+  // set; the file is one of `inputs`; the path names a folder.
+  OutputFile(const std::string& path, bool overwrite, const std::vector<FileIdentity>& inputs);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  const std::string& path() const { return path_; }  // as the user wrote it
+  int descriptor() const { return descriptor_; }     // open for reading and writing where it is a file
+
+  // Writes all bytes at the current position; refuses with kCannotWrite.
+  void Write(const void* bytes, size_t count);
+
+  // The final name, with everything on the disk. Refuses with kCannotWrite, also when a file of that name
+  // appeared meanwhile and `overwrite` is not set. An existing file's permissions are kept.
+  void Commit();
+
+ private:
+  void Discard();
+
+  std::string path_;
+  std::string finalPath_;      // with a symbolic link at the end followed
+  std::string temporaryPath_;  // empty when written directly
+  int descriptor_ = -1;
+  int temporaryHandle_ = -1;
+  bool overwrite_;
+};
+
+// Folder part of a path ("." when there is none) and the last part.
+std::string FolderOf(const std::string& path);
+std::string FileNameOf(const std::string& path);
+
+// Writes everything, again after short writes and interruptions. False with errno set.
+bool WriteFully(int descriptor, const void* bytes, size_t count);
+
+}  // namespace tessaline::cli

@@ -1,0 +1,110 @@
+#include "cli/page_samples.h"
+
+#include <cstring>
+#include <new>
+
+#include "buffers/result_codes.h"
+#include "cli/full_range.h"
+
+namespace tessaline::cli {
+
+static_assert(EveryLevelComesBack());
+
+bool PageSamples::Create(const PageKind& kind) {
+  main_.Release();
+  extras_ = {};
+  lowestBits_ = {};
+  kind_ = kind;
+  const auto height = static_cast<size_t>(kind.height);
+  const auto coloursPerRow = static_cast<size_t>(kind.width) * static_cast<size_t>(kind.colours());
+  try {
+    extras_.resize(static_cast<size_t>(kind.width) * static_cast<size_t>(kind.extras * kind.bits / 8) *
+                   height);
+    if (kind.bits == 16) {
+      lowestBitsPerRow_ = (coloursPerRow + 7) / 8;
+      lowestBits_.resize(lowestBitsPerRow_ * height);
+    }
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return main_.Create("main", kind.width, kind.height, kind.colours() * kind.bits / 8) == kSuccess;
+}
+
+namespace {
+
+// Lab's a and b, signed in most files, stand on the run's scale with their zero in the middle. The same
+// operation leads there and back.
+template <typename Sample>
+Sample SignFlipOf(const PageKind& kind, int32_t colour) {
+  constexpr int kTopBit = 1 << (8 * sizeof(Sample) - 1);
+  return static_cast<Sample>(kind.hasSignedAb && colour > 0 ? kTopBit : 0);
+}
+
+}  // namespace
+
+template <typename Sample>
+void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
+  const int32_t colours = kind_.colours();
+  const auto extras = static_cast<size_t>(kind_.extras);
+  const auto width = static_cast<size_t>(kind_.width);
+  auto* main = reinterpret_cast<Sample*>(BufferRow(main_.slot(), y));
+  auto* extra = reinterpret_cast<Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
+  uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
+  if constexpr (sizeof(Sample) == 2) memset(lowestBits, 0, lowestBitsPerRow_);
+  size_t index = 0;  // of the colour sample in its row
+  for (size_t x = 0; x < width; ++x) {
+    for (int32_t colour = 0; colour < colours; ++colour, ++index) {
+      const auto sample = static_cast<Sample>(*in++ ^ SignFlipOf<Sample>(kind_, colour));
+      if constexpr (sizeof(Sample) == 2) {
+        *main++ = RunLevelOf(sample);
+        lowestBits[index / 8] =
+            static_cast<uint8_t>(lowestBits[index / 8] | LowestBitOf(sample) << (index % 8));
+      } else {
+        *main++ = sample;
+      }
+    }
+    for (size_t i = 0; i < extras; ++i) *extra++ = *in++;
+  }
+  MarkDirty(main_.slot());
+}
+
+template <typename Sample>
+void PageSamples::FillRowAs(int32_t y, bool isUntouched, Sample* out) const {
+  const int32_t colours = kind_.colours();
+  const auto extras = static_cast<size_t>(kind_.extras);
+  const auto width = static_cast<size_t>(kind_.width);
+  const auto* main = reinterpret_cast<const Sample*>(BufferRow(main_.slot(), y));
+  const auto* extra =
+      reinterpret_cast<const Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
+  const uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
+  size_t index = 0;
+  for (size_t x = 0; x < width; ++x) {
+    for (int32_t colour = 0; colour < colours; ++colour, ++index) {
+      Sample sample = *main++;
+      if constexpr (sizeof(Sample) == 2) {
+        sample = isUntouched ? ExactFullRangeLevel(sample, lowestBits[index / 8] >> (index % 8) & 1)
+                             : FullRangeLevelOf(sample);
+      }
+      *out++ = static_cast<Sample>(sample ^ SignFlipOf<Sample>(kind_, colour));
+    }
+    for (size_t i = 0; i < extras; ++i) *out++ = *extra++;
+  }
+}
+
+void PageSamples::TakeRow(int32_t y, const void* fileRow) {
+  if (kind_.bits == 16) {
+    TakeRowAs(y, static_cast<const uint16_t*>(fileRow));
+  } else {
+    TakeRowAs(y, static_cast<const uint8_t*>(fileRow));
+  }
+}
+
+void PageSamples::FillRow(int32_t y, bool isUntouched, void* fileRow) const {
+  if (kind_.bits == 16) {
+    FillRowAs(y, isUntouched, static_cast<uint16_t*>(fileRow));
+  } else {
+    FillRowAs(y, isUntouched, static_cast<uint8_t*>(fileRow));
+  }
+}
+
+}  // namespace tessaline::cli

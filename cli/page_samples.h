@@ -1,0 +1,58 @@
+// One picture's samples on their way from the file to the run and back: colour planes in a buffer that the
+// run works on, alpha and other extra channels beside it, untouched.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "buffers/buffer_table.h"
+
+namespace tessaline::cli {
+
+enum class ColourModel { kGrey, kRgb, kLab };
+
+// How the samples of a page stand in a row: pixel after pixel, `colours` of them, then `extras`.
+struct PageKind {
+  int32_t width = 0;
+  int32_t height = 0;
+  ColourModel model = ColourModel::kGrey;
+  int32_t extras = 0;        // alpha and other channels
+  int32_t bits = 8;          // per sample: 8, or 16 in full range and the machine's byte order
+  bool hasSignedAb = false;  // Lab whose a and b are two's complement round 0
+  int32_t colours() const { return model == ColourModel::kGrey ? 1 : 3; }
+  int32_t channels() const { return colours() + extras; }
+  size_t RowBytes() const {
+    return static_cast<size_t>(width) * static_cast<size_t>(channels()) * static_cast<size_t>(bits / 8);
+  }
+  friend bool operator==(const PageKind&, const PageKind&) = default;
+};
+
+class PageSamples {
+ public:
+  // Memory for a page of that kind; what was held before is released. False when there is none.
+  bool Create(const PageKind& kind);
+
+  const PageKind& kind() const { return kind_; }
+  int32_t slot() const { return main_.slot(); }  // in the buffer table, of kind 1, 2, 3 or 6
+
+  // A row as it stands in the file. 16-bit colours are scaled to the run's range.
+  void TakeRow(int32_t y, const void* fileRow);
+
+  // The row for the file. `isUntouched`: the run has not changed the buffer, and every sample comes back
+  // exactly; otherwise 16-bit colours are scaled from the run's range.
+  void FillRow(int32_t y, bool isUntouched, void* fileRow) const;
+
+ private:
+  template <typename Sample>
+  void TakeRowAs(int32_t y, const Sample* in);
+  template <typename Sample>
+  void FillRowAs(int32_t y, bool isUntouched, Sample* out) const;
+
+  PageKind kind_;
+  OwnedBuffer main_;
+  std::vector<uint8_t> extras_;      // of all rows, in file order
+  std::vector<uint8_t> lowestBits_;  // of 16-bit colour samples, one bit each, rows padded to bytes
+  size_t lowestBitsPerRow_ = 0;      // bytes
+};
+
+}  // namespace tessaline::cli

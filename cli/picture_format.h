@@ -1,0 +1,29 @@
+// The file formats that pictures come in and go out in.
+#pragma once
+
+#include <string>
+
+namespace tessaline::cli {
+
+enum class FileFormat { kPng, kTiff, kJpeg, kWebp, kGif, kPnm, kJpeg2000, kJpegXl, kHeif };
+
+struct FormatTraits {
+  FileFormat format;
+  const char* name;
+  const char* loader;      // operation of the picture library that reads it from a source
+  const char* extensions;  // each with its dot, lower case, blanks between
+  bool isWritten;          // by this program
+  int mostBits;            // per sample, when written
+  bool keepsAlpha;
+  bool keepsLab;
+  bool keepsPages;  // several pictures in one file
+};
+
+// By the first bytes, whatever the file is called. Refuses: kUnreadable when it is no picture, kUnsupported
+// when it is one of a kind that this program does not take. `file` is for the message.
+const FormatTraits& FormatOfContents(int descriptor, const std::string& file);
+
+// By the extension. Refuses with kWrongUsage when there is none or it is none that this program writes.
+const FormatTraits& FormatToWrite(const std::string& file);
+
+}  // namespace tessaline::cli

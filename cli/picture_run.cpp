@@ -1,0 +1,327 @@
+#include "cli/picture_run.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <sstream>
+
+#include "buffers/buffer_table.h"
+#include "cli/engine_run.h"
+#include "cli/output_file.h"
+#include "cli/page_samples.h"
+#include "cli/picture_file.h"
+#include "cli/picture_writer.h"
+
+namespace tessaline::cli {
+namespace {
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Finished rows of a picture with several pages, in a file without a name: such pictures need not fit in
+// memory.
+class PageStore {
+ public:
+  PageStore(const std::string& folder, const std::string& outputPath, size_t rowBytes)
+      : outputPath_(outputPath), rowBytes_(rowBytes) {
+    descriptor_ = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (descriptor_ < 0) {  // a file system without nameless files
+      std::string name = folder + "/.tessaline-pages-XXXXXX";
+      descriptor_ = mkostemp(name.data(), O_CLOEXEC);
+      if (descriptor_ >= 0) unlink(name.c_str());
+    }
+    if (descriptor_ < 0)
+      throw Refusal(ExitStatus::kCannotWrite, outputPath_,
+                    std::string("cannot be written: ") + strerror(errno));
+  }
+  ~PageStore() { close(descriptor_); }
+  PageStore(const PageStore&) = delete;
+  PageStore& operator=(const PageStore&) = delete;
+
+  void Append(const void* row) {
+    if (WriteFully(descriptor_, row, rowBytes_)) return;
+    throw Refusal(ExitStatus::kCannotWrite, outputPath_,
+                  std::string("cannot be written: ") + strerror(errno));
+  }
+  void Read(int32_t y, void* row) const {
+    const auto offset = static_cast<off_t>(y) * static_cast<off_t>(rowBytes_);
+    if (pread(descriptor_, row, rowBytes_, offset) != static_cast<ssize_t>(rowBytes_)) {
+      throw std::runtime_error("stored rows cannot be read back");
+    }
+  }
+
+ private:
+  std::string outputPath_;
+  size_t rowBytes_;
+  int descriptor_ = -1;
+};
+
+// "spectrum.png" for the first page, "spectrum-2.png" for the second.
+std::string NameForPage(const std::string& file, int page) {
+  if (page == 0) return file;
+  const size_t slash = file.find_last_of('/');
+  size_t dot = file.find_last_of('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = file.size();
+  return file.substr(0, dot) + "-" + std::to_string(page + 1) + file.substr(dot);
+}
+
+std::string Rounded(double value, int digits) {
+  std::ostringstream text;
+  text.setf(std::ios::fixed);
+  text.precision(digits);
+  text << value;
+  return text.str();
+}
+
+std::string Plain(float value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+// What a user whose pattern was not found can try.
+std::string Advice(const RemovalSettings& settings) {
+  if (settings.acceptance < kAcceptanceRange.maximum) {
+    return "try a higher acceptance (-a; on small pictures 80 to 95 is usual)";
+  }
+  return "a coarse pattern may lie in the protected disc: try a larger protection radius (-p)";
+}
+
+// The files of one picture, open beside their final names until all is done.
+struct Outputs {
+  std::unique_ptr<OutputFile> picture;
+  std::vector<std::unique_ptr<OutputFile>> spectra;  // by page
+  std::vector<std::unique_ptr<OutputFile>> masks;
+  std::unique_ptr<OutputFile> report;
+
+  void Commit() {
+    // The picture last: who sees it finds the others.
+    for (const auto& file : spectra) file->Commit();
+    for (const auto& file : masks) file->Commit();
+    if (report) report->Commit();
+    if (picture) picture->Commit();
+  }
+};
+
+Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
+  Outputs outputs;
+  std::vector<FileIdentity> inputs = request.otherInputs;
+  inputs.push_back(input.identity());
+  const auto open = [&](const std::string& file) {
+    return std::make_unique<OutputFile>(file, request.overwrite, inputs);
+  };
+  if (!request.dryRun) outputs.picture = open(request.output);
+  for (int page = 0; page < input.pages(); ++page) {
+    if (!request.spectrumFile.empty())
+      outputs.spectra.push_back(open(NameForPage(request.spectrumFile, page)));
+    if (!request.maskFile.empty()) outputs.masks.push_back(open(NameForPage(request.maskFile, page)));
+  }
+  if (!request.reportFile.empty() && request.reportFile != "-") outputs.report = open(request.reportFile);
+  return outputs;
+}
+
+const char* ModelName(ColourModel model) {
+  switch (model) {
+    case ColourModel::kGrey:
+      return "grey";
+    case ColourModel::kRgb:
+      return "rgb";
+    case ColourModel::kLab:
+      return "lab";
+  }
+  return "";
+}
+
+// The run over all pages of one picture.
+class PictureRun {
+ public:
+  PictureRun(const PictureRequest& request, ProgressBar* progress)
+      : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
+    if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, request_.output);
+    outputs_ = OpenOutputs(request_, input_);
+  }
+
+  PictureOutcome Run() {
+    ResetBufferTable();
+    const int pages = input_.pages();
+    if (pages > 1 && !request_.dryRun) {
+      store_ =
+          std::make_unique<PageStore>(FolderOf(request_.output), request_.output, input_.kind().RowBytes());
+    }
+    for (int page = 0; page < pages; ++page) RunPage(page);
+    const auto writing = std::chrono::steady_clock::now();
+    if (!request_.dryRun) Write();
+    writeSeconds_ = SecondsSince(writing);
+    PictureOutcome outcome = {Notes(), Report()};
+    if (!request_.reportFile.empty()) WriteReport(outcome.report);
+    outputs_.Commit();
+    return outcome;
+  }
+
+ private:
+  static const FormatTraits* FormatWanted(const PictureRequest& request) {
+    return request.output.empty() ? nullptr : &FormatToWrite(request.output);
+  }
+
+  void RunPage(int page) {
+    const std::string ofPages =
+        input_.pages() > 1 ? " page " + std::to_string(page + 1) + " of " + std::to_string(input_.pages())
+                           : "";
+    const auto show = [&](double fraction, const char* doing) {
+      const double done = (page + fraction) / input_.pages();
+      progress_->Show(done, FileNameOf(request_.input) + ": " + doing + ofPages);
+    };
+    const auto reading = std::chrono::steady_clock::now();
+    show(0, "reading");
+    input_.ReadPage(page, &samples_);
+    readSeconds_ += SecondsSince(reading);
+
+    EngineWishes wishes;
+    wishes.settings = request_.settings;
+    wishes.onlyLook = request_.dryRun;
+    wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
+    show(0, "looking");
+    EngineOutcome outcome = RunEngine(samples_.slot(), wishes, show, request_.input);
+    const auto index = static_cast<size_t>(page);
+    if (!outputs_.spectra.empty()) {
+      WritePlainPng(outcome.spectrumPicture.data(), kSpectrumCells, kSpectrumCells, 3,
+                    outputs_.spectra[index].get());
+    }
+    if (!outputs_.masks.empty()) {
+      WritePlainPng(outcome.maskPicture.data(), kSpectrumCells, kSpectrumCells, 1,
+                    outputs_.masks[index].get());
+    }
+    outcome.spectrumPicture = {};
+    outcome.maskPicture = {};
+    if (store_) StorePage(!outcome.samplesChanged);
+    show(1, "writing");
+    outcomes_.push_back(std::move(outcome));
+  }
+
+  void StorePage(bool isUntouched) {
+    std::vector<uint8_t> row(input_.kind().RowBytes());
+    for (int32_t y = 0; y < input_.kind().height; ++y) {
+      samples_.FillRow(y, isUntouched, row.data());
+      store_->Append(row.data());
+    }
+  }
+
+  size_t PagesWithPattern() const {
+    size_t count = 0;
+    for (const EngineOutcome& outcome : outcomes_) count += outcome.patternFound;
+    return count;
+  }
+
+  void Write() {
+    if (PagesWithPattern() == 0 && outputFormat_->format == input_.format().format) {
+      // Nothing to change and nothing to convert: no compression, depth or tag can come out different.
+      input_.CopyTo(outputs_.picture.get());
+      return;
+    }
+    const bool isUntouched = !outcomes_[0].samplesChanged;  // one page: with more, the store is asked
+    const RowFiller fill = [&](int32_t y, void* row) {
+      if (store_) {
+        store_->Read(y, row);
+      } else {
+        samples_.FillRow(y, isUntouched, row);
+      }
+    };
+    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get());
+  }
+
+  std::string FoundText(const EngineOutcome& outcome) const {
+    const Notch& strongest = outcome.notches.front();
+    std::string text = std::to_string(outcome.notches.size()) +
+                       (outcome.notches.size() == 1 ? " peak" : " peaks, the strongest") + " of period " +
+                       Rounded(strongest.periodPixels, 2) + " pixels at " +
+                       Rounded(strongest.angleDegrees, 1) + " degrees";
+    if (const auto resolution = input_.resolution()) {
+      text += ", " + Rounded(LinesPerInch(strongest, resolution->horizontal, resolution->vertical), 0) +
+              " lines per inch";
+    }
+    return text;
+  }
+
+  std::vector<std::string> Notes() const {
+    const size_t found = PagesWithPattern();
+    const std::string subject = request_.input + ": ";
+    const std::string written = request_.dryRun ? "" : "; written to " + request_.output;
+    if (found == 0) {
+      const std::string kept = request_.dryRun ? "" : "; " + request_.output + " has the same samples";
+      return {subject + "found no pattern at acceptance " + Plain(request_.settings.acceptance) + kept +
+              ". To find more, " + Advice(request_.settings) + "."};
+    }
+    const std::string verb = request_.dryRun ? "found " : "took out ";
+    if (outcomes_.size() == 1) return {subject + verb + FoundText(outcomes_[0]) + written};
+    return {subject + verb + "patterns on " + std::to_string(found) + " of " +
+            std::to_string(outcomes_.size()) + " pages" + written};
+  }
+
+  Json Report() const {
+    const PageKind& kind = input_.kind();
+    const auto resolution = input_.resolution();
+    Json pages = Json::array();
+    for (size_t page = 0; page < outcomes_.size(); ++page) {
+      Json description = {{"page", page + 1}};
+      description.update(DescribeRun(outcomes_[page], resolution));
+      pages.push_back(description);
+    }
+    return {
+        {"input", request_.input},
+        {"output", request_.dryRun ? Json(nullptr) : Json(request_.output)},
+        {"status", static_cast<int>(ExitStatus::kDone)},
+        {"format", input_.format().name},
+        {"width", kind.width},
+        {"height", kind.height},
+        {"colours", ModelName(kind.model)},
+        {"bitsPerSample", kind.bits},
+        {"extraChannels", kind.extras},
+        {"pixelsPerInch", resolution ? Json{resolution->horizontal, resolution->vertical} : Json(nullptr)},
+        {"parameters", DescribeSettings(request_.settings)},
+        {"pages", pages},
+        {"seconds", {{"read", readSeconds_}, {"write", writeSeconds_}, {"total", SecondsSince(begun_)}}},
+        {"peakMemoryBytes", PeakMemoryBytes()},
+    };
+  }
+
+  void WriteReport(const Json& report) {
+    const std::string text = ReportText("pictures", Json::array({report}));
+    if (outputs_.report) {
+      outputs_.report->Write(text.data(), text.size());
+    } else if (!WriteFully(STDOUT_FILENO, text.data(), text.size())) {
+      throw Refusal(ExitStatus::kCannotWrite, "standard output",
+                    std::string("cannot be written: ") + strerror(errno));
+    }
+  }
+
+  std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  const PictureRequest& request_;
+  ProgressBar* progress_;
+  const FormatTraits* outputFormat_;
+  PictureFile input_;
+  Outputs outputs_;
+  PageSamples samples_;
+  std::unique_ptr<PageStore> store_;  // only with several pages
+  std::vector<EngineOutcome> outcomes_;
+  double readSeconds_ = 0;
+  double writeSeconds_ = 0;
+};
+
+}  // namespace
+
+PictureOutcome CleanPicture(const PictureRequest& request, ProgressBar* progress) {
+  try {
+    return PictureRun(request, progress).Run();
+  } catch (const std::bad_alloc&) {
+    throw Refusal(ExitStatus::kOutOfMemory, request.input, "not enough memory; close other programs");
+  }
+}
+
+}  // namespace tessaline::cli

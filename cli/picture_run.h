@@ -1,0 +1,34 @@
+// One picture from its file to its clean file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/options.h"
+#include "cli/progress_bar.h"
+#include "cli/report.h"
+
+namespace tessaline::cli {
+
+struct PictureRequest {
+  std::string input;
+  std::string output;  // may be empty in a dry run
+  RemovalSettings settings;
+  std::string spectrumFile;  // empty: not wanted. Further pages get "-2", "-3", ... before the extension
+  std::string maskFile;
+  std::string reportFile;  // "-" is stdout
+  bool dryRun = false;
+  bool overwrite = false;
+  std::vector<FileIdentity> otherInputs;  // of the same call: no output may be one of them either
+};
+
+struct PictureOutcome {
+  std::vector<std::string> notes;  // lines for the user
+  Json report;                     // this picture's part of the report
+};
+
+// Everything that can be refused without decoding is refused before the decoding begins. Either all files
+// wanted appear, or none: a Refusal leaves no new file, and no existing one changed.
+PictureOutcome CleanPicture(const PictureRequest& request, ProgressBar* progress);
+
+}  // namespace tessaline::cli

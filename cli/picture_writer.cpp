@@ -1,0 +1,272 @@
+#include "cli/picture_writer.h"
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+namespace {
+
+struct SavingWishes {
+  const PictureFile& input;
+  bool isSameFormat;
+  int bits;
+};
+
+using Saver = int (*)(VipsImage* image, VipsTarget* target, const SavingWishes& wishes);
+
+int SavePng(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
+  return vips_pngsave_target(image, target, "bitdepth", wishes.bits, "filter", VIPS_FOREIGN_PNG_FILTER_SUB,
+                             nullptr);
+}
+
+struct TiffCompression {
+  uint64_t code;  // of the tag
+  VipsForeignTiffCompression compression;
+};
+constexpr TiffCompression kTiffCompressions[] = {
+    {1, VIPS_FOREIGN_TIFF_COMPRESSION_NONE},         {5, VIPS_FOREIGN_TIFF_COMPRESSION_LZW},
+    {8, VIPS_FOREIGN_TIFF_COMPRESSION_DEFLATE},      {32946, VIPS_FOREIGN_TIFF_COMPRESSION_DEFLATE},
+    {32773, VIPS_FOREIGN_TIFF_COMPRESSION_PACKBITS}, {50000, VIPS_FOREIGN_TIFF_COMPRESSION_ZSTD},
+};
+
+// The input's own compression where it is one that loses nothing and serves 8 and 16 bits; deflate otherwise.
+int SaveTiff(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
+  auto compression = VIPS_FOREIGN_TIFF_COMPRESSION_DEFLATE;
+  bool predicts = true, isTiled = false, isBig = false;
+  int tileWidth = 256, tileHeight = 256;
+  if (const auto& tiff = wishes.input.tiff(); tiff && wishes.isSameFormat) {
+    const uint64_t code = tiff->Value(0, kTiffCompression, 1);
+    const auto known = std::find_if(std::begin(kTiffCompressions), std::end(kTiffCompressions),
+                                    [code](const TiffCompression& row) { return row.code == code; });
+    if (known != std::end(kTiffCompressions)) {
+      constexpr uint64_t kNoPredictor = 1;
+      compression = known->compression;
+      predicts = tiff->Value(0, kTiffPredictor, kNoPredictor) != kNoPredictor;
+    }
+    constexpr uint16_t kTiffTileHeight = 323;
+    const auto width = static_cast<int>(tiff->Value(0, kTiffTileWidth, 0));
+    const auto height = static_cast<int>(tiff->Value(0, kTiffTileHeight, 0));
+    constexpr int kLargestTile = 4096;
+    if (width > 0 && height > 0 && width <= kLargestTile && height <= kLargestTile) {
+      isTiled = true;
+      tileWidth = width;
+      tileHeight = height;
+    }
+    isBig = tiff->isBigTiff();
+  }
+  // The classic form ends at 4 GiB, compressed data included that would not shrink.
+  constexpr uint64_t kClassicLimit = uint64_t{4000} << 20;
+  if (VIPS_IMAGE_SIZEOF_IMAGE(image) > kClassicLimit) isBig = true;
+  return vips_tiffsave_target(
+      image, target, "compression", compression, "predictor",
+      predicts ? VIPS_FOREIGN_TIFF_PREDICTOR_HORIZONTAL : VIPS_FOREIGN_TIFF_PREDICTOR_NONE, "tile", isTiled,
+      "tile_width", tileWidth, "tile_height", tileHeight, "bigtiff", isBig, nullptr);
+}
+
+int SaveJpeg(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
+  // For pictures that were none before: no loss that the eye would find.
+  JpegCompression compression = {95, false, false};
+  if (wishes.isSameFormat) compression = wishes.input.jpegCompression().value_or(compression);
+  return vips_jpegsave_target(
+      image, target, "Q", compression.quality, "subsample_mode",
+      compression.halvesChroma ? VIPS_FOREIGN_SUBSAMPLE_ON : VIPS_FOREIGN_SUBSAMPLE_OFF, "interlace",
+      compression.isProgressive, "optimize_coding", TRUE, nullptr);
+}
+
+int SaveWebp(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
+  // A lossy file does not tell its quality; this one adds little to what it lost already.
+  constexpr int kLossyQuality = 90;
+  const bool isLossless = !wishes.isSameFormat || wishes.input.isLosslessWebp();
+  return vips_webpsave_target(image, target, "lossless", isLossless, "Q", isLossless ? 75 : kLossyQuality,
+                              nullptr);
+}
+
+int SavePnm(VipsImage* image, VipsTarget* target, const SavingWishes&) {
+  return vips_ppmsave_target(image, target, nullptr);
+}
+
+int SaveJpeg2000(VipsImage* image, VipsTarget* target, const SavingWishes&) {
+  return vips_jp2ksave_target(image, target, "lossless", TRUE, nullptr);
+}
+
+int SaveJpegXl(VipsImage* image, VipsTarget* target, const SavingWishes&) {
+  return vips_jxlsave_target(image, target, "lossless", TRUE, nullptr);
+}
+
+struct SaverOfFormat {
+  FileFormat format;
+  Saver save;
+};
+constexpr SaverOfFormat kSavers[] = {
+    {FileFormat::kPng, SavePng},       {FileFormat::kTiff, SaveTiff}, {FileFormat::kJpeg, SaveJpeg},
+    {FileFormat::kWebp, SaveWebp},     {FileFormat::kPnm, SavePnm},   {FileFormat::kJpeg2000, SaveJpeg2000},
+    {FileFormat::kJpegXl, SaveJpegXl},
+};
+
+// Fields that say how the input was stored; the output is stored anew.
+constexpr std::string_view kNotCarried[] = {
+    // the library's own header, set from the samples
+    "width", "height", "bands", "format", "coding", "interpretation", "xoffset", "yoffset", "xres", "yres",
+    "filename",
+    // of the input's storage
+    "vips-loader", "vips-sequential", "bits-per-sample", "palette", "palette-bit-depth", "gif-palette",
+    "interlaced", "jpeg-chroma-subsample", "jpeg-multiscan", VIPS_META_N_PAGES, VIPS_META_PAGE_HEIGHT,
+    "heif-bitdepth", "heif-compression"};
+
+void* CarryField(VipsImage*, const char* name, GValue* value, void* target) {
+  if (std::find(std::begin(kNotCarried), std::end(kNotCarried), std::string_view(name)) ==
+      std::end(kNotCarried)) {
+    vips_image_set(static_cast<VipsImage*>(target), name, value);
+  }
+  return nullptr;
+}
+
+VipsInterpretation InterpretationOf(const PageKind& kind) {
+  // Lab travels as RGB through the library and gets its name back in the file (see PictureFile).
+  if (kind.colours() == 1) return kind.bits == 16 ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W;
+  return kind.bits == 16 ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB;
+}
+
+// The library asks for rows while it compresses; they are made one by one.
+struct RowSource {
+  const RowFiller& fillRow;
+  size_t rowBytes;
+  size_t pixelBytes;
+};
+
+int GenerateRows(VipsRegion* out, void*, void* a, void*, gboolean*) {
+  const auto* source = static_cast<const RowSource*>(a);
+  const VipsRect& valid = out->valid;
+  try {
+    const bool isWholeRow = static_cast<size_t>(valid.width) * source->pixelBytes == source->rowBytes;
+    std::vector<uint8_t> row(isWholeRow ? 0 : source->rowBytes);
+    for (int y = valid.top; y < valid.top + valid.height; ++y) {
+      uint8_t* const target = VIPS_REGION_ADDR(out, valid.left, y);
+      source->fillRow(y, isWholeRow ? target : row.data());
+      if (isWholeRow) continue;
+      const uint8_t* first = row.data() + static_cast<size_t>(valid.left) * source->pixelBytes;
+      std::copy_n(first, static_cast<size_t>(valid.width) * source->pixelBytes, target);
+    }
+  } catch (const std::exception& error) {  // must not pass through the library's C code
+    vips_error("tessaline", "%s", error.what());
+    return -1;
+  }
+  return 0;
+}
+
+GPointer<VipsImage> MakeImage(const PictureFile& input, RowSource* source) {
+  const PageKind& kind = input.kind();
+  GPointer<VipsImage> image(vips_image_new());
+  vips_image_init_fields(image.get(), kind.width, kind.height * input.pages(), kind.channels(),
+                         kind.bits == 16 ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
+                         InterpretationOf(kind), vips_image_get_xres(input.metadata()),
+                         vips_image_get_yres(input.metadata()));
+  vips_image_map(input.metadata(), CarryField, image.get());
+  if (input.pages() > 1) {
+    vips_image_set_int(image.get(), VIPS_META_PAGE_HEIGHT, kind.height);
+    vips_image_set_int(image.get(), VIPS_META_N_PAGES, input.pages());
+  }
+  if (vips_image_pipelinev(image.get(), VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0 ||
+      vips_image_generate(image.get(), nullptr, GenerateRows, nullptr, source, nullptr) != 0) {
+    return nullptr;
+  }
+  return image;
+}
+
+Refusal CannotWrite(const OutputFile& output) {
+  const std::string error = TakeLibraryError();
+  return Refusal(
+      ExitStatus::kCannotWrite, output.path(),
+      "cannot be written" + (error.empty() ? "" : " (" + error + ")") + "; is there room on the disk?");
+}
+
+// EXIF, camera, dates and people in the tags of a TIFF file: the library carries none of these.
+DescriptiveTags DescriptiveTagsOf(const PictureFile& input, int page) {
+  if (input.tiff()) {
+    const size_t index = static_cast<size_t>(page);
+    return index < input.tiff()->pages() ? input.tiff()->Descriptive(index) : DescriptiveTags{};
+  }
+  const void* blob = nullptr;
+  size_t size = 0;
+  if (vips_image_get_typeof(input.metadata(), VIPS_META_EXIF_NAME) == 0 ||
+      vips_image_get_blob(input.metadata(), VIPS_META_EXIF_NAME, &blob, &size) != 0) {
+    return {};
+  }
+  constexpr std::string_view kMark{"Exif\0\0", 6};
+  auto bytes = static_cast<const uint8_t*>(blob);
+  if (size >= kMark.size() && std::equal(kMark.begin(), kMark.end(), bytes)) {
+    bytes += kMark.size();
+    size -= kMark.size();
+  }
+  const auto exif = TiffStructure::Read(ByteSource(bytes, size));
+  return exif ? exif->Descriptive(0) : DescriptiveTags{};
+}
+
+void FinishTiff(const PictureFile& input, OutputFile* output) {
+  for (int page = 0; page < input.pages(); ++page) {
+    const auto index = static_cast<size_t>(page);
+    if (input.kind().model == ColourModel::kLab) {
+      const uint64_t photometric = input.tiff()->Value(index, kTiffPhotometric, 0);
+      if (!SetShortTag(output->descriptor(), index, kTiffPhotometric, static_cast<uint16_t>(photometric))) {
+        throw CannotWrite(*output);
+      }
+    }
+    if (!AddDescriptiveTags(output->descriptor(), index, DescriptiveTagsOf(input, page)))
+      throw CannotWrite(*output);
+  }
+}
+
+}  // namespace
+
+void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
+                          const std::string& outputPath) {
+  const PageKind& kind = input.kind();
+  const auto refuse = [&](const std::string& what, const std::string& instead) {
+    throw Refusal(ExitStatus::kUnsupported, outputPath,
+                  std::string(format.name) + " cannot hold " + what + " of " + input.path() + "; " + instead);
+  };
+  if (kind.bits > format.mostBits) {
+    refuse("the " + std::to_string(kind.bits) + " bits per sample", "write PNG or TIFF");
+  }
+  if (kind.extras > 0 && !format.keepsAlpha) refuse("the alpha channel", "write PNG or TIFF");
+  // Beside TIFF the formats know at most one extra channel, and take it for alpha.
+  if (kind.extras > 1 && format.format != FileFormat::kTiff) refuse("the extra channels", "write TIFF");
+  if (kind.model == ColourModel::kLab && !format.keepsLab) refuse("the Lab colours", "write TIFF");
+  if (input.pages() > 1 && !format.keepsPages) {
+    refuse("the " + std::to_string(input.pages()) + " pages", "write TIFF");
+  }
+}
+
+void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
+                  OutputFile* output) {
+  TakeLibraryError();
+  const PageKind& kind = input.kind();
+  RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width)};
+  const GPointer<VipsImage> image = MakeImage(input, &source);
+  const GPointer<VipsTarget> target(vips_target_new_to_descriptor(output->descriptor()));
+  const auto saver = std::find_if(std::begin(kSavers), std::end(kSavers),
+                                  [&](const SaverOfFormat& row) { return row.format == format.format; });
+  const SavingWishes wishes = {input, format.format == input.format().format, kind.bits};
+  if (!image || !target || saver == std::end(kSavers) ||
+      saver->save(image.get(), target.get(), wishes) != 0) {
+    throw CannotWrite(*output);
+  }
+  if (format.format == FileFormat::kTiff) FinishTiff(input, output);
+}
+
+void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, OutputFile* output) {
+  TakeLibraryError();
+  const size_t bytes =
+      static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels);
+  const GPointer<VipsImage> image(
+      vips_image_new_from_memory(pixels, bytes, width, height, channels, VIPS_FORMAT_UCHAR));
+  const GPointer<VipsTarget> target(vips_target_new_to_descriptor(output->descriptor()));
+  if (!image || !target) throw CannotWrite(*output);
+  image->Type = channels == 1 ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
+  if (vips_pngsave_target(image.get(), target.get(), "bitdepth", 8, nullptr) != 0) throw CannotWrite(*output);
+}
+
+}  // namespace tessaline::cli

@@ -1,0 +1,31 @@
+// The report: JSON whose form docs/report.md describes and later versions only add to.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "cli/engine_run.h"
+#include "cli/options.h"
+#include "cli/picture_file.h"
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+
+using Json = nlohmann::ordered_json;
+
+Json DescribeSettings(const RemovalSettings& settings);
+
+// What one run found; lines per inch where the resolution is known.
+Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& resolution);
+
+// A picture that could not be cleaned.
+Json DescribeFailure(const std::string& input, const Refusal& refusal);
+
+// The whole report. `kind` is "pictures" or "stream", whose value `content` becomes.
+std::string ReportText(const char* kind, const Json& content);
+
+// The most memory that this process has held so far.
+uint64_t PeakMemoryBytes();
+
+}  // namespace tessaline::cli

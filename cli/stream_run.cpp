@@ -1,0 +1,285 @@
+#include "cli/stream_run.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+#include <new>
+#include <optional>
+#include <sstream>
+
+#include "buffers/buffer_table.h"
+#include "cli/engine_run.h"
+#include "cli/output_file.h"
+#include "cli/page_samples.h"
+#include "cli/report.h"
+
+namespace tessaline::cli {
+namespace {
+
+class FrameInput {
+ public:
+  explicit FrameInput(const std::string& path) : name_(path == "-" ? "standard input" : path) {
+    descriptor_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) throw CannotRead();
+    if (S_ISDIR(status.st_mode)) throw Refusal(ExitStatus::kUnreadable, name_, "is a folder");
+    if (S_ISREG(status.st_mode)) size_ = status.st_size;
+  }
+  ~FrameInput() {
+    if (descriptor_ > STDIN_FILENO) close(descriptor_);
+  }
+  FrameInput(const FrameInput&) = delete;
+  FrameInput& operator=(const FrameInput&) = delete;
+
+  const std::string& name() const { return name_; }
+  FileIdentity identity() const { return IdentityOf(descriptor_); }
+  std::optional<off_t> size() const { return size_; }  // nothing for a pipe
+
+  // As many bytes as there are, at most `count`.
+  size_t Read(void* bytes, size_t count) {
+    size_t got = 0;
+    while (got < count) {
+      const ssize_t part = read(descriptor_, static_cast<char*>(bytes) + got, count - got);
+      if (part == 0) break;
+      if (part > 0) got += static_cast<size_t>(part);
+      if (part < 0 && errno != EINTR) throw CannotRead();
+    }
+    return got;
+  }
+
+ private:
+  Refusal CannotRead() const {
+    return Refusal(ExitStatus::kUnreadable, name_, std::string("cannot be read: ") + strerror(errno));
+  }
+
+  std::string name_;
+  int descriptor_ = -1;
+  std::optional<off_t> size_;
+};
+
+class FrameOutput {
+ public:
+  FrameOutput(const std::string& path, bool overwrite, const FileIdentity& input) {
+    if (path != "-") {
+      file_ = std::make_unique<OutputFile>(path, overwrite, std::vector<FileIdentity>{input});
+    } else if (IdentityOf(STDOUT_FILENO) == input && IsRegular(STDOUT_FILENO)) {
+      throw Refusal(ExitStatus::kCannotWrite, "standard output",
+                    "is the input itself, which is never changed");
+    }
+  }
+
+  void Write(const std::vector<uint8_t>& frame) {
+    if (file_) {
+      file_->Write(frame.data(), frame.size());
+    } else if (!WriteFully(STDOUT_FILENO, frame.data(), frame.size())) {
+      const char* why = errno == EPIPE ? "whoever read the frames has gone" : strerror(errno);
+      throw Refusal(ExitStatus::kCannotWrite, "standard output", std::string("cannot be written: ") + why);
+    }
+    ++frames_;
+  }
+
+  // A file with at least one frame gets its name.
+  void Finish() {
+    if (file_ && frames_ > 0) file_->Commit();
+  }
+
+  int64_t frames() const { return frames_; }
+
+ private:
+  static bool IsRegular(int descriptor) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  }
+
+  std::unique_ptr<OutputFile> file_;  // null: stdout
+  int64_t frames_ = 0;
+};
+
+std::string SizeText(const StreamCommand& command) {
+  return std::to_string(command.width) + "x" + std::to_string(command.height) + " " + command.pixels.name;
+}
+
+PageKind KindOf(const StreamCommand& command) {
+  PageKind kind;
+  kind.width = command.width;
+  kind.height = command.height;
+  kind.bits = command.pixels.bits;
+  kind.model =
+      command.pixels.bytesPerPixel == command.pixels.bits / 8 ? ColourModel::kGrey : ColourModel::kRgb;
+  return kind;
+}
+
+class StreamRun {
+ public:
+  StreamRun(const StreamCommand& command, ProgressBar* progress)
+      : command_(command), progress_(progress), kind_(KindOf(command)) {
+    if (command.width > kLargestSide || command.height > kLargestSide) {
+      throw Refusal(
+          ExitStatus::kTooLarge,
+          "Tessaline is limited to 7500x7500 pixels for the image or selection. Try using either a smaller "
+          "image or a selection. (The frames are " +
+              std::to_string(command.width) + "x" + std::to_string(command.height) + ".)");
+    }
+    input_ = std::make_unique<FrameInput>(command.input);
+    output_ = std::make_unique<FrameOutput>(command.output, command.overwrite, input_->identity());
+    if (!command.reportFile.empty() && command.reportFile != "-") {
+      report_ = std::make_unique<OutputFile>(command.reportFile, command.overwrite,
+                                             std::vector<FileIdentity>{input_->identity()});
+    }
+  }
+
+  std::vector<std::string> Run() {
+    ResetBufferTable();
+    frame_.resize(kind_.RowBytes() * static_cast<size_t>(kind_.height));
+    try {
+      while (TakeFrame()) {
+      }
+    } catch (const Refusal& refusal) {
+      // What cannot be written is not worth keeping; whole frames before a fault of the input are.
+      if (refusal.status() != ExitStatus::kCannotWrite) output_->Finish();
+      throw;
+    }
+    if (output_->frames() == 0) throw NothingToWrite();
+    if (!command_.reportFile.empty()) WriteReport();
+    output_->Finish();
+    if (report_) report_->Commit();
+    return Notes();
+  }
+
+ private:
+  // False at the end of the input or of the wanted range.
+  bool TakeFrame() {
+    if (command_.lastFrame && frameNumber_ > *command_.lastFrame) return false;
+    const size_t got = input_->Read(frame_.data(), frame_.size());
+    if (got == 0) return false;
+    if (got < frame_.size()) throw ShortFrame(got);
+    if (frameNumber_ >= command_.firstFrame) CleanFrame();
+    ++frameNumber_;
+    return true;
+  }
+
+  void CleanFrame() {
+    const std::string name = "frame " + std::to_string(frameNumber_) + " of " + input_->name();
+    if (samples_.slot() == 0 && !samples_.Create(kind_)) {
+      throw Refusal(ExitStatus::kOutOfMemory, name,
+                    "not enough memory for its samples; close other programs");
+    }
+    const size_t rowBytes = kind_.RowBytes();
+    for (int32_t y = 0; y < kind_.height; ++y) {
+      samples_.TakeRow(y, frame_.data() + static_cast<size_t>(y) * rowBytes);
+    }
+    EngineWishes wishes;
+    wishes.settings = command_.settings;
+    wishes.collectsNotches = !command_.reportFile.empty();
+    const auto show = [&](double fraction, const char* doing) { Show(fraction, doing); };
+    const EngineOutcome outcome = RunEngine(samples_.slot(), wishes, show, name);
+    if (outcome.samplesChanged) {  // otherwise the frame goes out as it came in
+      for (int32_t y = 0; y < kind_.height; ++y) {
+        samples_.FillRow(y, false, frame_.data() + static_cast<size_t>(y) * rowBytes);
+      }
+    }
+    output_->Write(frame_);
+    framesWithPattern_ += outcome.patternFound;
+    if (!command_.reportFile.empty()) {
+      Json description = {{"frame", frameNumber_}};
+      description.update(DescribeRun(outcome, std::nullopt));
+      frameReports_.push_back(description);
+    }
+  }
+
+  void Show(double fraction, const char* doing) {
+    const auto total = input_->size();
+    std::string text = "frame " + std::to_string(frameNumber_);
+    double part = fraction;
+    if (total && *total > 0) {
+      const double frames = static_cast<double>(*total) / static_cast<double>(frame_.size());
+      part = (static_cast<double>(frameNumber_) + fraction) / frames;
+      text += " of " + std::to_string(static_cast<int64_t>(frames));
+    }
+    progress_->Show(part, text + ": " + doing);
+  }
+
+  Refusal ShortFrame(size_t got) const {
+    return Refusal(ExitStatus::kUnreadable, input_->name(),
+                   "frame " + std::to_string(frameNumber_) + " is cut short (" + std::to_string(got) +
+                       " of " + std::to_string(frame_.size()) + " bytes) and was left out; " +
+                       std::to_string(output_->frames()) +
+                       " whole frames were written. Are the frames really " + SizeText(command_) + "?");
+  }
+
+  Refusal NothingToWrite() const {
+    const std::string what = frameNumber_ == 0
+                                 ? "holds no frame"
+                                 : "ends after " + std::to_string(frameNumber_) + " frames, before --first " +
+                                       std::to_string(command_.firstFrame);
+    return Refusal(ExitStatus::kUnreadable, input_->name(), what + "; nothing was written");
+  }
+
+  std::vector<std::string> Notes() const {
+    std::ostringstream text;
+    text << input_->name() << ": " << output_->frames()
+         << (output_->frames() == 1 ? " frame, " : " frames, ");
+    if (framesWithPattern_ == 0) {
+      text << "no pattern found at acceptance " << command_.settings.acceptance
+           << "; they are unchanged. To find more, try a higher acceptance (-a; on small frames 80 to 95 is "
+              "usual).";
+    } else {
+      text << "pattern taken out of " << framesWithPattern_;
+    }
+    std::vector<std::string> notes = {text.str()};
+    if (command_.lastFrame && frameNumber_ <= *command_.lastFrame) {
+      notes.push_back(input_->name() + ": ended after frame " + std::to_string(frameNumber_ - 1) +
+                      ", before --last " + std::to_string(*command_.lastFrame));
+    }
+    return notes;
+  }
+
+  void WriteReport() {
+    const Json description = {
+        {"input", command_.input},
+        {"output", command_.output},
+        {"status", static_cast<int>(ExitStatus::kDone)},
+        {"width", command_.width},
+        {"height", command_.height},
+        {"pixelFormat", command_.pixels.name},
+        {"parameters", DescribeSettings(command_.settings)},
+        {"frames", frameReports_},
+        {"peakMemoryBytes", PeakMemoryBytes()},
+    };
+    const std::string text = ReportText("stream", description);
+    if (report_) {
+      report_->Write(text.data(), text.size());
+    } else if (!WriteFully(STDOUT_FILENO, text.data(), text.size())) {
+      throw Refusal(ExitStatus::kCannotWrite, "standard output",
+                    std::string("cannot be written: ") + strerror(errno));
+    }
+  }
+
+  const StreamCommand& command_;
+  ProgressBar* progress_;
+  PageKind kind_;
+  std::unique_ptr<FrameInput> input_;
+  std::unique_ptr<FrameOutput> output_;
+  std::unique_ptr<OutputFile> report_;
+  std::vector<uint8_t> frame_;
+  PageSamples samples_;
+  int64_t frameNumber_ = 0;
+  int64_t framesWithPattern_ = 0;
+  Json frameReports_ = Json::array();
+};
+
+}  // namespace
+
+std::vector<std::string> CleanStream(const StreamCommand& command, ProgressBar* progress) {
+  try {
+    return StreamRun(command, progress).Run();
+  } catch (const std::bad_alloc&) {
+    throw Refusal(ExitStatus::kOutOfMemory, "not enough memory for frames of " + SizeText(command));
+  }
+}
+
+}  // namespace tessaline::cli

@@ -1,0 +1,45 @@
+#include "cli/vips_library.h"
+
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+namespace {
+
+void DropMessage(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
+GLogWriterOutput DropStructuredMessage(GLogLevelFlags, const GLogField*, gsize, gpointer) {
+  return G_LOG_WRITER_HANDLED;
+}
+
+}  // namespace
+
+void StartPictureLibrary() {
+  static bool isStarted = false;
+  if (isStarted) return;
+  g_log_set_default_handler(DropMessage, nullptr);
+  g_log_set_writer_func(DropStructuredMessage, nullptr, nullptr);
+  if (VIPS_INIT("tessaline") != 0) {
+    throw Refusal(ExitStatus::kOutOfMemory, "the picture library cannot start: " + TakeLibraryError());
+  }
+  // Every picture is read once, from top to bottom: a cache of operations would only hold memory and files,
+  // and more than one worker more buffers.
+  vips_cache_set_max(0);
+  vips_concurrency_set(1);
+  isStarted = true;
+}
+
+std::string TakeLibraryError() {
+  std::string text = vips_error_buffer();
+  vips_error_clear();
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  std::string line;
+  for (char c : text) {
+    if (c == '\n') {
+      line += "; ";
+    } else if (static_cast<unsigned char>(c) >= 0x20) {
+      line += c;
+    }
+  }
+  return line;
+}
+
+}  // namespace tessaline::cli

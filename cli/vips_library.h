@@ -1,0 +1,25 @@
+// The picture library's objects and errors, in this program's terms.
+#pragma once
+
+#include <vips/vips.h>
+
+#include <memory>
+#include <string>
+
+namespace tessaline::cli {
+
+struct GObjectUnref {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+template <typename T>
+using GPointer = std::unique_ptr<T, GObjectUnref>;
+
+// Makes the library ready; again and again does no harm. Not before a fork whose child uses it: it starts
+// threads. Its own warnings and those of the format libraries go nowhere: what matters comes back as an
+// error.
+void StartPictureLibrary();
+
+// What the library complained about since the last call, on one line.
+std::string TakeLibraryError();
+
+}  // namespace tessaline::cli
