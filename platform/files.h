@@ -1,5 +1,7 @@
-// The one place on disk where the program keeps a user's files between runs.
+// Files: the one place on disk where the program keeps a user's files between runs, and what the C library
+// does not tell about other files.
 //
+// That place:
 // Windows: the user's temporary folder (GetTempPathA). POSIX, the first that is usable of
 //   $XDG_STATE_HOME/tessaline, $HOME/.local/state/tessaline, the same in the home folder of the user
 //   database, and /tmp/tessaline-UID;
@@ -30,5 +32,9 @@ int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes);
 //
 // The content is not forced out to the disk: it outlives the process, not a power failure.
 bool ReplacePrivateFile(const char* name, const void* source, size_t bytes);
+
+// True when both paths (as fopen takes them) lead to one ordinary file, by whatever links. False when either
+// does not exist.
+bool IsSameFile(const char* path, const char* otherPath);
 
 }  // namespace tessaline

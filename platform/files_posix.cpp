@@ -163,4 +163,11 @@ bool ReplacePrivateFile(const char* name, const void* source, size_t bytes) {
   return false;
 }
 
+bool IsSameFile(const char* path, const char* otherPath) {
+  struct stat status {};
+  struct stat other {};
+  return stat(path, &status) == 0 && stat(otherPath, &other) == 0 && S_ISREG(status.st_mode) &&
+         status.st_dev == other.st_dev && status.st_ino == other.st_ino;
+}
+
 }  // namespace tessaline

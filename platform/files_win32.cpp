@@ -76,6 +76,24 @@ std::string CreateTemporary(const std::string& path, File* file) {
   return "";
 }
 
+// What tells one file of this machine from every other.
+struct FileIdentity {
+  DWORD volume, indexHigh, indexLow;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+bool Identify(const char* path, FileIdentity* identity) {
+  File file;
+  BY_HANDLE_FILE_INFORMATION facts{};
+  constexpr DWORD kAttributesOnly = 0;
+  if (!file.Open(path, kAttributesOnly, OPEN_EXISTING) ||
+      GetFileInformationByHandle(file.handle(), &facts) == 0) {
+    return false;
+  }
+  *identity = {facts.dwVolumeSerialNumber, facts.nFileIndexHigh, facts.nFileIndexLow};
+  return true;
+}
+
 }  // namespace
 
 void SetPrivateFolder(const char* path) {
@@ -108,6 +126,12 @@ bool ReplacePrivateFile(const char* name, const void* source, size_t bytes) {
       });
   if (!isReplaced) DeleteFileA(temporary.c_str());
   return isReplaced;
+}
+
+bool IsSameFile(const char* path, const char* otherPath) {
+  FileIdentity identity{};
+  FileIdentity other{};
+  return Identify(path, &identity) && Identify(otherPath, &other) && identity == other;
 }
 
 }  // namespace tessaline
