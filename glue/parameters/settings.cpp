@@ -43,7 +43,7 @@ bool AllocateTextRecords() {
 }
 
 uint8_t* TextRecordIn(uint8_t* file, int32_t index) {
-  return file + kSettingsBytes + index * kTextRecordBytes;
+  return file + kSettingsBytes + ptrdiff_t{index} * kTextRecordBytes;
 }
 
 }  // namespace

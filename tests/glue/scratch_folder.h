@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
+#include <random>
 #include <string>
 
 #include "glue/parameters/settings.h"
@@ -14,11 +14,10 @@ namespace tessaline {
 class ScratchFolder {
  public:
   ScratchFolder() {
-    static int counter = 0;
-    const auto moment = std::chrono::steady_clock::now().time_since_epoch().count();
-    path_ = std::filesystem::path(testing::TempDir()) /
-            ("tessaline_test_" + std::to_string(moment) + "_" + std::to_string(counter++));
-    std::filesystem::create_directories(path_);
+    std::random_device random;
+    do {
+      path_ = std::filesystem::path(testing::TempDir()) / ("tessaline_test_" + std::to_string(random()));
+    } while (!std::filesystem::create_directories(path_));
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
   }
   ScratchFolder(const ScratchFolder&) = delete;

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <string>
 
-#include "platform/memory.h"
 #include "tests/glue/scratch_folder.h"
 
 namespace tessaline {
@@ -54,27 +53,11 @@ TEST_F(ParameterListTest, TextsAreCopiesOfTheirOwn) {
   EXPECT_EQ(nullptr, EntryText(list->entries[3]));
 }
 
-TEST_F(ParameterListTest, NumbersAreNeverTakenForTexts) {
-  const ParameterEntry before = list->entries[0];
-  SetEntryText(list, 0, "text");
-  SetEntryText(list, -1, "text");
-  SetEntryText(list, 3, "text");
-  EXPECT_EQ(0, std::memcmp(&before, &list->entries[0], sizeof before));
-  EXPECT_EQ(nullptr, EntryText(list->entries[0]));
-}
-
 TEST_F(ParameterListTest, TakesTwentyEntriesAndNoMore) {
   for (uint32_t i = 3; i < 25; ++i) AddLongEntry(list, i, 0, 1, static_cast<int32_t>(i));
   EXPECT_EQ(kMostEntries, list->entryCount);
   EXPECT_NE(nullptr, FindEntry(list, 19));
   EXPECT_EQ(nullptr, FindEntry(list, 20));
-}
-
-TEST_F(ParameterListTest, WithoutMemoryThereIsNone) {
-  FailAllocationAfter(0);
-  EXPECT_EQ(nullptr, MakeParameterList());
-  ClearAllocationFailure();
-  FreeParameterList(nullptr);
 }
 
 }  // namespace
