@@ -1,0 +1,305 @@
+#include "glue/api/programmatic_interface.h"
+
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <numeric>
+
+#include "buffers/result_codes.h"
+#include "glue/parameters/filter_parameters.h"
+#include "tests/glue/api/interface_fixture.h"
+#include "tests/glue/api/screened_picture.h"
+
+namespace tessaline {
+namespace {
+
+// What a run saw when it began.
+struct Observed {
+  uint32_t callerCode = 0;
+  ImageInfo info{};
+  std::string bufferName;
+  std::vector<uint16_t> firstRow, lastRow;
+};
+
+class ProgrammaticInterfaceTest : public InterfaceTest {
+ protected:
+  static constexpr int32_t kSide = kScreenedSide;
+
+  // The picture with the same samples in every channel, `scale` levels to an 8-bit level.
+  template <typename Sample>
+  static std::vector<Sample> Screen(size_t channels, float scale) {
+    std::vector<Sample> samples;
+    for (const uint8_t level : ScreenedPicture()) {
+      samples.insert(samples.end(), channels, static_cast<Sample>(static_cast<float>(level) * scale));
+    }
+    return samples;
+  }
+  // The same picture through the run itself.
+  template <typename Sample>
+  static std::vector<Sample> RunDirectly(std::vector<Sample> samples, int32_t bytesPerPixel) {
+    int32_t slot = 0;
+    EXPECT_EQ(kSuccess, BindBuffer(samples.data(), kSide, kSide, bytesPerPixel, &slot));
+    FilterParameters parameters{};
+    parameters.acceptance = 98;
+    parameters.notchRadius = 5.5f;
+    parameters.protectionRadius = 16;
+    EXPECT_EQ(kSuccess, RunRemoval(slot, &parameters, nullptr, true, {}));
+    UnbindBuffer(slot);
+    return samples;
+  }
+  template <typename Sample>
+  void ExpectSamePixelsAsTheRun(int32_t kind, std::vector<Sample> samples) {
+    SetText("<long>epsT,98\r\n<doub>NoRd,5.5\r\n<doub>LFct,16\r\n");
+    const std::vector<Sample> original = samples;
+    const std::vector<Sample> expected = RunDirectly(samples, std::abs(kind));
+    EXPECT_EQ(0, Process(kSide, kSide, kind, samples.data()));
+    EXPECT_TRUE(expected == samples);
+    int64_t difference = 0;
+    for (size_t i = 0; i < samples.size(); ++i) difference += std::abs(int{original[i]} - int{samples[i]});
+    EXPECT_GT(difference, static_cast<int64_t>(samples.size()) * 5) << "nothing was removed";
+  }
+
+  Observed* Observe() {
+    static Observed observed;
+    observed = {};
+    RemovalContext context;
+    context.user = &observed;
+    context.enterStage = [](void* user, RemovalStage) {
+      auto* const seen = static_cast<Observed*>(user);
+      if (!seen->bufferName.empty()) return;
+      const int32_t slot = imageInfo.mainBuffer;
+      seen->callerCode = callerCode;
+      seen->info = imageInfo;
+      seen->bufferName = BufferTable[slot].name;
+      const BufferShape shape = ShapeOf(slot);
+      const auto row = [&](int32_t y) {
+        const auto* const bytes = BufferRow(slot, y);
+        std::vector<uint16_t> samples(static_cast<size_t>(shape.width) * shape.bytesPerPixel / 2);
+        std::memcpy(samples.data(), bytes, samples.size() * 2);
+        return samples;
+      };
+      seen->firstRow = row(0);
+      seen->lastRow = row(shape.height - 1);
+    };
+    SetInterfaceContext(context);
+    return &observed;
+  }
+};
+
+TEST_F(ProgrammaticInterfaceTest, AnInstanceIsCreatedAndFreedAnyNumberOfTimes) {
+  EXPECT_STREQ("", instance.parameterText);
+  EXPECT_EQ(4096u, instance.textCapacity);
+  EXPECT_STREQ(
+      "Tessaline\nRemoves repeating patterns in images. Can remove halftones, electrical noise, etc.",
+      instance.description);
+  char* const text = instance.parameterText;
+  instance.reserved = 77;
+  _Birch(&instance);
+  EXPECT_EQ(0u, instance.reserved);
+  EXPECT_EQ(0u, instance.textCapacity);
+  EXPECT_EQ(text, instance.parameterText);
+  MTAPI_FreeInstance(&instance);
+  OSAPI_FreeInstance(nullptr);
+  uint8_t pixel = 9;
+  EXPECT_EQ(2, Process(1, 1, 1, &pixel));
+  EXPECT_FALSE(HasFailed());
+
+  instance.reserved = 78;
+  EXPECT_EQ(0, _Larch(&instance));
+  EXPECT_EQ(78u, instance.reserved);
+  EXPECT_EQ(2, MTAPI_CreateInstance(nullptr));
+}
+
+TEST_F(ProgrammaticInterfaceTest, AnInstanceWithoutMemoryCountsAsFreed) {
+  for (const int allocation : {0, 1}) {
+    TessalineInstance other{};
+    FailAllocationAfter(allocation);
+    EXPECT_EQ(kOutOfMemory, OSAPI_CreateInstance(&other));
+    ClearAllocationFailure();
+    EXPECT_EQ(0u, other.textCapacity);
+    OSAPI_FreeInstance(&other);
+  }
+}
+
+TEST_F(ProgrammaticInterfaceTest, AReleasedBlockSaysSoAsFarAsItHasRoom) {
+  char block[40];
+  std::memset(block, '#', sizeof block);
+  MarkReleased(block, 25);
+  EXPECT_STREQ("Memory has been released", block);
+  EXPECT_EQ('#', block[25]);
+  MarkReleased(block, 7);
+  EXPECT_STREQ("Memory", block);
+  MarkReleased(block, 1);
+  EXPECT_STREQ("", block);
+}
+
+TEST_F(ProgrammaticInterfaceTest, BoundKindsGetThePixelsOfTheRun) {
+  ExpectSamePixelsAsTheRun(1, Screen<uint8_t>(1, 1));
+  ExpectSamePixelsAsTheRun(3, Screen<uint8_t>(3, 1));
+  ExpectSamePixelsAsTheRun(-2, Screen<uint16_t>(1, 128.5f));
+  ExpectSamePixelsAsTheRun(-6, Screen<uint16_t>(3, 128.5f));
+}
+
+TEST_F(ProgrammaticInterfaceTest, TheRunSeesTheCallersKindAndCode) {
+  struct Case {
+    int32_t kind, channelBytes;
+    int32_t (*process)(TessalineInstance*, const TessalineImage*, int64_t);
+    uint32_t callerCode;
+    const char* bufferName;
+  };
+  const Case cases[] = {
+      {1, 1, OSAPI_Process, 0x496E7041, "Bound Memory DLL"},
+      {3, 1, MTAPI_Process, 0x4D6F7246, "Bound Memory DLL"},
+      {6, 2, _Alder, FourCharCode("Altr"), "transformed Memory DLL"},
+      {-6, 2, OSAPI_Process, 0x496E7041, "Bound Memory DLL"},
+  };
+  std::vector<uint8_t> pixels(5 * 4 * 6, 100);
+  for (const Case& c : cases) {
+    const Observed* const seen = Observe();
+    imageInfo.maskBuffer = 17;
+    const TessalineImage image = {5, 4, c.kind, pixels.data()};
+    EXPECT_EQ(0, c.process(&instance, &image, 0));
+    EXPECT_EQ(c.callerCode, seen->callerCode);
+    EXPECT_EQ(c.bufferName, seen->bufferName);
+    EXPECT_EQ(c.kind, seen->info.colorPlanes);
+    EXPECT_EQ(c.channelBytes, seen->info.channelBytes);
+    EXPECT_EQ(5, seen->info.width);
+    EXPECT_EQ(4, seen->info.height);
+    EXPECT_EQ(0, seen->info.maskBuffer);
+    EXPECT_EQ(0, liveBufferCount);
+    EXPECT_EQ(0, ShapeOf(1).width);
+  }
+}
+
+TEST_F(ProgrammaticInterfaceTest, FullRangeKindsReadAndWriteTheSecondRowOnly) {
+  const Observed* const seen = Observe();
+  SetText("<long>epsT,0\r\n<doub>NoRd,6\r\n<doub>LFct,8\r\n");
+  uint16_t pixels[3][4] = {{1, 2, 3, 4}, {0, 65535, 40000, 1}, {5, 6, 7, 8}};
+  EXPECT_EQ(0, Process(4, 3, 2, pixels));
+  const std::vector<uint16_t> scaled = {0, 32768, 20000, 0};
+  EXPECT_EQ(scaled, seen->firstRow);
+  EXPECT_EQ(scaled, seen->lastRow);
+  const uint16_t first[4] = {1, 2, 3, 4}, third[4] = {5, 6, 7, 8};
+  EXPECT_EQ(0, std::memcmp(first, pixels[0], sizeof first));
+  EXPECT_EQ(0, std::memcmp(third, pixels[2], sizeof third));
+  // Nothing is removed at acceptance 0, but every step truncates.
+  const int expected[4] = {0, 65535, 40000, 0};
+  for (int x = 0; x < 4; ++x) EXPECT_NEAR(expected[x], pixels[1][x], 6) << x;
+}
+
+TEST_F(ProgrammaticInterfaceTest, ABadImageRecordEndsTheInterfaceForGood) {
+  uint8_t pixels[4] = {1, 2, 3, 4};
+  const TessalineImage bad[] = {
+      {0, 2, 1, pixels}, {2, -1, 1, pixels}, {2, 2, 4, pixels}, {2, 2, -1, pixels}, {2, 2, 1, nullptr},
+  };
+  for (const TessalineImage& image : bad) {
+    ResetInterface();
+    EXPECT_EQ(2, OSAPI_Process(&instance, &image, 0));
+    EXPECT_TRUE(HasFailed());
+    EXPECT_EQ(2, Process(2, 2, 1, pixels));
+    TessalineStream stream{};
+    stream.width = stream.height = stream.kind = 1;
+    EXPECT_EQ(2, OSAPI_ProcessStream(&instance, &stream, 0));
+  }
+}
+
+TEST_F(ProgrammaticInterfaceTest, OtherRefusalsAreForgotten) {
+  uint16_t pixels[4] = {1, 2, 3, 4};
+  const TessalineImage image = {1, 1, 1, pixels};
+  EXPECT_EQ(2, OSAPI_Process(nullptr, &image, 0));
+  EXPECT_EQ(2, OSAPI_Process(&instance, nullptr, 0));
+  EXPECT_EQ(2, OSAPI_ProcessStream(&instance, nullptr, 0));
+  EXPECT_EQ(2, Process(65536, 32768, 1, pixels));
+  EXPECT_EQ(2, Process(INT32_MAX, INT32_MAX, -6, pixels));
+  EXPECT_EQ(2, Process(2, 1, 2, pixels));
+  EXPECT_EQ(2, Process(1, 1, 6, pixels));
+  EXPECT_EQ(kUserCancelled, Process(7501, 1, 1, pixels));
+  EXPECT_EQ(1, pixels[0]);
+  EXPECT_FALSE(HasFailed());
+  EXPECT_EQ(0, Process(2, 2, 1, pixels));
+}
+
+TEST_F(ProgrammaticInterfaceTest, TheTextNamesTheValuesThatWereUsed) {
+  uint8_t pixels[4] = {1, 2, 3, 4};
+  EXPECT_EQ(0, Process(2, 2, 1, pixels));
+  EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
+  SetText("<long>epsT,0\r\n<doub>NoRd,17\r\n<doub>LFct,2.5\r\n");
+  EXPECT_EQ(0, Process(2, 2, 1, pixels));
+  EXPECT_STREQ("<long>epsT,0\r\n<doub>NoRd,0.000000\r\n<doub>LFct,2.500000\r\n", instance.parameterText);
+  EXPECT_EQ(53248u, std::filesystem::file_size(PreferencesPath()));
+}
+
+TEST_F(ProgrammaticInterfaceTest, ThePreferencesCountFromTheSecondRunOn) {
+  const float notANumber = std::numeric_limits<float>::quiet_NaN();
+  struct Case {
+    float acceptance, notchRadius, protectionRadius;
+    const char* text;
+  };
+  const Case cases[] = {
+      {37.9f, 2.5f, 4.0f, "<long>epsT,37\r\n<doub>NoRd,2.500000\r\n<doub>LFct,4.000000\r\n"},
+      {80.0f, 3.0f, notANumber, "<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n"},
+      // A damaged file must not bring the program down.
+      {notANumber, notANumber, 1e30f, nullptr},
+      {-1e30f, -1e30f, -1e30f, nullptr},
+  };
+  uint8_t pixels[6] = {1, 2, 3, 4, 5, 6};
+  for (const Case& c : cases) {
+    ClearSettings();
+    SettingsRecord record{};
+    record.acceptance = c.acceptance;
+    record.notchRadius = c.notchRadius;
+    record.protectionRadius = c.protectionRadius;
+    std::ofstream(PreferencesPath(), std::ios::binary)
+        .write(reinterpret_cast<const char*>(&record), sizeof record);
+    SetText("");
+    EXPECT_EQ(0, Process(3, 2, 1, pixels));
+    EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
+    SetText("");
+    EXPECT_EQ(0, Process(3, 2, 1, pixels));
+    if (c.text != nullptr) {
+      EXPECT_STREQ(c.text, instance.parameterText);
+    }
+    EXPECT_EQ(6.0f, imageInfo.settings.unusedSetting);
+  }
+}
+
+TEST_F(ProgrammaticInterfaceTest, TheDialogsValuesReachTextAndSettings) {
+  uint8_t pixels[4] = {1, 2, 3, 4};
+  OfferDialog(0);
+  EXPECT_EQ(0, Process(2, 2, 1, pixels));
+  EXPECT_EQ(0, dialogs);
+  EXPECT_EQ(0, Process(2, 2, 1, pixels, int64_t{1} << 40));
+  EXPECT_EQ(1, dialogs);
+  EXPECT_STREQ("<long>epsT,33\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
+  EXPECT_EQ(33.5f, imageInfo.settings.acceptance);
+}
+
+TEST_F(ProgrammaticInterfaceTest, ACancelledDialogLeavesPixelsAndValues) {
+  OfferDialog(1);
+  uint16_t pixels[2][2] = {{1, 3}, {5, 7}};
+  EXPECT_EQ(kUserCancelled, Process(2, 2, 2, pixels, 1));
+  EXPECT_EQ(5, pixels[1][0]);
+  EXPECT_EQ(7, pixels[1][1]);
+  EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
+  EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
+  EXPECT_EQ(0, liveBufferCount);
+}
+
+TEST_F(ProgrammaticInterfaceTest, WithoutMemoryEveryCallEndsWithACode) {
+  // The list, the 50 blocks of the preferences, three lines of text, the handle and the run's own first
+  // blocks.
+  for (int allocation = 0; allocation < 70; ++allocation) {
+    uint8_t pixels[4] = {10, 20, 30, 40};
+    FailAllocationAfter(allocation);
+    const int32_t result = Process(2, 2, 1, pixels);
+    ClearAllocationFailure();
+    EXPECT_EQ(kOutOfMemory, result) << allocation;
+    EXPECT_EQ(40, pixels[3]) << allocation;
+    EXPECT_EQ(0, liveBufferCount) << allocation;
+  }
+  EXPECT_FALSE(HasFailed());
+}
+
+}  // namespace
+}  // namespace tessaline
