@@ -39,6 +39,30 @@ void OnStage(void* user, RemovalStage stage) {
   static_cast<Watch*>(user)->Enter(stage);
 }
 
+int32_t OnDetect(void* user, const SpectrumFacts& spectrum, const FilterParameters& parameters,
+                 int32_t seedSlot) {
+  Watch* watch = static_cast<Watch*>(user);
+  if (watch->wishes.frozenSeeds != nullptr) {
+    const uint8_t* row = watch->wishes.frozenSeeds->data();
+    for (int32_t y = 0; y < kSpectrumCells; ++y, row += kSpectrumCells) {
+      WriteBufferRow(seedSlot, 0, y, kSpectrumCells, row);
+    }
+    return kSuccess;
+  }
+  return DetectPeaksAutomatically(spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan,
+                                  spectrum.transformSize, watch->wishes.settings.sensitivity,
+                                  parameters.protectionRadius, seedSlot, &watch->outcome.peaks);
+}
+
+SeedMap CopySeeds(int32_t seedSlot) {
+  SeedMap seeds;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    const uint8_t* row = BufferRow(seedSlot, y);
+    seeds.insert(seeds.end(), row, row + kSpectrumCells);
+  }
+  return seeds;
+}
+
 bool OnFindings(void* user, const RemovalFindings& findings) {
   Watch* watch = static_cast<Watch*>(user);
   EngineOutcome& outcome = watch->outcome;
@@ -46,9 +70,13 @@ bool OnFindings(void* user, const RemovalFindings& findings) {
   outcome.transformSize = findings.spectrum.transformSize;
   outcome.threshold = findings.threshold;
   outcome.seedCells = findings.seedCells;
+  outcome.logSpan = findings.spectrum.logSpan;
+  outcome.hasThreshold = !watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
+  outcome.isAutomatic = watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
   if (watch->wishes.collectsNotches) outcome.notches = CollectNotches(findings);
+  if (watch->wishes.collectsSeeds) outcome.seeds = CopySeeds(findings.seedSlot);
   if (watch->wishes.drawsSpectrum) {
-    outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius);
+    outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius, outcome.peaks);
     outcome.maskPicture = CopyMask(findings);
   }
   watch->isSecondPass = true;
@@ -76,6 +104,7 @@ EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EnginePr
   context.progress.progressEnabled = static_cast<bool>(progress);
   context.progress.progress = OnProgress;
   context.progress.user = &watch;
+  if (wishes.settings.isAutomatic || wishes.frozenSeeds != nullptr) context.detect = OnDetect;
   context.inspect = OnFindings;
   context.enterStage = OnStage;
   context.user = &watch;

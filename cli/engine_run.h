@@ -11,20 +11,29 @@
 
 namespace tessaline::cli {
 
+using SeedMap = std::vector<uint8_t>;  // 512 x 512 cells, 255 pattern
+
 struct EngineWishes {
   RemovalSettings settings;
-  bool onlyLook = false;       // the samples stay as they are, whatever is found
-  bool drawsSpectrum = false;  // fill the picture fields below
+  const SeedMap* frozenSeeds = nullptr;  // a decision made before, in place of looking; null: look
+  bool onlyLook = false;                 // the samples stay as they are, whatever is found
+  bool drawsSpectrum = false;            // fill the picture fields below
   bool collectsNotches = true;
+  bool collectsSeeds = false;
 };
 
 struct EngineOutcome {
   bool patternFound = false;
   bool samplesChanged = false;  // false: the buffer is untouched
   int32_t transformSize = 0;
-  int32_t threshold = 0;  // level that a cell must exceed, 0..32768
+  bool isAutomatic = false;   // the peaks below are this picture's
+  bool hasThreshold = false;  // decided by an acceptance in percent
+  int32_t threshold = 0;      // level that a cell must exceed, 0..32768
+  double logSpan = 0;         // natural log of the spectrum's maximum over its minimum
   int32_t seedCells = 0;
   std::vector<Notch> notches;
+  std::vector<SpectrumPeak> peaks;  // all that stood out, highest first; only where automatic
+  SeedMap seeds;
   std::vector<uint8_t> spectrumPicture;  // 512 x 512 RGB
   std::vector<uint8_t> maskPicture;      // 512 x 512 grey
   double stageSeconds[static_cast<size_t>(RemovalStage::kCount)] = {};

@@ -103,7 +103,9 @@ Offset RefinePeak(const RemovalFindings& findings, Cell peak) {
 }
 
 Notch Describe(const RemovalFindings& findings, const std::vector<Cell>& cluster) {
-  const auto decidingLevel = [&](Cell cell) { return Level(findings.spectrum.gray16Slot, DecidingCell(cell)); };
+  const auto decidingLevel = [&](Cell cell) {
+    return Level(findings.spectrum.gray16Slot, DecidingCell(cell));
+  };
   const Cell peak = DecidingCell(*std::max_element(
       cluster.begin(), cluster.end(), [&](Cell a, Cell b) { return decidingLevel(a) < decidingLevel(b); }));
   const Offset offset = RefinePeak(findings, peak);
@@ -141,6 +143,10 @@ std::vector<Notch> CollectNotches(const RemovalFindings& findings) {
 
 double LinesPerInch(const Notch& notch, double pixelsPerInchX, double pixelsPerInchY) {
   return std::hypot(notch.cyclesPerPixelX * pixelsPerInchX, notch.cyclesPerPixelY * pixelsPerInchY);
+}
+
+double LinesPerInch(const SpectrumPeak& peak, double pixelsPerInchX, double pixelsPerInchY) {
+  return std::hypot(peak.dx * pixelsPerInchX, peak.dy * pixelsPerInchY) / kSide;
 }
 
 }  // namespace tessaline::cli

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "removal/automatic_detection.h"
 #include "removal/removal_run.h"
 
 namespace tessaline::cli {
@@ -26,7 +27,8 @@ struct Notch {
 // The notches of a run, highest level first. To be called while the findings' slots are valid.
 std::vector<Notch> CollectNotches(const RemovalFindings& findings);
 
-// Lines per inch of a notch at so many pixels per inch both ways.
+// Lines per inch at so many pixels per inch both ways.
 double LinesPerInch(const Notch& notch, double pixelsPerInchX, double pixelsPerInchY);
+double LinesPerInch(const SpectrumPeak& peak, double pixelsPerInchX, double pixelsPerInchY);
 
 }  // namespace tessaline::cli

@@ -85,7 +85,7 @@ NumberOption FromRange(const char* name, const char* unit, const ParameterRange&
 
 // The options that pictures and streams share.
 struct SharedTexts {
-  std::string acceptance, notchRadius, protectionRadius, report;
+  std::string acceptance, sensitivity, notchRadius, protectionRadius, report;
   bool progress = false, quiet = false, overwrite = false;
 };
 
@@ -103,8 +103,13 @@ CLI::Option* AddLastWins(CLI::App& app, const std::string& names, std::string& t
 
 void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
   AddLastWins(app, "-a,--acceptance", texts.acceptance,
-              Describe("Pattern frequency acceptance: higher finds more", kAcceptanceRange, "percent"),
-              "PERCENT");
+              Describe("Pattern frequency acceptance: higher finds more", kAcceptanceRange, "percent") +
+                  "; or auto, found from the picture itself",
+              "PERCENT|auto");
+  AddLastWins(app, "--sensitivity", texts.sensitivity,
+              "With -a auto: higher takes fainter patterns, " + Plain(kLeastSensitivity) + ".." +
+                  Plain(kMostSensitivity) + " (default " + Plain(kStandardSensitivity) + ")",
+              "S");
   AddLastWins(app, "-n,--notch-radius", texts.notchRadius,
               Describe("Radius of what is taken out round each peak", kNotchRadiusRange, "spectrum cells"),
               "CELLS");
@@ -122,7 +127,16 @@ RemovalSettings ReadSettings(const SharedTexts& texts, const char* usage) {
   const auto read = [usage](const std::string& text, const NumberOption& option, float& value) {
     if (!text.empty()) value = static_cast<float>(Checked(option, text, usage));
   };
-  read(texts.acceptance, FromRange("--acceptance", "percent", kAcceptanceRange), settings.acceptance);
+  settings.isAutomatic = texts.acceptance == "auto";
+  if (!settings.isAutomatic) {
+    const NumberOption acceptance = FromRange("--acceptance", "percent or auto", kAcceptanceRange);
+    read(texts.acceptance, acceptance, settings.acceptance);
+  }
+  if (!texts.sensitivity.empty()) {
+    if (!settings.isAutomatic) throw WrongUsage("--sensitivity belongs to --acceptance auto", usage);
+    settings.sensitivity =
+        Checked({"--sensitivity", "", kLeastSensitivity, kMostSensitivity, false}, texts.sensitivity, usage);
+  }
   read(texts.notchRadius, FromRange("--notch-radius", "spectrum cells", kNotchRadiusRange),
        settings.notchRadius);
   read(texts.protectionRadius, FromRange("--protection-radius", "pixels", kProtectionRadiusRange),
@@ -185,14 +199,15 @@ Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL,
 JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB and Lab of 8 or 16 bits, up
 to 7500 pixels on a side; alpha and metadata are kept. INPUT is never changed.
 
-Nothing found? Try a higher acceptance: 80 to 95 is usual on small pictures.
+Not sure of a number? -a auto finds it from the picture itself, also in real press halftones that no number reaches.
+Nothing found with a number? Try a higher one: 80 to 95 is usual on small pictures.
 
 Exit status: 0 done; 1 some of several pictures failed; 2 wrong usage; 3 input unreadable or damaged; 4 kind of
 picture not supported; 5 more than 7500 pixels on a side; 6 out of memory; 7 output cannot be written;
 130 interrupted.
 
 Examples:
-  tessaline -a 90 scan.png clean.png --spectrum spectrum.png
+  tessaline -a auto scan.png clean.png --spectrum spectrum.png
   tessaline --dry-run -a 95 --report - scan.png
   tessaline -a 90 --jobs 4 --output-dir cleaned scans/*.tif
 
@@ -202,9 +217,12 @@ constexpr const char* kStreamFooter = R"(
 INPUT and OUTPUT are files of raw frames, one after the other, or - for stdin and stdout. Frames outside
 --first..--last are read and dropped. 16-bit samples are little-endian and use the full range 0..65535.
 
+With --freeze all frames get the decision of the first in which something is found (frames before it stay as they
+are); with --freeze F that of frame F, which from a pipe must not lie behind --first.
+
 Example:
   ffmpeg -i in.mkv -f rawvideo -pix_fmt rgb24 - |
-    tessaline stream --width 1920 --height 1080 --pix-fmt rgb24 -a 90 - - |
+    tessaline stream --width 1920 --height 1080 --pix-fmt rgb24 -a auto --freeze - - |
     ffmpeg -f rawvideo -pix_fmt rgb24 -s 1920x1080 -r 25 -i - out.mkv)";
 
 std::string JoinPath(const std::string& folder, const std::string& name) {
@@ -314,13 +332,32 @@ FramePixels ReadFramePixels(const std::string& name) {
   throw WrongUsage("--pix-fmt takes one of " + names + ", not '" + name + "'", kStreamUsage);
 }
 
+constexpr const char* kFreezeFirstFound = "first";
+
+// The number behind --freeze is optional, and a file name may follow instead: only an argument that is all
+// digits belongs to it. (A file of such a name is written ./12.)
+std::vector<std::string> JoinFreezeFrame(int argc, const char* const* argv) {
+  std::vector<std::string> joined;
+  for (int i = 0; i < argc; ++i) {
+    std::string argument = argv[i];
+    if (argument == "--freeze") {
+      const std::string next = i + 1 < argc ? argv[i + 1] : "";
+      const bool isNumber = !next.empty() && next.find_first_not_of("0123456789") == std::string::npos;
+      argument += std::string("=") + (isNumber ? next : kFreezeFirstFound);
+      i += isNumber;
+    }
+    joined.push_back(argument);
+  }
+  return joined;
+}
+
 Command ReadStreamCommand(int argc, const char* const* argv) {
   CLI::App app("Takes repeating patterns out of raw frames, one by one.", "tessaline stream");
   app.formatter(std::make_shared<HelpFormatter>(std::string("Usage: ") + kStreamUsage));
   app.footer(kStreamFooter);
   SharedTexts shared;
   StreamCommand command;
-  std::string width, height, pixels, first, last;
+  std::string width, height, pixels, first, last, freeze;
   std::vector<std::string> arguments;
   app.add_option("files", arguments, "INPUT frames, then OUTPUT; - is stdin or stdout")
       ->type_name("INPUT OUTPUT");
@@ -329,8 +366,14 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   AddLastWins(app, "--pix-fmt", pixels, "Samples: gray, rgb24, gray16le or rgb48le", "F");
   AddLastWins(app, "--first", first, "First frame to take, counted from 0 (default 0)", "A");
   AddLastWins(app, "--last", last, "Last frame to take (default: to the end)", "B");
+  AddLastWins(app, "--freeze", freeze,
+              "One decision for all frames: of the first that shows a pattern, or of frame F", "[F]");
   AddSharedOptions(app, shared);
-  if (const auto help = Parse(app, argc, argv, kStreamUsage)) return *help;
+  std::vector<std::string> joined = JoinFreezeFrame(argc, argv);
+  std::vector<const char*> pointers;
+  for (const std::string& argument : joined) pointers.push_back(argument.c_str());
+  if (const auto help = Parse(app, static_cast<int>(pointers.size()), pointers.data(), kStreamUsage))
+    return *help;
 
   const auto required = [](const char* name, const std::string& text) {
     if (text.empty()) throw WrongUsage(std::string(name) + " is missing", kStreamUsage);
@@ -357,6 +400,8 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
                          std::to_string(command.firstFrame) + ": no frame to take",
                      kStreamUsage);
   }
+  command.isFrozen = !freeze.empty();
+  if (command.isFrozen && freeze != kFreezeFirstFound) command.frozenFrame = frame("--freeze", freeze);
   command.settings = ReadSettings(shared, kStreamUsage);
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
@@ -367,6 +412,12 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   if (arguments.size() > 2) throw WrongUsage("'" + arguments[2] + "' is one file too many", kStreamUsage);
   command.input = arguments[0];
   command.output = arguments[1];
+  if (command.frozenFrame && command.input == "-" && *command.frozenFrame > command.firstFrame) {
+    throw WrongUsage("--freeze " + freeze +
+                         " lies behind the first frame taken, and standard input cannot be read twice" +
+                         ": give it a file, or a frame up to " + std::to_string(command.firstFrame),
+                     kStreamUsage);
+  }
   if (command.output == "-" && command.reportFile == "-") {
     throw WrongUsage("OUTPUT and --report cannot both be stdout", kStreamUsage);
   }

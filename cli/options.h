@@ -8,12 +8,15 @@
 #include <vector>
 
 #include "glue/parameters/filter_parameters.h"
+#include "removal/automatic_detection.h"
 
 namespace tessaline::cli {
 
 struct RemovalSettings {
-  float acceptance = kAcceptanceRange.standard;              // percent
-  float notchRadius = kNotchRadiusRange.standard;            // spectrum cells
+  bool isAutomatic = false;                        // the acceptance is found from the picture itself
+  float acceptance = kAcceptanceRange.standard;    // percent; unused where automatic
+  double sensitivity = kStandardSensitivity;       // only where automatic
+  float notchRadius = kNotchRadiusRange.standard;  // spectrum cells
   float protectionRadius = kProtectionRadiusRange.standard;  // image pixels
 };
 
@@ -60,6 +63,10 @@ struct StreamCommand {
   FramePixels pixels = kFramePixels[0];
   int64_t firstFrame = 0;            // counted from 0; frames before it are read and dropped
   std::optional<int64_t> lastFrame;  // included; absent: to the end
+  // One decision for all frames, so that a film does not flicker: of the first frame in which something is
+  // found, or of a frame by its number.
+  bool isFrozen = false;
+  std::optional<int64_t> frozenFrame;  // absent: the first in which something is found
   RemovalSettings settings;
   std::string reportFile;
   bool overwrite = false;

@@ -249,7 +249,60 @@ class PictureRun {
     return text;
   }
 
+  // "period 1.92 px, angle 45.3 deg, 156.6 lpi at 300 dpi, height 3.35"
+  std::string LicensedPeakText(const SpectrumPeak& peak) const {
+    std::string text = "period " + Rounded(peak.period, 2) + " px, angle " + Rounded(peak.angle, 1) + " deg";
+    if (const auto resolution = input_.resolution()) {
+      const double lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
+      text += ", " + Rounded(lines, 1) + " lpi at " + Rounded(resolution->horizontal, 0) + " dpi";
+      if (lines > resolution->horizontal / 2) text += " (aliased: above half the resolution)";
+    }
+    return text + ", height " + Rounded(peak.height, 2);
+  }
+
+  // What the picture's own decision was, for one page.
+  std::vector<std::string> AutomaticNotes(const EngineOutcome& outcome, const std::string& subject) const {
+    const std::string start = subject + "auto: ";
+    if (!outcome.patternFound) {
+      std::string text = start + "no regular pattern found, image unchanged";
+      if (request_.settings.sensitivity < kMostSensitivity) {
+        text += " (--sensitivity " + Plain(static_cast<float>(kMostSensitivity)) + " takes fainter ones)";
+      }
+      return {text};
+    }
+    constexpr size_t kMostPeaksNamed = 8;
+    std::vector<std::string> peaks;
+    size_t licensed = 0, used = 0;
+    for (const SpectrumPeak& peak : outcome.peaks) {
+      used += peak.verdict == PeakVerdict::kUsed;
+      if (!peak.isLicensed) continue;
+      if (licensed++ < kMostPeaksNamed) peaks.push_back(start + LicensedPeakText(peak));
+    }
+    std::vector<std::string> notes = {
+        start + std::to_string(licensed) + (licensed == 1 ? " licensed peak, " : " licensed peaks, ") +
+        std::to_string(used) + " in all, " + std::to_string(outcome.seedCells) + " cells"};
+    notes.insert(notes.end(), peaks.begin(), peaks.end());
+    if (licensed > kMostPeaksNamed) {
+      notes.push_back(start + "and " + std::to_string(licensed - kMostPeaksNamed) +
+                      " licensed peaks more (--report has all)");
+    }
+    return notes;
+  }
+
+  std::vector<std::string> AutomaticNotes() const {
+    std::vector<std::string> notes;
+    for (size_t page = 0; page < outcomes_.size(); ++page) {
+      std::string subject = request_.input + ": ";
+      if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";
+      const std::vector<std::string> more = AutomaticNotes(outcomes_[page], subject);
+      notes.insert(notes.end(), more.begin(), more.end());
+    }
+    if (!request_.dryRun) notes.push_back(request_.input + ": written to " + request_.output);
+    return notes;
+  }
+
   std::vector<std::string> Notes() const {
+    if (request_.settings.isAutomatic) return AutomaticNotes();
     const size_t found = PagesWithPattern();
     const std::string subject = request_.input + ": ";
     const std::string written = request_.dryRun ? "" : "; written to " + request_.output;

@@ -7,7 +7,27 @@ namespace {
 
 constexpr int kReportVersion = 1;
 
-Json DescribeNotch(const Notch& notch, const std::optional<Resolution>& resolution) {
+Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
+  constexpr const char* kVerdicts[] = {"used", "text lines", "blocks", "skirt", "not isolated", "no licence"};
+  Json lines = nullptr;
+  if (resolution) lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
+  return {
+      {"dx", peak.dx},
+      {"dy", peak.dy},
+      {"periodPixels", peak.period},
+      {"angleDegrees", peak.angle},
+      {"linesPerInch", lines},
+      {"height", peak.height},
+      {"isolation", peak.isolation},
+      {"licensed", peak.isLicensed},
+      {"used", peak.verdict == PeakVerdict::kUsed},
+      {"verdict", peak.isGrid && peak.verdict != PeakVerdict::kUsed
+                      ? "windows"
+                      : kVerdicts[static_cast<size_t>(peak.verdict)]},
+  };
+}
+
+Json DescribeNotch(const Notch& notch, bool hasThreshold, const std::optional<Resolution>& resolution) {
   Json lines = nullptr;
   if (resolution) lines = LinesPerInch(notch, resolution->horizontal, resolution->vertical);
   return {
@@ -17,7 +37,7 @@ Json DescribeNotch(const Notch& notch, const std::optional<Resolution>& resoluti
       {"angleDegrees", notch.angleDegrees},
       {"linesPerInch", lines},
       {"level", notch.level},
-      {"aboveThreshold", notch.aboveThreshold},
+      {"aboveThreshold", hasThreshold ? Json(notch.aboveThreshold) : Json(nullptr)},
       {"cells", notch.cells},
   };
 }
@@ -25,30 +45,41 @@ Json DescribeNotch(const Notch& notch, const std::optional<Resolution>& resoluti
 }  // namespace
 
 Json DescribeSettings(const RemovalSettings& settings) {
-  return {
-      {"acceptance", settings.acceptance},
+  Json parameters = {
+      {"acceptance", settings.isAutomatic ? Json("auto") : Json(settings.acceptance)},
       {"notchRadius", settings.notchRadius},
       {"protectionRadius", settings.protectionRadius},
   };
+  if (settings.isAutomatic) parameters["sensitivity"] = settings.sensitivity;
+  return parameters;
 }
 
 Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& resolution) {
   Json notches = Json::array();
-  for (const Notch& notch : outcome.notches) notches.push_back(DescribeNotch(notch, resolution));
+  for (const Notch& notch : outcome.notches) {
+    notches.push_back(DescribeNotch(notch, outcome.hasThreshold, resolution));
+  }
   Json seconds = Json::object();
   for (size_t stage = 0; stage < static_cast<size_t>(RemovalStage::kCount); ++stage) {
     if (outcome.stageSeconds[stage] > 0) {
       seconds[StageName(static_cast<RemovalStage>(stage))] = outcome.stageSeconds[stage];
     }
   }
-  return {
+  Json run = {
       {"transformSize", outcome.transformSize},
-      {"threshold", outcome.threshold},
+      {"threshold", outcome.hasThreshold ? Json(outcome.threshold) : Json(nullptr)},
       {"patternFound", outcome.patternFound},
       {"patternCells", outcome.seedCells},
       {"notches", notches},
       {"seconds", seconds},
   };
+  if (outcome.isAutomatic) {
+    Json peaks = Json::array();
+    for (const SpectrumPeak& peak : outcome.peaks) peaks.push_back(DescribePeak(peak, resolution));
+    run["logSpan"] = outcome.logSpan;
+    run["peaks"] = peaks;
+  }
+  return run;
 }
 
 Json DescribeFailure(const std::string& input, const Refusal& refusal) {

@@ -17,6 +17,15 @@ constexpr Colour kProtected = {40, 130, 255};
 constexpr float kTakenOutCover = 0.8f;  // what a full notch hides of the spectrum below
 constexpr float kProtectedCover = 0.3f;
 constexpr float kRimCover = 1.0f;
+constexpr Colour kLicensed = {255, 220, 0};
+constexpr Colour kTextLines = {0, 230, 230};
+constexpr Colour kBlocks = {60, 230, 60};
+constexpr Colour kWindows = {215, 120, 255};
+
+// Letters of 3 x 5 pixels, a row per octal digit, the highest bit left.
+constexpr int kLetterT = 072222;
+constexpr int kLetterB = 065656;
+constexpr int kLetterW = 055575;
 
 void Cover(uint8_t* pixel, const Colour& colour, float cover) {
   const float target[3] = {colour.red, colour.green, colour.blue};
@@ -26,9 +35,65 @@ void Cover(uint8_t* pixel, const Colour& colour, float cover) {
   }
 }
 
+class Canvas {
+ public:
+  explicit Canvas(std::vector<uint8_t>* pixels) : pixels_(pixels) {}
+
+  void Dot(int32_t x, int32_t y, const Colour& colour, float cover = 1.0f) {
+    if (x < 0 || x >= kSpectrumCells || y < 0 || y >= kSpectrumCells) return;
+    Cover(pixels_->data() + 3 * (static_cast<size_t>(y) * kSpectrumCells + static_cast<size_t>(x)), colour,
+          cover);
+  }
+
+  void Circle(int32_t centreX, int32_t centreY, const Colour& colour) {
+    constexpr float kRadius = 9.0f;
+    for (int32_t y = -11; y <= 11; ++y) {
+      for (int32_t x = -11; x <= 11; ++x) {
+        const float fromRim = std::abs(std::hypot(static_cast<float>(x), static_cast<float>(y)) - kRadius);
+        if (fromRim < 1.2f) Dot(centreX + x, centreY + y, colour, std::min(1.0f, 1.4f - fromRim));
+      }
+    }
+  }
+
+  void LetteredSquare(int32_t centreX, int32_t centreY, const Colour& colour, int letter) {
+    constexpr int32_t kReach = 4;
+    for (int32_t i = -kReach; i <= kReach; ++i) {
+      for (const int32_t side : {-kReach, kReach}) {
+        Dot(centreX + i, centreY + side, colour);
+        Dot(centreX + side, centreY + i, colour);
+      }
+    }
+    // Beside the square, on the side of the zero frequency, so that it never falls off the picture.
+    constexpr int32_t kInk = 2;  // pixels for each of the letter's
+    const int32_t left = centreX < kSpectrumCentre ? centreX + kReach + 2 : centreX - kReach - 1 - 3 * kInk;
+    for (int32_t y = 0; y < 5 * kInk; ++y) {
+      for (int32_t x = 0; x < 3 * kInk; ++x) {
+        const bool isInk = (letter >> (3 * (4 - y / kInk) + 2 - x / kInk)) & 1;
+        if (isInk) Dot(left + x, centreY - 5 * kInk / 2 + y, colour);
+      }
+    }
+  }
+
+ private:
+  std::vector<uint8_t>* pixels_;
+};
+
+void MarkPeak(const SpectrumPeak& peak, int32_t x, int32_t y, Canvas* canvas) {
+  if (peak.isLicensed) {
+    canvas->Circle(x, y, kLicensed);
+  } else if (peak.verdict == PeakVerdict::kTextLines) {
+    canvas->LetteredSquare(x, y, kTextLines, kLetterT);
+  } else if (peak.verdict == PeakVerdict::kBlocks) {
+    canvas->LetteredSquare(x, y, kBlocks, kLetterB);
+  } else if (peak.isGrid && peak.verdict != PeakVerdict::kUsed) {
+    canvas->LetteredSquare(x, y, kWindows, kLetterW);
+  }
+}
+
 }  // namespace
 
-std::vector<uint8_t> DrawSpectrum(const RemovalFindings& findings, float protectionRadius) {
+std::vector<uint8_t> DrawSpectrum(const RemovalFindings& findings, float protectionRadius,
+                                  const std::vector<SpectrumPeak>& peaks) {
   constexpr int32_t kSide = kSpectrumCells;
   constexpr float kSmallestDisc = 256.0f / 127.9f;  // the run caps the protection radius
   const float discRadius = std::max(256.0f / protectionRadius, kSmallestDisc);
@@ -49,6 +114,11 @@ std::vector<uint8_t> DrawSpectrum(const RemovalFindings& findings, float protect
       }
       if (mask[x] > 0) Cover(pixel, kTakenOut, kTakenOutCover * static_cast<float>(mask[x]) / kByteMax);
     }
+  }
+  Canvas canvas(&picture);
+  for (const SpectrumPeak& peak : peaks) {
+    MarkPeak(peak, kSpectrumCentre + peak.dx, kSpectrumCentre + peak.dy, &canvas);
+    MarkPeak(peak, kSpectrumCentre - peak.dx, kSpectrumCentre - peak.dy, &canvas);
   }
   return picture;
 }

@@ -39,6 +39,9 @@ class FrameInput {
   FileIdentity identity() const { return IdentityOf(descriptor_); }
   std::optional<off_t> size() const { return size_; }  // nothing for a pipe
 
+  // False where the input cannot be read out of order.
+  bool Seek(int64_t position) { return size_ && lseek(descriptor_, position, SEEK_SET) == position; }
+
   // As many bytes as there are, at most `count`.
   size_t Read(void* bytes, size_t count) {
     size_t got = 0;
@@ -135,6 +138,7 @@ class StreamRun {
   std::vector<std::string> Run() {
     ResetBufferTable();
     frame_.resize(kind_.RowBytes() * static_cast<size_t>(kind_.height));
+    if (command_.frozenFrame && *command_.frozenFrame > command_.firstFrame) DecideAhead();
     try {
       while (TakeFrame()) {
       }
@@ -157,12 +161,14 @@ class StreamRun {
     const size_t got = input_->Read(frame_.data(), frame_.size());
     if (got == 0) return false;
     if (got < frame_.size()) throw ShortFrame(got);
+    if (command_.frozenFrame == frameNumber_ && !isDecided_) Decide();
     if (frameNumber_ >= command_.firstFrame) CleanFrame();
     ++frameNumber_;
     return true;
   }
 
-  void CleanFrame() {
+  // One run over the frame at hand.
+  EngineOutcome RunOnFrame(EngineWishes wishes) {
     const std::string name = "frame " + std::to_string(frameNumber_) + " of " + input_->name();
     if (samples_.slot() == 0 && !samples_.Create(kind_)) {
       throw Refusal(ExitStatus::kOutOfMemory, name,
@@ -172,11 +178,52 @@ class StreamRun {
     for (int32_t y = 0; y < kind_.height; ++y) {
       samples_.TakeRow(y, frame_.data() + static_cast<size_t>(y) * rowBytes);
     }
-    EngineWishes wishes;
     wishes.settings = command_.settings;
-    wishes.collectsNotches = !command_.reportFile.empty();
     const auto show = [&](double fraction, const char* doing) { Show(fraction, doing); };
-    const EngineOutcome outcome = RunEngine(samples_.slot(), wishes, show, name);
+    return RunEngine(samples_.slot(), wishes, show, name);
+  }
+
+  // Keeps the decision of the frame at hand for all.
+  void Decide() {
+    EngineWishes wishes;
+    wishes.onlyLook = true;
+    wishes.collectsNotches = false;
+    wishes.collectsSeeds = true;
+    Keep(RunOnFrame(wishes));
+  }
+
+  void Keep(const EngineOutcome& outcome) {
+    frozenSeeds_ = outcome.seeds;
+    decidingFrame_ = frameNumber_;
+    isDecided_ = true;
+  }
+
+  // The deciding frame lies behind the first that is taken: look at it first, then begin again.
+  void DecideAhead() {
+    frameNumber_ = *command_.frozenFrame;
+    if (!input_->Seek(frameNumber_ * static_cast<int64_t>(frame_.size()))) {
+      throw Refusal(ExitStatus::kUnreadable, input_->name(),
+                    "is a pipe and cannot be read twice: --freeze takes a file, or a frame up to --first");
+    }
+    if (input_->Read(frame_.data(), frame_.size()) < frame_.size()) {
+      throw Refusal(
+          ExitStatus::kUnreadable, input_->name(),
+          "ends before frame " + std::to_string(frameNumber_) + " of --freeze; nothing was written");
+    }
+    Decide();
+    input_->Seek(0);
+    frameNumber_ = 0;
+  }
+
+  void CleanFrame() {
+    const size_t rowBytes = kind_.RowBytes();
+    const bool stillLooks = command_.isFrozen && !command_.frozenFrame && !isDecided_;
+    EngineWishes wishes;
+    wishes.collectsNotches = !command_.reportFile.empty();
+    wishes.collectsSeeds = stillLooks;
+    if (isDecided_) wishes.frozenSeeds = &frozenSeeds_;
+    const EngineOutcome outcome = RunOnFrame(wishes);
+    if (stillLooks && outcome.patternFound) Keep(outcome);
     if (outcome.samplesChanged) {  // otherwise the frame goes out as it came in
       for (int32_t y = 0; y < kind_.height; ++y) {
         samples_.FillRow(y, false, frame_.data() + static_cast<size_t>(y) * rowBytes);
@@ -223,13 +270,16 @@ class StreamRun {
     std::ostringstream text;
     text << input_->name() << ": " << output_->frames()
          << (output_->frames() == 1 ? " frame, " : " frames, ");
-    if (framesWithPattern_ == 0) {
+    if (framesWithPattern_ == 0 && command_.settings.isAutomatic) {
+      text << "auto: no regular pattern found; they are unchanged";
+    } else if (framesWithPattern_ == 0) {
       text << "no pattern found at acceptance " << command_.settings.acceptance
            << "; they are unchanged. To find more, try a higher acceptance (-a; on small frames 80 to 95 is "
               "usual).";
     } else {
       text << "pattern taken out of " << framesWithPattern_;
     }
+    if (isDecided_) text << ", decided by frame " << decidingFrame_;
     std::vector<std::string> notes = {text.str()};
     if (command_.lastFrame && frameNumber_ <= *command_.lastFrame) {
       notes.push_back(input_->name() + ": ended after frame " + std::to_string(frameNumber_ - 1) +
@@ -247,6 +297,7 @@ class StreamRun {
         {"height", command_.height},
         {"pixelFormat", command_.pixels.name},
         {"parameters", DescribeSettings(command_.settings)},
+        {"frozenFrame", isDecided_ ? Json(decidingFrame_) : Json(nullptr)},
         {"frames", frameReports_},
         {"peakMemoryBytes", PeakMemoryBytes()},
     };
@@ -269,6 +320,9 @@ class StreamRun {
   PageSamples samples_;
   int64_t frameNumber_ = 0;
   int64_t framesWithPattern_ = 0;
+  bool isDecided_ = false;  // frozen: the map below serves every frame from now on
+  int64_t decidingFrame_ = 0;
+  SeedMap frozenSeeds_;
   Json frameReports_ = Json::array();
 };
 
