@@ -63,7 +63,7 @@ double Checked(const NumberOption& option, const std::string& text, const char* 
   // Written so that not-a-number fails too.
   if (!value || !(*value >= option.minimum && *value <= option.maximum)) {
     std::ostringstream range;
-    range.precision(17);
+    range.precision(12);
     range << option.minimum;
     const bool isOpen = option.maximum >= static_cast<double>(kMostFrames);
     if (isOpen) {

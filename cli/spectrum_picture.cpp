@@ -1,6 +1,7 @@
 #include "cli/spectrum_picture.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "buffers/buffer_table.h"
@@ -22,10 +23,11 @@ constexpr Colour kTextLines = {0, 230, 230};
 constexpr Colour kBlocks = {60, 230, 60};
 constexpr Colour kWindows = {215, 120, 255};
 
-// Letters of 3 x 5 pixels, a row per octal digit, the highest bit left.
-constexpr int kLetterT = 072222;
-constexpr int kLetterB = 065656;
-constexpr int kLetterW = 055575;
+// Letters of 5 x 5 pixels, the highest bit left.
+using Letter = std::array<uint8_t, 5>;
+constexpr Letter kLetterT = {0b11111, 0b00100, 0b00100, 0b00100, 0b00100};
+constexpr Letter kLetterB = {0b11110, 0b10001, 0b11110, 0b10001, 0b11110};
+constexpr Letter kLetterW = {0b10001, 0b10001, 0b10101, 0b11011, 0b10001};
 
 void Cover(uint8_t* pixel, const Colour& colour, float cover) {
   const float target[3] = {colour.red, colour.green, colour.blue};
@@ -55,7 +57,7 @@ class Canvas {
     }
   }
 
-  void LetteredSquare(int32_t centreX, int32_t centreY, const Colour& colour, int letter) {
+  void LetteredSquare(int32_t centreX, int32_t centreY, const Colour& colour, const Letter& letter) {
     constexpr int32_t kReach = 4;
     for (int32_t i = -kReach; i <= kReach; ++i) {
       for (const int32_t side : {-kReach, kReach}) {
@@ -64,12 +66,10 @@ class Canvas {
       }
     }
     // Beside the square, on the side of the zero frequency, so that it never falls off the picture.
-    constexpr int32_t kInk = 2;  // pixels for each of the letter's
-    const int32_t left = centreX < kSpectrumCentre ? centreX + kReach + 2 : centreX - kReach - 1 - 3 * kInk;
-    for (int32_t y = 0; y < 5 * kInk; ++y) {
-      for (int32_t x = 0; x < 3 * kInk; ++x) {
-        const bool isInk = (letter >> (3 * (4 - y / kInk) + 2 - x / kInk)) & 1;
-        if (isInk) Dot(left + x, centreY - 5 * kInk / 2 + y, colour);
+    const int32_t left = centreX < kSpectrumCentre ? centreX + kReach + 3 : centreX - kReach - 7;
+    for (int32_t y = 0; y < 5; ++y) {
+      for (int32_t x = 0; x < 5; ++x) {
+        if (letter[y] >> (4 - x) & 1) Dot(left + x, centreY - 2 + y, colour);
       }
     }
   }
