@@ -23,11 +23,11 @@ constexpr Colour kTextLines = {0, 230, 230};
 constexpr Colour kBlocks = {60, 230, 60};
 constexpr Colour kWindows = {215, 120, 255};
 
-// Letters of 5 x 5 pixels, the highest bit left.
-using Letter = std::array<uint8_t, 5>;
-constexpr Letter kLetterT = {0b11111, 0b00100, 0b00100, 0b00100, 0b00100};
-constexpr Letter kLetterB = {0b11110, 0b10001, 0b11110, 0b10001, 0b11110};
-constexpr Letter kLetterW = {0b10001, 0b10001, 0b10101, 0b11011, 0b10001};
+// Letters of 5 x 7 pixels, the highest bit left.
+using Letter = std::array<uint8_t, 7>;
+constexpr Letter kLetterT = {0b11111, 0b00100, 0b00100, 0b00100, 0b00100, 0b00100, 0b00100};
+constexpr Letter kLetterB = {0b11110, 0b10001, 0b10001, 0b11110, 0b10001, 0b10001, 0b11110};
+constexpr Letter kLetterW = {0b10001, 0b10001, 0b10001, 0b10101, 0b10101, 0b10101, 0b01010};
 
 void Cover(uint8_t* pixel, const Colour& colour, float cover) {
   const float target[3] = {colour.red, colour.green, colour.blue};
@@ -67,9 +67,9 @@ class Canvas {
     }
     // Beside the square, on the side of the zero frequency, so that it never falls off the picture.
     const int32_t left = centreX < kSpectrumCentre ? centreX + kReach + 3 : centreX - kReach - 7;
-    for (int32_t y = 0; y < 5; ++y) {
+    for (int32_t y = 0; y < 7; ++y) {
       for (int32_t x = 0; x < 5; ++x) {
-        if (letter[y] >> (4 - x) & 1) Dot(left + x, centreY - 2 + y, colour);
+        if (letter[y] >> (4 - x) & 1) Dot(left + x, centreY - 3 + y, colour);
       }
     }
   }
