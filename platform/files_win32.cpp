@@ -22,8 +22,31 @@ std::string Folder() {
   return length > 0 && length < sizeof path ? path : "";
 }
 
-// While one process renames a file, another's open or rename of it fails for a moment. Tries again until
-// `attempt` succeeds, fails for another reason, or half a second has passed.
+// One reader or writer at a time, in all processes of the session: a file that somebody reads cannot be
+// renamed over, and a busy reader could keep a writer out for good.
+class Turn {
+ public:
+  Turn() : mutex_(CreateMutexA(nullptr, FALSE, "Local\\Tessaline private files")) {
+    // Whoever holds it that long hangs; the attempts below then do what they can.
+    constexpr DWORD kLongestMilliseconds = 2000;
+    if (mutex_ == nullptr) return;
+    const DWORD outcome = WaitForSingleObject(mutex_, kLongestMilliseconds);
+    isMine_ = outcome == WAIT_OBJECT_0 || outcome == WAIT_ABANDONED;
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+  ~Turn() {
+    if (isMine_) ReleaseMutex(mutex_);
+    if (mutex_ != nullptr) CloseHandle(mutex_);
+  }
+
+ private:
+  HANDLE mutex_;
+  bool isMine_ = false;
+};
+
+// Others that do not take turns (another session, a virus scanner) keep a file for a moment. Tries again
+// until `attempt` succeeds, fails for another reason, or half a second has passed.
 template <typename Attempt>
 bool RetryWhileShared(Attempt attempt) {
   constexpr int kAttempts = 50;
@@ -103,6 +126,7 @@ void SetPrivateFolder(const char* path) {
 int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes) {
   const std::string folder = Folder();
   if (folder.empty()) return -1;
+  const Turn turn;
   File file;
   if (!RetryWhileShared([&] { return file.Open(folder + name, GENERIC_READ, OPEN_EXISTING); })) return -1;
   DWORD done = 0;
@@ -114,6 +138,7 @@ bool ReplacePrivateFile(const char* name, const void* source, size_t bytes) {
   const std::string folder = Folder();
   if (folder.empty()) return false;
   const std::string path = folder + name;
+  const Turn turn;
   File file;
   const std::string temporary = CreateTemporary(path, &file);
   if (temporary.empty()) return false;
