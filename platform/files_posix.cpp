@@ -131,6 +131,8 @@ std::string TemporaryName(const char* name) {
 
 void SetPrivateFolder(const char* path) {
   g_givenFolder = path != nullptr ? path : "";
+  // "link/" would be followed where "link" is not.
+  while (g_givenFolder.size() > 1 && g_givenFolder.back() == '/') g_givenFolder.pop_back();
 }
 
 int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes) {

@@ -86,8 +86,10 @@ TEST_F(PrivateFolderTest, FoldersThatOthersCouldSteerAreRefused) {
   fs::create_directory(folder.File("real"));
   fs::permissions(folder.File("real"), fs::perms::owner_all);
   fs::create_directory_symlink(folder.File("real"), folder.File("link"));
-  SetPreferencesFolder(folder.File("link").c_str());
-  EXPECT_FALSE(Write());
+  for (const char* const link : {"link", "link/"}) {
+    SetPreferencesFolder(folder.File(link).c_str());
+    EXPECT_FALSE(Write());
+  }
 
   SetPreferencesFolder(folder.File("real").c_str());
   EXPECT_TRUE(Write());
