@@ -253,6 +253,15 @@ bool CanRemoveFrom(int32_t bytesPerPixel) {
   return FindSourceKind(bytesPerPixel) != nullptr;
 }
 
+bool RefuseTooLarge(int32_t width, int32_t height) {
+  if (height <= kLargestSide && width <= kLargestSide) return false;
+  ShowMessage(
+      "Tessaline is limited to 7500x7500 pixels\n for the image or selection.\n Try using either a smaller "
+      "image or a selection.",
+      "Ombrant Vistrel");
+  return true;
+}
+
 int32_t TransformSizeFor(int32_t side) {
   for (const SizeThreshold& threshold : kSizeThresholds) {
     if (side > threshold.longerThan) return threshold.transformSize;
@@ -263,14 +272,7 @@ int32_t TransformSizeFor(int32_t side) {
 int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterList* list, bool suppressDialog,
                    const RemovalContext& context) {
   const BufferShape source = ShapeOf(sourceSlot);
-  if (source.height > kLargestSide || source.width > kLargestSide) {
-    ShowMessage(
-        "Tessaline is limited to 7500x7500 pixels\n for the image or selection.\n Try using either a smaller "
-        "image or "
-        "a selection.",
-        "Ombrant Vistrel");
-    return kUserCancelled;
-  }
+  if (RefuseTooLarge(source.width, source.height)) return kUserCancelled;
   const SourceKind* const kind = FindSourceKind(source.bytesPerPixel);
   if (kind == nullptr || parameters == nullptr) return kUnknownPixelKind;
 

@@ -71,6 +71,10 @@ struct RemovalContext {
 // True for the pixel kinds a run takes: 1, 2, 3 and 6 bytes per pixel.
 bool CanRemoveFrom(int32_t bytesPerPixel);
 
+// True, after a message to the user, for an image larger than kLargestSide. A run asks by itself; for callers
+// that would have to fetch the image first.
+bool RefuseTooLarge(int32_t width, int32_t height);
+
 // Side of the square transform for an image whose longer side is `side` pixels.
 int32_t TransformSizeFor(int32_t side);
 

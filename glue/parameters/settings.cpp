@@ -26,13 +26,6 @@ constexpr char kPreferencesName[] = "Plug-In Preferences.xyz";
 // Set while the file may hold text records that memory could not take.
 bool g_textRecordsAreIncomplete = false;
 
-void FreeTextRecords() {
-  for (char*& record : textRecords) {
-    FreeLockedBlock(record);
-    record = nullptr;
-  }
-}
-
 bool AllocateTextRecords() {
   FreeTextRecords();
   for (char*& record : textRecords) {
@@ -47,6 +40,13 @@ uint8_t* TextRecordIn(uint8_t* file, int32_t index) {
 }
 
 }  // namespace
+
+void FreeTextRecords() {
+  for (char*& record : textRecords) {
+    FreeLockedBlock(record);
+    record = nullptr;
+  }
+}
 
 void SetPreferencesFolder(const char* path) {
   SetPrivateFolder(path);

@@ -43,6 +43,9 @@ extern ImageInfo imageInfo;
 // NUL-terminated, or null. Nothing in the program fills them; they are carried from file to file.
 extern char* textRecords[kTextRecords];
 
+// Frees the blocks of the text records, for a run that ends between ReadPreferences and WritePreferences.
+void FreeTextRecords();
+
 // Keeps the preferences file in the folder `path` from now on; null restores the user's own place. As
 // SetPrivateFolder of platform/files.h, which also tells where that place is.
 void SetPreferencesFolder(const char* path);
