@@ -1,0 +1,193 @@
+#include "glue/host/plugin_main.h"
+
+#include <algorithm>
+
+#include "buffers/buffer_table.h"
+#include "buffers/result_codes.h"
+#include "glue/host/host_access.h"
+#include "glue/host/image_mode.h"
+#include "glue/host/image_transfer.h"
+#include "glue/host/scripting.h"
+#include "glue/parameters/filter_parameters.h"
+#include "glue/parameters/parameter_list.h"
+#include "glue/parameters/settings.h"
+#include "platform/message.h"
+#include "removal/removal_run.h"
+
+namespace tessaline {
+
+HostCall hostCall;
+
+namespace {
+
+constexpr char kTitle[] = "_MainGlueProcess";
+constexpr char kRefusal[] =
+    "Tessaline works on greyscale, RGB and Lab pictures of 8 or 16 bits per channel. Convert the picture to "
+    "one "
+    "of these modes first.";
+
+DialogOpener g_openDialog = nullptr;
+
+// What one run holds, released on every path out of it.
+struct RunHoldings {
+  ParameterList* list = nullptr;
+  ProgramHandle* parameters = nullptr;
+
+  RunHoldings() = default;
+  RunHoldings(const RunHoldings&) = delete;
+  RunHoldings& operator=(const RunHoldings&) = delete;
+  ~RunHoldings() {
+    FreeParameterList(list);
+    if (parameters != nullptr) DisposeHandle(parameters);
+    FreeTextRecords();
+    // By name: a flush visits the lowest slots only, and a single live buffer not at all.
+    ReleaseImageBuffers();
+    FlushBufferTable();
+  }
+};
+
+void DescribeImage(const host::VRect& area, const PixelLayout& layout) {
+  imageInfo.width = WidthOf(area);
+  imageInfo.height = HeightOf(area);
+  imageInfo.colorPlanes = layout.colorPlanes;
+  imageInfo.extraPlanes = layout.extraPlanes;
+  imageInfo.channelBytes = layout.channelBytes;
+  imageInfo.mainBuffer = 0;
+  imageInfo.alphaBuffer = 0;
+  imageInfo.maskBuffer = 0;
+}
+
+void ReportProgress(void* user, int32_t done, int32_t total) {
+  const auto progress = static_cast<const host::FilterRecord*>(user)->progressProc;
+  if (progress != nullptr && total > 0) progress(std::min(done, total), total);
+}
+
+bool IsAborted(void* user) {
+  const auto isAborted = static_cast<const host::FilterRecord*>(user)->abortProc;
+  return isAborted != nullptr && isAborted();
+}
+
+int32_t OpenDialog(void* user, int32_t sourceSlot, FilterParameters* parameters) {
+  const host::PlatformData* const platform = static_cast<const host::FilterRecord*>(user)->platformData;
+  return g_openDialog(platform != nullptr ? platform->hwnd : nullptr, sourceSlot, parameters);
+}
+
+RemovalContext MakeContext(host::FilterRecord* record) {
+  RemovalContext context;
+  context.progress.progressEnabled = true;
+  context.progress.progress = ReportProgress;
+  context.progress.abortCheck = IsAborted;
+  context.progress.user = record;
+  if (g_openDialog != nullptr) context.openDialog = OpenDialog;
+  context.user = record;
+  return context;
+}
+
+void Continue(host::FilterRecord* record) {
+  RequestNothing(record);
+}
+
+int16_t Start(host::FilterRecord* record) {
+  return static_cast<int16_t>(MainGlueProcess(record));
+}
+
+// Stores what the host passed. From now on its rectangles are those of 32 bits, where it offers them.
+void EnterCall(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* result) {
+  hostCall = {parameterBlock, data, result, nullptr};
+  if (parameterBlock == nullptr) return;
+  if (selector == host::kSelectorAbout) {
+    hostCall.basicSuite = static_cast<host::AboutRecord*>(parameterBlock)->sSPBasic;
+    return;
+  }
+  auto* const record = static_cast<host::FilterRecord*>(parameterBlock);
+  hostCall.basicSuite = record->sSPBasic;
+  if (record->bigDocumentData != nullptr) record->bigDocumentData->PluginUsing32BitCoordinates = 1;
+}
+
+int16_t Dispatch(int16_t selector, host::FilterRecord* record) {
+  switch (selector) {
+    case host::kSelectorAbout:  // no about box; some hosts come with a result of 1
+    case host::kSelectorParameters:
+    case host::kSelectorPrepare:
+    case host::kSelectorFinish:
+      return kSuccess;
+    case host::kSelectorStart:
+      return record != nullptr ? Start(record) : host::kParameterError;
+    case host::kSelectorContinue:
+      if (record == nullptr) return host::kParameterError;
+      Continue(record);
+      return kSuccess;
+    default:
+      return hostCall.result != nullptr ? *hostCall.result : int16_t{kSuccess};
+  }
+}
+
+}  // namespace
+
+DialogOpener SetDialogOpener(DialogOpener opener) {
+  const DialogOpener previous = g_openDialog;
+  g_openDialog = opener;
+  return previous;
+}
+
+int32_t MainGlueProcess(host::FilterRecord* record) {
+  RequestNothing(record);  // whatever a host has left there: no output may be stored before there is one
+  const host::VRect area = FindWorkRectangle(record);
+  ResetBufferTable();
+  const PixelLayout layout = LayoutOf(*record);
+  if (layout.mode == nullptr) ShowMessage("bad image mode", kTitle);
+  DescribeImage(area, layout);
+  RunHoldings run;
+
+  const Treatment treatment = TreatmentOf(layout);
+  if (treatment == Treatment::kRefuse) {
+    SetErrorString(*record, kRefusal);
+    return kUnknownPixelKind;
+  }
+  const bool isCleaned = treatment == Treatment::kClean && HasPixels(area);
+  if (isCleaned) {
+    // The run would say the same, but only after a picture of any size was fetched.
+    if (RefuseTooLarge(imageInfo.width, imageInfo.height)) return kUserCancelled;
+    const int32_t result = FetchImage(record, area, layout);
+    if (result != kSuccess) return result;
+  }
+
+  run.list = MakeParameterList();
+  if (run.list == nullptr) return kOutOfMemory;
+  const bool suppressDialog = ReadDescriptor(record, run.list);
+  // The list above has the values of the settings record as the last run left it; only then the file is read.
+  ClearSettings();
+  ReadPreferences();
+  ApplySettingsDefaults();
+  run.parameters = MakeParameters(*run.list);
+  if (run.parameters == nullptr) return kOutOfMemory;
+
+  const bool isKnownWidth = layout.channelBytes == 1 || layout.channelBytes == 2 || layout.channelBytes == 4;
+  if (!isKnownWidth) ShowMessage("info->channelbytes is wrong", kTitle);
+  if (isCleaned) {
+    const int32_t result = RunRemoval(imageInfo.mainBuffer, ParametersOf(run.parameters), run.list,
+                                      suppressDialog, MakeContext(record));
+    if (result != kSuccess) return result;
+  }
+
+  // A picture that was not cleaned is not written back either: floats would not come through x 255 and x
+  // 1/255 with the same bits, and the brightest not at all.
+  const bool isWrittenBack = isCleaned && run.list->noCopyBack == 0;
+  int32_t result = isWrittenBack ? CopyBack(record, area, layout) : DontCopyBack(record);
+  if (result != kSuccess) return result;
+  result = WriteDescriptor(record, *run.list);
+  WritePreferences();  // a failure costs nothing but the memory of this run
+  return result;
+}
+
+}  // namespace tessaline
+
+intptr_t PluginMain(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* result) {
+  using namespace tessaline;
+  EnterCall(selector, parameterBlock, data, result);
+  const int16_t code =
+      Dispatch(selector,
+               selector == host::kSelectorAbout ? nullptr : static_cast<host::FilterRecord*>(parameterBlock));
+  if (result != nullptr) *result = code;
+  return code;
+}
