@@ -1,0 +1,148 @@
+#include "testhost/descriptor_file.h"
+
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+#include "testhost/refusal.h"
+
+namespace tessaline::testhost {
+
+namespace {
+
+bool IsPlain(char c) {
+  return c > ' ' && c <= '~';
+}
+
+// The codes of a line. A code of four plain characters could also begin with "0x": it is then four long, not
+// ten.
+std::optional<host::OSType> CodeOf(const std::string& word) {
+  host::OSType code = 0;
+  if (word.size() == 10 && word.starts_with("0x")) {
+    const auto [end, error] = std::from_chars(word.data() + 2, word.data() + word.size(), code, 16);
+    if (error == std::errc() && end == word.data() + word.size()) return code;
+    return std::nullopt;
+  }
+  if (word.size() != 4) return std::nullopt;
+  for (const char c : word) code = code << 8 | static_cast<uint8_t>(c);
+  return code;
+}
+
+std::string CodeText(host::OSType code) {
+  std::string text;
+  bool isPlain = true;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    text += static_cast<char>(code >> shift);
+    isPlain = isPlain && IsPlain(text.back());
+  }
+  // '#' would begin a comment.
+  if (isPlain && text[0] != '#') return text;
+  char hex[11];
+  std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(code));
+  return hex;
+}
+
+template <typename Number>
+std::optional<Number> NumberOf(const std::string& word) {
+  Number number{};
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+  if (error != std::errc() || end != word.data() + word.size() || word.empty()) return std::nullopt;
+  return number;
+}
+
+// What a line's type word makes of the rest of the line; nothing when it does not fit.
+using Value = decltype(DescriptorItem::value);
+std::optional<Value> ValueOf(const std::string& type, const std::string& rest) {
+  const auto wrap = [](auto value) { return value ? std::optional<Value>(*value) : std::nullopt; };
+  if (type == "long") return wrap(NumberOf<int32_t>(rest));
+  if (type == "doub") return wrap(NumberOf<double>(rest));
+  if (type == "text") return rest;
+  if (type == "bool" && (rest == "true" || rest == "false")) return rest == "true";
+  if (type == "enum") {
+    std::istringstream words(rest);
+    std::string enumeration, value, surplus;
+    words >> enumeration >> value;
+    const auto typeCode = CodeOf(enumeration), valueCode = CodeOf(value);
+    if (typeCode && valueCode && !(words >> surplus)) return EnumeratedValue{*typeCode, *valueCode};
+  }
+  return std::nullopt;
+}
+
+struct ValueText {
+  std::string operator()(int32_t value) const { return "long " + std::to_string(value); }
+  std::string operator()(double value) const {
+    char text[40];
+    return "doub " + std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+  }
+  std::string operator()(bool value) const { return value ? "bool true" : "bool false"; }
+  std::string operator()(const std::string& value) const { return "text " + value; }
+  std::string operator()(const EnumeratedValue& value) const {
+    return "enum " + CodeText(value.type) + " " + CodeText(value.value);
+  }
+};
+
+std::string Trimmed(const std::string& text) {
+  const size_t first = text.find_first_not_of(" \t\r");
+  if (first == std::string::npos) return "";
+  return text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted(1, '\'');
+  return quoted.append(text).append(1, '\'');
+}
+
+}  // namespace
+
+Descriptor ParseDescriptor(const std::string& source, const std::string& text) {
+  Descriptor descriptor;
+  std::istringstream lines(text);
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    line = Trimmed(line);
+    if (line.empty() || line[0] == '#') continue;
+    const auto refuse = [&](const std::string& fault) {
+      throw Refusal(ExitStatus::kUnreadable, source + ", line " + std::to_string(number), fault);
+    };
+    std::istringstream words(line);
+    std::string key, type, rest;
+    words >> key >> type;
+    std::getline(words, rest);
+    const auto code = CodeOf(key);
+    if (!code) refuse(Quoted(key) + " is no key; keys have four characters, such as epsT");
+    const auto value = ValueOf(type, Trimmed(rest));
+    if (!value) {
+      refuse(Quoted(Trimmed(line.substr(key.size()))) +
+             " is none of: long NUMBER, doub NUMBER, bool true|false, text TEXT, enum TYPE VALUE");
+    }
+    descriptor.push_back({*code, *value});
+  }
+  return descriptor;
+}
+
+std::string DescriptorText(const Descriptor& descriptor) {
+  std::string text;
+  for (const DescriptorItem& item : descriptor) {
+    text += CodeText(item.key) + " " + std::visit(ValueText(), item.value) + "\n";
+  }
+  return text;
+}
+
+Descriptor ReadDescriptorFile(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw Refusal(ExitStatus::kUnreadable, path, "cannot be opened");
+  std::ostringstream text;
+  text << file.rdbuf();
+  return ParseDescriptor(path, text.str());
+}
+
+void WriteDescriptorFile(const std::string& path, const Descriptor& descriptor) {
+  std::ofstream file(path, std::ios::trunc);
+  file << "# Parameters of a filter run, for filterhost --play\n" << DescriptorText(descriptor);
+  file.close();
+  if (!file) throw Refusal(ExitStatus::kCannotWrite, path, "cannot be written");
+}
+
+}  // namespace tessaline::testhost

@@ -1,0 +1,66 @@
+#include "testhost/plugin_properties.h"
+
+#include <gtest/gtest.h>
+
+#include "resources/resource_bytes.h"
+#include "testhost/refusal.h"
+
+namespace tessaline::testhost {
+namespace {
+
+std::string FaultOf(const std::vector<uint8_t>& resource) {
+  try {
+    ReadPluginProperties("x.8bf", resource);
+  } catch (const Refusal& refusal) {
+    EXPECT_EQ(ExitStatus::kBadModule, refusal.status());
+    return refusal.what();
+  }
+  return "";
+}
+
+TEST(PluginProperties, TellWhatTheModuleSaysOfItself) {
+  const PluginProperties properties = ReadPluginProperties("x.8bf", PluginPropertyList());
+  EXPECT_EQ("Tessaline...", properties.name);
+  EXPECT_EQ("Vistrel - 5. Noise Removal", properties.category);
+  EXPECT_EQ("PluginMain", properties.entryPoint);
+  EXPECT_EQ(4, properties.versionMajor);
+  EXPECT_EQ(0, properties.versionMinor);
+  EXPECT_TRUE(properties.enabledWhen.ends_with("PSHOP_ImageDepth == 32"));
+  const std::vector<std::string> keys = {"kind", "name", "catg", "vers", "8664", "mode",
+                                         "hstm", "enbl", "ms32", "flly", "fici"};
+  EXPECT_EQ(keys, properties.keys);
+  EXPECT_TRUE(properties.Takes(host::kModeGray) && properties.Takes(host::kModeRgb) &&
+              properties.Takes(host::kModeLab));
+  EXPECT_FALSE(properties.Takes(host::kModeBitmap) || properties.Takes(host::kModeIndexed) ||
+               properties.Takes(host::kModeRgb48));
+}
+
+// Every cut and every flipped byte either reads as a filter or is refused: nothing reads past the resource.
+TEST(PluginProperties, SurviveAnyDamage) {
+  const std::vector<uint8_t> good = PluginPropertyList();
+  for (size_t bytes = 0; bytes < good.size(); ++bytes) {
+    EXPECT_NE("", FaultOf({good.begin(), good.begin() + static_cast<std::ptrdiff_t>(bytes)})) << bytes;
+  }
+  for (size_t i = 0; i < good.size(); ++i) {
+    std::vector<uint8_t> damaged = good;
+    damaged[i] ^= 0xFF;
+    FaultOf(damaged);
+  }
+}
+
+TEST(PluginProperties, RefusalNamesTheFault) {
+  std::vector<uint8_t> unpadded = PluginPropertyList();
+  unpadded[0x2A] = 13;  // length of 'name'
+  EXPECT_EQ("x.8bf: resource PiPL: property 'name' has length 13, no multiple of 4", FaultOf(unpadded));
+
+  std::vector<uint8_t> tooNew = PluginPropertyList();
+  tooNew[0x7A] = 1;  // 'vers' 4.1
+  EXPECT_EQ("x.8bf: resource PiPL: the interface is newer than 4.0", FaultOf(tooNew));
+
+  std::vector<uint8_t> tail = PluginPropertyList();
+  tail.resize(tail.size() + 2);
+  EXPECT_EQ("x.8bf: resource PiPL: 2 bytes follow the last property", FaultOf(tail));
+}
+
+}  // namespace
+}  // namespace tessaline::testhost
