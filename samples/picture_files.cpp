@@ -9,6 +9,7 @@
 namespace tessaline::samples {
 
 void WritePng(const std::string& path, const Picture& picture, double dotsPerInch) {
+  if (VIPS_INIT("tessaline_samples") != 0) throw std::runtime_error("libvips does not start");
   std::vector<uint8_t> bytes(picture.samples.size());
   std::transform(picture.samples.begin(), picture.samples.end(), bytes.begin(), [](float sample) {
     return static_cast<uint8_t>(std::lround(std::clamp(sample, 0.0f, 1.0f) * 255.0f));
