@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "cli/carried_metadata.h"
 #include "cli/refusal.h"
 #include "removal/removal_run.h"
 
@@ -170,6 +171,9 @@ void PictureFile::CheckEnding() const {
                        : format_->format == FileFormat::kGif ? GifReachesItsEnd(descriptor_, size_)
                                                              : true;
   if (!isWhole) throw Damaged(path_, "its end is missing");
+  if (format_->format == FileFormat::kPng && IsAnimatedPng(descriptor_)) {
+    throw Unsupported(path_, "is an animated PNG; take its frames apart first, or turn it into WebP");
+  }
 }
 
 bool PictureFile::IsLabPage(int page) const {

@@ -33,6 +33,7 @@ class PictureFile {
 
   const std::string& path() const { return path_; }
   const FormatTraits& format() const { return *format_; }
+  int descriptor() const { return descriptor_; }  // for positioned reads
   FileIdentity identity() const { return IdentityOf(descriptor_); }
   int pages() const { return pages_; }
   const PageKind& kind() const { return kind_; }  // of every page

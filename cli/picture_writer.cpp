@@ -1,9 +1,12 @@
 #include "cli/picture_writer.h"
 
 #include <algorithm>
+#include <memory>
 #include <string_view>
 #include <vector>
 
+#include "cli/carried_metadata.h"
+#include "cli/iptc.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -85,7 +88,9 @@ int SaveWebp(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
 }
 
 int SavePnm(VipsImage* image, VipsTarget* target, const SavingWishes&) {
-  return vips_ppmsave_target(image, target, nullptr);
+  const bool isGrey = vips_image_get_bands(image) == 1;
+  return vips_ppmsave_target(image, target, "format",
+                             isGrey ? VIPS_FOREIGN_PPM_FORMAT_PGM : VIPS_FOREIGN_PPM_FORMAT_PPM, nullptr);
 }
 
 int SaveJpeg2000(VipsImage* image, VipsTarget* target, const SavingWishes&) {
@@ -157,7 +162,20 @@ int GenerateRows(VipsRegion* out, void*, void* a, void*, gboolean*) {
   return 0;
 }
 
-GPointer<VipsImage> MakeImage(const PictureFile& input, RowSource* source) {
+// The library copies the IPTC block as it is, which is of another form in TIFF than elsewhere.
+void CarryIptc(const FormatTraits& format, const PictureFile& input, VipsImage* image) {
+  if (format.format == FileFormat::kTiff)
+    vips_image_remove(image, VIPS_META_IPTC_NAME);  // FinishTiff adds it
+  if (format.format != FileFormat::kJpeg || !input.tiff()) return;
+  vips_image_remove(image, VIPS_META_IPTC_NAME);
+  for (const TiffTag& tag : input.tiff()->Descriptive(0).main) {
+    if (tag.tag != kTiffIptc) continue;
+    const std::vector<uint8_t> segment = IptcSegmentData(tag.bytes);
+    vips_image_set_blob_copy(image, VIPS_META_IPTC_NAME, segment.data(), segment.size());
+  }
+}
+
+GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& input, RowSource* source) {
   const PageKind& kind = input.kind();
   GPointer<VipsImage> image(vips_image_new());
   vips_image_init_fields(image.get(), kind.width, kind.height * input.pages(), kind.channels(),
@@ -165,6 +183,7 @@ GPointer<VipsImage> MakeImage(const PictureFile& input, RowSource* source) {
                          InterpretationOf(kind), vips_image_get_xres(input.metadata()),
                          vips_image_get_yres(input.metadata()));
   vips_image_map(input.metadata(), CarryField, image.get());
+  CarryIptc(format, input, image.get());
   if (input.pages() > 1) {
     vips_image_set_int(image.get(), VIPS_META_PAGE_HEIGHT, kind.height);
     vips_image_set_int(image.get(), VIPS_META_N_PAGES, input.pages());
@@ -176,6 +195,30 @@ GPointer<VipsImage> MakeImage(const PictureFile& input, RowSource* source) {
   return image;
 }
 
+// A PNG or JPEG file gets the metadata of an input of its own format as it stands there.
+std::unique_ptr<MetadataFilter> FilterFor(const FormatTraits& format, const PictureFile& input,
+                                          MetadataFilter::Write write) {
+  if (format.format != input.format().format) return nullptr;
+  if (format.format == FileFormat::kPng) {
+    return MetadataFilter::ForPng(PngChunksToCarry(input.descriptor()), std::move(write));
+  }
+  if (format.format == FileFormat::kJpeg) {
+    return MetadataFilter::ForJpeg(JpegSegmentsToCarry(input.descriptor()), std::move(write));
+  }
+  return nullptr;
+}
+
+gint64 WriteThroughFilter(VipsTargetCustom*, const void* bytes, gint64 count, MetadataFilter* filter) {
+  return filter->Feed(static_cast<const uint8_t*>(bytes), static_cast<size_t>(count)) ? count : -1;
+}
+
+GPointer<VipsTarget> MakeTarget(int descriptor, MetadataFilter* filter) {
+  if (filter == nullptr) return GPointer<VipsTarget>(vips_target_new_to_descriptor(descriptor));
+  VipsTargetCustom* target = vips_target_custom_new();
+  g_signal_connect(target, "write", G_CALLBACK(WriteThroughFilter), filter);
+  return GPointer<VipsTarget>(VIPS_TARGET(target));
+}
+
 Refusal CannotWrite(const OutputFile& output) {
   const std::string error = TakeLibraryError();
   return Refusal(
@@ -183,26 +226,35 @@ Refusal CannotWrite(const OutputFile& output) {
       "cannot be written" + (error.empty() ? "" : " (" + error + ")") + "; is there room on the disk?");
 }
 
-// EXIF, camera, dates and people in the tags of a TIFF file: the library carries none of these.
+std::vector<uint8_t> BlobOf(VipsImage* image, const char* name) {
+  const void* blob = nullptr;
+  size_t size = 0;
+  if (vips_image_get_typeof(image, name) == 0 || vips_image_get_blob(image, name, &blob, &size) != 0)
+    return {};
+  const auto* bytes = static_cast<const uint8_t*>(blob);
+  return {bytes, bytes + size};
+}
+
+// EXIF, IPTC, camera, dates and people in the tags of a TIFF file, of which the library carries none right.
 DescriptiveTags DescriptiveTagsOf(const PictureFile& input, int page) {
   if (input.tiff()) {
     const size_t index = static_cast<size_t>(page);
     return index < input.tiff()->pages() ? input.tiff()->Descriptive(index) : DescriptiveTags{};
   }
-  const void* blob = nullptr;
-  size_t size = 0;
-  if (vips_image_get_typeof(input.metadata(), VIPS_META_EXIF_NAME) == 0 ||
-      vips_image_get_blob(input.metadata(), VIPS_META_EXIF_NAME, &blob, &size) != 0) {
-    return {};
-  }
+  DescriptiveTags tags;
   constexpr std::string_view kMark{"Exif\0\0", 6};
-  auto bytes = static_cast<const uint8_t*>(blob);
-  if (size >= kMark.size() && std::equal(kMark.begin(), kMark.end(), bytes)) {
-    bytes += kMark.size();
-    size -= kMark.size();
+  std::vector<uint8_t> exif = BlobOf(input.metadata(), VIPS_META_EXIF_NAME);
+  if (exif.size() >= kMark.size() && std::equal(kMark.begin(), kMark.end(), exif.begin())) {
+    exif.erase(exif.begin(), exif.begin() + kMark.size());
   }
-  const auto exif = TiffStructure::Read(ByteSource(bytes, size));
-  return exif ? exif->Descriptive(0) : DescriptiveTags{};
+  if (const auto structure = TiffStructure::Read(ByteSource(exif.data(), exif.size()))) {
+    tags = structure->Descriptive(0);
+  }
+  const std::vector<uint8_t> iptc = BlobOf(input.metadata(), VIPS_META_IPTC_NAME);
+  const std::vector<uint8_t> records = BareIptcRecords(iptc.data(), iptc.size());
+  constexpr uint16_t kUndefined = 7;
+  if (!records.empty()) tags.main.push_back({kTiffIptc, kUndefined, records.size(), records});
+  return tags;
 }
 
 void FinishTiff(const PictureFile& input, OutputFile* output) {
@@ -245,8 +297,12 @@ void WritePicture(const FormatTraits& format, const PictureFile& input, const Ro
   TakeLibraryError();
   const PageKind& kind = input.kind();
   RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width)};
-  const GPointer<VipsImage> image = MakeImage(input, &source);
-  const GPointer<VipsTarget> target(vips_target_new_to_descriptor(output->descriptor()));
+  const GPointer<VipsImage> image = MakeImage(format, input, &source);
+  const int descriptor = output->descriptor();
+  const auto filter = FilterFor(format, input, [descriptor](const uint8_t* bytes, size_t count) {
+    return WriteFully(descriptor, bytes, count);
+  });
+  const GPointer<VipsTarget> target = MakeTarget(descriptor, filter.get());
   const auto saver = std::find_if(std::begin(kSavers), std::end(kSavers),
                                   [&](const SaverOfFormat& row) { return row.format == format.format; });
   const SavingWishes wishes = {input, format.format == input.format().format, kind.bits};

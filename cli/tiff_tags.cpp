@@ -62,6 +62,7 @@ constexpr uint16_t kDescriptive[] = {
     315,    // artist
     316,    // host computer
     33432,  // copyright
+    kTiffIptc,
 };
 
 uint64_t LittleEndian(const uint8_t* bytes, size_t count) {

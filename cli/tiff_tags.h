@@ -14,6 +14,7 @@ enum TiffTagNumber : uint16_t {
   kTiffPhotometric = 262,
   kTiffPredictor = 317,
   kTiffTileWidth = 322,
+  kTiffIptc = 33723,
   kTiffExifDirectory = 34665,
   kTiffGpsDirectory = 34853,
   kTiffInteroperabilityDirectory = 40965,  // inside the EXIF directory

@@ -1,0 +1,64 @@
+// Metadata that goes from a PNG or JPEG file into a new one of the same format byte for byte: the picture
+// library would write most of it anew and lose the rest (comments, maker's notes, text under names with
+// blanks).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace tessaline::cli {
+
+// Everything of a PNG file that describes the picture or its colours: profile, EXIF, texts, resolution, time.
+std::vector<uint8_t> PngChunksToCarry(int descriptor);
+
+// True when the PNG file holds an animation.
+bool IsAnimatedPng(int descriptor);
+
+// The application segments and comments of a JPEG file, but for those that speak of its coding or of further
+// pictures in it.
+std::vector<uint8_t> JpegSegmentsToCarry(int descriptor);
+
+// A file on its way out: what describes the picture in it is left out, what is carried put in its place.
+class MetadataFilter {
+ public:
+  using Write = std::function<bool(const uint8_t* bytes, size_t count)>;
+
+  static std::unique_ptr<MetadataFilter> ForPng(std::vector<uint8_t> carried, Write write);
+  static std::unique_ptr<MetadataFilter> ForJpeg(std::vector<uint8_t> carried, Write write);
+
+  // The next bytes of the file, in pieces of any size. False when writing failed.
+  bool Feed(const uint8_t* bytes, size_t count);
+
+ private:
+  // A chunk or segment: what to do with it is told by its first bytes.
+  struct Piece {
+    uint64_t bytes;  // with its head
+    bool isKept;
+    bool isInsertedAfter;  // what is carried follows it
+    bool endsFiltering;    // from here on everything passes
+  };
+  struct Rules {
+    size_t leadBytes;  // before the first piece
+    size_t headBytes;  // of a piece
+    bool insertsAfterLead;
+    Piece (*judge)(const uint8_t* head);
+  };
+  MetadataFilter(const Rules& rules, std::vector<uint8_t> carried, Write write);
+  bool Insert();
+  static Piece JudgePng(const uint8_t* head);
+  static Piece JudgeJpeg(const uint8_t* head);
+
+  Rules rules_;
+  std::vector<uint8_t> carried_;
+  Write write_;
+  bool isInserted_ = false;
+  std::vector<uint8_t> head_;  // of the piece that begins, so far
+  Piece piece_ = {};           // the one under way
+  uint64_t left_ = 0;          // bytes of it to come
+  bool passesAll_ = false;
+};
+
+}  // namespace tessaline::cli
