@@ -1,5 +1,6 @@
 #include "cli/interruption.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@ struct Temporary {
 Temporary temporaries[kMostTemporaries];
 std::atomic<pid_t> children[kMostChildren];
 std::atomic<bool> isChild{false};
+int messageDescriptor = STDERR_FILENO;  // stderr itself may be silenced at the moment
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
 
 // Async-signal-safe calls only. Leaving from here rather than setting a flag: a transform of 8192 x 8192 or a
@@ -44,8 +46,8 @@ void LeaveInterrupted(int) {
   }
   const char line[] = "\ntessaline: interrupted\n";
   // On a terminal the first byte leaves the progress line.
-  const int skipped = isatty(STDERR_FILENO) != 0 ? 0 : 1;
-  if (!isChild.load() && write(STDERR_FILENO, line + skipped, sizeof line - 1 - skipped) < 0) {
+  const int skipped = isatty(messageDescriptor) != 0 ? 0 : 1;
+  if (!isChild.load() && write(messageDescriptor, line + skipped, sizeof line - 1 - skipped) < 0) {
     // Nobody to tell.
   }
   _exit(static_cast<int>(ExitStatus::kInterrupted));
@@ -61,6 +63,9 @@ sigset_t HandledSignals() {
 }  // namespace
 
 void InstallInterruptionHandlers() {
+  constexpr int kAboveStandardStreams = 3;
+  const int copy = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kAboveStandardStreams);
+  if (copy >= 0) messageDescriptor = copy;
   struct sigaction action = {};
   action.sa_handler = LeaveInterrupted;
   action.sa_mask = HandledSignals();

@@ -19,6 +19,8 @@ namespace {
 constexpr uint16_t kPhotometricRgb = 2;
 constexpr uint16_t kPhotometricCieLab = 8;  // a and b signed
 constexpr uint16_t kPhotometricIccLab = 9;  // a and b with their zero in the middle
+constexpr uint16_t kUnsignedSamples = 1;
+constexpr uint16_t kSignedSamples = 2;
 constexpr double kMillimetresPerInch = 25.4;
 
 // Rows decoded at a time.
@@ -109,6 +111,7 @@ struct PictureFile::Patch {
 
 PictureFile::PictureFile(const std::string& path) : path_(path) {
   StartPictureLibrary();
+  const StderrSilenced silenced;
   TakeLibraryError();
   try {
     Open();
@@ -116,10 +119,12 @@ PictureFile::PictureFile(const std::string& path) : path_(path) {
     if (format_->format == FileFormat::kTiff) {
       tiff_ = TiffStructure::Read(ByteSource(descriptor_));
       if (!tiff_) throw Damaged(path_, "its directory cannot be read");
+      if (!tiff_->FitsInto(static_cast<uint64_t>(size_)))
+        throw Damaged(path_, "parts of it lie behind its end");
       PresentLabAsRgb();
     }
     metadata_ = LoadPage(0);
-    if (vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
+    if (format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
       vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
     }
     if (pages_ > 1 && format_->format == FileFormat::kHeif) {
@@ -150,7 +155,9 @@ void PictureFile::Open() {
   // Not blocking, or a pipe without a writer would be waited for.
   descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor_ < 0) {
-    throw Refusal(ExitStatus::kUnreadable, path_, std::string("cannot be read: ") + strerror(errno));
+    const std::string what = errno == ENOENT ? "does not exist; check the name"
+                                             : std::string("cannot be read: ") + strerror(errno);
+    throw Refusal(ExitStatus::kUnreadable, path_, what);
   }
   struct stat status = {};
   fstat(descriptor_, &status);
@@ -187,11 +194,19 @@ bool PictureFile::IsLabPage(int page) const {
 void PictureFile::PresentLabAsRgb() {
   for (size_t page = 0; page < tiff_->pages(); ++page) {
     if (!IsLabPage(static_cast<int>(page))) continue;
-    const std::optional<uint64_t> offset = tiff_->OffsetOfShort(page, kTiffPhotometric);
-    if (!offset) continue;
-    Patch patch = {*offset, {kPhotometricRgb, 0}};
-    if (tiff_->isBigEndian()) std::swap(patch.bytes[0], patch.bytes[1]);
-    patches_.push_back(patch);
+    const auto present = [&](uint16_t tag, uint16_t value) {
+      Patch patch = {0, {static_cast<uint8_t>(value), 0}};
+      if (tiff_->isBigEndian()) std::swap(patch.bytes[0], patch.bytes[1]);
+      for (uint64_t offset : tiff_->OffsetsOfShorts(page, tag)) {
+        patch.offset = offset;
+        patches_.push_back(patch);
+      }
+    };
+    present(kTiffPhotometric, kPhotometricRgb);
+    // Some writers mark the samples as signed, for a and b are.
+    if (tiff_->Value(page, kTiffSampleFormat, kUnsignedSamples) == kSignedSamples) {
+      present(kTiffSampleFormat, kUnsignedSamples);
+    }
   }
 }
 
@@ -287,6 +302,8 @@ ColourModel PictureFile::ModelOf(VipsImage* image, int page) const {
     default:
       break;
   }
+  // Files of this format are grey or RGB; anything else comes from a header that is cut short.
+  if (format_->format == FileFormat::kPnm) throw Damaged(path_, "its header is incomplete");
   throw Unsupported(path_,
                     "its colours are neither grey nor RGB nor Lab" + where + "; convert it to RGB first");
 }
@@ -327,6 +344,7 @@ void PictureFile::ReadPage(int page, PageSamples* samples) const {
                          "not enough memory for its samples; close other programs");
   if (!samples->Create(kind_)) throw noMemory;
   TakeLibraryError();
+  const StderrSilenced silenced;
   const GPointer<VipsImage> image = LoadPage(page);
   const GPointer<VipsRegion> region(vips_region_new(image.get()));
   if (!region) throw noMemory;

@@ -17,16 +17,18 @@ namespace {
 //                                                                                 written bits alpha Lab
 //                                                                                 pages
 constexpr FormatTraits kFormats[] = {
-    {FileFormat::kPng, "PNG", "pngload_source", ".png", true, 16, true, false, false},
-    {FileFormat::kTiff, "TIFF", "tiffload_source", ".tif .tiff", true, 16, true, true, true},
-    {FileFormat::kJpeg, "JPEG", "jpegload_source", ".jpg .jpeg .jpe .jfif", true, 8, false, false, false},
-    {FileFormat::kWebp, "WebP", "webpload_source", ".webp", true, 8, true, false, true},
-    {FileFormat::kGif, "GIF", "gifload_source", ".gif", false, 0, false, false, false},
-    {FileFormat::kPnm, "PNM", "ppmload_source", ".ppm .pgm .pnm", true, 16, false, false, false},
-    {FileFormat::kJpeg2000, "JPEG 2000", "jp2kload_source", ".jp2 .j2k .j2c .jpc", true, 16, true, false,
+    {FileFormat::kPng, "PNG", "pngload_source", false, ".png", true, 16, true, false, false},
+    {FileFormat::kTiff, "TIFF", "tiffload_source", true, ".tif .tiff", true, 16, true, true, true},
+    {FileFormat::kJpeg, "JPEG", "jpegload_source", false, ".jpg .jpeg .jpe .jfif", true, 8, false, false,
      false},
-    {FileFormat::kJpegXl, "JPEG XL", "jxlload_source", ".jxl", true, 16, true, false, false},
-    {FileFormat::kHeif, "HEIF", "heifload_source", ".heic .heif .avif", false, 0, false, false, false},
+    {FileFormat::kWebp, "WebP", "webpload_source", true, ".webp", true, 8, true, false, true},
+    {FileFormat::kGif, "GIF", "gifload_source", true, ".gif", false, 0, false, false, false},
+    {FileFormat::kPnm, "PNM", "ppmload_source", false, ".ppm .pgm .pnm", true, 16, false, false, false},
+    // The library calls the reduced sizes of a JPEG 2000 picture its pages.
+    {FileFormat::kJpeg2000, "JPEG 2000", "jp2kload_source", false, ".jp2 .j2k .j2c .jpc", true, 16, true,
+     false, false},
+    {FileFormat::kJpegXl, "JPEG XL", "jxlload_source", false, ".jxl", true, 16, true, false, false},
+    {FileFormat::kHeif, "HEIF", "heifload_source", true, ".heic .heif .avif", false, 0, false, false, false},
 };
 
 const FormatTraits& Traits(FileFormat format) {
@@ -123,7 +125,7 @@ std::string WrittenExtensions() {
 const FormatTraits& FormatOfContents(int descriptor, const std::string& file) {
   char bytes[64];
   const ssize_t count = pread(descriptor, bytes, sizeof bytes, 0);
-  if (count == 0) throw Refusal(ExitStatus::kUnreadable, file, "is empty");
+  if (count == 0) throw Refusal(ExitStatus::kUnreadable, file, "is empty; get a whole copy of the file");
   const std::string_view head(bytes, static_cast<size_t>(std::max<ssize_t>(count, 0)));
   for (const Beginning& beginning : kBeginnings) {
     if (Begins(head, beginning.offset, beginning.bytes)) return Traits(beginning.format);

@@ -11,6 +11,7 @@ struct FormatTraits {
   FileFormat format;
   const char* name;
   const char* loader;      // operation of the picture library that reads it from a source
+  bool hasPages;           // files of it may hold several pictures, or frames, of equal standing
   const char* extensions;  // each with its dot, lower case, blanks between
   bool isWritten;          // by this program
   int mostBits;            // per sample, when written

@@ -257,15 +257,20 @@ DescriptiveTags DescriptiveTagsOf(const PictureFile& input, int page) {
   return tags;
 }
 
+// Lab went through the library as unsigned RGB (see PictureFile); its own names go back into the tags.
+void NameLab(const PictureFile& input, size_t page, OutputFile* output) {
+  for (const uint16_t tag : {kTiffPhotometric, kTiffSampleFormat}) {
+    const uint64_t value = input.tiff()->Value(page, tag, 0);
+    if (value == 0) continue;
+    if (!SetShortTag(output->descriptor(), page, tag, static_cast<uint16_t>(value)))
+      throw CannotWrite(*output);
+  }
+}
+
 void FinishTiff(const PictureFile& input, OutputFile* output) {
   for (int page = 0; page < input.pages(); ++page) {
     const auto index = static_cast<size_t>(page);
-    if (input.kind().model == ColourModel::kLab) {
-      const uint64_t photometric = input.tiff()->Value(index, kTiffPhotometric, 0);
-      if (!SetShortTag(output->descriptor(), index, kTiffPhotometric, static_cast<uint16_t>(photometric))) {
-        throw CannotWrite(*output);
-      }
-    }
+    if (input.kind().model == ColourModel::kLab) NameLab(input, index, output);
     if (!AddDescriptiveTags(output->descriptor(), index, DescriptiveTagsOf(input, page)))
       throw CannotWrite(*output);
   }
@@ -295,6 +300,7 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output) {
   TakeLibraryError();
+  const StderrSilenced silenced;
   const PageKind& kind = input.kind();
   RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width)};
   const GPointer<VipsImage> image = MakeImage(format, input, &source);
@@ -315,6 +321,7 @@ void WritePicture(const FormatTraits& format, const PictureFile& input, const Ro
 
 void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, OutputFile* output) {
   TakeLibraryError();
+  const StderrSilenced silenced;
   const size_t bytes =
       static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels);
   const GPointer<VipsImage> image(

@@ -172,6 +172,17 @@ std::vector<uint8_t> TiffStructure::ValueBytes(const Entry& entry) const {
   return bytes;
 }
 
+bool TiffStructure::FitsInto(uint64_t fileBytes) const {
+  const auto fits = [fileBytes](const Entry& entry) {
+    const TypeSize* size = SizeOfType(entry.type);
+    if (size == nullptr) return true;  // a type of later times
+    return entry.valueOffset <= fileBytes && entry.count <= (fileBytes - entry.valueOffset) / size->bytes;
+  };
+  return std::all_of(pages_.begin(), pages_.end(), [&](const Directory& directory) {
+    return std::all_of(directory.entries.begin(), directory.entries.end(), fits);
+  });
+}
+
 uint64_t TiffStructure::Value(size_t page, uint16_t tag, uint64_t fallback) const {
   for (const Entry& entry : pages_[page].entries) {
     if (entry.tag != tag || entry.count < 1) continue;
@@ -181,11 +192,13 @@ uint64_t TiffStructure::Value(size_t page, uint16_t tag, uint64_t fallback) cons
   return fallback;
 }
 
-std::optional<uint64_t> TiffStructure::OffsetOfShort(size_t page, uint16_t tag) const {
+std::vector<uint64_t> TiffStructure::OffsetsOfShorts(size_t page, uint16_t tag) const {
+  std::vector<uint64_t> offsets;
   for (const Entry& entry : pages_[page].entries) {
-    if (entry.tag == tag && entry.type == kShort && entry.count == 1) return entry.valueOffset;
+    if (entry.tag != tag || entry.type != kShort || entry.count > kMostEntries) continue;
+    for (uint64_t i = 0; i < entry.count; ++i) offsets.push_back(entry.valueOffset + 2 * i);
   }
-  return std::nullopt;
+  return offsets;
 }
 
 std::vector<TiffTag> TiffStructure::TagsOf(uint64_t directoryOffset) const {
@@ -349,12 +362,13 @@ bool AddDescriptiveTags(int descriptor, size_t page, const DescriptiveTags& tags
 bool SetShortTag(int descriptor, size_t page, uint16_t tag, uint16_t value) {
   const std::optional<TiffStructure> file = TiffStructure::Read(ByteSource(descriptor));
   if (!file || page >= file->pages()) return false;
-  const std::optional<uint64_t> offset = file->OffsetOfShort(page, tag);
-  if (!offset) return false;
   std::vector<uint8_t> bytes;
   PutLittleEndian(value, 2, bytes);
   if (file->isBigEndian()) std::reverse(bytes.begin(), bytes.end());
-  return PwriteFully(descriptor, bytes, *offset);
+  const std::vector<uint64_t> offsets = file->OffsetsOfShorts(page, tag);
+  return !offsets.empty() && std::all_of(offsets.begin(), offsets.end(), [&](uint64_t offset) {
+    return PwriteFully(descriptor, bytes, offset);
+  });
 }
 
 }  // namespace tessaline::cli

@@ -13,6 +13,7 @@ enum TiffTagNumber : uint16_t {
   kTiffCompression = 259,
   kTiffPhotometric = 262,
   kTiffPredictor = 317,
+  kTiffSampleFormat = 339,
   kTiffTileWidth = 322,
   kTiffIptc = 33723,
   kTiffExifDirectory = 34665,
@@ -60,10 +61,15 @@ class TiffStructure {
   bool isBigTiff() const { return isBig_; }
   bool isBigEndian() const { return isBigEndian_; }
 
+  // True when the values of all tags lie within so many bytes of file. The decoder does without most of them,
+  // but a file that lacks some was cut short.
+  bool FitsInto(uint64_t fileBytes) const;
+
   // First value of an integer tag of a page, or `fallback` when the tag is absent.
   uint64_t Value(size_t page, uint16_t tag, uint64_t fallback) const;
-  // Where in the file the two bytes of a SHORT tag stand; nothing when the tag is absent or of another type.
-  std::optional<uint64_t> OffsetOfShort(size_t page, uint16_t tag) const;
+  // Where in the file the values of a SHORT tag stand, two bytes each; none when the tag is absent or of
+  // another type.
+  std::vector<uint64_t> OffsetsOfShorts(size_t page, uint16_t tag) const;
 
   // Tags that cannot be read are left out.
   DescriptiveTags Descriptive(size_t page) const;
@@ -100,7 +106,7 @@ class TiffStructure {
 // needed.
 bool AddDescriptiveTags(int descriptor, size_t page, const DescriptiveTags& tags);
 
-// Overwrites a SHORT tag of a page in place. False when the page has no such tag.
+// Overwrites all values of a SHORT tag of a page in place. False when the page has no such tag.
 bool SetShortTag(int descriptor, size_t page, uint16_t tag, uint16_t value);
 
 }  // namespace tessaline::cli

@@ -1,5 +1,9 @@
 #include "cli/vips_library.h"
 
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -25,6 +29,22 @@ void StartPictureLibrary() {
   vips_cache_set_max(0);
   vips_concurrency_set(1);
   isStarted = true;
+}
+
+StderrSilenced::StderrSilenced() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+  if (saved_ < 0) return;
+  fflush(stderr);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (nowhere < 0) return;
+  dup2(nowhere, STDERR_FILENO);
+  close(nowhere);
+}
+
+StderrSilenced::~StderrSilenced() {
+  if (saved_ < 0) return;
+  fflush(stderr);
+  dup2(saved_, STDERR_FILENO);
+  close(saved_);
 }
 
 std::string TakeLibraryError() {

@@ -19,6 +19,19 @@ using GPointer = std::unique_ptr<T, GObjectUnref>;
 // error.
 void StartPictureLibrary();
 
+// While it lives, nothing that a format library prints reaches stderr: some do so on damaged files, and their
+// lines would stand between this program's.
+class StderrSilenced {
+ public:
+  StderrSilenced();
+  ~StderrSilenced();
+  StderrSilenced(const StderrSilenced&) = delete;
+  StderrSilenced& operator=(const StderrSilenced&) = delete;
+
+ private:
+  int saved_;
+};
+
 // What the library complained about since the last call, on one line.
 std::string TakeLibraryError();
 
