@@ -3,6 +3,7 @@
 #pragma once
 
 namespace tessaline {
+namespace {
 
 #define TESSALINE_INLINE __attribute__((always_inline)) inline
 
@@ -106,4 +107,5 @@ TESSALINE_INLINE void Dft(Complex<V> (&x)[R]) {
   }
 }
 
+}  // namespace
 }  // namespace tessaline

@@ -1,150 +1,135 @@
 #include "fft/fft_kernels.h"
 
-#include <array>
-
 #include "fft/butterflies.h"
 #include "fft/fft_dispatch.h"
 #include "fft/unit_roots.h"
+#include "fft/vector_engine.h"
 
 namespace tessaline {
 
 namespace {
 
-// exp(2 pi i p k / n) for p = 0 .. n/r - 1, k = 1 .. r - 1.
-template <int N, int R>
-consteval std::array<UnitRootValue, N / R*(R - 1)> MakeTwiddles() {
-  std::array<UnitRootValue, N / R*(R - 1)> twiddles{};
-  for (int p = 0; p < N / R; ++p) {
-    for (int k = 1; k < R; ++k) twiddles[p * (R - 1) + k - 1] = UnitRoot(N, int64_t{p} * k);
-  }
-  return twiddles;
+void LoadValues(const double* data, int first, int step, Complex<double>* values, int count) {
+  for (int i = 0; i < count; ++i)
+    values[i] = {data[2 * (first + i * step)], data[2 * (first + i * step) + 1]};
 }
 
-template <int N, int R>
-constexpr std::array<UnitRootValue, N / R*(R - 1)> kTwiddles = MakeTwiddles<N, R>();
+void StoreResults(const Complex<double>* values, int first, int step, int count) {
+  for (int i = 0; i < count; ++i) {
+    FftResultArray[2 * (first + i * step)] = values[i].re;
+    FftResultArray[2 * (first + i * step) + 1] = values[i].im;
+  }
+}
 
-// One pass of the self-sorting transform: Stride interleaved sequences of length N, split by radix R.
-template <int N, int R, int Stride, int Sign>
-void Pass(const double* in, double* out) {
-  constexpr int kGroups = N / R;
-  for (int p = 0; p < kGroups; ++p) {
-    for (int q = 0; q < Stride; ++q) {
-      Complex<double> x[R];
-      for (int j = 0; j < R; ++j) {
-        const double* const source = in + 2 * (q + Stride * (p + kGroups * j));
-        x[j] = {source[0], source[1]};
-      }
-      Dft<R, Sign, double>(x);
-      for (int k = 0; k < R; ++k) {
-        if constexpr (kGroups > 1) {
-          if (k > 0) {
-            const UnitRootValue& w = kTwiddles<N, R>[p * (R - 1) + k - 1];
-            x[k] = Rotate<Sign>(x[k], w.cosine, w.sine);
-          }
-        }
-        double* const destination = out + 2 * (q + Stride * (R * p + k));
-        destination[0] = x[k].re;
-        destination[1] = x[k].im;
-      }
+template <int N, int Sign>
+int32_t StraightLineKernel(const double* data) {
+  Complex<double> x[N];
+  LoadValues(data, 0, 1, x, N);
+  Dft<N, Sign, double>(x);
+  StoreResults(x, 0, 1, N);
+  return 0;
+}
+
+// 32 = 4 x 8.
+template <int Sign>
+int32_t Kernel32(const double* data) {
+  Complex<double> columns[4][8];
+  for (int j = 0; j < 4; ++j) {
+    LoadValues(data, j, 4, columns[j], 8);
+    Dft<8, Sign, double>(columns[j]);
+  }
+  for (int k = 0; k < 8; ++k) {
+    Complex<double> x[4];
+    for (int j = 0; j < 4; ++j) {
+      const UnitRootValue w = UnitRoot(32, j * k);
+      x[j] = Rotate<Sign>(columns[j][k], w.cosine, w.sine);
     }
+    Dft<4, Sign, double>(x);
+    StoreResults(x, k, 8, 4);
   }
+  return 0;
 }
 
-template <int N, int Stride, int Sign, int R, int... Rest>
-void Passes(const double* in, double* work, double* otherWork) {
-  if constexpr (sizeof...(Rest) == 0) {
-    static_assert(N == R);
-    Pass<N, R, Stride, Sign>(in, FftResultArray);
-  } else {
-    Pass<N, R, Stride, Sign>(in, work);
-    Passes<N / R, Stride * R, Sign, Rest...>(work, otherWork, work);
-  }
-}
-
-template <int N, int Sign, int... Radices>
-int32_t Kernel(const double* data) {
-  if constexpr (sizeof...(Radices) == 1) {
-    Passes<N, 1, Sign, Radices...>(data, nullptr, nullptr);
-  } else {
-    double scratch[2][2 * N];
-    Passes<N, 1, Sign, Radices...>(data, scratch[0], scratch[1]);
-  }
+// The longer ones exist once per instruction set.
+template <int Log2N, int Sign>
+int32_t VectorKernel(const double* data) {
+  activeVectorEngine->transform[Log2N - kShortestVectorLog2][Sign < 0](data, FftResultArray);
   return 0;
 }
 
 }  // namespace
 
 int32_t FftKernel4Pos(const double* data) {
-  return Kernel<4, +1, 4>(data);
+  return StraightLineKernel<4, +1>(data);
 }
 int32_t FftKernel4Neg(const double* data) {
-  return Kernel<4, -1, 4>(data);
+  return StraightLineKernel<4, -1>(data);
 }
 int32_t FftKernel8Pos(const double* data) {
-  return Kernel<8, +1, 8>(data);
+  return StraightLineKernel<8, +1>(data);
 }
 int32_t FftKernel8Neg(const double* data) {
-  return Kernel<8, -1, 8>(data);
+  return StraightLineKernel<8, -1>(data);
 }
 int32_t FftKernel16Pos(const double* data) {
-  return Kernel<16, +1, 16>(data);
+  return StraightLineKernel<16, +1>(data);
 }
 int32_t FftKernel16Neg(const double* data) {
-  return Kernel<16, -1, 16>(data);
+  return StraightLineKernel<16, -1>(data);
 }
 int32_t FftKernel32Pos(const double* data) {
-  return Kernel<32, +1, 8, 4>(data);
+  return Kernel32<+1>(data);
 }
 int32_t FftKernel32Neg(const double* data) {
-  return Kernel<32, -1, 8, 4>(data);
+  return Kernel32<-1>(data);
 }
 int32_t FftKernel64Pos(const double* data) {
-  return Kernel<64, +1, 8, 8>(data);
+  return VectorKernel<6, +1>(data);
 }
 int32_t FftKernel64Neg(const double* data) {
-  return Kernel<64, -1, 8, 8>(data);
+  return VectorKernel<6, -1>(data);
 }
 int32_t FftKernel128Pos(const double* data) {
-  return Kernel<128, +1, 16, 8>(data);
+  return VectorKernel<7, +1>(data);
 }
 int32_t FftKernel128Neg(const double* data) {
-  return Kernel<128, -1, 16, 8>(data);
+  return VectorKernel<7, -1>(data);
 }
 int32_t FftKernel256Pos(const double* data) {
-  return Kernel<256, +1, 16, 16>(data);
+  return VectorKernel<8, +1>(data);
 }
 int32_t FftKernel256Neg(const double* data) {
-  return Kernel<256, -1, 16, 16>(data);
+  return VectorKernel<8, -1>(data);
 }
 int32_t FftKernel512Pos(const double* data) {
-  return Kernel<512, +1, 8, 8, 8>(data);
+  return VectorKernel<9, +1>(data);
 }
 int32_t FftKernel512Neg(const double* data) {
-  return Kernel<512, -1, 8, 8, 8>(data);
+  return VectorKernel<9, -1>(data);
 }
 int32_t FftKernel1024Pos(const double* data) {
-  return Kernel<1024, +1, 16, 8, 8>(data);
+  return VectorKernel<10, +1>(data);
 }
 int32_t FftKernel1024Neg(const double* data) {
-  return Kernel<1024, -1, 16, 8, 8>(data);
+  return VectorKernel<10, -1>(data);
 }
 int32_t FftKernel2048Pos(const double* data) {
-  return Kernel<2048, +1, 16, 16, 8>(data);
+  return VectorKernel<11, +1>(data);
 }
 int32_t FftKernel2048Neg(const double* data) {
-  return Kernel<2048, -1, 16, 16, 8>(data);
+  return VectorKernel<11, -1>(data);
 }
 int32_t FftKernel4096Pos(const double* data) {
-  return Kernel<4096, +1, 16, 16, 16>(data);
+  return VectorKernel<12, +1>(data);
 }
 int32_t FftKernel4096Neg(const double* data) {
-  return Kernel<4096, -1, 16, 16, 16>(data);
+  return VectorKernel<12, -1>(data);
 }
 int32_t FftKernel8192Pos(const double* data) {
-  return Kernel<8192, +1, 16, 8, 8, 8>(data);
+  return VectorKernel<13, +1>(data);
 }
 int32_t FftKernel8192Neg(const double* data) {
-  return Kernel<8192, -1, 16, 8, 8, 8>(data);
+  return VectorKernel<13, -1>(data);
 }
 
 }  // namespace tessaline

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "fft/vector_engine.h"
+
 namespace tessaline {
 
 namespace {
@@ -58,19 +60,31 @@ void TransformInPlace(float* data, uint32_t log2n, const float* table) {
   }
 }
 
+bool HasVectorCode(uint32_t log2n) {
+  return log2n >= kShortestVectorLog2 && log2n <= kLongestVectorLog2;
+}
+
 }  // namespace
 
-void FloatFft(float* data, uint32_t log2n, const float* table) {
-  if (log2n == 0) return;
+void PlainFloatFft(float* data, uint32_t log2n, const float* table) {
   TransformInPlace<-1>(data, log2n, table);
 }
 
-void FloatFftInverse(float* data, uint32_t log2n, const float* table) {
-  if (log2n == 0) return;
+void PlainFloatFftInverse(float* data, uint32_t log2n, const float* table) {
   const uint32_t n = uint32_t{1} << log2n;
   const auto scale = static_cast<float>(1.0 / n);
   for (size_t i = 0; i < 2 * size_t{n}; ++i) data[i] *= scale;
   TransformInPlace<+1>(data, log2n, table);
+}
+
+void FloatFft(float* data, uint32_t log2n, const float* table) {
+  if (!HasVectorCode(log2n)) return PlainFloatFft(data, log2n, table);
+  activeVectorEngine->transformFloat[log2n - kShortestVectorLog2][1](data, table);
+}
+
+void FloatFftInverse(float* data, uint32_t log2n, const float* table) {
+  if (!HasVectorCode(log2n)) return PlainFloatFftInverse(data, log2n, table);
+  activeVectorEngine->transformFloat[log2n - kShortestVectorLog2][0](data, table);
 }
 
 }  // namespace tessaline

@@ -35,6 +35,22 @@ TEST(FloatFft, AgreesWithTheDefinitionAtEveryLength) {
   }
 }
 
+TEST(FloatFft, AgreesWithThePlainLoops) {
+  for (uint32_t log2n = 6; log2n <= 13; ++log2n) {
+    const size_t n = size_t{1} << log2n;
+    const std::vector<float> table = TableFor(log2n);
+    const std::vector<float> data = NoiseRow<float>(n);
+    std::vector<float> plain = data;
+    std::vector<float> fast = data;
+    PlainFloatFft(plain.data(), log2n, table.data());
+    FloatFft(fast.data(), log2n, table.data());
+    for (size_t i = 0; i < 2 * n; ++i) ASSERT_NEAR(plain[i], fast[i], 2e-6 * std::sqrt(n)) << n;
+    PlainFloatFftInverse(plain.data(), log2n, table.data());
+    FloatFftInverse(fast.data(), log2n, table.data());
+    for (size_t i = 0; i < 2 * n; ++i) ASSERT_NEAR(plain[i], fast[i], 4e-6) << n;
+  }
+}
+
 TEST(FloatFft, ForwardThenInverseReturnsTheRowUpToTheLongestLength) {
   for (const uint32_t log2n : {1u, 2u, 4u, 5u, 9u, 13u, 16u, 19u}) {
     const std::vector<float> table = TableFor(log2n);

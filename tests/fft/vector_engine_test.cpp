@@ -1,0 +1,125 @@
+#include "fft/vector_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "fft/fft_dispatch.h"
+#include "fft/float_fft.h"
+#include "fft/unit_roots.h"
+#include "tests/fft/slow_dft.h"
+
+namespace tessaline {
+namespace {
+
+using test::NoiseRow;
+
+std::vector<VectorLevel> LevelsOfThisMachine() {
+  std::vector<VectorLevel> levels;
+  for (const VectorLevel level : {VectorLevel::kBaseline, VectorLevel::kAvx2, VectorLevel::kAvx512}) {
+    if (level <= DetectVectorLevel()) levels.push_back(level);
+  }
+  return levels;
+}
+
+std::vector<float> TableFor(int32_t n) {
+  std::vector<float> table(static_cast<size_t>(n) / 4 + 1);
+  uint32_t log2n = 0;
+  MakeCosineTable(&log2n, n, table.data());
+  return table;
+}
+
+TEST(VectorEngine, EveryInstructionSetGivesTheSameBits) {
+  const VectorEngine& judge = VectorEngineFor(VectorLevel::kBaseline);
+  for (const VectorLevel level : LevelsOfThisMachine()) {
+    const VectorEngine& engine = VectorEngineFor(level);
+    for (int index = 0; index < kVectorLengths; ++index) {
+      const int32_t n = 1 << (index + kShortestVectorLog2);
+      const std::vector<double> data = NoiseRow<double>(n);
+      const std::vector<float> row = NoiseRow<float>(n);
+      const std::vector<float> table = TableFor(n);
+      for (const int direction : {0, 1}) {
+        std::vector<double> expected(2 * n);
+        std::vector<double> result(2 * n);
+        judge.transform[index][direction](data.data(), expected.data());
+        engine.transform[index][direction](data.data(), result.data());
+        EXPECT_EQ(0, std::memcmp(expected.data(), result.data(), n * 16))
+            << n << " " << static_cast<int>(level);
+        std::vector<float> expectedRow = row;
+        std::vector<float> resultRow = row;
+        judge.transformFloat[index][direction](expectedRow.data(), table.data());
+        engine.transformFloat[index][direction](resultRow.data(), table.data());
+        EXPECT_EQ(0, std::memcmp(expectedRow.data(), resultRow.data(), n * 8))
+            << n << " " << static_cast<int>(level);
+      }
+    }
+  }
+}
+
+TEST(VectorEngine, StaysInsideItsArraysAtAnyAlignment) {
+  for (const VectorLevel level : LevelsOfThisMachine()) {
+    const VectorEngine& engine = VectorEngineFor(level);
+    for (int index = 0; index < kVectorLengths; ++index) {
+      const size_t n = size_t{1} << (index + kShortestVectorLog2);
+      const std::vector<double> data = NoiseRow<double>(n + 1);
+      std::vector<double> result(2 * n + 2, 5.0);
+      engine.transform[index][0](data.data() + 1, result.data() + 1);
+      EXPECT_EQ(5.0, result.front());
+      EXPECT_EQ(5.0, result.back());
+    }
+  }
+}
+
+// A checksum of bytes (FNV-1a): results that differ in one bit differ in it.
+class Checksum {
+ public:
+  template <typename T>
+  void Add(const T* values, size_t count) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(values);
+    for (size_t i = 0; i < count * sizeof(T); ++i) sum_ = (sum_ ^ bytes[i]) * 1099511628211u;
+  }
+  uint64_t Value() const { return sum_; }
+
+ private:
+  uint64_t sum_ = 14695981039346656037u;
+};
+
+// The expected values were taken from the native build; the Windows build, and a build by another compiler,
+// must come to the same.
+TEST(SharedBits, TwiddleFactorsAndCosineTables) {
+  Checksum roots;
+  roots.Add(kOctant.data(), kOctant.size());
+  EXPECT_EQ(0x36e76c4f42445c18u, roots.Value());
+  Checksum tables;
+  for (const int32_t n : {1, 2, 4, 8, 12, 100, 1024, 8192, 1 << 15}) {
+    const std::vector<float> table = TableFor(n);
+    tables.Add(table.data(), table.size());
+  }
+  EXPECT_EQ(0x002428a6507a189fu, tables.Value());
+}
+
+TEST(SharedBits, TransformsOfEveryLength) {
+  Checksum doubles;
+  for (int32_t n = 2; n <= kLongestFft; n *= 2) {
+    const std::vector<double> data = NoiseRow<double>(n);
+    for (const int32_t direction : {+1, -1}) {
+      ASSERT_EQ(0, FftDispatch(n, direction, data.data()));
+      doubles.Add(FftResultArray, 2 * n);
+    }
+  }
+  EXPECT_EQ(0x2f1c22f2ca1a60e6u, doubles.Value());
+  Checksum floats;
+  for (uint32_t log2n = 1; log2n <= 15; ++log2n) {
+    const std::vector<float> table = TableFor(1 << log2n);
+    for (const auto transform : {FloatFft, FloatFftInverse}) {
+      std::vector<float> row = NoiseRow<float>(size_t{1} << log2n);
+      transform(row.data(), log2n, table.data());
+      floats.Add(row.data(), row.size());
+    }
+  }
+  EXPECT_EQ(0x095dea408ae6748au, floats.Value());
+}
+
+}  // namespace
+}  // namespace tessaline
