@@ -84,7 +84,7 @@ struct Run {
   OwnedBuffer plane;          // "FFTbuf"
   OwnedBuffer rawGray16;      // only for a caller that inspects or detects
   OwnedBuffer fullMask;       // "BigMASKgray8"
-  OwnedBuffer surface;        // working memory of the padding fill in the second pass
+  OwnedBuffer surface;        // working memory of the padding fill, held for a pass
 
   void Enter(RemovalStage stage) const {
     if (context.enterStage != nullptr) context.enterStage(context.user, stage);
@@ -125,6 +125,10 @@ void StoreChannel(const Run& run, int32_t channel) {
   MarkDirty(run.sourceSlot);
 }
 
+int32_t CreateSurface(Run& run) {
+  return run.surface.Create("FT padding float", run.transformSize, run.transformSize, kGrayFloat);
+}
+
 int32_t PadPlane(const Run& run) {
   run.Enter(RemovalStage::kPaddingFill);
   return FillPadding(run.plane.slot(), run.transformSize - run.source.width,
@@ -135,9 +139,11 @@ int32_t PadPlane(const Run& run) {
 int32_t SumSpectra(Run& run) {
   constexpr int32_t kTotalSteps = 6;
   ClearBuffer(run.magnitudeSums.slot());
+  int32_t result = CreateSurface(run);
+  if (result != kSuccess) return result;
   for (int32_t channel = 0; channel < run.kind->channels; ++channel) {
     LoadChannel(run, channel);
-    int32_t result = PadPlane(run);
+    result = PadPlane(run);
     if (result != kSuccess) return result;
     run.Enter(RemovalStage::kForward);
     result =
@@ -146,6 +152,7 @@ int32_t SumSpectra(Run& run) {
     run.Enter(RemovalStage::kSpectrum);
     AccumulateMagnitudes(run.plane.slot(), run.magnitudeSums.slot());
   }
+  run.surface.Release();  // a dialog may stay open for long
   return kSuccess;
 }
 
@@ -226,7 +233,7 @@ int32_t RemoveFromChannels(Run& run) {
   constexpr int32_t kFirstStep = 8;
   const UnstoppableContext unstoppable(&run.context.progress);
   // Taken once for all channels, so that a lack of memory shows before the first one is replaced.
-  int32_t result = run.surface.Create("FT padding float", run.transformSize, run.transformSize, kGrayFloat);
+  int32_t result = CreateSurface(run);
   if (result != kSuccess) return result;
   for (int32_t channel = 0; channel < run.kind->channels; ++channel) {
     const int32_t step = kFirstStep + 2 * channel;
