@@ -54,15 +54,6 @@ int32_t OnDetect(void* user, const SpectrumFacts& spectrum, const FilterParamete
                                   parameters.protectionRadius, seedSlot, &watch->outcome.peaks);
 }
 
-SeedMap CopySeeds(int32_t seedSlot) {
-  SeedMap seeds;
-  for (int32_t y = 0; y < kSpectrumCells; ++y) {
-    const uint8_t* row = BufferRow(seedSlot, y);
-    seeds.insert(seeds.end(), row, row + kSpectrumCells);
-  }
-  return seeds;
-}
-
 bool OnFindings(void* user, const RemovalFindings& findings) {
   Watch* watch = static_cast<Watch*>(user);
   EngineOutcome& outcome = watch->outcome;
@@ -74,10 +65,10 @@ bool OnFindings(void* user, const RemovalFindings& findings) {
   outcome.hasThreshold = !watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
   outcome.isAutomatic = watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
   if (watch->wishes.collectsNotches) outcome.notches = CollectNotches(findings);
-  if (watch->wishes.collectsSeeds) outcome.seeds = CopySeeds(findings.seedSlot);
+  if (watch->wishes.collectsSeeds) outcome.seeds = CopyCells(findings.seedSlot);
   if (watch->wishes.drawsSpectrum) {
     outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius, outcome.peaks);
-    outcome.maskPicture = CopyMask(findings);
+    outcome.maskPicture = CopyCells(findings.maskSlot);
   }
   watch->isSecondPass = true;
   outcome.samplesChanged = outcome.patternFound && !watch->wishes.onlyLook;

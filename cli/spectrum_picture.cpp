@@ -123,14 +123,9 @@ std::vector<uint8_t> DrawSpectrum(const RemovalFindings& findings, float protect
   return picture;
 }
 
-std::vector<uint8_t> CopyMask(const RemovalFindings& findings) {
-  std::vector<uint8_t> mask;
-  mask.reserve(static_cast<size_t>(kSpectrumCells) * kSpectrumCells);
-  for (int32_t y = 0; y < kSpectrumCells; ++y) {
-    const uint8_t* row = BufferRow(findings.maskSlot, y);
-    mask.insert(mask.end(), row, row + kSpectrumCells);
-  }
-  return mask;
+std::vector<uint8_t> CopyCells(int32_t slot) {
+  const uint8_t* cells = BufferRow(slot, 0);
+  return {cells, cells + size_t{kSpectrumCells} * kSpectrumCells};
 }
 
 }  // namespace tessaline::cli

@@ -17,7 +17,7 @@ namespace tessaline::cli {
 std::vector<uint8_t> DrawSpectrum(const RemovalFindings& findings, float protectionRadius,
                                   const std::vector<SpectrumPeak>& peaks);
 
-// 512 x 512 bytes: the notch mask, 255 where a frequency is taken out whole.
-std::vector<uint8_t> CopyMask(const RemovalFindings& findings);
+// The 512 x 512 bytes of a findings' seed map or mask.
+std::vector<uint8_t> CopyCells(int32_t slot);
 
 }  // namespace tessaline::cli

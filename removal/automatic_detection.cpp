@@ -461,12 +461,6 @@ void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumP
   }
 }
 
-bool IsGrid512(int32_t slot, int32_t bytesPerPixel) {
-  const BufferShape shape = ShapeOf(slot);
-  return shape.width == kSpectrumCells && shape.height == kSpectrumCells &&
-         shape.bytesPerPixel == bytesPerPixel;
-}
-
 void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t transformSize,
             double sensitivity, float protectionRadius, int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
   const double discRadius = kSpectrumCentre / std::min(double{protectionRadius}, 127.9);
@@ -495,7 +489,8 @@ void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t t
 int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
                                  int32_t transformSize, double sensitivity, float protectionRadius,
                                  int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
-  if (!IsGrid512(rawGray16Slot, kGray16) || !IsGrid512(gray16Slot, kGray16) || !IsGrid512(seedSlot, kGray8)) {
+  if (!IsSpectrumGrid(rawGray16Slot, kGray16) || !IsSpectrumGrid(gray16Slot, kGray16) ||
+      !IsSpectrumGrid(seedSlot, kGray8)) {
     return kUnequalSizes;
   }
   try {

@@ -35,12 +35,6 @@ constexpr ChamferStep kChamferSteps[] = {
     {-1, -2, kKnightDistance},  {1, -2, kKnightDistance},
 };
 
-bool IsGrid(int32_t slot, int32_t bytesPerPixel) {
-  const BufferShape shape = ShapeOf(slot);
-  return shape.width == kSpectrumCells && shape.height == kSpectrumCells &&
-         shape.bytesPerPixel == bytesPerPixel;
-}
-
 // The distance rows, border included: row -2 .. 513.
 uint16_t* DistanceRow(int32_t distanceSlot, int32_t y) {
   return reinterpret_cast<uint16_t*>(BufferRow(distanceSlot, y + kBorderRows));
@@ -161,7 +155,7 @@ int32_t SoftenMask(int32_t maskSlot) {
 }  // namespace
 
 int32_t ShapeNotches(int32_t maskSlot, float protectionRadius, float notchRadius) {
-  if (!IsGrid(maskSlot, 1)) return kUnequalSizes;
+  if (!IsSpectrumGrid(maskSlot, 1)) return kUnequalSizes;
   int32_t result = GrowNotches(maskSlot, notchRadius);
   if (result != kSuccess) return result;
   ClearProtectedDisc(maskSlot, protectionRadius);
@@ -174,7 +168,8 @@ int32_t ShapeNotches(int32_t maskSlot, float protectionRadius, float notchRadius
 
 int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
   const BufferShape full = ShapeOf(fullMaskSlot);
-  if (!IsGrid(maskSlot, 1) || full.bytesPerPixel != 1 || full.width != full.height) return kUnequalSizes;
+  if (!IsSpectrumGrid(maskSlot, 1) || full.bytesPerPixel != 1 || full.width != full.height)
+    return kUnequalSizes;
   const int32_t factor = std::max(full.width / kSpectrumCells, 1);
   const auto lower = AllocateBlock<int32_t>(static_cast<size_t>(kSpectrumCells) * factor);
   const auto upper = AllocateBlock<int32_t>(static_cast<size_t>(kSpectrumCells) * factor);

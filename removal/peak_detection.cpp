@@ -105,6 +105,12 @@ int32_t FillSeedMap(int32_t spectrumSlot, int32_t threshold, float discRadiusSqu
 
 }  // namespace
 
+bool IsSpectrumGrid(int32_t slot, int32_t bytesPerPixel) {
+  const BufferShape shape = ShapeOf(slot);
+  return shape.width == kSpectrumCells && shape.height == kSpectrumCells &&
+         shape.bytesPerPixel == bytesPerPixel;
+}
+
 int32_t EnhanceSpectrum(int32_t slot, const float weights[49]) {
   const BufferShape shape = ShapeOf(slot);
   if (shape.width == 0) return kInvalidSlotOrFile;
@@ -140,18 +146,15 @@ float ProtectedDiscRadius(float protectionRadius) {
 }
 
 int32_t DetectPeaks(int32_t spectrumSlot, float threshold, float protectionRadius, int32_t seedSlot) {
-  const BufferShape spectrum = ShapeOf(spectrumSlot);
-  const BufferShape seeds = ShapeOf(seedSlot);
-  if (spectrum.width == 0 || seeds.width == 0) return kSuccess;
-  if (spectrum.width != kSpectrumCells || spectrum.height != kSpectrumCells ||
-      spectrum.bytesPerPixel != kGray16 || seeds.width != kSpectrumCells || seeds.height != kSpectrumCells ||
-      seeds.bytesPerPixel > 2) {
+  if (ShapeOf(spectrumSlot).width == 0 || ShapeOf(seedSlot).width == 0) return kSuccess;
+  const bool hasByteSeeds = IsSpectrumGrid(seedSlot, kGray8);
+  if (!IsSpectrumGrid(spectrumSlot, kGray16) || !(hasByteSeeds || IsSpectrumGrid(seedSlot, kGray16))) {
     return kUnequalSizes;
   }
   const float discRadius = ProtectedDiscRadius(protectionRadius);
   const float discRadiusSquared = discRadius * discRadius;
   const int32_t hostThreshold = HostThreshold(threshold);
-  if (seeds.bytesPerPixel == 1) {
+  if (hasByteSeeds) {
     return FillSeedMap<uint8_t>(spectrumSlot, hostThreshold, discRadiusSquared, 255, seedSlot);
   }
   return FillSeedMap<uint16_t>(spectrumSlot, hostThreshold, discRadiusSquared, 32768, seedSlot);

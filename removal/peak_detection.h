@@ -8,6 +8,9 @@ namespace tessaline {
 constexpr int32_t kSpectrumCells = 512;  // side of every spectrum image and mask
 constexpr int32_t kSpectrumCentre = kSpectrumCells / 2;
 
+// Whether a slot holds a 512 x 512 grid of elements of that size.
+bool IsSpectrumGrid(int32_t slot, int32_t bytesPerPixel);
+
 // The zero-sum kernel that keeps narrow bright points and pulls smooth energy to 0, row by row.
 extern const float kPeakKernel[49];
 
