@@ -152,11 +152,9 @@ void StoreRow(const PixelLayout& layout, int32_t row, int32_t pixels, uint8_t* c
   }
 }
 
-// The last advance of a run, which has the host store what is pending.
-bool AdvanceToTheEnd(const host::FilterRecord& record, const char* title) {
-  if (Advance(record) == kSuccess) return true;
-  ShowMessage("got some kind of error from the end", title);
-  return false;
+// The last advance of a run, which has the host store what is pending. Its failure is only told.
+void AdvanceToTheEnd(const host::FilterRecord& record, const char* title) {
+  if (Advance(record) != kSuccess) ShowMessage("got some kind of error from the end", title);
 }
 
 int32_t CopyBackRows(host::FilterRecord* record, const host::VRect& area, const PixelLayout& layout) {
@@ -179,12 +177,10 @@ int32_t CopyBackRows(host::FilterRecord* record, const host::VRect& area, const 
     if (hostRow == nullptr) return host::kHostIsInsufficient;
     StoreRow(layout, y - area.top, width, converted.get(), hostRow);
   }
-  if (!AdvanceToTheEnd(*record, "_CopyBack() AdvanceState() Error")) return kSuccess;
-  // The rectangles still name the last row, so the host has handed it out once more, in some hosts with the
-  // source's pixels in it, and stores it when it next advances by itself.
-  if (uint8_t* const hostRow = OutputRow(*record, hostRowBytes)) {
-    StoreRow(layout, area.bottom - 1 - area.top, width, converted.get(), hostRow);
-  }
+  // Before the last advance the rectangles go: a host would hand the last row out once more, in some hosts
+  // with the source's pixels in it, and store those over the result when it next advances by itself.
+  RequestNothing(record);
+  AdvanceToTheEnd(*record, "_CopyBack() AdvanceState() Error");
   return kSuccess;
 }
 

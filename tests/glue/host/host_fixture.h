@@ -1,0 +1,113 @@
+// What the tests of this room share: documents, a clean state around every test, and a filter that only
+// copies.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "buffers/buffer_table.h"
+#include "buffers/result_codes.h"
+#include "glue/host/host_access.h"
+#include "glue/host/image_mode.h"
+#include "glue/host/image_transfer.h"
+#include "glue/host/plugin_main.h"
+#include "platform/memory.h"
+#include "platform/message.h"
+#include "testhost/fake_host.h"
+#include "tests/glue/scratch_folder.h"
+
+namespace tessaline {
+
+using testhost::Document;
+using testhost::Report;
+using testhost::RunFilter;
+using testhost::Switches;
+
+// Samples without a pattern, over the whole range of their width, the ends among them.
+inline Document MakeDocument(int16_t mode, int32_t depth, int32_t planes, int32_t width, int32_t height) {
+  Document document{mode, depth, static_cast<int16_t>(planes), width, height, {}, {}};
+  const int64_t samples = int64_t{width} * height * planes;
+  document.pixels.resize(static_cast<size_t>(samples * depth / 8));
+  uint32_t state = 12345;
+  for (int64_t i = 0; i < samples; ++i) {
+    state = state * 1664525 + 1013904223;
+    const uint32_t level = i == 0 ? 0 : i == 1 ? 32768 : (state >> 8) % 32769;
+    uint8_t* const sample = document.pixels.data() + i * depth / 8;
+    const auto byte = static_cast<uint8_t>(level * 255 / 32768);
+    const auto word = static_cast<uint16_t>(level);
+    const float real = static_cast<float>(level) / 32768.0f;
+    if (depth == 8) std::memcpy(sample, &byte, sizeof byte);
+    if (depth == 16) std::memcpy(sample, &word, sizeof word);
+    if (depth == 32) std::memcpy(sample, &real, sizeof real);
+  }
+  return document;
+}
+
+class HostTest : public PreferencesTest {
+ protected:
+  HostTest() {
+    messages = {};
+    SetMessageHandler(
+        [](const char* text, const char* title) { messages.push_back(std::string(title) + ": " + text); });
+    afterFetch = nullptr;
+  }
+  ~HostTest() override {
+    ClearAllocationFailure();
+    SetMessageHandler(nullptr);
+    SetDialogOpener(nullptr);
+    EXPECT_TRUE(AllSlotsAreEmpty()) << "a run left buffers behind";
+  }
+
+  static bool AllSlotsAreEmpty() {
+    for (const ImageBuffer& buffer : BufferTable) {
+      if (buffer.data != nullptr) return false;
+    }
+    return imageInfo.mainBuffer == 0 && imageInfo.maskBuffer == 0 && imageInfo.alphaBuffer == 0;
+  }
+
+  // A filter that fetches, calls afterFetch, and copies back (or not); other selectors as PluginMain.
+  static intptr_t CopyingFilter(int16_t selector, void* block, intptr_t* data, int16_t* result) {
+    if (selector != host::kSelectorStart) return PluginMain(selector, block, data, result);
+    auto* const record = static_cast<host::FilterRecord*>(block);
+    ResetBufferTable();
+    layout = LayoutOf(*record);
+    workRectangle = FindWorkRectangle(record);
+    int32_t code = FetchImage(record, workRectangle, layout);
+    if (code == kSuccess) {
+      if (afterFetch != nullptr) afterFetch();
+      code = copiesBack ? CopyBack(record, workRectangle, layout) : DontCopyBack(record);
+    }
+    return *result = static_cast<int16_t>(code);
+  }
+
+  static std::vector<uint8_t> PixelsOf(int32_t slot) {
+    const BufferShape shape = ShapeOf(slot);
+    const uint8_t* const data = BufferRow(slot, 0);
+    if (data == nullptr) return {};
+    return {data, data + int64_t{shape.width} * shape.height * shape.bytesPerPixel};
+  }
+
+  inline static std::vector<std::string> messages;
+  inline static PixelLayout layout;
+  inline static host::VRect workRectangle;
+  inline static bool copiesBack = true;
+  inline static void (*afterFetch)() = nullptr;
+};
+
+// The samples of one pixel in a document.
+inline const uint8_t* PixelAt(const Document& document, int32_t x, int32_t y) {
+  return document.pixels.data() + y * document.RowBytes() + int64_t{x} * document.PixelBytes();
+}
+
+inline std::string Joined(const std::vector<std::string>& lines) {
+  std::string all;
+  for (const std::string& line : lines) all += line + "\n";
+  return all;
+}
+
+#define EXPECT_NO_COMPLAINTS(report) EXPECT_TRUE((report).complaints.empty()) << Joined((report).complaints)
+
+}  // namespace tessaline

@@ -1,0 +1,361 @@
+#include "glue/host/image_transfer.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "glue/host/color_rows.h"
+#include "tests/glue/host/host_fixture.h"
+
+namespace tessaline {
+namespace {
+
+using testhost::Style;
+constexpr int32_t kWidth = 13, kHeight = 7;
+constexpr host::VRect kInnerRectangle = {2, 3, 6, 11};
+
+std::vector<uint8_t> g_main, g_selection, g_alpha;
+
+class ImageTransferTest : public HostTest {
+ protected:
+  ImageTransferTest() {
+    copiesBack = true;
+    g_main = g_selection = g_alpha = {};
+  }
+
+  static void KeepBuffers() {
+    g_main = PixelsOf(imageInfo.mainBuffer);
+    g_selection = PixelsOf(imageInfo.maskBuffer);
+    g_alpha = PixelsOf(imageInfo.alphaBuffer);
+  }
+  // Stands in for a run: every sample of "main" is changed.
+  static void KeepAndInvert() {
+    KeepBuffers();
+    for (int32_t y = 0; y < ShapeOf(imageInfo.mainBuffer).height; ++y) {
+      const BufferShape shape = ShapeOf(imageInfo.mainBuffer);
+      uint8_t* const row = BufferRow(imageInfo.mainBuffer, y);
+      for (int32_t i = 0; i < shape.width * shape.bytesPerPixel; ++i) row[i] = static_cast<uint8_t>(~row[i]);
+    }
+  }
+
+  // What a host has afterwards when all colour samples inside the rectangle are inverted and nothing else is.
+  static Document Inverted(Document document, const host::VRect& area, int32_t colorBytes) {
+    for (int32_t y = area.top; y < area.bottom; ++y) {
+      for (int32_t x = area.left; x < area.right; ++x) {
+        auto* const pixel = const_cast<uint8_t*>(PixelAt(document, x, y));
+        for (int32_t i = 0; i < colorBytes; ++i) pixel[i] = static_cast<uint8_t>(~pixel[i]);
+      }
+    }
+    return document;
+  }
+
+  static void ExpectTransfer(const Document& document, const Switches& switches, int32_t colorBytes) {
+    afterFetch = KeepAndInvert;
+    const Report report = RunFilter(CopyingFilter, document, switches);
+    const host::VRect area = switches.hasFilterRectangle ? switches.filterRectangle
+                                                         : host::VRect{0, 0, document.height, document.width};
+    EXPECT_EQ(0, report.result);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_EQ(Inverted(document, area, colorBytes).pixels, report.document.pixels);
+    // What the run sees is what the host has.
+    ASSERT_EQ(size_t(colorBytes * WidthOf(area) * HeightOf(area)), g_main.size());
+    const uint8_t* sample = g_main.data();
+    for (int32_t y = area.top; y < area.bottom; ++y) {
+      for (int32_t x = area.left; x < area.right; ++x, sample += colorBytes) {
+        ASSERT_EQ(0, std::memcmp(sample, PixelAt(document, x, y), colorBytes)) << x << ", " << y;
+      }
+    }
+  }
+};
+
+struct PlainMode {
+  int16_t mode;
+  int32_t depth, colorPlanes;
+};
+constexpr PlainMode kPlainModes[] = {
+    {host::kModeGray, 8, 1}, {host::kModeRgb, 8, 3}, {host::kModeGray16, 16, 1}, {host::kModeRgb48, 16, 3}};
+
+TEST_F(ImageTransferTest, ColorSamplesComeAndGoAsTheyAreAndExtraPlanesStay) {
+  for (const PlainMode& mode : kPlainModes) {
+    for (int32_t extraPlanes : {0, 1, 3}) {
+      const Document document =
+          MakeDocument(mode.mode, mode.depth, mode.colorPlanes + extraPlanes, kWidth, kHeight);
+      for (const Style style :
+           {Style::kRefillOnChange, Style::kRefillOnChangeAndClip, Style::kRefillAlways}) {
+        for (const bool isWide : {false, true}) {
+          SCOPED_TRACE(testing::Message() << "mode " << mode.mode << " + " << extraPlanes << " style "
+                                          << static_cast<int>(style) << (isWide ? " 32-bit" : " 16-bit"));
+          Switches switches;
+          switches.style = style;
+          switches.offer32Bits = isWide;
+          ExpectTransfer(document, switches, mode.colorPlanes * mode.depth / 8);
+          switches.hasFilterRectangle = true;
+          switches.filterRectangle = kInnerRectangle;
+          // Odd steps: samples of two bytes then lie at odd addresses.
+          switches.inputPadding = 5;
+          switches.outputPadding = 17;
+          switches.freshAddresses = !isWide;
+          ExpectTransfer(document, switches, mode.colorPlanes * mode.depth / 8);
+        }
+      }
+    }
+  }
+}
+
+TEST_F(ImageTransferTest, OneRowAndOneColumn) {
+  for (const auto& [width, height] : {std::pair{1, 9}, std::pair{9, 1}, std::pair{1, 1}}) {
+    ExpectTransfer(MakeDocument(host::kModeRgb, 8, 4, width, height), Switches{}, 3);
+  }
+}
+
+// Lab reaches the run unconverted and leaves it converted.
+TEST_F(ImageTransferTest, LabIsConvertedOnTheWayOutOnly) {
+  afterFetch = KeepBuffers;
+  const Document narrow = MakeDocument(host::kModeLab, 8, 3, kWidth, kHeight);
+  std::vector<uint8_t> bytes = narrow.pixels;
+  Report report = RunFilter(CopyingFilter, narrow, Switches{});
+  EXPECT_NO_COMPLAINTS(report);
+  EXPECT_EQ(bytes, g_main);
+  CopyBackLabRow8(bytes.data(), kWidth * kHeight);
+  EXPECT_EQ(bytes, report.document.pixels);
+
+  const Document wide = MakeDocument(host::kModeLab48, 16, 3, kWidth, kHeight);
+  std::vector<uint16_t> words(wide.pixels.size() / 2);
+  std::memcpy(words.data(), wide.pixels.data(), wide.pixels.size());
+  report = RunFilter(CopyingFilter, wide, Switches{});
+  EXPECT_NO_COMPLAINTS(report);
+  EXPECT_EQ(wide.pixels, g_main);
+  CopyBackLabRow16(words.data(), kWidth * kHeight);
+  EXPECT_EQ(0, std::memcmp(words.data(), report.document.pixels.data(), wide.pixels.size()));
+}
+
+// CMYK fills three quarters of a row of "main", and alpha behind it comes back as it was.
+template <typename Sample>
+void ExpectCmyk(const Document& document, void (*fetch)(Sample*, int32_t), void (*copyBack)(Sample*, int32_t),
+                const Report& report) {
+  EXPECT_NO_COMPLAINTS(report);
+  for (int32_t y = 0; y < document.height; ++y) {
+    std::vector<Sample> row(4 * kWidth), back(5 * kWidth);
+    for (int32_t x = 0; x < kWidth; ++x) {
+      std::memcpy(&row[4 * x], PixelAt(document, x, y), 4 * sizeof(Sample));
+    }
+    fetch(row.data(), kWidth);
+    std::fill(row.begin() + 3 * kWidth, row.end(), Sample{0});
+    EXPECT_EQ(0, std::memcmp(row.data(), g_main.data() + y * 4 * kWidth * sizeof(Sample),
+                             4 * kWidth * sizeof(Sample)));
+    copyBack(row.data(), kWidth);
+    for (int32_t x = 0; x < kWidth; ++x) {
+      std::copy_n(&row[4 * x], 4, &back[5 * x]);
+      std::memcpy(&back[5 * x + 4], PixelAt(document, x, y) + 4 * sizeof(Sample), sizeof(Sample));
+    }
+    EXPECT_EQ(0, std::memcmp(back.data(), report.document.pixels.data() + y * document.RowBytes(),
+                             back.size() * sizeof(Sample)));
+  }
+}
+
+TEST_F(ImageTransferTest, CmykIsConvertedOnBothWays) {
+  afterFetch = KeepBuffers;
+  const Document narrow = MakeDocument(host::kModeCmyk, 8, 5, kWidth, kHeight);
+  ExpectCmyk(narrow, FetchCmykRow8, CopyBackCmykRow8, RunFilter(CopyingFilter, narrow, Switches{}));
+  const Document wide = MakeDocument(host::kModeCmyk64, 16, 5, kWidth, kHeight);
+  ExpectCmyk(wide, FetchCmykRow16, CopyBackCmykRow16, RunFilter(CopyingFilter, wide, Switches{}));
+}
+
+TEST_F(ImageTransferTest, FloatsStandOnTheByteScaleInside) {
+  for (const auto& [mode, planes] : {std::pair{host::kModeRgb96, 4}, std::pair{host::kModeGray, 2}}) {
+    const int32_t colorPlanes = planes - 1;
+    const Document document = MakeDocument(mode, 32, planes, kWidth, kHeight);
+    afterFetch = KeepBuffers;
+    const Report report = RunFilter(CopyingFilter, document, Switches{});
+    EXPECT_NO_COMPLAINTS(report);
+    for (int32_t i = 0; i < kWidth * kHeight; ++i) {
+      for (int32_t s = 0; s < planes; ++s) {
+        float before, after, inside;
+        std::memcpy(&before, document.pixels.data() + (i * planes + s) * 4, 4);
+        std::memcpy(&after, report.document.pixels.data() + (i * planes + s) * 4, 4);
+        const std::vector<uint8_t>& buffer = s < colorPlanes ? g_main : g_alpha;
+        const int32_t at = s < colorPlanes ? i * colorPlanes + s : i;
+        std::memcpy(&inside, buffer.data() + at * 4, 4);
+        ASSERT_EQ(before * 255.0f, inside);
+        ASSERT_EQ(inside * 0.003921569f, after);
+        ASSERT_NEAR(before, after, 3e-7);
+      }
+    }
+  }
+}
+
+TEST_F(ImageTransferTest, ModesThatTheFetchCannotReadGiveZeros) {
+  afterFetch = KeepBuffers;
+  copiesBack = false;
+  const Document document = MakeDocument(host::kModeMultichannel, 8, 3, kWidth, kHeight);
+  const Report report = RunFilter(CopyingFilter, document, Switches{});
+  EXPECT_NO_COMPLAINTS(report);
+  EXPECT_EQ(std::vector<uint8_t>(document.pixels.size(), 0), g_main);
+}
+
+TEST_F(ImageTransferTest, FewerPlanesThanTheModeHasAreRefused) {
+  const Report report =
+      RunFilter(CopyingFilter, MakeDocument(host::kModeRgb, 8, 2, kWidth, kHeight), Switches{});
+  EXPECT_EQ(kUnknownPixelKind, report.result);
+  EXPECT_EQ(0, report.advances);
+}
+
+// -------------------------------------------------------------------------------------------------
+// selections
+
+TEST_F(ImageTransferTest, SelectionStartsAtHalfCoverage) {
+  Document document = MakeDocument(host::kModeGray, 8, 1, kWidth, kHeight);
+  document.mask.assign(kWidth * kHeight, 127);
+  const auto select = [&](int32_t x, int32_t y, uint8_t coverage) {
+    document.mask[y * kWidth + x] = coverage;
+  };
+  select(3, 2, 128);
+  select(10, 2, 200);
+  select(5, 5, 255);
+  select(12, 6, 100);
+  afterFetch = KeepBuffers;
+  for (const bool isWide : {false, true}) {
+    Switches switches;
+    switches.offer32Bits = isWide;
+    switches.maskPadding = 3;
+    const Report report = RunFilter(CopyingFilter, document, switches);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_EQ(2, workRectangle.top);
+    EXPECT_EQ(3, workRectangle.left);
+    EXPECT_EQ(6, workRectangle.bottom);
+    EXPECT_EQ(11, workRectangle.right);
+    ASSERT_EQ(8u * 4u, g_selection.size());
+    EXPECT_EQ(128, g_selection[0]);
+    EXPECT_EQ(200, g_selection[7]);
+    EXPECT_EQ(255, g_selection[3 * 8 + 2]);
+    EXPECT_TRUE(fetchFlags.selectionPartial);
+    EXPECT_FALSE(fetchFlags.extraPlanesFetched);
+  }
+}
+
+TEST_F(ImageTransferTest, FullySelectedIsNotPartial) {
+  Document document = MakeDocument(host::kModeGray, 8, 2, kWidth, kHeight);
+  document.mask.assign(kWidth * kHeight, 255);
+  EXPECT_EQ(0, RunFilter(CopyingFilter, document, Switches{}).result);
+  EXPECT_FALSE(fetchFlags.selectionPartial);
+  EXPECT_TRUE(fetchFlags.extraPlanesFetched);
+}
+
+TEST_F(ImageTransferTest, FaintSelectionInvertsTheRectangleAndMovesNothing) {
+  Document document = MakeDocument(host::kModeGray, 8, 1, kWidth, kHeight);
+  document.mask.assign(kWidth * kHeight, 127);
+  const Report report = RunFilter(CopyingFilter, document, Switches{});
+  EXPECT_EQ(-kWidth, WidthOf(workRectangle));
+  EXPECT_EQ(-kHeight, HeightOf(workRectangle));
+  EXPECT_EQ(0, report.result);
+  EXPECT_FALSE(report.isOutputTouched);
+  EXPECT_NO_COMPLAINTS(report);
+}
+
+TEST_F(ImageTransferTest, MaskThatCannotBeHadSelectsTheFilterRectangle) {
+  Document document = MakeDocument(host::kModeGray, 8, 1, kWidth, kHeight);
+  document.mask.assign(kWidth * kHeight, 0);
+  Switches undelivered;
+  undelivered.maskIsNotDelivered = true;
+  afterFetch = KeepBuffers;
+  Report report = RunFilter(CopyingFilter, document, undelivered);
+  EXPECT_NO_COMPLAINTS(report);
+  EXPECT_EQ(kWidth, WidthOf(workRectangle));
+  EXPECT_EQ(std::vector<uint8_t>(kWidth * kHeight, 255), g_selection);
+
+  Switches failing;
+  failing.failAdvanceAt = 3;  // in the scan: the fetch after it is served again
+  report = RunFilter(CopyingFilter, document, failing);
+  EXPECT_EQ(0, report.result);
+  EXPECT_EQ(kHeight, HeightOf(workRectangle));
+}
+
+TEST_F(ImageTransferTest, EmptyOrInvertedFilterRectanglesMoveNothing) {
+  for (const host::VRect& area :
+       {host::VRect{3, 3, 3, 9}, host::VRect{5, 9, 2, 3}, host::VRect{1, 4, 5, 4}}) {
+    for (const bool hasMask : {false, true}) {
+      Document document = MakeDocument(host::kModeRgb, 8, 3, kWidth, kHeight);
+      if (hasMask) document.mask.assign(kWidth * kHeight, 255);
+      Switches switches;
+      switches.hasFilterRectangle = true;
+      switches.filterRectangle = area;
+      const Report report = RunFilter(CopyingFilter, document, switches);
+      EXPECT_EQ(0, report.result);
+      EXPECT_NO_COMPLAINTS(report);
+      EXPECT_EQ(document.pixels, report.document.pixels);
+    }
+  }
+}
+
+// -------------------------------------------------------------------------------------------------- failures
+
+constexpr char kCopyBackMessage[] = "_CopyBack() AdvanceState() Error: got some kind of error from the end";
+constexpr char kDontCopyBackMessage[] =
+    "_DontCopyBack() AdvanceState() Error: got some kind of error from the end";
+
+TEST_F(ImageTransferTest, HostFailingAtAnyRowEndsTheTransferWithItsCode) {
+  const Document document = MakeDocument(host::kModeLab48, 16, 4, kWidth, kHeight);
+  constexpr int32_t kLast = 2 * kHeight + 1;  // the fetch, the copy back, and the end
+  for (const int16_t code : {int16_t{-108}, int16_t{-50}}) {
+    for (int32_t at = 1; at <= kLast; ++at) {
+      SCOPED_TRACE(at);
+      messages.clear();
+      Switches switches;
+      switches.failAdvanceAt = at;
+      switches.failCode = code;
+      const Report report = RunFilter(CopyingFilter, document, switches);
+      EXPECT_EQ(at == kLast ? 0 : code, report.result);
+      EXPECT_EQ(at == kLast ? 1u : 0u, messages.size());
+      EXPECT_NO_COMPLAINTS(report);
+      EXPECT_TRUE(AllSlotsAreEmpty());
+      EXPECT_EQ(at > kHeight + 2, report.isOutputTouched);  // the failing advance stores nothing
+    }
+  }
+  EXPECT_EQ(kCopyBackMessage, messages.at(0));
+}
+
+TEST_F(ImageTransferTest, HostDeliveringNullPointersEndsTheTransfer) {
+  const Document document = MakeDocument(host::kModeRgb, 8, 4, kWidth, kHeight);
+  for (int32_t at = 1; at <= 2 * kHeight; ++at) {
+    Switches switches;
+    switches.deliverNothingAt = at;
+    const Report report = RunFilter(CopyingFilter, document, switches);
+    EXPECT_EQ(host::kHostIsInsufficient, report.result);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+  }
+}
+
+TEST_F(ImageTransferTest, MemoryRunningOutAtAnyBlockIsMinus108) {
+  Document document = MakeDocument(host::kModeLab, 8, 4, kWidth, kHeight);
+  document.mask.assign(kWidth * kHeight, 255);
+  constexpr int32_t kBlocks = 4;  // three buffers and the converted row
+  for (int32_t n = 0; n <= kBlocks; ++n) {
+    FailAllocationAfter(n);
+    const Report report = RunFilter(CopyingFilter, document, Switches{});
+    ClearAllocationFailure();
+    EXPECT_EQ(n < kBlocks ? kOutOfMemory : 0, report.result) << n;
+    EXPECT_EQ(n == kBlocks, report.isOutputTouched);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+  }
+}
+
+TEST_F(ImageTransferTest, DontCopyBackLeavesTheOutputAlone) {
+  copiesBack = false;
+  afterFetch = KeepAndInvert;
+  const Document document = MakeDocument(host::kModeRgb48, 16, 4, kWidth, kHeight);
+  Switches switches;
+  Report report = RunFilter(CopyingFilter, document, switches);
+  EXPECT_EQ(0, report.result);
+  EXPECT_FALSE(report.isOutputTouched);
+  EXPECT_EQ(document.pixels, report.document.pixels);
+  EXPECT_TRUE(messages.empty());
+
+  switches.failAdvanceAt = kHeight + 1;
+  report = RunFilter(CopyingFilter, document, switches);
+  EXPECT_EQ(0, report.result);
+  ASSERT_EQ(1u, messages.size());
+  EXPECT_EQ(kDontCopyBackMessage, messages[0]);
+}
+
+}  // namespace
+}  // namespace tessaline

@@ -1,0 +1,473 @@
+#include "glue/host/plugin_main.h"
+
+#include <cmath>
+#include <fstream>
+#include <limits>
+
+#include "glue/host/color_rows.h"
+#include "glue/parameters/filter_parameters.h"
+#include "glue/parameters/parameter_list.h"
+#include "removal/removal_run.h"
+#include "tests/glue/host/host_fixture.h"
+
+namespace tessaline {
+namespace {
+
+using testhost::DescriptorTables;
+using testhost::DescriptorValue;
+using testhost::HandleTable;
+using testhost::Style;
+
+constexpr FilterParameters kDefaults = {60, 6, 8};
+constexpr FilterParameters kSharp = {100, 4, 8};
+
+// A gradient with a grid and a little noise on it. From some 400 x 300 pixels on, a run finds the grid;
+// below, it changes levels by one at most, which is enough to see that it was there.
+Document MakePatterned(int16_t mode, int32_t depth, int32_t planes, int32_t width, int32_t height) {
+  Document document = MakeDocument(mode, depth, planes, width, height);
+  for (int32_t y = 0; y < height; ++y) {
+    for (int32_t x = 0; x < width; ++x) {
+      const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 - 7;
+      const double level = 100 + (x + y) / 32.0 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3);
+      for (int32_t s = 0; s < planes; ++s) {
+        auto* const sample = const_cast<uint8_t*>(PixelAt(document, x, y)) + s * depth / 8;
+        const auto byte = static_cast<uint8_t>(level + 5 * s);
+        const auto word = static_cast<uint16_t>(byte * 128);
+        if (depth == 8) std::memcpy(sample, &byte, sizeof byte);
+        if (depth == 16) std::memcpy(sample, &word, sizeof word);
+      }
+    }
+  }
+  return document;
+}
+
+// The colour planes of an area through the run itself, without any host: what every door must give.
+Document Cleaned(const Document& source, int32_t colorPlanes, const host::VRect& area,
+                 FilterParameters parameters) {
+  const int32_t sampleBytes = source.depth / 8;
+  const int32_t colorBytes = colorPlanes * sampleBytes;
+  Document document = source;
+  ResetBufferTable();
+  OwnedBuffer buffer;
+  EXPECT_EQ(kSuccess, buffer.Create("picture", WidthOf(area), HeightOf(area), colorBytes));
+  const auto forEachPixel = [&](auto action) {
+    for (int32_t y = area.top; y < area.bottom; ++y) {
+      for (int32_t x = area.left; x < area.right; ++x) {
+        action(const_cast<uint8_t*>(PixelAt(document, x, y)),
+               BufferRow(buffer.slot(), y - area.top) + (x - area.left) * colorBytes);
+      }
+    }
+  };
+  forEachPixel([&](uint8_t* pixel, uint8_t* inside) { std::memcpy(inside, pixel, colorBytes); });
+  EXPECT_EQ(kSuccess, RunRemoval(buffer.slot(), &parameters, nullptr, true, RemovalContext{}));
+  forEachPixel([&](uint8_t* pixel, uint8_t* inside) { std::memcpy(pixel, inside, colorBytes); });
+  return document;
+}
+
+int LargestByteChange(const Document& a, const Document& b) {
+  int largest = 0;
+  for (size_t i = 0; i < a.pixels.size(); ++i) {
+    largest = std::max(largest, std::abs(int{a.pixels[i]} - int{b.pixels[i]}));
+  }
+  return largest;
+}
+
+std::vector<DescriptorValue> RecordingOf(const FilterParameters& parameters) {
+  return {{kKeyAcceptance, host::kDescriptorInteger, static_cast<int64_t>(parameters.acceptance), 0.0, {}},
+          {kKeyNotchRadius, host::kDescriptorFloat, 0, parameters.notchRadius, {}},
+          {kKeyProtectionRadius, host::kDescriptorFloat, 0, parameters.protectionRadius, {}}};
+}
+
+Switches Playing(const FilterParameters& parameters) {
+  Switches switches;
+  switches.hasRecording = true;
+  switches.recording = RecordingOf(parameters);
+  return switches;
+}
+
+class PluginMainTest : public HostTest {
+ protected:
+  bool PreferencesExist() const { return std::ifstream(PreferencesPath()).good(); }
+
+  static void ExpectUnchanged(const Document& source, const Report& report) {
+    EXPECT_FALSE(report.isOutputTouched);
+    EXPECT_EQ(source.pixels, report.document.pixels);
+    EXPECT_NO_COMPLAINTS(report);
+  }
+};
+
+// ---------------------------------------------------------------------------------------------------
+// selectors
+
+TEST_F(PluginMainTest, SelectorsWithoutWorkGiveZero) {
+  for (const int16_t selector :
+       {host::kSelectorAbout, host::kSelectorParameters, host::kSelectorPrepare, host::kSelectorFinish}) {
+    int16_t result = 1;
+    EXPECT_EQ(0, PluginMain(selector, nullptr, nullptr, &result));
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(0, PluginMain(selector, nullptr, nullptr, nullptr));
+  }
+}
+
+TEST_F(PluginMainTest, UnknownSelectorsLeaveTheResultAlone) {
+  host::FilterRecord record = {};
+  for (const int16_t selector : {int16_t{-1}, int16_t{6}, int16_t{32767}}) {
+    int16_t result = -77;
+    EXPECT_EQ(-77, PluginMain(selector, &record, nullptr, &result));
+    EXPECT_EQ(-77, result);
+  }
+}
+
+TEST_F(PluginMainTest, WorkWithoutARecordIsAnError) {
+  for (const int16_t selector : {host::kSelectorStart, host::kSelectorContinue}) {
+    int16_t result = 0;
+    EXPECT_EQ(host::kParameterError, PluginMain(selector, nullptr, nullptr, &result));
+    EXPECT_EQ(host::kParameterError, result);
+  }
+}
+
+TEST_F(PluginMainTest, ContinueZeroesTheRectanglesInUseAndNoOthers) {
+  host::FilterRecord record = {};
+  host::BigDocumentStruct big = {};
+  const host::Rect narrow = {1, 2, 3, 4};
+  const host::VRect wide = {5, 6, 7, 8};
+  const auto sum = [](const auto& r) { return r.top + r.left + r.bottom + r.right; };
+  for (const bool isWide : {false, true}) {
+    record.inRect = record.outRect = record.maskRect = narrow;
+    big.inRect32 = big.outRect32 = big.maskRect32 = wide;
+    record.bigDocumentData = isWide ? &big : nullptr;
+    EXPECT_EQ(0, PluginMain(host::kSelectorContinue, &record, nullptr, nullptr));
+    for (const host::Rect r :
+         {host::Rect(record.inRect), host::Rect(record.outRect), host::Rect(record.maskRect)}) {
+      EXPECT_EQ(isWide ? sum(narrow) : 0, sum(r));
+    }
+    for (const host::VRect& r : {big.inRect32, big.outRect32, big.maskRect32}) {
+      EXPECT_EQ(isWide ? 0 : sum(wide), sum(r));
+    }
+  }
+  EXPECT_EQ(1, big.PluginUsing32BitCoordinates);
+}
+
+// ------------------------------------------------------------------------------------------------- whole
+// runs
+
+struct Kind {
+  const char* name;
+  int16_t mode;
+  int32_t depth, planes, colorPlanes;
+};
+constexpr Kind kCleanedKinds[] = {
+    {"grey", host::kModeGray, 8, 1, 1},       {"grey alpha", host::kModeGray, 8, 2, 1},
+    {"RGB", host::kModeRgb, 8, 3, 3},         {"RGBA", host::kModeRgb, 8, 4, 3},
+    {"gray 16", host::kModeGray16, 16, 1, 1}, {"RGB 48 alpha", host::kModeRgb48, 16, 4, 3}};
+
+TEST_F(PluginMainTest, GivesThePixelsOfTheRunItself) {
+  const host::VRect areas[] = {{0, 0, 300, 400}, {7, 11, 290, 379}};
+  for (const Kind& kind : kCleanedKinds) {
+    SCOPED_TRACE(kind.name);
+    const Document source = MakePatterned(kind.mode, kind.depth, kind.planes, 400, 300);
+    for (const host::VRect& area : areas) {
+      const Document expected = Cleaned(source, kind.colorPlanes, area, kSharp);
+      ASSERT_GT(LargestByteChange(source, expected), 10) << "nothing was cleaned, so this shows nothing";
+      Switches switches = Playing(kSharp);
+      switches.offer32Bits = area.top != 0;
+      switches.hasFilterRectangle = true;
+      switches.filterRectangle = area;
+      switches.inputPadding = 5;
+      switches.outputPadding = 16;
+      switches.recordBytes = 512;
+      const Report report = RunFilter(PluginMain, source, switches);
+      EXPECT_EQ(0, report.result);
+      EXPECT_NO_COMPLAINTS(report);
+      EXPECT_EQ(expected.pixels, report.document.pixels);
+      EXPECT_GT(report.progressCalls, 0);
+      EXPECT_GT(report.abortCalls, 0);
+    }
+  }
+  EXPECT_TRUE(messages.empty()) << Joined(messages);
+}
+
+TEST_F(PluginMainTest, LabLeavesTheRunConverted) {
+  const Document source = MakePatterned(host::kModeLab, 8, 3, 64, 64);
+  Document expected = Cleaned(source, 3, {0, 0, 64, 64}, kSharp);
+  CopyBackLabRow8(expected.pixels.data(), 64 * 64);
+  const Report report = RunFilter(PluginMain, source, Playing(kSharp));
+  EXPECT_EQ(0, report.result);
+  EXPECT_EQ(expected.pixels, report.document.pixels);
+}
+
+TEST_F(PluginMainTest, EveryStyleOfHostAndEveryMissingTableGivesTheSamePicture) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  const Document expected = Cleaned(source, 1, {0, 0, 30, 40}, kDefaults);
+  std::vector<Switches> hosts(11);
+  hosts[0].style = Style::kRefillOnChange;
+  hosts[1].style = Style::kRefillOnChangeAndClip;
+  hosts[2].about = true;
+  hosts[3].parameters = false;
+  hosts[4].otherTablesAreNull = true;
+  hosts[5].callbacksAreNull = true;
+  hosts[6].handles = HandleTable::kNull;
+  hosts[7].handles = HandleTable::kSevenRoutines;
+  hosts[8].descriptors = DescriptorTables::kRecordNull;
+  hosts[9].descriptors = DescriptorTables::kTablesNull;
+  hosts[10].recordBytes = 556;
+  hosts[10].freshAddresses = false;
+  for (size_t i = 0; i < hosts.size(); ++i) {
+    SCOPED_TRACE(i);
+    ClearSettings();
+    const Report report = RunFilter(PluginMain, source, hosts[i]);
+    EXPECT_EQ(0, report.result);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_EQ(expected.pixels, report.document.pixels);
+    EXPECT_EQ(0, report.handlesLeft);
+  }
+}
+
+TEST_F(PluginMainTest, SelectionIsCleanedInItsBoxAndBlendedByTheHost) {
+  Document source = MakePatterned(host::kModeGray, 8, 2, 440, 340);
+  source.mask.assign(440 * 340, 0);
+  for (int32_t y = 10; y < 330; ++y) {
+    for (int32_t x = 5; x < 435; ++x) source.mask[y * 440 + x] = y < 200 ? 255 : 128;
+  }
+  const Document cleaned = Cleaned(source, 1, {10, 5, 330, 435}, kSharp);
+  Switches switches = Playing(kSharp);
+  EXPECT_EQ(cleaned.pixels, RunFilter(PluginMain, source, switches).document.pixels);
+
+  switches.autoMask = true;
+  const Report blended = RunFilter(PluginMain, source, switches);
+  const auto differsFrom = [&](int32_t y, const Document& wanted) {
+    return std::memcmp(PixelAt(wanted, 0, y), PixelAt(blended.document, 0, y), source.RowBytes()) != 0;
+  };
+  EXPECT_FALSE(differsFrom(100, cleaned));
+  EXPECT_TRUE(differsFrom(250, cleaned) && differsFrom(250, source));
+  EXPECT_FALSE(differsFrom(335, source));
+}
+
+TEST_F(PluginMainTest, FaintSelectionLeavesThePictureAsItIs) {
+  Document source = MakePatterned(host::kModeRgb, 8, 3, 30, 20);
+  source.mask.assign(30 * 20, 127);
+  const Report report = RunFilter(PluginMain, source, Switches{});
+  EXPECT_EQ(0, report.result);
+  ExpectUnchanged(source, report);
+  EXPECT_TRUE(messages.empty());
+}
+
+// ------------------------------------------------------------------------------- pictures that no run can
+// take
+
+TEST_F(PluginMainTest, WidePicturesPassThroughBitForBitWithoutAMessage) {
+  for (const auto& [mode, planes] :
+       {std::pair{host::kModeGray, 1}, std::pair{host::kModeGray32, 2}, std::pair{host::kModeRgb96, 4}}) {
+    Document source = MakeDocument(mode, 32, planes, 20, 10);
+    const float special[] = {1e38f,
+                             -0.0f,
+                             std::numeric_limits<float>::denorm_min(),
+                             -3.5f,
+                             std::numeric_limits<float>::infinity(),
+                             std::nanf("1")};
+    std::memcpy(source.pixels.data(), special, sizeof special);
+    const Report report = RunFilter(PluginMain, source, Switches{});
+    EXPECT_EQ(0, report.result);
+    ExpectUnchanged(source, report);
+    EXPECT_TRUE(messages.empty());
+  }
+}
+
+TEST_F(PluginMainTest, BitmapAndUnknownModesPassThroughWithTheirMessages) {
+  const std::string badWidth = "_MainGlueProcess: info->channelbytes is wrong";
+  const std::string badMode = "_MainGlueProcess: bad image mode";
+  Document source = MakeDocument(host::kModeBitmap, 8, 1, 20, 10);
+  Report report = RunFilter(PluginMain, source, Switches{});
+  EXPECT_EQ(0, report.result);
+  ExpectUnchanged(source, report);
+  EXPECT_EQ(std::vector<std::string>{badWidth}, messages);
+
+  for (const int16_t mode : {int16_t{18}, int16_t{-1}}) {
+    messages.clear();
+    source.mode = mode;
+    report = RunFilter(PluginMain, source, Switches{});
+    EXPECT_EQ(0, report.result);
+    ExpectUnchanged(source, report);
+    EXPECT_EQ((std::vector<std::string>{badMode, badWidth}), messages);
+  }
+}
+
+TEST_F(PluginMainTest, PlanesThatNoRunTakesAreRefusedWithTheReason) {
+  const Kind refused[] = {{"indexed", host::kModeIndexed, 8, 1, 1},
+                          {"CMYK", host::kModeCmyk, 8, 4, 4},
+                          {"HSL", host::kModeHsl, 8, 3, 3},
+                          {"HSB", host::kModeHsb, 8, 3, 3},
+                          {"multichannel", host::kModeMultichannel, 8, 3, 3},
+                          {"duotone", host::kModeDuotone, 8, 1, 1},
+                          {"CMYK 64", host::kModeCmyk64, 16, 5, 4},
+                          {"deep multichannel", host::kModeDeepMultichannel, 16, 3, 3},
+                          {"duotone 16", host::kModeDuotone16, 16, 1, 1},
+                          {"RGB of one plane", host::kModeRgb, 8, 1, 3}};
+  for (const Kind& kind : refused) {
+    SCOPED_TRACE(kind.name);
+    const Document source = MakeDocument(kind.mode, kind.depth, kind.planes, 20, 10);
+    for (const bool hasErrorString : {true, false}) {
+      Switches switches;
+      switches.callbacksAreNull = !hasErrorString;
+      const Report report = RunFilter(PluginMain, source, switches);
+      EXPECT_EQ(-36, report.result);
+      ExpectUnchanged(source, report);
+      EXPECT_EQ(hasErrorString, report.errorString.find("greyscale, RGB and Lab") != std::string::npos);
+    }
+  }
+  EXPECT_TRUE(messages.empty());
+  EXPECT_FALSE(PreferencesExist());
+}
+
+TEST_F(PluginMainTest, PicturesBeyondTheLimitAreRefusedBeforeTheyAreFetched) {
+  for (const auto& [width, height] : {std::pair{7501, 2}, std::pair{2, 7501}}) {
+    messages.clear();
+    const Document source = MakeDocument(host::kModeGray, 8, 1, width, height);
+    const Report report = RunFilter(PluginMain, source, Switches{});
+    EXPECT_EQ(kUserCancelled, report.result);
+    EXPECT_EQ(0, report.advances);
+    ASSERT_EQ(1u, messages.size());
+    EXPECT_NE(std::string::npos, messages[0].find("7500x7500"));
+  }
+}
+
+// ------------------------------------------------------------------------------------------ parameters,
+// dialog
+
+TEST_F(PluginMainTest, PlayedValuesAreUsedAndRecordedAgain) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  const Report report = RunFilter(PluginMain, source, Playing(kSharp));
+  EXPECT_EQ(RecordingOf(kSharp), report.recorded);
+  EXPECT_EQ(host::kDialogOptional, report.recordInfo);
+  EXPECT_TRUE(PreferencesExist());
+  // Values from scripting are those of this run alone.
+  EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
+}
+
+int g_window;  // stands for one: only its address counts
+
+int32_t AcceptValues(void* ownerWindow, int32_t sourceSlot, FilterParameters* parameters) {
+  EXPECT_EQ(&g_window, ownerWindow);
+  EXPECT_EQ(imageInfo.mainBuffer, sourceSlot);
+  EXPECT_EQ(60.0f, parameters->acceptance);
+  parameters->acceptance = 90.75f;
+  parameters->notchRadius = 3.5f;
+  parameters->protectionRadius = 20.0f;
+  return 0;
+}
+
+TEST_F(PluginMainTest, DialogsChoiceIsRecordedKeptAndUsedByTheNextRun) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  SetDialogOpener(AcceptValues);
+  Switches switches;
+  switches.playInfo = host::kDialogDisplay;
+  switches.window = &g_window;
+  const Report first = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(0, first.result);
+  EXPECT_EQ(RecordingOf({90, 3.5f, 20}), first.recorded);
+  EXPECT_EQ(90.75f, imageInfo.settings.acceptance);
+  const Report second = RunFilter(PluginMain, source, Switches{});  // suppressed
+  EXPECT_EQ(RecordingOf({90, 3.5f, 20}), second.recorded);
+}
+
+int32_t CancelAlways(void*, int32_t, FilterParameters* parameters) {
+  parameters->acceptance = 1.0f;
+  return 1;
+}
+
+TEST_F(PluginMainTest, CancelledDialogLeavesPictureAndPreferencesAsTheyWere) {
+  std::ofstream(PreferencesPath()) << "as it was";
+  const Document source = MakePatterned(host::kModeRgb, 8, 3, 40, 30);
+  SetDialogOpener(CancelAlways);
+  Switches switches;
+  switches.playInfo = host::kDialogDisplay;
+  const Report report = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(kUserCancelled, report.result);
+  ExpectUnchanged(source, report);
+  EXPECT_FALSE(report.wasRecorded);
+  std::string preferences;
+  std::getline(std::ifstream(PreferencesPath()), preferences);
+  EXPECT_EQ("as it was", preferences);
+}
+
+TEST_F(PluginMainTest, UsersStopEndsTheRunWithNothingWritten) {
+  const Document source = MakePatterned(host::kModeRgb, 8, 3, 40, 30);
+  for (const int32_t at : {1, 5}) {
+    Switches switches;
+    switches.abortAtCall = at;
+    const Report report = RunFilter(PluginMain, source, switches);
+    EXPECT_EQ(kUserCancelled, report.result);
+    ExpectUnchanged(source, report);
+  }
+  EXPECT_FALSE(PreferencesExist());
+}
+
+// -------------------------------------------------------------------------------------------------- failures
+
+TEST_F(PluginMainTest, FailureOfAnyHostCallLosesNothing) {
+  Document source = MakePatterned(host::kModeGray, 8, 2, 20, 4);
+  source.mask.assign(20 * 4, 200);
+  Switches switches = Playing(kSharp);
+  const Report undisturbed = RunFilter(PluginMain, source, switches);
+  ASSERT_EQ(0, undisturbed.result);
+  ASSERT_GT(undisturbed.failableCalls, 3 * 4 + 1 + 10);
+  int32_t failures = 0;
+  for (int32_t at = 1; at <= undisturbed.failableCalls; ++at) {
+    SCOPED_TRACE(at);
+    switches.failCallAt = at;
+    const Report report = RunFilter(PluginMain, source, switches);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+    EXPECT_EQ(0, report.handlesLeft);
+    if (report.result != 0) {
+      EXPECT_EQ(switches.failCode, report.result);
+      EXPECT_EQ(source.pixels, report.document.pixels);
+      ++failures;
+    }
+  }
+  EXPECT_EQ(2 * 4, failures);  // every row of the fetch and of the copy back
+}
+
+TEST_F(PluginMainTest, NullPointersAtAnyAdvanceLoseNothing) {
+  Document source = MakePatterned(host::kModeGray, 8, 2, 20, 3);
+  source.mask.assign(20 * 3, 200);
+  const int32_t advances = RunFilter(PluginMain, source, Switches{}).advances;
+  for (int32_t at = 1; at <= advances; ++at) {
+    Switches switches;
+    switches.deliverNothingAt = at;
+    const Report report = RunFilter(PluginMain, source, switches);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_TRUE(report.result == 0 || report.result == host::kHostIsInsufficient);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+  }
+}
+
+TEST_F(PluginMainTest, HostWithoutAdvanceIsInsufficient) {
+  const Document source = MakePatterned(host::kModeRgb, 8, 3, 20, 3);
+  Switches switches;
+  switches.advanceIsNull = true;
+  const Report report = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(host::kHostIsInsufficient, report.result);
+  ExpectUnchanged(source, report);
+}
+
+TEST_F(PluginMainTest, MemoryRunningOutAnywhereLosesNothing) {
+  const Document source = MakePatterned(host::kModeGray, 8, 2, 20, 3);
+  bool isOutOfMemory = true;
+  int32_t n = 0;
+  for (; isOutOfMemory && n < 200; ++n) {
+    SCOPED_TRACE(n);
+    FailAllocationAfter(n);
+    const Report report = RunFilter(PluginMain, source, Switches{});
+    ClearAllocationFailure();
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+    isOutOfMemory = report.result == kOutOfMemory;
+    EXPECT_EQ(isOutOfMemory, !report.isOutputTouched);
+  }
+  EXPECT_GT(n, 10);
+  EXPECT_FALSE(isOutOfMemory);
+}
+
+}  // namespace
+}  // namespace tessaline
