@@ -171,21 +171,21 @@ void PrintCase(const Case& test) {
 int Main() {
   std::printf("| picture | before | 60 | 100 | auto |\n|---|---|---|---|---|\n");
   for (const auto& [width, height] : {std::pair{700, 500}, {1240, 900}}) {
-    const std::string size = " " + std::to_string(width) + " x " + std::to_string(height);
+    const std::string size = std::to_string(width) + " x " + std::to_string(height);
     const Picture scene = samples::DrawScene(width, height);
     const Picture grey = ToGrey(scene);
     for (const double lines : {65.0, 85.0, 120.0}) {
-      const std::string ruling = std::to_string(static_cast<int>(lines)) + " lpi,";
+      const std::string ruling = std::to_string(static_cast<int>(lines)) + " lpi, ";
       PrintCase({"newsprint " + ruling + size, grey, samples::PrintNewsprint(scene, lines, 300)});
       PrintCase({"four inks " + ruling + size, scene, samples::PrintFourInks(scene, lines, 300)});
     }
-    PrintCase({"line noise," + size, scene, samples::WithLineNoise(scene)});
-    PrintCase({"weave," + size, scene, samples::WithWeave(scene)});
-    PrintCase({"the scene itself," + size, scene, scene});
+    PrintCase({"line noise, " + size, scene, samples::WithLineNoise(scene)});
+    PrintCase({"weave, " + size, scene, samples::WithWeave(scene)});
+    PrintCase({"the scene itself, " + size, scene, scene});
     const Picture grainy = WithGrain(grey);
-    PrintCase({"the scene, grey with grain," + size, grainy, grainy});
+    PrintCase({"the scene, grey with grain, " + size, grainy, grainy});
     const Picture page = TextPage(width, height);
-    PrintCase({"page of text," + size, page, page});
+    PrintCase({"page of text, " + size, page, page});
   }
   return 0;
 }

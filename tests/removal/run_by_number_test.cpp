@@ -1,5 +1,6 @@
-// A run with a number for the acceptance is the plain sequence of its parts: load, pad, transform, sum, scale, enhance,
-// threshold, notches, and the masked second pass, with no detector of its own anywhere. Byte for byte, over the samples.
+// A run with a number for the acceptance is the plain sequence of its parts: load, pad, transform, sum,
+// scale, enhance, threshold, notches, and the masked second pass, with no detector of its own anywhere. Byte
+// for byte, over the samples.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,8 +44,8 @@ Picture CleanByParts(const Picture& picture, const FilterParameters& parameters)
   }
   ScaleSpectrumByLog(sums.slot(), gray16.slot());
   EXPECT_EQ(0, EnhanceSpectrum(gray16.slot(), kPeakKernel));
-  EXPECT_EQ(0, BuildMask(gray16.slot(), ThresholdOfAcceptance(parameters.acceptance), parameters.protectionRadius,
-                         parameters.notchRadius, 0, mask.slot()));
+  EXPECT_EQ(0, BuildMask(gray16.slot(), ThresholdOfAcceptance(parameters.acceptance),
+                         parameters.protectionRadius, parameters.notchRadius, 0, mask.slot()));
   Picture result = picture;
   for (int c = 0; c < picture.channels; ++c) {
     LoadChannel(picture, c, plane.slot());
@@ -76,8 +77,8 @@ TEST_P(RunByNumber, IsThePlainSequenceOfItsParts) {
   }
 }
 
-// The order of the samples' channels matters here: what one channel's transform leaves beside the picture goes into the
-// mean level of the next one's padding.
+// The order of the samples' channels matters here: what one channel's transform leaves beside the picture
+// goes into the mean level of the next one's padding.
 INSTANTIATE_TEST_SUITE_P(Samples, RunByNumber, testing::Values("newsprint", "rosette"),
                          [](const auto& test) { return test.param; });
 
