@@ -1,0 +1,195 @@
+// What describes a picture goes along with it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "cli/jpeg_tables.h"
+#include "cli/tiff_tags.h"
+#include "tests/cli/pictures.h"
+#include "tests/cli/program.h"
+
+namespace tessaline::cli {
+namespace {
+
+std::string Blob(const ImagePointer& image, const char* name) {
+  const void* bytes = nullptr;
+  size_t size = 0;
+  if (vips_image_get_typeof(image.get(), name) == 0) return "";
+  vips_image_get_blob(image.get(), name, &bytes, &size);
+  return {static_cast<const char*>(bytes), size};
+}
+
+std::string Text(const ImagePointer& image, const char* name) {
+  const char* text = nullptr;
+  if (vips_image_get_typeof(image.get(), name) == 0) return "";
+  return vips_image_get_string(image.get(), name, &text) == 0 ? text : "";
+}
+
+void SetBlob(const ImagePointer& image, const char* name, const std::string& bytes) {
+  vips_image_set_blob_copy(image.get(), name, bytes.data(), bytes.size());
+}
+
+// A screened picture with everything that a scanner or camera writes beside it.
+ImagePointer DescribedScreen() {
+  ImagePointer image = ImageOf(DrawScreen(3, 0, 8));
+  image->Xres = 600 / 25.4;
+  image->Yres = 300 / 25.4;
+  VipsBlob* profile = nullptr;
+  EXPECT_EQ(0, vips_profile_load("srgb", &profile, nullptr));
+  size_t size = 0;
+  const void* bytes = vips_blob_get(profile, &size);
+  SetBlob(image, VIPS_META_ICC_NAME, {static_cast<const char*>(bytes), size});
+  vips_area_unref(VIPS_AREA(profile));
+  SetBlob(image, VIPS_META_XMP_NAME, "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>");
+  vips_image_set_int(image.get(), VIPS_META_ORIENTATION, 6);
+  vips_image_set_string(image.get(), "exif-ifd0-Make", "ScanCo (ScanCo, ASCII, 7 components, 7 bytes)");
+  vips_image_set_string(image.get(), "exif-ifd2-UserComment", "kept (kept, ASCII, 4 components, 4 bytes)");
+  return image;
+}
+
+class Metadata : public testing::Test {
+ protected:
+  void Clean(const std::string& input, const std::string& output) {
+    const Ended ended = RunProgram({"-a", "99", folder / input, folder / output});
+    ASSERT_EQ(0, ended.status) << ended.err;
+    ASSERT_NE(std::string::npos, ended.err.find("took out")) << ended.err;
+  }
+  TemporaryFolder folder;
+};
+
+TEST_F(Metadata, ProfileExifXmpResolutionAndOrientationGoAlong) {
+  for (const std::string extension : {"png", "tif", "jpg", "webp"}) {
+    SCOPED_TRACE(extension);
+    Save(DescribedScreen(), folder / ("in." + extension), extension == "webp" ? "[lossless]" : "");
+    Clean("in." + extension, "out." + extension);
+    const ImagePointer before = Open(folder / ("in." + extension)),
+                       after = Open(folder / ("out." + extension));
+    EXPECT_NE("", Blob(after, VIPS_META_ICC_NAME));
+    for (const char* name : {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME})
+      EXPECT_EQ(Blob(before, name), Blob(after, name));
+    for (const char* name : {"exif-ifd0-Make", "exif-ifd2-UserComment"})
+      EXPECT_EQ(Text(before, name), Text(after, name));
+    EXPECT_DOUBLE_EQ(before->Xres, after->Xres);
+    EXPECT_DOUBLE_EQ(before->Yres, after->Yres);
+    EXPECT_EQ(vips_image_get_orientation(before.get()), vips_image_get_orientation(after.get()));
+    // The library itself writes no orientation into a PNG.
+    if (extension != "png") {
+      EXPECT_EQ(6, vips_image_get_orientation(after.get()));
+    }
+    EXPECT_EQ(400, vips_image_get_width(after.get())) << "turned, though the tag still says so";
+  }
+}
+
+TEST_F(Metadata, GoesAlongIntoOtherFormats) {
+  Save(DescribedScreen(), folder / "in.png");
+  for (const char* output : {"out.tif", "out.jpg", "out.webp"}) {
+    Clean("in.png", output);
+    const ImagePointer before = Open(folder / "in.png"), after = Open(folder / output);
+    for (const char* name : {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME}) {
+      EXPECT_EQ(Blob(before, name), Blob(after, name)) << output;
+    }
+  }
+}
+
+uint32_t PngChecksum(const std::string& bytes) {
+  uint32_t checksum = ~0u;
+  for (char c : bytes) {
+    checksum ^= static_cast<uint8_t>(c);
+    for (int bit = 0; bit < 8; ++bit) checksum = checksum >> 1 ^ (checksum & 1 ? 0xEDB88320u : 0);
+  }
+  return ~checksum;
+}
+
+std::string BigEndian(uint32_t value) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
+  return bytes;
+}
+
+TEST_F(Metadata, PngChunksGoAlongByteForByte) {
+  // A name with a blank, and one that only some programs know: both are lost when the file is written anew.
+  const std::string data = std::string("tEXtRaw profile type iptc") + '\0' + "\n iptc\n 2\n1c02\n";
+  const std::string chunk =
+      BigEndian(static_cast<uint32_t>(data.size()) - 4) + data + BigEndian(PngChecksum(data));
+  Save(DrawScreen(1, 0, 8), folder / "in.png");
+  std::string file = ReadWholeFile(folder / "in.png");
+  constexpr size_t kBehindHeader = 33;
+  WriteWholeFile(folder / "in.png", file.insert(kBehindHeader, chunk));
+  Clean("in.png", "out.png");
+  const std::string clean = ReadWholeFile(folder / "out.png");
+  EXPECT_NE(std::string::npos, clean.find(chunk));
+  EXPECT_EQ(clean.find("pHYs"), clean.rfind("pHYs")) << "once";
+  EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), kGone);
+}
+
+TEST_F(Metadata, JpegSegmentsGoAlongByteForByte) {
+  Save(DescribedScreen(), folder / "in.jpg", "[Q=97]");
+  std::string file = ReadWholeFile(folder / "in.jpg");
+  using std::operator""s;
+  const std::string segments =
+      "\xFF\xFE\x00\x09"
+      "comment"s +
+      "\xFF\xE9\x00\x08"
+      "private"s.substr(0, 10);
+  WriteWholeFile(folder / "in.jpg", file.insert(2, segments));
+  Clean("in.jpg", "out.jpg");
+  EXPECT_NE(std::string::npos, ReadWholeFile(folder / "out.jpg").find(segments));
+  const ImagePointer before = Open(folder / "in.jpg"), after = Open(folder / "out.jpg");
+  EXPECT_EQ(Blob(before, VIPS_META_EXIF_NAME), Blob(after, VIPS_META_EXIF_NAME));
+}
+
+TEST_F(Metadata, JpegKeepsItsQualityAndChroma) {
+  for (const char* options : {"[Q=96,subsample-mode=off]", "[Q=98,subsample-mode=on,interlace]"}) {
+    Save(DrawScreen(3, 0, 8), folder / "in.jpg", options);
+    Clean("in.jpg", "out.jpg");
+    const auto facts = [&](const char* name) {
+      const int file = open((folder / name).c_str(), O_RDONLY);
+      const auto compression = ReadJpegCompression(file).value();
+      close(file);
+      return std::tuple(compression.quality, compression.halvesChroma, compression.isProgressive);
+    };
+    EXPECT_EQ(facts("in.jpg"), facts("out.jpg")) << options;
+    std::filesystem::remove(folder / "out.jpg");
+  }
+}
+
+TEST_F(Metadata, TiffTagsThatTheLibraryDropsGoAlong) {
+  constexpr uint16_t kAscii = 2, kUndefined = 7, kRational = 5;
+  const auto ascii = [](uint16_t tag, const std::string& text) {
+    return TiffTag{tag, kAscii, text.size() + 1,
+                   std::vector<uint8_t>(text.c_str(), text.c_str() + text.size() + 1)};
+  };
+  DescriptiveTags tags;
+  tags.main = {ascii(271, "ScanCo"),
+               ascii(306, "2020:01:02 03:04:05"),
+               {kTiffIptc, kUndefined, 7, {0x1C, 2, 105, 0, 2, 'h', 'h'}}};
+  tags.exif = {{33434, kRational, 1, {1, 0, 0, 0, 100, 0, 0, 0}}, ascii(36867, "2019:01:02 03:04:05")};
+  tags.gps = {ascii(1, "N")};
+  Save(DrawScreen(3, 0, 8), folder / "in.tif", "[compression=lzw,tile,tile-width=128,tile-height=64]");
+  int file = open((folder / "in.tif").c_str(), O_RDWR);
+  ASSERT_TRUE(AddDescriptiveTags(file, 0, tags));
+  close(file);
+  Clean("in.tif", "out.tif");
+
+  file = open((folder / "out.tif").c_str(), O_RDONLY);
+  const auto structure = TiffStructure::Read(ByteSource(file));
+  ASSERT_TRUE(structure);
+  const DescriptiveTags kept = structure->Descriptive(0);
+  const auto bytesOf = [](const std::vector<TiffTag>& list) {
+    std::vector<std::pair<int, std::vector<uint8_t>>> all;
+    for (const TiffTag& tag : list) all.emplace_back(tag.tag, tag.bytes);
+    std::sort(all.begin(), all.end());
+    return all;
+  };
+  EXPECT_EQ(bytesOf(tags.main), bytesOf(kept.main));
+  EXPECT_EQ(bytesOf(tags.exif), bytesOf(kept.exif));
+  EXPECT_EQ(bytesOf(tags.gps), bytesOf(kept.gps));
+  constexpr uint64_t kLzw = 5;
+  EXPECT_EQ(kLzw, structure->Value(0, kTiffCompression, 0));
+  EXPECT_EQ(128u, structure->Value(0, kTiffTileWidth, 0));
+  close(file);
+  EXPECT_LT(ScreenAmplitude(Load(folder / "out.tif"), 0), kGone);
+}
+
+}  // namespace
+}  // namespace tessaline::cli

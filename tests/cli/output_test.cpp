@@ -1,0 +1,186 @@
+// Where results go: whole or not at all, never over anything unasked, never over the input.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/pictures.h"
+#include "tests/cli/program.h"
+
+namespace tessaline::cli {
+namespace {
+
+class Outputs : public testing::Test {
+ protected:
+  Outputs() { Save(DrawScreen(1, 0, 8), folder / "in.png"); }
+
+  void ExpectCannotWrite(const std::vector<std::string>& arguments, const std::string& words) {
+    const std::string before = ReadWholeFile(folder / "in.png");
+    const std::vector<std::string> names = folder.Names();
+    const Ended ended = RunProgram(arguments);
+    EXPECT_EQ(7, ended.status) << ended.err;
+    EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(words)) << ended.err;
+    EXPECT_EQ(before, ReadWholeFile(folder / "in.png"));
+    EXPECT_EQ(names, folder.Names());
+  }
+
+  // A picture large enough to be caught in the middle.
+  void SaveLarge(const std::string& name) { Save(DrawScreen(3, 0, 8, 1700, 1200), folder / name); }
+
+  bool HasTemporary() const {
+    for (const std::string& name : folder.Names()) {
+      if (name.find(".tessaline-") != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  TemporaryFolder folder;
+};
+
+TEST_F(Outputs, ExistingFileStaysUnlessForced) {
+  WriteWholeFile(folder / "out.png", "precious");
+  ASSERT_EQ(0, chmod((folder / "out.png").c_str(), 0640));
+  ExpectCannotWrite({"-a", "97", folder / "in.png", folder / "out.png"}, "-f");
+  EXPECT_EQ("precious", ReadWholeFile(folder / "out.png"));
+  ASSERT_EQ(0, RunProgram({"-f", "-a", "97", folder / "in.png", folder / "out.png"}).status);
+  EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), kGone);
+  struct stat status = {};
+  stat((folder / "out.png").c_str(), &status);
+  EXPECT_EQ(0640u, status.st_mode & 07777);
+}
+
+TEST_F(Outputs, InputIsNeverAnOutputWhateverItsName) {
+  std::filesystem::create_hard_link(folder / "in.png", folder / "hard.png");
+  std::filesystem::create_symlink("in.png", folder / "soft.png");
+  for (const std::string& name : std::vector<std::string>{
+           "in.png", "hard.png", "soft.png", "../" + folder.path().filename().string() + "/in.png"}) {
+    ExpectCannotWrite({"-f", "-a", "97", folder / "in.png", folder / name}, "input");
+  }
+  ExpectCannotWrite({"-f", folder / "in.png", folder / "out.png", "--report", folder / "hard.png"}, "input");
+  ExpectCannotWrite({"-f", folder / "in.png", "--output-dir", folder.path().string()}, "input");
+}
+
+TEST_F(Outputs, FolderMissingOrAFile) {
+  ExpectCannotWrite({folder / "in.png", folder / "no/such/out.png"}, "does not exist");
+  ExpectCannotWrite({folder / "in.png", folder / "in.png/out.png"}, "");
+  ExpectCannotWrite({folder / "in.png", "--output-dir", folder / "nowhere"}, "does not exist");
+}
+
+TEST_F(Outputs, FolderNotWritable) {
+  if (geteuid() == 0) {  // root may write anywhere but here
+    ExpectCannotWrite({folder / "in.png", "/proc/out.png"}, "cannot be written");
+    return;
+  }
+  std::filesystem::create_directory(folder / "locked");
+  chmod((folder / "locked").c_str(), 0500);
+  ExpectCannotWrite({folder / "in.png", folder / "locked/out.png"}, "cannot be written");
+}
+
+TEST_F(Outputs, FullDiskLeavesNothing) {
+  std::filesystem::create_symlink("/dev/full", folder / "full.png");
+  ExpectCannotWrite({"-a", "97", folder / "in.png", folder / "full.png"}, "full.png");
+  for (const char* name : {"out.png", "out.tif", "out.jpg", "out.webp"}) {
+    const std::vector<std::string> names = folder.Names();
+    RunningProgram::Start start;
+    start.largestFile = 5000;
+    RunningProgram program({"-a", "97", folder / "in.png", folder / name}, start);
+    const Ended ended = program.Wait();
+    EXPECT_EQ(7, ended.status) << name << ": " << ended.err;
+    EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+    EXPECT_EQ(names, folder.Names());
+  }
+}
+
+TEST_F(Outputs, AllFilesOrNone) {
+  // The report cannot be written: neither picture nor mask appears.
+  ExpectCannotWrite({"-a", "97", folder / "in.png", folder / "out.png", "--mask", folder / "m.png",
+                     "--report", "/dev/full"},
+                    "/dev/full");
+}
+
+TEST_F(Outputs, InterruptedRunLeavesNothing) {
+  SaveLarge("large.png");
+  for (const int signal : {SIGINT, SIGTERM}) {
+    for (const char* moment : {"looking", "removing"}) {
+      RunningProgram program({"--progress", "-a", "97", folder / "large.png", folder / "out.png"});
+      ASSERT_TRUE(program.WaitForError(moment));
+      EXPECT_TRUE(HasTemporary());
+      program.Signal(signal);
+      const Ended ended = program.Wait();
+      EXPECT_EQ(130, ended.status);
+      EXPECT_NE(std::string::npos, ended.err.find("interrupted"));
+      EXPECT_EQ((std::vector<std::string>{"in.png", "large.png"}), folder.Names());
+    }
+  }
+}
+
+class Batch : public Outputs {
+ protected:
+  Batch() {
+    std::filesystem::create_directory(folder / "a");
+    std::filesystem::create_directory(folder / "out");
+  }
+};
+
+TEST_F(Batch, EveryPictureInItsOrderAndSomeFailed) {
+  std::vector<std::string> arguments = {"-a",           "97",           "--jobs",   "3",
+                                        "--output-dir", folder / "out", "--report", "-"};
+  for (int i = 0; i < 5; ++i) {
+    const std::string name = folder / ("a/" + std::to_string(i) + ".png");
+    // Different sizes: later ones are done first.
+    if (i == 2) {
+      WriteWholeFile(name, "not a picture");
+    } else {
+      Save(DrawScreen(1, 0, 8, 800 - 120 * i, 300), name);
+    }
+    arguments.push_back(name);
+  }
+  const Ended ended = RunProgram(arguments);
+  EXPECT_EQ(1, ended.status);
+  EXPECT_EQ(5, ended.ErrorLines()) << ended.err;
+  size_t at = 0;
+  for (int i = 0; i < 5; ++i) {
+    const size_t found = ended.err.find("a/" + std::to_string(i) + ".png: ");
+    ASSERT_NE(std::string::npos, found) << ended.err;
+    EXPECT_GE(found, at);
+    at = found;
+    EXPECT_EQ(i != 2, std::filesystem::exists(folder / ("out/" + std::to_string(i) + ".png")));
+  }
+  const auto report = nlohmann::json::parse(ended.out);
+  ASSERT_EQ(5u, report["pictures"].size());
+  EXPECT_EQ(0, report["pictures"][0]["status"]);
+  EXPECT_EQ(3, report["pictures"][2]["status"]);
+  EXPECT_EQ(0, RunProgram({"-q", "-f", "-a", "97", "-j", "2", "--output-dir", folder / "out",
+                           folder / "a/0.png", folder / "a/1.png"})
+                   .status);
+}
+
+TEST_F(Batch, SameNameTwiceIsRefusedBeforeAnythingIsWritten) {
+  std::filesystem::copy_file(folder / "in.png", folder / "a/in.png");
+  const Ended ended = RunProgram({"--output-dir", folder / "out", folder / "in.png", folder / "a/in.png"});
+  EXPECT_EQ(2, ended.status);
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
+}
+
+TEST_F(Batch, OneInterruptionEndsAllProcesses) {
+  SaveLarge("a/1.png");
+  SaveLarge("a/2.png");
+  RunningProgram program(
+      {"-a", "97", "--jobs", "2", "--output-dir", folder / "out", folder / "a/1.png", folder / "a/2.png"});
+  const auto entries = [&] {
+    return std::distance(std::filesystem::directory_iterator(folder / "out"),
+                         std::filesystem::directory_iterator());
+  };
+  while (entries() < 2) usleep(2000);  // both have begun
+  program.Signal(SIGTERM);
+  const Ended ended = program.Wait();  // the children hold stderr too: this returns when they are gone
+  EXPECT_EQ(130, ended.status);
+  EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+  EXPECT_EQ(0, entries());
+}
+
+}  // namespace
+}  // namespace tessaline::cli

@@ -1,0 +1,224 @@
+// Pictures through the program: kinds, formats, pages, and what happens where there is nothing to find.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <span>
+
+#include "tests/cli/pictures.h"
+#include "tests/cli/program.h"
+
+namespace tessaline::cli {
+namespace {
+
+std::vector<std::string> Finding(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"-a", kFindingAcceptance});
+  return arguments;
+}
+
+struct Kind {
+  int colours, extras, bits;
+  size_t formats;  // so many of the table below
+};
+constexpr Kind kKinds[] = {{1, 0, 8, 6},  {1, 1, 8, 2},  {3, 0, 8, 6}, {3, 1, 8, 3},
+                           {1, 0, 16, 2}, {3, 0, 16, 6}, {3, 1, 16, 2}};
+
+struct Format {
+  const char* extension;
+  bool keepsAlpha, keeps16Bits, keepsGrey;
+};
+constexpr Format kFormats[] = {{".png", true, true, true},    {".tif", true, true, true},
+                               {".webp", true, false, false}, {".ppm", false, true, true},
+                               {".jxl", true, true, true},    {".jp2", true, true, true}};
+
+std::span<const Format> FormatsFor(const Kind& kind) {
+  return std::span(kFormats).first(kind.formats);
+}
+
+bool Holds(const Format& format, const Kind& kind) {
+  return (kind.extras == 0 || format.keepsAlpha) && (kind.bits == 8 || format.keeps16Bits) &&
+         (kind.colours == 3 || format.keepsGrey);
+}
+
+TEST(Pictures, ScreenGoesAndEverythingElseStaysInEveryKindAndFormat) {
+  for (const Kind& kind : kKinds) {
+    const TemporaryFolder folder;
+    const Picture picture = DrawScreen(kind.colours, kind.extras, kind.bits);
+    Save(picture, folder / "in.png");
+    Picture first;  // what the first format holds, every other must too
+    for (const Format& format : FormatsFor(kind)) {
+      SCOPED_TRACE(testing::Message() << kind.colours << "+" << kind.extras << " channels, " << kind.bits
+                                      << " bits, " << format.extension);
+      const std::string output = folder / ("out" + std::string(format.extension));
+      const Ended ended = RunProgram(Finding({folder / "in.png", output}));
+      if (kind.colours == 1 && !format.keepsGrey && kind.bits == 8) continue;  // becomes RGB there, and may
+      if (!Holds(format, kind)) {
+        EXPECT_EQ(4, ended.status) << ended.err;
+        continue;
+      }
+      ASSERT_EQ(0, ended.status) << ended.err;
+      const Picture clean = Load(output);
+      ASSERT_EQ(picture.channels, clean.channels);
+      ASSERT_EQ(kind.bits, clean.bits);
+      for (int colour = 0; colour < kind.colours; ++colour) {
+        EXPECT_NEAR(kDrawn, ScreenAmplitude(picture, colour), 1);
+        EXPECT_LT(ScreenAmplitude(clean, colour), kGone);
+      }
+      for (int extra = kind.colours; extra < picture.channels; ++extra) {
+        EXPECT_EQ(picture.Channel(extra), clean.Channel(extra));
+      }
+      if (first.samples.empty()) first = clean;
+      EXPECT_EQ(first, clean);
+    }
+  }
+}
+
+TEST(Pictures, NothingFoundGivesTheSameSamplesInEveryFormat) {
+  for (const Kind& kind : kKinds) {
+    const TemporaryFolder folder;
+    const Picture picture = DrawScreen(kind.colours, kind.extras, kind.bits);
+    Save(picture, folder / "in.png");
+    for (const Format& format : FormatsFor(kind)) {
+      if (!Holds(format, kind)) continue;
+      const std::string output = folder / ("out" + std::string(format.extension));
+      const Ended ended = RunProgram({"-a", "0", folder / "in.png", output});
+      ASSERT_EQ(0, ended.status) << ended.err;
+      EXPECT_EQ(picture, Load(output)) << format.extension;
+      EXPECT_NE(std::string::npos, ended.err.find("80 to 95")) << ended.err;
+    }
+  }
+}
+
+TEST(Pictures, NothingFoundInTheSameFormatGivesTheSameBytes) {
+  const TemporaryFolder folder;
+  for (const char* name : {"in.jpg", "in.png", "in.webp", "in.tif"}) {
+    Save(DrawScreen(3, 0, 8), folder / name);
+    ASSERT_EQ(0, RunProgram({"-a", "0", folder / name, folder / ("out-" + std::string(name))}).status);
+    EXPECT_EQ(ReadWholeFile(folder / name), ReadWholeFile(folder / ("out-" + std::string(name)))) << name;
+  }
+}
+
+TEST(Pictures, TruncatedDecisionIsTheEnginesBothDepthsAgree) {
+  // The same picture in 8 and in 16 bits loses the same screen: what stays differs by rounding only.
+  const TemporaryFolder folder;
+  Picture shallow = DrawScreen(1, 0, 8), deep = shallow;
+  deep.bits = 16;
+  for (uint16_t& sample : deep.samples) sample = static_cast<uint16_t>(sample * 257);
+  Save(shallow, folder / "8.png");
+  Save(deep, folder / "16.png");
+  ASSERT_EQ(0, RunProgram(Finding({folder / "8.png", folder / "clean8.png"})).status);
+  ASSERT_EQ(0, RunProgram(Finding({folder / "16.png", folder / "clean16.png"})).status);
+  shallow = Load(folder / "clean8.png");
+  deep = Load(folder / "clean16.png");
+  for (size_t i = 0; i < shallow.samples.size(); ++i) {
+    ASSERT_NEAR(shallow.samples[i] + 0.5, deep.samples[i] / 257.0, 0.6);  // 8-bit stores truncate
+  }
+}
+
+TEST(Pictures, LabKeepsItsTagsAndLosesTheScreen) {
+  for (const char* form : {"labq", "labs"}) {
+    const TemporaryFolder folder;
+    const ImagePointer rgb = ImageOf(DrawScreen(3, 0, 8));
+    VipsImage *lab = nullptr, *packed = nullptr;
+    ASSERT_EQ(0, vips_colourspace(rgb.get(), &lab, VIPS_INTERPRETATION_LAB, nullptr));
+    const bool isDeep = std::string(form) == "labs";
+    ASSERT_EQ(0, isDeep ? vips_Lab2LabS(lab, &packed, nullptr) : vips_Lab2LabQ(lab, &packed, nullptr));
+    Save(ImagePointer(packed), folder / "in.tif", "[compression=lzw,predictor=horizontal]");
+    g_object_unref(lab);
+
+    ASSERT_EQ(0, RunProgram(Finding({folder / "in.tif", folder / "out.tif"})).status);
+    const ImagePointer before = Open(folder / "in.tif"), after = Open(folder / "out.tif");
+    EXPECT_EQ(before->Type, after->Type);
+    EXPECT_EQ(before->BandFmt, after->BandFmt);
+    EXPECT_EQ(before->Coding, after->Coding);
+    VipsImage* back = nullptr;
+    ASSERT_EQ(0, vips_colourspace(after.get(), &back, VIPS_INTERPRETATION_sRGB, nullptr));
+    Save(ImagePointer(back), folder / "back.png");
+    const Picture picture = DrawScreen(3, 0, 8), clean = Load(folder / "back.png");
+    for (int colour = 0; colour < 3; ++colour) {
+      EXPECT_LT(ScreenAmplitude(clean, colour), kGone) << form;
+      // A wrong sign of a or b would turn the colours.
+      EXPECT_NEAR(picture.At(160, 120, colour), clean.At(160, 120, colour), 60) << form;
+    }
+    EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status);
+  }
+}
+
+TEST(Pictures, TiffPagesAreCleanedOneByOne) {
+  const TemporaryFolder folder;
+  Picture stack = DrawScreen(1, 0, 8);
+  const Picture screened = stack;
+  const Picture plain = DrawUnscreened();
+  stack.samples.insert(stack.samples.end(), plain.samples.begin(), plain.samples.end());
+  stack.height *= 2;
+  const ImagePointer image = ImageOf(stack);
+  vips_image_set_int(image.get(), VIPS_META_PAGE_HEIGHT, screened.height);
+  Save(image, folder / "in.tif", "[compression=deflate]");
+
+  const Ended ended = RunProgram(
+      Finding({folder / "in.tif", folder / "out.tif", "--spectrum", folder / "s.png", "--report", "-"}));
+  ASSERT_EQ(0, ended.status) << ended.err;
+  EXPECT_LT(ScreenAmplitude(Load(folder / "out.tif", "[page=0]"), 0), kGone);
+  EXPECT_EQ(plain, Load(folder / "out.tif", "[page=1]"));
+  EXPECT_EQ((std::vector<std::string>{"in.tif", "out.tif", "s-2.png", "s.png"}), folder.Names());
+  const auto report = nlohmann::json::parse(ended.out);
+  EXPECT_TRUE(report["pictures"][0]["pages"][0]["patternFound"]);
+  EXPECT_FALSE(report["pictures"][0]["pages"][1]["patternFound"]);
+  EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status) << "PNG has no pages";
+}
+
+TEST(Pictures, PalettesAndBitmapsAreExpanded) {
+  const TemporaryFolder folder;
+  Save(DrawScreen(3, 0, 8), folder / "palette.png", "[palette]");
+  Save(DrawScreen(1, 0, 8), folder / "bitmap.tif", "[bitdepth=1]");
+  ASSERT_EQ(0, RunProgram(Finding({folder / "palette.png", folder / "p.png"})).status);
+  EXPECT_EQ(3, Load(folder / "p.png").channels);
+  EXPECT_LT(ScreenAmplitude(Load(folder / "p.png"), 0), kGone);
+  ASSERT_EQ(0, RunProgram(Finding({folder / "bitmap.tif", folder / "b.tif"})).status);
+  EXPECT_EQ(1, Load(folder / "b.tif").channels);
+}
+
+TEST(Pictures, ReportTellsPeriodAngleAndLinesPerInch) {
+  const TemporaryFolder folder;
+  ImagePointer image = ImageOf(DrawScreen(1, 0, 8));
+  image->Xres = image->Yres = 300 / 25.4;
+  Save(image, folder / "in.png");
+  const Ended ended = RunProgram(Finding({"--dry-run", folder / "in.png", "--report", "-"}));
+  ASSERT_EQ(0, ended.status) << ended.err;
+  const auto picture = nlohmann::json::parse(ended.out)["pictures"][0];
+  const auto notches = picture["pages"][0]["notches"];
+  ASSERT_EQ(2u, notches.size());
+  std::vector<double> angles;
+  for (const auto& notch : notches) {
+    EXPECT_NEAR(kScreenPeriod, notch["periodPixels"].get<double>(), 0.02);
+    EXPECT_NEAR(300 / kScreenPeriod, notch["linesPerInch"].get<double>(), 0.5);
+    EXPECT_GT(notch["aboveThreshold"], 0);
+    angles.push_back(notch["angleDegrees"]);
+  }
+  std::sort(angles.begin(), angles.end());
+  EXPECT_NEAR(45, angles[0], 0.3);
+  EXPECT_NEAR(135, angles[1], 0.3);
+  EXPECT_EQ(nullptr, picture["output"]);
+  EXPECT_GT(picture["peakMemoryBytes"], 1 << 20);
+  EXPECT_EQ(std::vector<std::string>{"in.png"}, folder.Names()) << "a dry run writes no picture";
+}
+
+TEST(Pictures, SpectrumAndMaskShowTheNotches) {
+  const TemporaryFolder folder;
+  Save(DrawScreen(1, 0, 8), folder / "in.png");
+  ASSERT_EQ(0, RunProgram(Finding({folder / "in.png", folder / "out.png", "--spectrum", folder / "s.png",
+                                   "--mask", folder / "m.png"}))
+                   .status);
+  const Picture mask = Load(folder / "m.png"), spectrum = Load(folder / "s.png");
+  ASSERT_EQ(512, mask.width);
+  ASSERT_EQ(1, mask.channels);
+  ASSERT_EQ(3, spectrum.channels);
+  const int offset = static_cast<int>(512 / (kScreenPeriod * 1.41421356));  // cells from the zero frequency
+  EXPECT_GT(mask.At(256 + offset, 256 - offset, 0), 150);
+  EXPECT_EQ(0, mask.At(256, 256, 0));
+  EXPECT_GT(spectrum.At(256 + offset, 256 - offset, 0), spectrum.At(256 + offset, 256 - offset, 2) + 80)
+      << "red";
+  EXPECT_GT(spectrum.At(256 + 20, 256 + 20, 2), spectrum.At(256 + 20, 256 + 20, 0)) << "blue";
+}
+
+}  // namespace
+}  // namespace tessaline::cli

@@ -1,0 +1,172 @@
+// Everything that is refused: the status, one line that names the file and the reason, and nothing written.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/cli/pictures.h"
+#include "tests/cli/program.h"
+
+namespace tessaline::cli {
+namespace {
+
+class Refusals : public testing::Test {
+ protected:
+  // `arguments` in place of INPUT; OUTPUT follows.
+  void ExpectRefusal(int status, const std::string& input, const std::string& words) {
+    const Ended ended = RunProgram({"-a", "97", folder / input, folder / "out.png"});
+    EXPECT_EQ(status, ended.status) << input << ": " << ended.err;
+    EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(input)) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(words)) << ended.err;
+    EXPECT_EQ("", ended.out);
+    EXPECT_FALSE(std::filesystem::exists(folder / "out.png")) << input;
+    for (const std::string& name : folder.Names())
+      EXPECT_EQ(std::string::npos, name.find(".tessaline-")) << name;
+  }
+  TemporaryFolder folder;
+};
+
+TEST_F(Refusals, FilesThatAreNoPicture) {
+  WriteWholeFile(folder / "text.png", "hello, this is a letter\n");
+  WriteWholeFile(folder / "empty.png", "");
+  WriteWholeFile(folder / "page.pdf", "%PDF-1.7\n");
+  std::filesystem::create_directory(folder / "folder.png");
+  ASSERT_EQ(0, mkfifo((folder / "pipe.png").c_str(), 0600));
+  ExpectRefusal(3, "missing.png", "does not exist");
+  ExpectRefusal(3, "text.png", "not a picture");
+  ExpectRefusal(3, "empty.png", "empty");
+  ExpectRefusal(3, "folder.png", "folder");
+  ExpectRefusal(3, "pipe.png", "not a file");
+  ExpectRefusal(4, "page.pdf", "PNG or TIFF");
+}
+
+TEST_F(Refusals, KindsThatTheRunDoesNotTake) {
+  const ImagePointer image = ImageOf(DrawScreen(3, 1, 8, 64, 48));
+  const auto saveAs = [&](VipsBandFormat format, const char* name) {
+    VipsImage* cast = nullptr;
+    ASSERT_EQ(0, vips_cast(image.get(), &cast, format, nullptr));
+    Save(ImagePointer(cast), folder / name);
+  };
+  saveAs(VIPS_FORMAT_FLOAT, "float.tif");
+  saveAs(VIPS_FORMAT_INT, "int.tif");
+  VipsImage* cmyk = nullptr;
+  ASSERT_EQ(0, vips_copy(image.get(), &cmyk, "interpretation", VIPS_INTERPRETATION_CMYK, nullptr));
+  const ImagePointer inks(cmyk);
+  Save(inks, folder / "cmyk.tif");
+  Save(inks, folder / "cmyk.jpg");
+  ExpectRefusal(4, "float.tif", "16 bits");
+  ExpectRefusal(4, "int.tif", "16 bits");
+  ExpectRefusal(4, "cmyk.tif", "RGB");
+  ExpectRefusal(4, "cmyk.jpg", "RGB");
+}
+
+TEST_F(Refusals, MoreThan7500OnASide) {
+  WriteWholeFile(folder / "wide.pgm", "P5\n7501 1\n255\n" + std::string(7501, 'x'));
+  WriteWholeFile(folder / "high.pgm", "P5\n1 7501\n255\n" + std::string(7501, 'x'));
+  WriteWholeFile(folder / "most.pgm", "P5\n7500 1\n255\n" + std::string(7500, 'x'));
+  for (const char* input : {"wide.pgm", "high.pgm"}) {
+    ExpectRefusal(
+        5, input,
+        "Tessaline is limited to 7500x7500 pixels for the image or selection. Try using either a smaller "
+        "image or a selection.");
+  }
+  EXPECT_EQ(3, RunProgram({"--dry-run", folder / "missing.pgm"}).status);
+}
+
+TEST_F(Refusals, EveryWayToCutAFileShort) {
+  struct Written {
+    const char* name;
+    const char* options;
+  };
+  const Written files[] = {{"a.png", ""},  {"b.png", "[interlace]"},
+                           {"a.jpg", ""},  {"b.jpg", "[interlace]"},
+                           {"a.tif", ""},  {"b.tif", "[compression=deflate,tile]"},
+                           {"a.webp", ""}, {"a.ppm", ""},
+                           {"a.jxl", ""}};
+  for (const Written& written : files) {
+    Save(DrawScreen(3, 0, 8, 100, 80), folder / written.name, written.options);
+    ASSERT_EQ(0, RunProgram({"--dry-run", folder / written.name}).status) << written.name;
+    const std::string whole = ReadWholeFile(folder / written.name);
+    const std::string cut = "cut" + std::string(written.name).substr(1);
+    for (const size_t kept :
+         {whole.size() - 1, whole.size() - 12, whole.size() * 3 / 4, whole.size() / 8, size_t{20}}) {
+      SCOPED_TRACE(testing::Message() << written.name << " cut to " << kept << " of " << whole.size());
+      WriteWholeFile(folder / cut, whole.substr(0, kept));
+      ExpectRefusal(3, cut, "");
+    }
+  }
+}
+
+TEST_F(Refusals, DamageInsideAFile) {
+  for (const char* name : {"a.png", "a.jpg"}) {
+    Save(DrawScreen(3, 0, 8), folder / name);
+    std::string bytes = ReadWholeFile(folder / name);
+    // A restart mark where none belongs ends the data of a JPEG early; in a PNG any change shows in the
+    // checksum.
+    bytes[bytes.size() / 2] = '\xFF';
+    bytes[bytes.size() / 2 + 1] = '\xD5';
+    WriteWholeFile(folder / name, bytes);
+    ExpectRefusal(3, name, "damaged");
+  }
+}
+
+struct Usage {
+  std::vector<std::string> arguments;
+  const char* words;
+};
+
+TEST(Usage, RangesAndNumbers) {
+  const Usage usages[] = {
+      {{"-a", "101", "in.png", "out.png"}, "0..100 percent"},
+      {{"--acceptance=-1", "in.png", "out.png"}, "0..100 percent"},
+      {{"-a", "nan", "in.png", "out.png"}, "not 'nan'"},
+      {{"-a", "abc", "in.png", "out.png"}, "0..100 percent"},
+      {{"-a", "60x", "in.png", "out.png"}, "0..100 percent"},
+      {{"-a", "", "in.png", "out.png"}, "--acceptance needs a value"},
+      {{"-n", "0.5", "in.png", "out.png"}, "1..16 spectrum cells"},
+      {{"-n", "17", "in.png", "out.png"}, "1..16 spectrum cells"},
+      {{"-p", "inf", "in.png", "out.png"}, "1..128 pixels"},
+      {{"-p", "129", "in.png", "out.png"}, "1..128 pixels"},
+      {{"-j", "0", "in.png", "out.png"}, "1..256"},
+      {{"-j", "2.5", "in.png", "out.png"}, "whole number"},
+      {{"--sharpen", "in.png", "out.png"}, "--sharpen"},
+      {{}, "INPUT is missing"},
+      {{"in.png"}, "OUTPUT is missing"},
+      {{"a.png", "b.png", "c.png"}, "--output-dir"},
+      {{"in.png", "out"}, "no extension"},
+      {{"in.png", "out.xyz"}, ".xyz"},
+      {{"in.png", "out.gif"}, "GIF is read but not written"},
+      {{"in.png", "out.png", "--mask", "out.png"}, "same file"},
+      {{"a/x.png", "b/x.png", "--output-dir", "d"}, "both become d/x.png"},
+      {{"stream", "--height", "4", "--pix-fmt", "gray", "-", "-"}, "--width is missing"},
+      {{"stream", "--width", "0", "--height", "4", "--pix-fmt", "gray", "-", "-"}, "--width takes"},
+      {{"stream", "--width", "4", "--height", "4", "--pix-fmt", "yuv420p", "-", "-"},
+       "gray, rgb24, gray16le, rgb48le"},
+      {{"stream", "--width", "4", "--height", "4", "--pix-fmt", "gray", "--first", "3", "--last", "2", "-",
+        "-"},
+       "--last 2 lies before --first 3"},
+  };
+  for (const Usage& usage : usages) {
+    const Ended ended = RunProgram(usage.arguments);
+    EXPECT_EQ(2, ended.status) << usage.words;
+    EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(usage.words)) << ended.err;
+    EXPECT_EQ("", ended.out);
+  }
+}
+
+TEST(Usage, HelpAndVersionGoToStdout) {
+  const Ended help = RunProgram({"--help"}), streamHelp = RunProgram({"stream", "--help"});
+  const Ended version = RunProgram({"--version"});
+  EXPECT_EQ(0, help.status + streamHelp.status + version.status);
+  EXPECT_EQ("", help.err + streamHelp.err + version.err);
+  for (const char* word : {"--acceptance", "0..100 percent", "--output-dir", "130 interrupted"}) {
+    EXPECT_NE(std::string::npos, help.out.find(word)) << word;
+  }
+  EXPECT_NE(std::string::npos, streamHelp.out.find("--pix-fmt"));
+  for (const char* word : {"tessaline ", "libvips ", "CLI11 ", "nlohmann-json "}) {
+    EXPECT_NE(std::string::npos, version.out.find(word)) << word;
+  }
+}
+
+}  // namespace
+}  // namespace tessaline::cli
