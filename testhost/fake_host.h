@@ -65,6 +65,7 @@ struct Switches {
   bool hasFilterRectangle = false;
   host::VRect filterRectangle = {0, 0, 0, 0};  // else the whole picture
 
+  bool checksMemory = true;    // off for benchmarks: copies rows and nothing more
   bool freshAddresses = true;  // every advance delivers at another address, old ones are overwritten
   int32_t inputPadding = 0;    // bytes between the rows
   int32_t outputPadding = 0;

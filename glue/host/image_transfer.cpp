@@ -20,36 +20,53 @@ constexpr float kFetchScale = 255.0f;           // floats are 0..1 at the host, 
 constexpr float kCopyBackScale = 0.003921569f;  // 1 / 255
 constexpr uint8_t kFullySelected = 255;
 
-// The first `samples` samples of each of `pixels` pixels, from rows of one step from pixel to pixel to rows
-// of another. Steps are in samples; neither row need be aligned.
-template <typename Sample, typename Change>
-void MoveEachSample(const uint8_t* from, int32_t fromStep, uint8_t* to, int32_t toStep, int32_t samples,
-                    int32_t pixels, Change change) {
-  for (int32_t x = 0; x < pixels; ++x) {
-    for (int32_t s = 0; s < samples; ++s) {
-      Sample sample;
-      std::memcpy(&sample, from + s * sizeof(Sample), sizeof sample);
-      sample = change(sample);
-      std::memcpy(to + s * sizeof(Sample), &sample, sizeof sample);
-    }
-    from += fromStep * sizeof(Sample);
-    to += toStep * sizeof(Sample);
+// `bytes` bytes of each of `pixels` pixels, from rows of one step (in bytes) from pixel to pixel to rows of
+// another.
+template <size_t Bytes>
+void MovePixels(const uint8_t* from, size_t fromStep, uint8_t* to, size_t toStep, int32_t pixels) {
+  for (int32_t x = 0; x < pixels; ++x, from += fromStep, to += toStep) std::memcpy(to, from, Bytes);
+}
+
+void MovePixels(const uint8_t* from, size_t fromStep, uint8_t* to, size_t toStep, size_t bytes,
+                int32_t pixels) {
+  switch (bytes) {  // a copy of known size is a move or two
+    case 1:
+      return MovePixels<1>(from, fromStep, to, toStep, pixels);
+    case 2:
+      return MovePixels<2>(from, fromStep, to, toStep, pixels);
+    case 3:
+      return MovePixels<3>(from, fromStep, to, toStep, pixels);
+    case 6:
+      return MovePixels<6>(from, fromStep, to, toStep, pixels);
+    default:
+      for (int32_t x = 0; x < pixels; ++x, from += fromStep, to += toStep) std::memcpy(to, from, bytes);
   }
 }
 
-// As above for samples of any width; floats (4 bytes) are scaled.
+void ScaleFloats(const uint8_t* from, size_t fromStep, uint8_t* to, size_t toStep, int32_t samples,
+                 int32_t pixels, float scale) {
+  for (int32_t x = 0; x < pixels; ++x, from += fromStep, to += toStep) {
+    for (int32_t s = 0; s < samples; ++s) {
+      float sample;
+      std::memcpy(&sample, from + s * sizeof sample, sizeof sample);
+      sample *= scale;
+      std::memcpy(to + s * sizeof sample, &sample, sizeof sample);
+    }
+  }
+}
+
+// The first `samples` samples of each pixel, from rows of one step from pixel to pixel to rows of another.
+// Steps are in samples; neither row need be aligned. Floats (4 bytes) are scaled.
 void MoveSamples(int32_t sampleBytes, const uint8_t* from, int32_t fromStep, uint8_t* to, int32_t toStep,
                  int32_t samples, int32_t pixels, float floatScale) {
-  const auto unchanged = [](auto sample) { return sample; };
+  const auto width = static_cast<size_t>(sampleBytes);
+  const size_t bytes = samples * width;
   if (sampleBytes == 4) {
-    MoveEachSample<float>(from, fromStep, to, toStep, samples, pixels,
-                          [floatScale](float sample) { return sample * floatScale; });
+    ScaleFloats(from, fromStep * width, to, toStep * width, samples, pixels, floatScale);
   } else if (fromStep == samples && toStep == samples) {
-    std::memcpy(to, from, static_cast<size_t>(pixels) * static_cast<size_t>(samples * sampleBytes));
-  } else if (sampleBytes == 2) {
-    MoveEachSample<uint16_t>(from, fromStep, to, toStep, samples, pixels, unchanged);
-  } else if (sampleBytes == 1) {
-    MoveEachSample<uint8_t>(from, fromStep, to, toStep, samples, pixels, unchanged);
+    std::memcpy(to, from, static_cast<size_t>(pixels) * bytes);
+  } else {
+    MovePixels(from, fromStep * width, to, toStep * width, bytes, pixels);
   }
 }
 
