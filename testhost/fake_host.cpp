@@ -396,11 +396,19 @@ void FakeHost::FillRectangles() {
     record_->wholeSize = record_->imageSize;
     record_->filterRect = {narrow(filter.top), narrow(filter.left), narrow(filter.bottom),
                            narrow(filter.right)};
+    if (switches_.hasStaleRectangles) {
+      record_->outRect = {narrow(source_.height - 1), 0, narrow(source_.height), narrow(source_.width)};
+      record_->inRect = record_->outRect;
+    }
     return;
   }
   big_.imageSize32 = {source_.height, source_.width};
   big_.wholeSize32 = big_.imageSize32;
   big_.filterRect32 = filter;
+  if (switches_.hasStaleRectangles) {
+    big_.outRect32 = {source_.height - 1, 0, source_.height, source_.width};
+    big_.inRect32 = big_.outRect32;
+  }
   const host::Rect nonsense = {kNonsense, kNonsense - 1, kNonsense - 2, kNonsense - 3};
   record_->imageSize = {kNonsense, kNonsense};
   record_->filterRect = nonsense;

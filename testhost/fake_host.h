@@ -61,7 +61,8 @@ struct Switches {
   void* window = nullptr;
   size_t recordBytes = 608;  // 512 or more; an inaccessible page follows the record
 
-  bool offer32Bits = false;  // with nonsense in every 16-bit field that has a 32-bit form
+  bool offer32Bits = false;         // with nonsense in every 16-bit field that has a 32-bit form
+  bool hasStaleRectangles = false;  // the last row is still asked for, as if an earlier run had left it
   bool hasFilterRectangle = false;
   host::VRect filterRectangle = {0, 0, 0, 0};  // else the whole picture
 

@@ -1,6 +1,7 @@
 #include "glue/host/plugin_main.h"
 
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <limits>
 
@@ -368,6 +369,11 @@ TEST_F(PluginMainTest, DialogsChoiceIsRecordedKeptAndUsedByTheNextRun) {
   EXPECT_EQ(90.75f, imageInfo.settings.acceptance);
   const Report second = RunFilter(PluginMain, source, Switches{});  // suppressed
   EXPECT_EQ(RecordingOf({90, 3.5f, 20}), second.recorded);
+
+  // What is kept is the file: a run starts from the values in memory, and then has those of the file.
+  std::remove(PreferencesPath().c_str());
+  EXPECT_EQ(RecordingOf({90, 3.5f, 20}), RunFilter(PluginMain, source, Switches{}).recorded);
+  EXPECT_EQ(RecordingOf({0, 0, 0}), RunFilter(PluginMain, source, Switches{}).recorded);
 }
 
 int32_t CancelAlways(void*, int32_t, FilterParameters* parameters) {
@@ -388,6 +394,17 @@ TEST_F(PluginMainTest, CancelledDialogLeavesPictureAndPreferencesAsTheyWere) {
   std::string preferences;
   std::getline(std::ifstream(PreferencesPath()), preferences);
   EXPECT_EQ("as it was", preferences);
+}
+
+TEST_F(PluginMainTest, RectanglesLeftByAnEarlierRunStoreNothing) {
+  const Document source = MakePatterned(host::kModeRgb, 8, 3, 40, 30);
+  for (const bool isWide : {false, true}) {
+    Switches switches;
+    switches.hasStaleRectangles = true;
+    switches.offer32Bits = isWide;
+    switches.abortAtCall = 1;
+    ExpectUnchanged(source, RunFilter(PluginMain, source, switches));
+  }
 }
 
 TEST_F(PluginMainTest, UsersStopEndsTheRunWithNothingWritten) {
