@@ -30,7 +30,7 @@ std::optional<host::OSType> CodeOf(const std::string& word) {
   return code;
 }
 
-std::string CodeText(host::OSType code) {
+std::string PlainCode(host::OSType code) {
   std::string text;
   bool isPlain = true;
   for (int shift = 24; shift >= 0; shift -= 8) {
@@ -53,35 +53,45 @@ std::optional<Number> NumberOf(const std::string& word) {
 }
 
 // What a line's type word makes of the rest of the line; nothing when it does not fit.
-using Value = decltype(DescriptorItem::value);
-std::optional<Value> ValueOf(const std::string& type, const std::string& rest) {
-  const auto wrap = [](auto value) { return value ? std::optional<Value>(*value) : std::nullopt; };
-  if (type == "long") return wrap(NumberOf<int32_t>(rest));
-  if (type == "doub") return wrap(NumberOf<double>(rest));
-  if (type == "text") return rest;
-  if (type == "bool" && (rest == "true" || rest == "false")) return rest == "true";
-  if (type == "enum") {
+std::optional<DescriptorValue> ValueOf(host::OSType key, const std::string& type, const std::string& rest) {
+  if (type == "long") {
+    if (const auto integer = NumberOf<int32_t>(rest))
+      return DescriptorValue{key, host::kDescriptorInteger, *integer, 0, ""};
+  } else if (type == "doub") {
+    if (const auto real = NumberOf<double>(rest))
+      return DescriptorValue{key, host::kDescriptorFloat, 0, *real, ""};
+  } else if (type == "bool") {
+    if (rest == "true" || rest == "false")
+      return DescriptorValue{key, host::kDescriptorBoolean, rest == "true", 0, ""};
+  } else if (type == "text") {
+    return DescriptorValue{key, host::kDescriptorText, 0, 0, rest};
+  } else if (type == "enum") {
     std::istringstream words(rest);
     std::string enumeration, value, surplus;
     words >> enumeration >> value;
     const auto typeCode = CodeOf(enumeration), valueCode = CodeOf(value);
-    if (typeCode && valueCode && !(words >> surplus)) return EnumeratedValue{*typeCode, *valueCode};
+    if (typeCode && valueCode && !(words >> surplus))
+      return DescriptorValue{key, *typeCode, *valueCode, 0, ""};
   }
   return std::nullopt;
 }
 
-struct ValueText {
-  std::string operator()(int32_t value) const { return "long " + std::to_string(value); }
-  std::string operator()(double value) const {
-    char text[40];
-    return "doub " + std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+std::string ValueText(const DescriptorValue& value) {
+  switch (value.type) {
+    case host::kDescriptorInteger:
+      return "long " + std::to_string(value.integer);
+    case host::kDescriptorBoolean:
+      return value.integer != 0 ? "bool true" : "bool false";
+    case host::kDescriptorText:
+      return "text " + value.text;
+    case host::kDescriptorFloat: {
+      char text[40];
+      return "doub " + std::string(text, std::to_chars(text, text + sizeof text, value.real).ptr);
+    }
+    default:
+      return "enum " + PlainCode(value.type) + " " + PlainCode(static_cast<host::OSType>(value.integer));
   }
-  std::string operator()(bool value) const { return value ? "bool true" : "bool false"; }
-  std::string operator()(const std::string& value) const { return "text " + value; }
-  std::string operator()(const EnumeratedValue& value) const {
-    return "enum " + CodeText(value.type) + " " + CodeText(value.value);
-  }
-};
+}
 
 std::string Trimmed(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t\r");
@@ -96,8 +106,8 @@ std::string Quoted(const std::string& text) {
 
 }  // namespace
 
-Descriptor ParseDescriptor(const std::string& source, const std::string& text) {
-  Descriptor descriptor;
+std::vector<DescriptorValue> ParseDescriptor(const std::string& source, const std::string& text) {
+  std::vector<DescriptorValue> descriptor;
   std::istringstream lines(text);
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
@@ -112,25 +122,24 @@ Descriptor ParseDescriptor(const std::string& source, const std::string& text) {
     std::getline(words, rest);
     const auto code = CodeOf(key);
     if (!code) refuse(Quoted(key) + " is no key; keys have four characters, such as epsT");
-    const auto value = ValueOf(type, Trimmed(rest));
+    const auto value = ValueOf(*code, type, Trimmed(rest));
     if (!value) {
       refuse(Quoted(Trimmed(line.substr(key.size()))) +
              " is none of: long NUMBER, doub NUMBER, bool true|false, text TEXT, enum TYPE VALUE");
     }
-    descriptor.push_back({*code, *value});
+    descriptor.push_back(*value);
   }
   return descriptor;
 }
 
-std::string DescriptorText(const Descriptor& descriptor) {
+std::string DescriptorText(const std::vector<DescriptorValue>& descriptor) {
   std::string text;
-  for (const DescriptorItem& item : descriptor) {
-    text += CodeText(item.key) + " " + std::visit(ValueText(), item.value) + "\n";
-  }
+  for (const DescriptorValue& value : descriptor)
+    text += PlainCode(value.key) + " " + ValueText(value) + "\n";
   return text;
 }
 
-Descriptor ReadDescriptorFile(const std::string& path) {
+std::vector<DescriptorValue> ReadDescriptorFile(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw Refusal(ExitStatus::kUnreadable, path, "cannot be opened");
   std::ostringstream text;
@@ -138,7 +147,7 @@ Descriptor ReadDescriptorFile(const std::string& path) {
   return ParseDescriptor(path, text.str());
 }
 
-void WriteDescriptorFile(const std::string& path, const Descriptor& descriptor) {
+void WriteDescriptorFile(const std::string& path, const std::vector<DescriptorValue>& descriptor) {
   std::ofstream file(path, std::ios::trunc);
   file << "# Parameters of a filter run, for filterhost --play\n" << DescriptorText(descriptor);
   file.close();

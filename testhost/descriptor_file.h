@@ -11,37 +11,21 @@
 // digits.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "glue/host/host_records.h"
+#include "testhost/fake_host.h"
 
 namespace tessaline::testhost {
 
-struct EnumeratedValue {
-  host::OSType type;
-  host::OSType value;
-  bool operator==(const EnumeratedValue&) const = default;
-};
-
-struct DescriptorItem {
-  host::OSType key;
-  std::variant<int32_t, double, bool, std::string, EnumeratedValue> value;
-  bool operator==(const DescriptorItem&) const = default;
-};
-
-using Descriptor = std::vector<DescriptorItem>;  // in the order in which the items were put
-
 // Throws Refusal (kUnreadable) that names file, line and fault.
-Descriptor ReadDescriptorFile(const std::string& path);
+std::vector<DescriptorValue> ReadDescriptorFile(const std::string& path);
 
 // Throws Refusal (kCannotWrite).
-void WriteDescriptorFile(const std::string& path, const Descriptor& descriptor);
+void WriteDescriptorFile(const std::string& path, const std::vector<DescriptorValue>& descriptor);
 
 // As in the file; `source` is what messages call it.
-Descriptor ParseDescriptor(const std::string& source, const std::string& text);
-std::string DescriptorText(const Descriptor& descriptor);
+std::vector<DescriptorValue> ParseDescriptor(const std::string& source, const std::string& text);
+std::string DescriptorText(const std::vector<DescriptorValue>& descriptor);
 
 }  // namespace tessaline::testhost

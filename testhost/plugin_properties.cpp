@@ -20,7 +20,7 @@ uint32_t Int32At(Bytes bytes, size_t offset) {
   return bytes[offset] | bytes[offset + 1] << 8 | bytes[offset + 2] << 16 | uint32_t{bytes[offset + 3]} << 24;
 }
 
-std::string CodeText(uint32_t code) {
+std::string KeyText(uint32_t code) {
   std::string text;
   for (int shift = 24; shift >= 0; shift -= 8) text += static_cast<char>(code >> shift);
   return text;
@@ -62,7 +62,7 @@ PluginProperties ReadPluginProperties(const std::string& module, std::span<const
     if (resource.size() - at < kPropertyHeaderBytes) refuse("ends inside a property");
     const uint32_t key = Int32At(resource, at + 4);
     const uint32_t length = Int32At(resource, at + 12);
-    const std::string keyText = CodeText(key);
+    const std::string keyText = KeyText(key);
     if (Int32At(resource, at) != kVendor) refuse("property '" + keyText + "' is not of vendor 8BIM");
     at += kPropertyHeaderBytes;
     if (length % 4 != 0 || length == 0) {

@@ -9,14 +9,14 @@ namespace tessaline::testhost {
 namespace {
 
 TEST(DescriptorFile, SaysEveryTypeAndReadsItBack) {
-  const Descriptor descriptor = {
-      {kKeyAcceptance, int32_t{-80}},
-      {kKeyNotchRadius, 0.1},
-      {FourCharCode("aaaa"), true},
-      {FourCharCode("bbbb"), std::string("C:\\a b.png # no comment")},
-      {kKeyUnit, EnumeratedValue{FourCharCode("UniT"), 1}},
-      {FourCharCode("#num"), 1e300},
-      {FourCharCode("a b "), false},
+  const std::vector<DescriptorValue> descriptor = {
+      {kKeyAcceptance, host::kDescriptorInteger, -80, 0, ""},
+      {kKeyNotchRadius, host::kDescriptorFloat, 0, 0.1, ""},
+      {FourCharCode("aaaa"), host::kDescriptorBoolean, 1, 0, ""},
+      {FourCharCode("bbbb"), host::kDescriptorText, 0, 0, "C:\\a b.png # no comment"},
+      {kKeyUnit, FourCharCode("UniT"), 1, 0, ""},
+      {FourCharCode("#num"), host::kDescriptorFloat, 0, 1e300, ""},
+      {FourCharCode("a b "), host::kDescriptorBoolean, 0, 0, ""},
   };
   const std::string text = DescriptorText(descriptor);
   EXPECT_EQ(
@@ -32,7 +32,8 @@ TEST(DescriptorFile, SaysEveryTypeAndReadsItBack) {
 }
 
 TEST(DescriptorFile, AllowsCommentsBlanksAndWindowsLineEnds) {
-  const Descriptor descriptor = {{kKeyAcceptance, int32_t{80}}, {kKeyNotchRadius, 3.5}};
+  const std::vector<DescriptorValue> descriptor = {{kKeyAcceptance, host::kDescriptorInteger, 80, 0, ""},
+                                                   {kKeyNotchRadius, host::kDescriptorFloat, 0, 3.5, ""}};
   EXPECT_EQ(descriptor, ParseDescriptor("here", "# title\r\n\r\n  epsT\tlong  80 \r\nNoRd doub 3.5"));
 }
 
