@@ -6,7 +6,6 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 
 #include "testhost/guarded_block.h"
 
