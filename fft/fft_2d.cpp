@@ -11,6 +11,7 @@
 #include "fft/float_fft.h"
 #include "fft/progress_steps.h"
 #include "fft/transpose_square.h"
+#include "fft/vector_engine.h"
 #include "platform/memory.h"
 
 namespace tessaline {
@@ -19,40 +20,53 @@ namespace {
 
 enum class Direction { kForward, kInverse };
 
+// Columns that are fetched together: four cache lines of every row, so that each page and each row of a
+// memory chip is opened once for four lines.
+constexpr int32_t kStripColumns = 4 * kColumnGroup;
+
 // One-dimensional transforms of one length with the engine that was chosen, and the memory they need.
 class RowTransform {
  public:
   // False: no memory.
   bool Prepare(int32_t length, bool useDoubleKernels, Direction direction) {
     length_ = static_cast<uint32_t>(length);
-    direction_ = direction;
+    isForward_ = direction == Direction::kForward;
     useDoubleKernels_ = useDoubleKernels;
-    if (useDoubleKernels_) {
-      scratch_ = AllocateBlock<double>(2 * (size_t{length_} + 2));
-      return scratch_ != nullptr;
+    if (!useDoubleKernels_) {
+      table_ = AllocateBlock<float>(size_t{length_} + 2);
+      if (table_ == nullptr) return false;
+      MakeCosineTable(&log2Length_, length, table_.get());
+      return true;
     }
-    table_ = AllocateBlock<float>(size_t{length_} + 2);
-    if (table_ == nullptr) return false;
-    MakeCosineTable(&log2Length_, length, table_.get());
-    return true;
+    const int log2Length = std::bit_width(length_) - 1;
+    if (std::has_single_bit(length_) && log2Length >= kShortestVectorLog2 &&
+        log2Length <= kLongestVectorLog2) {
+      widened_ = activeVectorEngine->transformWidened[log2Length - kShortestVectorLog2][isForward_];
+      return true;
+    }
+    scratch_ = AllocateBlock<double>(2 * (size_t{length_} + 2));
+    return scratch_ != nullptr;
   }
 
   void operator()(float* row) const {
-    const bool isForward = direction_ == Direction::kForward;
-    if (useDoubleKernels_) {
+    if (widened_ != nullptr) {
+      widened_(row);
+    } else if (useDoubleKernels_) {
       // `inverse` of FftComplexFloat names the exp(-) kernels, which make the forward transform.
-      FftComplexFloat(isForward, row, length_, scratch_.get());
+      FftComplexFloat(isForward_, row, length_, scratch_.get());
     } else if (std::has_single_bit(length_)) {
       // Other lengths have no transform: such rows stay, as they do with the double kernels.
-      (isForward ? FloatFft : FloatFftInverse)(row, log2Length_, table_.get());
+      (isForward_ ? FloatFft : FloatFftInverse)(row, log2Length_, table_.get());
     }
   }
 
  private:
   uint32_t length_ = 0;
   uint32_t log2Length_ = 0;
-  Direction direction_ = Direction::kForward;
+  bool isForward_ = false;
   bool useDoubleKernels_ = false;
+  void (*widened_)(float* row) =
+      nullptr;  // does all that FftComplexFloat does, if there is one for the length
   OwnedBlock<double> scratch_;
   OwnedBlock<float> table_;
 };
@@ -65,10 +79,9 @@ struct Plane {
   int32_t channels;  // 1 or 3
 
   int32_t RowValues() const { return width * channels; }
-  float* Row(int32_t y) const { return reinterpret_cast<float*>(BufferRow(slot, y)); }
+  uint64_t* Row(int32_t y) const { return reinterpret_cast<uint64_t*>(BufferRow(slot, y)); }
+  float* RowFloats(int32_t y) const { return reinterpret_cast<float*>(BufferRow(slot, y)); }
 };
-
-constexpr int32_t kColumnsAtATime = 8;
 
 // Everything one call works with. Every pass returns true when the user cancelled.
 class Transform2D {
@@ -76,21 +89,31 @@ class Transform2D {
   Transform2D(const Plane& plane, const ProgressSteps& steps) : plane_(plane), steps_(steps) {}
 
   bool Prepare(bool useDoubleKernels, Direction direction) {
-    values_ =
-        AllocateBlock<float>(2 * (size_t{static_cast<uint32_t>(std::max(plane_.width, plane_.height))} + 2));
-    if (values_ == nullptr || !alongRows_.Prepare(plane_.width, useDoubleKernels, direction)) return false;
-    if (IsTransposable()) return true;
-    columns_ = AllocateBlock<float>(size_t{2 * kColumnsAtATime} * static_cast<uint32_t>(plane_.height));
-    return columns_ != nullptr && alongColumns_.Prepare(plane_.height, useDoubleKernels, direction);
+    channelRow_ = AllocateBlock<float>(2 * (static_cast<size_t>(plane_.width) + 2));
+    if (channelRow_ == nullptr || !alongRows_.Prepare(plane_.width, useDoubleKernels, direction))
+      return false;
+    if (IsTransposed()) return true;
+    // A cache line more than the column: columns of a power of two would crowd into a few cache sets.
+    columnStride_ = static_cast<size_t>(plane_.height) + kColumnGroup;
+    for (OwnedBlock<uint64_t>& strip : strips_) {
+      strip = AllocateBlock<uint64_t>(kStripColumns * columnStride_);
+      if (strip == nullptr) return false;
+    }
+    return alongColumns_.Prepare(plane_.height, useDoubleKernels, direction);
   }
 
-  // Square planes are transposed, so that every transform reads whole rows.
-  bool IsTransposable() const { return plane_.width == plane_.height && plane_.width >= kTileSide; }
+  // Square colour planes are transposed, the others reach their columns by strips.
+  bool IsTransposed() const {
+    return plane_.channels == 3 && plane_.width == plane_.height && plane_.width >= kTileSide;
+  }
+
+  // Both even: the quadrants are swapped on the way of the columns.
+  bool CanSwapWithColumns() const { return plane_.width % 2 == 0 && plane_.height % 2 == 0; }
 
   bool TransformRows(int32_t fifth) {
     for (int32_t y = 0; y < plane_.height; ++y) {
       if (ReportAndAsk(steps_, fifth, y, plane_.height)) return true;
-      float* const row = plane_.Row(y);
+      float* const row = plane_.RowFloats(y);
       if (plane_.channels == 1) {
         alongRows_(row);
         continue;
@@ -100,34 +123,42 @@ class Transform2D {
     return false;
   }
 
-  bool Transpose(int32_t fifth) {
-    return (plane_.channels == 1 ? TransposeSquare : TransposeSquareColour)(plane_.slot, fifth, steps_) !=
-           kSuccess;
+  bool TransposeColour(int32_t fifth) {
+    return TransposeSquareColour(plane_.slot, fifth, steps_) != kSuccess;
   }
 
+  // Transforms the columns where they are.
   bool TransformColumns(int32_t fifth) {
-    const int32_t groups = (plane_.RowValues() + kColumnsAtATime - 1) / kColumnsAtATime;
-    const size_t columnFloats = 2 * static_cast<size_t>(plane_.height);
-    for (int32_t group = 0; group < groups; ++group) {
-      if (ReportAndAsk(steps_, fifth, group, groups)) return true;
-      const int32_t first = group * kColumnsAtATime;
-      const int32_t count = std::min(kColumnsAtATime, plane_.RowValues() - first);
-      for (int32_t y = 0; y < plane_.height; ++y) {
-        const float* const values = plane_.Row(y) + 2 * first;
-        for (int32_t i = 0; i < count; ++i) {
-          float* const column = columns_.get() + columnFloats * i;
-          column[2 * y] = values[2 * i];
-          column[2 * y + 1] = values[2 * i + 1];
-        }
+    LoopReporter reporter(steps_, {fifth, plane_.width});
+    for (int32_t first = 0; first < plane_.RowValues(); first += kStripColumns) {
+      const int32_t count = std::min(kStripColumns, plane_.RowValues() - first);
+      if (reporter.AdvanceTo(first + count, plane_.RowValues())) return true;
+      GatherStrip(first, count, 0, strips_[0].get());
+      TransformStrip(count, strips_[0].get());
+      ScatterStrip(first, count, 0, strips_[0].get());
+    }
+    return false;
+  }
+
+  // Transforms the columns and swaps the quadrants, after the transform or before it: strips of the left and
+  // the right half go to each other's place, with their upper and lower halves swapped as they are stored (or
+  // read).
+  bool TransformColumnsAndSwapQuadrants(ReportedLoop columns, ReportedLoop centring, bool isSwapFirst) {
+    LoopReporter reporter(steps_, isSwapFirst ? centring : columns, isSwapFirst ? columns : centring);
+    const int32_t halfRow = plane_.RowValues() / 2;
+    const int32_t halfHeight = plane_.height / 2;
+    const int32_t shiftRead = isSwapFirst ? halfHeight : 0;
+    const int32_t shiftStored = halfHeight - shiftRead;
+    for (int32_t first = 0; first < halfRow; first += kStripColumns) {
+      const int32_t count = std::min(kStripColumns, halfRow - first);
+      if (reporter.AdvanceTo(first + count, halfRow)) return true;
+      const int32_t places[2] = {first, halfRow + first};
+      for (int side = 0; side < 2; ++side) {
+        GatherStrip(places[side], count, shiftRead, strips_[side].get());
+        TransformStrip(count, strips_[side].get());
       }
-      for (int32_t i = 0; i < count; ++i) alongColumns_(columns_.get() + columnFloats * i);
-      for (int32_t y = 0; y < plane_.height; ++y) {
-        float* const values = plane_.Row(y) + 2 * first;
-        for (int32_t i = 0; i < count; ++i) {
-          const float* const column = columns_.get() + columnFloats * i;
-          values[2 * i] = column[2 * y];
-          values[2 * i + 1] = column[2 * y + 1];
-        }
+      for (int side = 0; side < 2; ++side) {
+        ScatterStrip(places[1 - side], count, shiftStored, strips_[side].get());
       }
     }
     return false;
@@ -137,11 +168,11 @@ class Transform2D {
   // even.
   bool SwapQuadrants(int32_t fifth) {
     const int32_t halfHeight = plane_.height / 2;
-    const ptrdiff_t halfRow = ptrdiff_t{2} * plane_.channels * (plane_.width / 2);  // floats
+    const ptrdiff_t halfRow = ptrdiff_t{plane_.channels} * (plane_.width / 2);
     for (int32_t y = 0; y < halfHeight; ++y) {
       if (ReportAndAsk(steps_, fifth, y, halfHeight)) return true;
-      float* const upper = plane_.Row(y);
-      float* const lower = plane_.Row(y + halfHeight);
+      uint64_t* const upper = plane_.Row(y);
+      uint64_t* const lower = plane_.Row(y + halfHeight);
       std::swap_ranges(upper, upper + halfRow, lower + halfRow);
       std::swap_ranges(upper + halfRow, upper + 2 * halfRow, lower);
     }
@@ -151,44 +182,105 @@ class Transform2D {
  private:
   void TransformChannel(float* firstValue) {
     for (int32_t x = 0; x < plane_.width; ++x) {
-      values_[2 * x] = firstValue[6 * x];
-      values_[2 * x + 1] = firstValue[6 * x + 1];
+      channelRow_[2 * x] = firstValue[6 * x];
+      channelRow_[2 * x + 1] = firstValue[6 * x + 1];
     }
-    alongRows_(values_.get());
+    alongRows_(channelRow_.get());
     for (int32_t x = 0; x < plane_.width; ++x) {
-      firstValue[6 * x] = values_[2 * x];
-      firstValue[6 * x + 1] = values_[2 * x + 1];
+      firstValue[6 * x] = channelRow_[2 * x];
+      firstValue[6 * x + 1] = channelRow_[2 * x + 1];
     }
+  }
+
+  void TransformStrip(int32_t count, uint64_t* strip) {
+    for (int32_t i = 0; i < count; ++i) alongColumns_(reinterpret_cast<float*>(strip + i * columnStride_));
+  }
+
+  // Row y of columns first .. first + count - 1 is element (y + shift) mod height of the strip's columns.
+  void GatherStrip(int32_t first, int32_t count, int32_t shift, uint64_t* strip) {
+    ForBothParts(shift, count, [&](int32_t planeRow, int32_t stripRow, const ColumnStrip& part) {
+      const uint64_t* const plane = plane_.Row(planeRow) + first;
+      uint64_t* const columns = strip + stripRow;
+      if (IsWholeGroups(part)) return activeVectorEngine->gatherColumns(part, plane, columns);
+      for (size_t y = 0; y < part.rows; ++y) {
+        for (size_t i = 0; i < part.columns; ++i)
+          columns[i * columnStride_ + y] = plane[y * part.rowStride + i];
+      }
+    });
+  }
+
+  // Element y of the strip's columns goes to row (y + shift) mod height.
+  void ScatterStrip(int32_t first, int32_t count, int32_t shift, const uint64_t* strip) {
+    ForBothParts(shift, count, [&](int32_t stripRow, int32_t planeRow, const ColumnStrip& part) {
+      uint64_t* const plane = plane_.Row(planeRow) + first;
+      const uint64_t* const columns = strip + stripRow;
+      if (IsWholeGroups(part)) return activeVectorEngine->scatterColumns(part, plane, columns);
+      for (size_t y = 0; y < part.rows; ++y) {
+        for (size_t i = 0; i < part.columns; ++i)
+          plane[y * part.rowStride + i] = columns[i * columnStride_ + y];
+      }
+    });
+  }
+
+  static bool IsWholeGroups(const ColumnStrip& part) {
+    return part.rows % kColumnGroup == 0 && part.columns % kColumnGroup == 0;
+  }
+
+  // Calls move(from, to, part) for the two parts of columns that are turned by `shift` rows.
+  template <typename Move>
+  void ForBothParts(int32_t shift, int32_t columns, const Move& move) {
+    ColumnStrip part{static_cast<size_t>(plane_.height - shift), static_cast<size_t>(columns),
+                     static_cast<size_t>(plane_.RowValues()), columnStride_};
+    move(0, shift, part);
+    part.rows = static_cast<size_t>(shift);
+    if (shift > 0) move(plane_.height - shift, 0, part);
   }
 
   Plane plane_;
   ProgressSteps steps_;
   RowTransform alongRows_;
   RowTransform alongColumns_;
-  OwnedBlock<float> values_;
-  OwnedBlock<float> columns_;
+  OwnedBlock<float> channelRow_;
+  OwnedBlock<uint64_t> strips_[2];
+  size_t columnStride_ = 0;  // elements
 };
+
+// The fifths of the reports are those of five loops over the plane: rows, transposition, rows (which are the
+// columns then), transposition and centring, or centring first. Callers are told about these whatever path is
+// taken; the transpositions never report.
+bool RunForward(Transform2D& work, const Plane& plane) {
+  if (work.IsTransposed()) {
+    return work.TransformRows(0) || work.TransposeColour(1) || work.TransformRows(2) ||
+           work.TransposeColour(3) || work.SwapQuadrants(4);
+  }
+  if (work.CanSwapWithColumns()) {
+    return work.TransformRows(0) ||
+           work.TransformColumnsAndSwapQuadrants({2, plane.width}, {4, plane.height / 2}, false);
+  }
+  return work.TransformRows(0) || work.TransformColumns(2) || work.SwapQuadrants(4);
+}
+
+bool RunInverse(Transform2D& work, const Plane& plane) {
+  if (work.IsTransposed()) {
+    return work.SwapQuadrants(0) || work.TransformRows(1) || work.TransposeColour(2) ||
+           work.TransformRows(3) || work.TransposeColour(4);
+  }
+  if (work.CanSwapWithColumns()) {
+    return work.TransformColumnsAndSwapQuadrants({1, plane.width}, {0, plane.height / 2}, true) ||
+           work.TransformRows(3);
+  }
+  return work.SwapQuadrants(0) || work.TransformColumns(1) || work.TransformRows(3);
+}
 
 int32_t Run(int32_t slot, Direction direction, bool useDoubleKernels, const ProgressSteps& steps) {
   const BufferShape shape = ShapeOf(slot);
   if (shape.bytesPerPixel != kGrayComplex && shape.bytesPerPixel != kRgbComplex) return kSuccess;
-  Transform2D work({slot, shape.width, shape.height, shape.bytesPerPixel / kGrayComplex}, steps);
+  const Plane plane{slot, shape.width, shape.height, shape.bytesPerPixel / kGrayComplex};
+  Transform2D work(plane, steps);
   if (!work.Prepare(useDoubleKernels, direction)) return kOutOfMemory;
   MarkDirty(slot);
-  bool isCancelled = false;
-  if (work.IsTransposable()) {
-    if (direction == Direction::kForward) {
-      isCancelled = work.TransformRows(0) || work.Transpose(1) || work.TransformRows(2) ||
-                    work.Transpose(3) || work.SwapQuadrants(4);
-    } else {
-      isCancelled = work.SwapQuadrants(0) || work.TransformRows(1) || work.Transpose(2) ||
-                    work.TransformRows(3) || work.Transpose(4);
-    }
-  } else if (direction == Direction::kForward) {
-    isCancelled = work.TransformRows(0) || work.TransformColumns(2) || work.SwapQuadrants(4);
-  } else {
-    isCancelled = work.SwapQuadrants(0) || work.TransformColumns(2) || work.TransformRows(4);
-  }
+  const bool isCancelled =
+      direction == Direction::kForward ? RunForward(work, plane) : RunInverse(work, plane);
   return isCancelled ? kUserCancelled : kSuccess;
 }
 

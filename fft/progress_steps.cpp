@@ -19,4 +19,15 @@ bool ReportAndAsk(const ProgressSteps& steps, int32_t fifth, int32_t index, int3
   return context.progressEnabled && context.abortCheck != nullptr && context.abortCheck(context.user);
 }
 
+bool LoopReporter::AdvanceTo(int32_t part, int32_t parts) {
+  const int64_t end = (int64_t{loops_[0].iterations} + loops_[1].iterations) * part / parts;
+  for (; reported_ < end; ++reported_) {
+    const bool isFirst = reported_ < loops_[0].iterations;
+    const ReportedLoop& loop = loops_[isFirst ? 0 : 1];
+    const auto index = static_cast<int32_t>(isFirst ? reported_ : reported_ - loops_[0].iterations);
+    if (ReportAndAsk(steps_, loop.fifth, index, loop.iterations)) return true;
+  }
+  return false;
+}
+
 }  // namespace tessaline

@@ -20,4 +20,25 @@ struct ProgressSteps {
 // True when the user wants to stop.
 bool ReportAndAsk(const ProgressSteps& steps, int32_t fifth, int32_t index, int32_t iterations);
 
+// A loop whose iterations are reported.
+struct ReportedLoop {
+  int32_t fifth;
+  int32_t iterations;
+};
+
+// Reports loops one after the other for work that does them together.
+class LoopReporter {
+ public:
+  LoopReporter(const ProgressSteps& steps, ReportedLoop first, ReportedLoop second = {0, 0})
+      : steps_(steps), loops_{first, second} {}
+
+  // Reports the iterations up to `part` of `parts` of all of them. True when the user wants to stop.
+  bool AdvanceTo(int32_t part, int32_t parts);
+
+ private:
+  ProgressSteps steps_;
+  ReportedLoop loops_[2];
+  int64_t reported_ = 0;
+};
+
 }  // namespace tessaline

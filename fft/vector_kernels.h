@@ -299,6 +299,62 @@ void TransformFloat(float* data, const float* table) {
                                                                       WaveTwiddles<Radices...>{table});
 }
 
+template <int kMost, int Sign, int... Radices>
+void TransformWidened(float* data) {
+  Passes<double, WidthFor<kMost, Radices...>(), Sign, Radices...>::Run(data, data,
+                                                                       TableTwiddles<Radices...>{});
+}
+
+// A square of kColumnGroup rows and columns from `in` to `out`, transposed. The elements are moved as doubles
+// and never computed with.
+template <int W>
+TESSALINE_INLINE void TransposeGroup(const uint64_t* in, size_t inStride, uint64_t* out, size_t outStride) {
+  using V = Vector<double, W>;
+  for (size_t y = 0; y < kColumnGroup; y += W) {
+    for (size_t x = 0; x < kColumnGroup; x += W) {
+      V tile[W];
+      Unroll<W>([&](auto i)
+                    __attribute__((always_inline)) { tile[i] = LoadVector<V>(in + (y + i) * inStride + x); });
+      Lanes<double, W>::Transpose(tile);
+      Unroll<W>([&](auto i)
+                    __attribute__((always_inline)) { StoreVector(out + (x + i) * outStride + y, tile[i]); });
+    }
+  }
+}
+
+// The rows of a large plane lie on pages of their own, which no processor fetches ahead by itself.
+constexpr size_t kRowsAhead = 16;
+
+TESSALINE_INLINE void FetchRowsAhead(const ColumnStrip& strip, const uint64_t* plane, size_t row) {
+  if (row + kRowsAhead >= strip.rows) return;
+  for (size_t y = row + kRowsAhead; y < row + kRowsAhead + kColumnGroup; ++y) {
+    for (size_t x = 0; x < strip.columns; x += kColumnGroup)
+      __builtin_prefetch(plane + y * strip.rowStride + x);
+  }
+}
+
+template <int W>
+void GatherColumns(const ColumnStrip& strip, const uint64_t* plane, uint64_t* columns) {
+  for (size_t row = 0; row < strip.rows; row += kColumnGroup) {
+    FetchRowsAhead(strip, plane, row);
+    for (size_t column = 0; column < strip.columns; column += kColumnGroup) {
+      TransposeGroup<W>(plane + row * strip.rowStride + column, strip.rowStride,
+                        columns + column * strip.columnStride + row, strip.columnStride);
+    }
+  }
+}
+
+template <int W>
+void ScatterColumns(const ColumnStrip& strip, uint64_t* plane, const uint64_t* columns) {
+  for (size_t row = 0; row < strip.rows; row += kColumnGroup) {
+    FetchRowsAhead(strip, plane, row);
+    for (size_t column = 0; column < strip.columns; column += kColumnGroup) {
+      TransposeGroup<W>(columns + column * strip.columnStride + row, strip.columnStride,
+                        plane + row * strip.rowStride + column, strip.rowStride);
+    }
+  }
+}
+
 template <int kDoubleLanes, int kFloatLanes>
 constexpr VectorEngine MakeVectorEngine() {
   VectorEngine engine{};
@@ -307,6 +363,8 @@ constexpr VectorEngine MakeVectorEngine() {
     engine.transform[index][1] = TransformDouble<kDoubleLanes, -1, Radices...>;
     engine.transformFloat[index][0] = TransformFloat<kFloatLanes, +1, Radices...>;
     engine.transformFloat[index][1] = TransformFloat<kFloatLanes, -1, Radices...>;
+    engine.transformWidened[index][0] = TransformWidened<kDoubleLanes, +1, Radices...>;
+    engine.transformWidened[index][1] = TransformWidened<kDoubleLanes, -1, Radices...>;
   };
   add(std::integer_sequence<int, 8, 8>{}, 0);
   add(std::integer_sequence<int, 16, 8>{}, 1);
@@ -316,6 +374,8 @@ constexpr VectorEngine MakeVectorEngine() {
   add(std::integer_sequence<int, 16, 16, 8>{}, 5);
   add(std::integer_sequence<int, 16, 16, 16>{}, 6);
   add(std::integer_sequence<int, 16, 8, 8, 8>{}, 7);
+  engine.gatherColumns = GatherColumns<kDoubleLanes>;
+  engine.scatterColumns = ScatterColumns<kDoubleLanes>;
   return engine;
 }
 
