@@ -89,9 +89,9 @@ std::string Plain(float value) {
 // What a user whose pattern was not found can try.
 std::string Advice(const RemovalSettings& settings) {
   if (settings.acceptance < kAcceptanceRange.maximum) {
-    return "try a higher acceptance (-a; on small pictures 80 to 95 is usual)";
+    return "try a higher acceptance (on small pictures 80 to 95 is usual) or -a auto";
   }
-  return "a coarse pattern may lie in the protected disc: try a larger protection radius (-p)";
+  return "try -a auto, or for a coarse pattern a larger protection radius (-p)";
 }
 
 // The files of one picture, open beside their final names until all is done.

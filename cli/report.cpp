@@ -2,10 +2,21 @@
 
 #include <sys/resource.h>
 
+#include <charconv>
+
 namespace tessaline::cli {
 namespace {
 
 constexpr int kReportVersion = 1;
+
+// A float with the digits that tell it from its neighbours, and no more: 97.3, not 97.30000305.
+double AsWritten(float value) {
+  char digits[32];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  double written = 0;
+  std::from_chars(digits, end, written);
+  return written;
+}
 
 Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
   constexpr const char* kVerdicts[] = {"used", "text lines", "blocks", "skirt", "not isolated", "no licence"};
@@ -46,9 +57,9 @@ Json DescribeNotch(const Notch& notch, bool hasThreshold, const std::optional<Re
 
 Json DescribeSettings(const RemovalSettings& settings) {
   Json parameters = {
-      {"acceptance", settings.isAutomatic ? Json("auto") : Json(settings.acceptance)},
-      {"notchRadius", settings.notchRadius},
-      {"protectionRadius", settings.protectionRadius},
+      {"acceptance", settings.isAutomatic ? Json("auto") : Json(AsWritten(settings.acceptance))},
+      {"notchRadius", AsWritten(settings.notchRadius)},
+      {"protectionRadius", AsWritten(settings.protectionRadius)},
   };
   if (settings.isAutomatic) parameters["sensitivity"] = settings.sensitivity;
   return parameters;

@@ -274,8 +274,9 @@ class StreamRun {
       text << "auto: no regular pattern found; they are unchanged";
     } else if (framesWithPattern_ == 0) {
       text << "no pattern found at acceptance " << command_.settings.acceptance
-           << "; they are unchanged. To find more, try a higher acceptance (-a; on small frames 80 to 95 is "
-              "usual).";
+           << "; they are unchanged. To find more, try a higher acceptance (on small frames 80 to 95 is "
+              "usual) or "
+              "-a auto.";
     } else {
       text << "pattern taken out of " << framesWithPattern_;
     }
