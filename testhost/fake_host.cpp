@@ -112,7 +112,7 @@ class FakeHost {
   bool MustFail() { return ++report_.failableCalls == switches_.failCallAt; }
   void Complain(const std::string& complaint) { report_.complaints.push_back(complaint); }
   void Trace(const std::string& line) {
-    if (switches_.trace) report_.trace.push_back(line);
+    if (switches_.trace) switches_.trace(line);
   }
 
   HostHandle* NewHandle(int32_t bytes);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -86,7 +87,8 @@ struct Switches {
   int32_t failCallAt = kNever;        // the n-th of all calls that can fail does so in its own way
   int32_t abortAtCall = kNever;       // abortProc answers true from its n-th call on
 
-  bool trace = false;
+  // Told every advance as it is asked for, and every selector as it returns: also what went before a crash.
+  std::function<void(const std::string& line)> trace;
 };
 
 struct Report {
@@ -105,7 +107,6 @@ struct Report {
   int16_t recordInfo = 0;
   std::string errorString;
   std::vector<std::string> complaints;  // empty for a well-behaved filter
-  std::vector<std::string> trace;
 };
 
 // One invocation: (about,) (parameters,) prepare, start, then advance and continue while a rectangle is not

@@ -133,10 +133,30 @@ struct Outcome {
   std::vector<std::string> complaints;
 };
 
+// The window of an editor, for a filter's dialog to belong to.
+class OwnerWindow {
+ public:
+  OwnerWindow()
+      : window_(CreateWindowA("STATIC", "filterhost", WS_OVERLAPPEDWINDOW | WS_VISIBLE, CW_USEDEFAULT,
+                              CW_USEDEFAULT, 640, 480, nullptr, nullptr, nullptr, nullptr)) {
+    if (window_ == nullptr) throw Refusal(ExitStatus::kWrongUsage, "there is no screen for --window");
+  }
+  ~OwnerWindow() { DestroyWindow(window_); }
+  OwnerWindow(const OwnerWindow&) = delete;
+  OwnerWindow& operator=(const OwnerWindow&) = delete;
+  HWND get() const { return window_; }
+
+ private:
+  HWND window_;
+};
+
 class Session {
  public:
   Session(const FilterHostOptions& options, const PluginProperties& properties, std::ostream& out)
-      : options_(options), properties_(properties), out_(out) {}
+      : options_(options), properties_(properties), out_(out), switches_(options.host) {
+    if (options.trace) switches_.trace = [this](const std::string& line) { out_ << line << std::endl; };
+    if (options.hasWindow) switches_.window = window_.emplace().get();
+  }
 
   Outcome Run(const Document& document) {
     if (!module_ || options_.reload) {
@@ -150,10 +170,9 @@ class Session {
  private:
   Outcome RunHostDoor(const Document& document) {
     const auto entry = module_->Export<host::EntryPoint>(properties_.entryPoint);
-    Report report = RunFilter(entry, document, options_.host);
-    for (const std::string& line : report.trace) out_ << line << "\n";
+    Report report = RunFilter(entry, document, switches_);
     // Without the routines to dispose of them, those that the host handed over stay.
-    if (report.handlesLeft > 0 && options_.host.handles == HandleTable::kWorking) {
+    if (report.handlesLeft > 0 && switches_.handles == HandleTable::kWorking) {
       report.complaints.push_back(std::to_string(report.handlesLeft) +
                                   " handles of the host's were not disposed");
     }
@@ -171,15 +190,17 @@ class Session {
         module_->Export<decltype(&OSAPI_FreeInstance)>("OSAPI_FreeInstance"),
         module_->Export<decltype(&OSAPI_Process)>("OSAPI_Process"),
     };
-    InterfaceReport report = RunInterface(functions, document, options_.parameters,
-                                          options_.host.playInfo == host::kDialogDisplay);
-    if (options_.host.trace) out_ << "OSAPI_Process -> " << report.result << "\n";
+    InterfaceReport report =
+        RunInterface(functions, document, options_.parameters, switches_.playInfo == host::kDialogDisplay);
+    if (switches_.trace) switches_.trace("OSAPI_Process -> " + std::to_string(report.result));
     return {report.result, std::move(report.document), true, std::move(report.parameters), "", {}};
   }
 
   const FilterHostOptions& options_;
   const PluginProperties& properties_;
   std::ostream& out_;
+  Switches switches_;
+  std::optional<OwnerWindow> window_;
   std::unique_ptr<LoadedModule> module_;
 };
 

@@ -126,7 +126,7 @@ void AddParameterOptions(Group group, FilterHostOptions& options, Texts& texts) 
 }
 
 void AddRunOptions(Group group, FilterHostOptions& options) {
-  group.AddFlag("--trace", options.host.trace, "Print every call with its rectangles and result");
+  group.AddFlag("--trace", options.trace, "Print every call with its rectangles and result");
   group.AddFlag("--interface", options.throughInterface,
                 "Through the module's programmatic interface, not as its host");
   group.AddNumber("--runs", options.runs, 1, INT32_MAX,
@@ -147,6 +147,7 @@ void AddHostOptions(Group group, FilterHostOptions& options, Texts& texts) {
   group.Add("--row-padding", texts.padding, "IN,OUT,MASK", "Bytes between the rows handed out (0,0,0)");
   group.AddFlag("--stable-addresses", texts.stableAddresses,
                 "Hand out the same memory again (default: fresh, the old overwritten)");
+  group.AddFlag("--window", options.hasWindow, "Has a window for the filter's dialog to belong to");
   group.AddFlag("--about", host.about, "Ask for the about box first");
   group.AddFlag("--no-parameters-call", texts.noParameters, "As when a filter is run a second time");
   group.Add("--handles", texts.handles, "NAME",

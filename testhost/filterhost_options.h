@@ -27,10 +27,12 @@ struct FilterHostOptions {
 
   // How to run it.
   Switches host;
+  bool trace = false;
   bool throughInterface = false;
   int32_t runs = 1;
   bool reload = false;  // the module, before each run but the first
   bool showMessages = false;
+  bool hasWindow = false;  // an owner for the filter's windows
 };
 
 // Either the options, or the text that was asked for in their place (--help).
