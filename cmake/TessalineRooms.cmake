@@ -22,8 +22,8 @@ if(TESSALINE_SANITIZE)
 endif()
 
 # GCC for Windows keeps the stack aligned to 16 bytes only, yet spills 32- and 64-byte vectors with aligned
-# moves. The assembler is told to turn those into unaligned ones. tests/fft/stack_alignment_test.cpp crashes
-# when this line is lost.
+# moves (some builds of the compiler; Debian 12's already emits unaligned ones). The assembler is told to turn those
+# into unaligned ones. tests/fft/stack_alignment_test.cpp crashes where aligned spills reach the program.
 if(MINGW)
   add_compile_options(-Wa,-muse-unaligned-vector-move)
   add_link_options(-static)
