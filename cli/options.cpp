@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -263,7 +264,8 @@ void RefuseSameFileTwice(const PictureCommand& command) {
   std::map<std::string, const char*> roleOfFile;
   const auto add = [&roleOfFile](const std::string& file, const char* role) {
     if (file.empty()) return;
-    const auto [other, isNew] = roleOfFile.emplace(file, role);
+    const std::string name = file == "-" ? file : std::filesystem::absolute(file).lexically_normal().string();
+    const auto [other, isNew] = roleOfFile.emplace(name, role);
     if (!isNew) {
       throw WrongUsage(std::string(other->second) + " and " + role + " are the same file, " + file,
                        kPictureUsage);
@@ -275,6 +277,12 @@ void RefuseSameFileTwice(const PictureCommand& command) {
   add(command.spectrumFile, "--spectrum");
   add(command.maskFile, "--mask");
   add(command.reportFile, "--report");
+}
+
+void RefuseOtherThanPng(const std::string& file, const char* option) {
+  const std::string extension = std::filesystem::path(file).extension();
+  if (extension.empty() || extension == ".png" || extension == ".PNG") return;
+  throw WrongUsage(std::string(option) + " writes PNG; let " + file + " end in .png", kPictureUsage);
 }
 
 Command ReadPictureCommand(int argc, const char* const* argv) {
@@ -319,6 +327,8 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   if (command.isBatch && !(command.spectrumFile.empty() && command.maskFile.empty())) {
     throw WrongUsage("--spectrum and --mask take one picture at a time", kPictureUsage);
   }
+  RefuseOtherThanPng(command.spectrumFile, "--spectrum");
+  RefuseOtherThanPng(command.maskFile, "--mask");
   RefuseSameFileTwice(command);
   return command;
 }

@@ -76,8 +76,3 @@ TEST(RunEngine, WantOfMemoryIsRefusedAndTheSamplesStay) {
 
 }  // namespace
 }  // namespace tessaline::cli
-
-// The test reads and writes pictures itself; see leaks-of-libraries.txt.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libglib-2.0\nleak:libgobject-2.0\nleak:libvips\n";
-}

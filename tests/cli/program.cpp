@@ -58,8 +58,6 @@ RunningProgram::RunningProgram(const std::vector<std::string>& arguments, const 
       const rlimit limit = {start.largestFile, start.largestFile};
       setrlimit(RLIMIT_FSIZE, &limit);
     }
-    // The picture library and its own libraries keep some blocks for good, and say so to nobody.
-    setenv("LSAN_OPTIONS", "suppressions=" TESSALINE_LEAKS ":print_suppressions=0", 1);
     std::vector<char*> argv = {const_cast<char*>(TESSALINE_PROGRAM)};
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

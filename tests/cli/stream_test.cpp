@@ -177,7 +177,6 @@ TEST(Streams, StandBetweenTwoFfmpegs) {
       "rgb24 -s 160x120 -r 5 -i - -c:v ffv1 '" +
       (folder / "out.mkv") + "' && ffmpeg -loglevel error -i '" + (folder / "out.mkv") +
       "' -f rawvideo -pix_fmt rgb24 '" + (folder / "back.raw") + "'";
-  setenv("LSAN_OPTIONS", "suppressions=" TESSALINE_LEAKS ":print_suppressions=0", 1);
   ASSERT_EQ(0, system(("bash -c \"" + command + "\"").c_str()));
   EXPECT_EQ(5u * 160 * 120 * 3, ReadWholeFile(folder / "back.raw").size());
 }
