@@ -1,0 +1,384 @@
+#include "resources/art/guide_page.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <vips/vips8>
+
+#include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "removal/removal_run.h"
+
+namespace tessaline::art {
+namespace {
+
+constexpr Colour kPaper = {255, 255, 255};
+constexpr Colour kText = {32, 32, 32};
+constexpr Colour kSoftText = {88, 88, 88};
+constexpr Colour kRule = {208, 208, 208};
+constexpr Colour kPanelRim = {128, 128, 128};
+constexpr Colour kTakenOut = {255, 32, 32};
+constexpr Colour kProtected = {40, 130, 255};
+constexpr Colour kMark = {255, 220, 0};
+constexpr Colour kArrow = {38, 92, 160};
+
+// --- pictures in memory ---
+
+struct Picture {
+  int width = 0;
+  int height = 0;
+  Bytes rgb;
+
+  Picture(int columns, int rows) : width(columns), height(rows), rgb(size_t{3} * columns * rows) {}
+  uint8_t* At(int x, int y) { return rgb.data() + 3 * (static_cast<size_t>(y) * width + x); }
+  const uint8_t* At(int x, int y) const { return rgb.data() + 3 * (static_cast<size_t>(y) * width + x); }
+};
+
+void Cover(uint8_t* pixel, const Colour& colour, double cover) {
+  const uint8_t levels[3] = {colour.red, colour.green, colour.blue};
+  for (int i = 0; i < 3; ++i) {
+    pixel[i] = static_cast<uint8_t>(std::lround(pixel[i] * (1 - cover) + levels[i] * cover));
+  }
+}
+
+void FillBox(Picture* page, int left, int top, int width, int height, const Colour& colour) {
+  for (int y = top; y < top + height; ++y) {
+    for (int x = left; x < left + width; ++x) Cover(page->At(x, y), colour, 1);
+  }
+}
+
+struct Frame {
+  double left, top, side;  // a square of the picture, in its pixels
+};
+
+// The part of the picture as a square of `side` pixels, each the mean of what it covers.
+Picture Scaled(const Picture& source, const Frame& part, int side) {
+  constexpr int kLooksPerSide = 8;  // of a pixel
+  Picture scaled(side, side);
+  const double step = part.side / side / kLooksPerSide;
+  for (int y = 0; y < side; ++y) {
+    for (int x = 0; x < side; ++x) {
+      double sum[3] = {};
+      for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
+        const auto column =
+            static_cast<int>(part.left + (x * kLooksPerSide + look % kLooksPerSide + 0.5) * step);
+        const auto row = static_cast<int>(part.top + (y * kLooksPerSide + look / kLooksPerSide + 0.5) * step);
+        const uint8_t* pixel = source.At(column, row);
+        for (int i = 0; i < 3; ++i) sum[i] += pixel[i];
+      }
+      for (int i = 0; i < 3; ++i) {
+        scaled.At(x, y)[i] = static_cast<uint8_t>(std::lround(sum[i] / (kLooksPerSide * kLooksPerSide)));
+      }
+    }
+  }
+  return scaled;
+}
+
+// With a thin line around it.
+void Place(Picture* page, const Picture& panel, int left, int top) {
+  FillBox(page, left - 1, top - 1, panel.width + 2, panel.height + 2, kPanelRim);
+  for (int y = 0; y < panel.height; ++y) {
+    std::copy_n(panel.At(0, y), 3 * panel.width, page->At(left, top + y));
+  }
+}
+
+// --- what the engine sees and does ---
+
+struct Run {
+  Picture before{0, 0};
+  Picture after{0, 0};
+  std::vector<uint16_t> spectrum;  // 512 x 512, logarithm, 0..32768
+  Bytes mask;                      // 512 x 512, 255 is taken out
+  float protectionRadius = 0;
+};
+
+Picture ReadPicture(int32_t slot) {
+  const BufferShape shape = ShapeOf(slot);
+  Picture picture(shape.width, shape.height);
+  for (int y = 0; y < shape.height; ++y) {
+    const uint8_t* row = BufferRow(slot, y);
+    for (int x = 0; x < shape.width; ++x) {
+      for (int i = 0; i < 3; ++i)
+        picture.At(x, y)[i] = row[x * shape.bytesPerPixel + i % shape.bytesPerPixel];
+    }
+  }
+  return picture;
+}
+
+bool KeepFindings(void* user, const RemovalFindings& findings) {
+  constexpr size_t kCells = size_t{kSpectrumCells} * kSpectrumCells;
+  Run* run = static_cast<Run*>(user);
+  const auto* levels = reinterpret_cast<const uint16_t*>(BufferRow(findings.spectrum.rawGray16Slot, 0));
+  const uint8_t* cells = BufferRow(findings.maskSlot, 0);
+  run->spectrum.assign(levels, levels + kCells);
+  run->mask.assign(cells, cells + kCells);
+  return true;
+}
+
+Run RunOn(const std::string& file, float acceptance, float notchRadius, float protectionRadius) {
+  int32_t slot = 0;
+  ResetBufferTable();
+  try {
+    const vips::VImage image = vips::VImage::new_from_file(file.c_str());
+    if (CreateBuffer("sample", image.width(), image.height(), image.bands(), &slot) != 0) {
+      throw std::runtime_error(file + ": no memory");
+    }
+    size_t bytes = 0;
+    void* const levels = image.cast(VIPS_FORMAT_UCHAR).write_to_memory(&bytes);
+    std::copy_n(static_cast<uint8_t*>(levels), bytes, BufferRow(slot, 0));
+    g_free(levels);
+  } catch (const vips::VError& error) {
+    throw std::runtime_error(file + ": " + error.what());
+  }
+  Run run;
+  run.before = ReadPicture(slot);
+  run.protectionRadius = protectionRadius;
+  FilterParameters parameters{acceptance, notchRadius, protectionRadius};
+  RemovalContext context;
+  context.inspect = KeepFindings;
+  context.user = &run;
+  const int32_t result = RunRemoval(slot, &parameters, nullptr, true, context);
+  run.after = ReadPicture(slot);
+  ReleaseBuffer(slot);
+  if (result != 0) throw std::runtime_error(file + ": the run ended with " + std::to_string(result));
+  return run;
+}
+
+// --- spectra ---
+
+// Room around the noise and the highest peaks, so that both show.
+constexpr double kBlackLevel = 48.0 / kByteMax;
+constexpr double kWhiteLevel = 215.0 / kByteMax;
+
+Picture DrawSpectrum(const Run& run, bool showsFindings) {
+  const double discRadius = static_cast<double>(kSpectrumCentre) / run.protectionRadius;
+  Picture picture(kSpectrumCells, kSpectrumCells);
+  for (int y = 0; y < kSpectrumCells; ++y) {
+    for (int x = 0; x < kSpectrumCells; ++x) {
+      const size_t cell = static_cast<size_t>(y) * kSpectrumCells + x;
+      const double level = run.spectrum[cell] / kHostMax;
+      const double shown = std::clamp((level - kBlackLevel) / (kWhiteLevel - kBlackLevel), 0.0, 1.0);
+      uint8_t* pixel = picture.At(x, y);
+      std::fill_n(pixel, 3, static_cast<uint8_t>(std::lround(shown * kByteMax)));
+      if (!showsFindings) continue;
+      if (std::hypot(x - kSpectrumCentre, y - kSpectrumCentre) < discRadius) Cover(pixel, kProtected, 0.55);
+      Cover(pixel, kTakenOut, 0.95 * run.mask[cell] / kByteMax);
+    }
+  }
+  return picture;
+}
+
+// The middles of the notches.
+std::vector<Point> Notches(const Bytes& mask) {
+  constexpr int kReach = 20;  // cells; notches are farther apart and not larger
+  std::vector<Point> middles;
+  const auto isKnown = [&](int x, int y) {
+    return std::any_of(middles.begin(), middles.end(), [&](const Point& middle) {
+      return std::abs(middle.x - x) <= kReach && std::abs(middle.y - y) <= kReach;
+    });
+  };
+  for (int y = kReach; y < kSpectrumCells - kReach; ++y) {
+    for (int x = kReach; x < kSpectrumCells - kReach; ++x) {
+      if (mask[static_cast<size_t>(y) * kSpectrumCells + x] == 0 || isKnown(x, y)) continue;
+      double weight = 0, sumX = 0, sumY = 0;
+      for (int row = y - kReach; row <= y + kReach; ++row) {
+        for (int column = x - kReach; column <= x + kReach; ++column) {
+          const double m = mask[static_cast<size_t>(row) * kSpectrumCells + column];
+          weight += m;
+          sumX += m * column;
+          sumY += m * row;
+        }
+      }
+      middles.push_back({sumX / weight, sumY / weight});
+    }
+  }
+  return middles;
+}
+
+void DrawRing(Picture* panel, double centreX, double centreY, double radius, double thickness,
+              const Colour& colour) {
+  for (int y = 0; y < panel->height; ++y) {
+    for (int x = 0; x < panel->width; ++x) {
+      const double fromRing = std::abs(std::hypot(x + 0.5 - centreX, y + 0.5 - centreY) - radius);
+      Cover(panel->At(x, y), colour, std::clamp(thickness / 2 + 0.5 - fromRing, 0.0, 1.0));
+    }
+  }
+}
+
+Frame MiddleOfSpectrum(double cells) {
+  return {kSpectrumCentre + 0.5 - cells / 2, kSpectrumCentre + 0.5 - cells / 2, cells};
+}
+
+// --- text ---
+
+enum class Align { kLeft, kMiddle, kRight };
+
+// One line. `x` is its left end, middle or right end, `top` the top of the line's box.
+void Write(Picture* page, const std::string& text, const char* font, double x, int top, Align align,
+           const Colour& colour) {
+  constexpr int kDotsPerInch = 72;  // a point is a pixel
+  const vips::VImage ink =
+      vips::VImage::text(text.c_str(), vips::VImage::option()->set("font", font)->set("dpi", kDotsPerInch));
+  size_t bytes = 0;
+  auto* const cover = static_cast<uint8_t*>(ink.write_to_memory(&bytes));
+  const double part = align == Align::kLeft ? 0 : align == Align::kMiddle ? 0.5 : 1;
+  const int left = static_cast<int>(std::lround(x - part * ink.width()));
+  for (int row = 0; row < ink.height(); ++row) {
+    const int y = top + ink.yoffset() + row;
+    for (int column = 0; column < ink.width(); ++column) {
+      if (left + column < 0 || left + column >= page->width || y < 0 || y >= page->height) {
+        g_free(cover);
+        throw std::runtime_error("the page is too small for \"" + text + '"');
+      }
+      Cover(page->At(left + column, y), colour,
+            cover[static_cast<size_t>(row) * ink.width() + column] / 255.0);
+    }
+  }
+  g_free(cover);
+}
+
+constexpr const char* kTitleFont = "DejaVu Sans Bold 16";
+constexpr const char* kHeadFont = "DejaVu Sans Bold 12";
+constexpr const char* kBodyFont = "DejaVu Sans 11";
+
+// --- the page ---
+
+constexpr int kMargin = 12;
+constexpr int kLine = 15;  // pixels from line to line
+
+struct Step {
+  const char* head;
+  const char* lines[2];
+};
+constexpr Step kSteps[] = {
+    {"Before", {"A print with its", "halftone dots"}},
+    {"Its power spectrum", {"What repeats stands", "out as bright peaks"}},
+    {"What is removed", {"Red is taken out,", "blue is protected"}},
+    {"After", {"The dots are gone,", "the picture is kept"}},
+};
+
+struct Slider {
+  const char* head;
+  const char* ends[2];
+  const char* lines[2];
+  float values[2][3];  // acceptance, notch radius, protection radius
+};
+constexpr Slider kSliders[] = {
+    {"Low Frequency Protection Radius",
+     {"Bigger disc", "Smaller disc"},
+     {"Nothing in the blue disc is removed:", "it holds the picture's own shapes."},
+     {{95, 6, 4}, {95, 6, 24}}},
+    {"Pattern Frequency Acceptance",
+     {"Lower", "Higher"},
+     {"How weak a peak may be to count as", "pattern. Raise it until the pattern goes."},
+     {{70, 6, 8}, {95, 6, 8}}},
+    {"Notch Radius",
+     {"Smaller", "Bigger"},
+     {"How much is removed around each peak.", "Smaller keeps more detail."},
+     {{95, 3, 8}, {95, 12, 8}}},
+};
+
+void DrawSteps(Picture* page, const std::string& samples, int top) {
+  constexpr int kPanel = 168;
+  constexpr int kPitch = 184;
+  constexpr Frame kPart = {456, 32, kPanel};  // of the sample, in its own size
+  constexpr double kCells = 256;
+  const Run run = RunOn(samples + "/newsprint.png", 95, 6, 8);
+
+  Picture peaks = Scaled(DrawSpectrum(run, false), MiddleOfSpectrum(kCells), kPanel);
+  const double scale = kPanel / kCells;
+  for (const Point& middle : Notches(run.mask)) {
+    const Frame shown = MiddleOfSpectrum(kCells);
+    DrawRing(&peaks, (middle.x + 0.5 - shown.left) * scale, (middle.y + 0.5 - shown.top) * scale, 9, 1.6,
+             kMark);
+  }
+  const Picture panels[] = {Scaled(run.before, kPart, kPanel), peaks,
+                            Scaled(DrawSpectrum(run, true), MiddleOfSpectrum(kCells), kPanel),
+                            Scaled(run.after, kPart, kPanel)};
+  for (int i = 0; i < 4; ++i) {
+    const int left = kMargin + i * kPitch;
+    const double middle = left + kPanel / 2.0;
+    Write(page, std::to_string(i + 1) + "  " + kSteps[i].head, kHeadFont, left, top, Align::kLeft, kText);
+    Place(page, panels[i], left, top + 20);
+    for (int line = 0; line < 2; ++line) {
+      Write(page, kSteps[i].lines[line], kBodyFont, middle, top + 20 + kPanel + 5 + line * kLine,
+            Align::kMiddle, kSoftText);
+    }
+    if (i == 0) continue;
+    // An arrow head in the gap before the panel.
+    const double gapMiddle = left - (kPitch - kPanel) / 2.0;
+    const double y = top + 20 + kPanel / 2.0;
+    const auto head =
+        Polygon(std::array<Point, 3>{{{gapMiddle - 4, y - 7}, {gapMiddle + 5, y}, {gapMiddle - 4, y + 7}}});
+    for (int row = static_cast<int>(y) - 8; row <= y + 8; ++row) {
+      for (int column = static_cast<int>(gapMiddle) - 6; column <= gapMiddle + 6; ++column) {
+        int hits = 0;
+        for (int look = 0; look < 64; ++look)
+          hits += head(column + (look % 8 + 0.5) / 8, row + (look / 8 + 0.5) / 8);
+        Cover(page->At(column, row), kArrow, hits / 64.0);
+      }
+    }
+  }
+}
+
+void DrawSliders(Picture* page, const std::string& samples, int top) {
+  constexpr int kPanel = 104;
+  constexpr int kPitch = 246;
+  constexpr int kGap = 12;
+  constexpr double kCells = 240;
+  for (int i = 0; i < 3; ++i) {
+    const Slider& slider = kSliders[i];
+    const int left = kMargin + i * kPitch;
+    Write(page, slider.head, kHeadFont, left, top, Align::kLeft, kText);
+    for (int end = 0; end < 2; ++end) {
+      const float(&values)[3] = slider.values[end];
+      const Run run = RunOn(samples + "/rosette.png", values[0], values[1], values[2]);
+      const int panelLeft = left + end * (kPanel + kGap);
+      Place(page, Scaled(DrawSpectrum(run, true), MiddleOfSpectrum(kCells), kPanel), panelLeft, top + 20);
+      Write(page, slider.ends[end], kBodyFont, panelLeft + kPanel / 2.0, top + 20 + kPanel + 4,
+            Align::kMiddle, kText);
+    }
+    for (int line = 0; line < 2; ++line) {
+      Write(page, slider.lines[line], kBodyFont, left, top + 20 + kPanel + 22 + line * kLine, Align::kLeft,
+            kSoftText);
+    }
+  }
+}
+
+// To as many colours as a palette holds.
+Bytes Quantised(const Picture& page) {
+  const vips::VImage image =
+      vips::VImage::new_from_memory(const_cast<uint8_t*>(page.rgb.data()), page.rgb.size(), page.width,
+                                    page.height, 3, VIPS_FORMAT_UCHAR)
+          .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  VipsBlob* const file = image.pngsave_buffer(
+      vips::VImage::option()->set("palette", true)->set("Q", 100)->set("dither", 0.0)->set("effort", 10));
+  const vips::VImage reduced = vips::VImage::pngload_buffer(file);
+  size_t bytes = 0;
+  const vips::VImage rgb = reduced.bands() > 3 ? reduced.flatten() : reduced;
+  auto* const levels = static_cast<uint8_t*>(rgb.cast(VIPS_FORMAT_UCHAR).write_to_memory(&bytes));
+  const Bytes pixels(levels, levels + bytes);
+  g_free(levels);
+  vips_area_unref(VIPS_AREA(file));
+  return pixels;
+}
+
+}  // namespace
+
+Bytes DrawGuidePage(const std::string& samples) {
+  if (VIPS_INIT("draw_dialog_art") != 0) throw std::runtime_error("libvips does not start");
+  Picture page(kGuidePageWidth, kGuidePageHeight);
+  FillBox(&page, 0, 0, page.width, page.height, kPaper);
+  try {
+    Write(&page, "Tessaline takes repeating patterns out of pictures", kTitleFont, kMargin, 10, Align::kLeft,
+          kText);
+    DrawSteps(&page, samples, 40);
+    FillBox(&page, kMargin, 268, page.width - 2 * kMargin, 1, kRule);
+    DrawSliders(&page, samples, 278);
+    return PaletteBitmapFile(Quantised(page), page.width, page.height);
+  } catch (const vips::VError& error) {
+    throw std::runtime_error(error.what());
+  }
+}
+
+}  // namespace tessaline::art
