@@ -1,0 +1,384 @@
+#include "dialog/spectrum_painting.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "buffers/buffer_table.h"
+#include "buffers/pixel_conversion.h"
+#include "buffers/result_codes.h"
+#include "platform/memory.h"
+
+namespace tessaline {
+namespace {
+
+constexpr HighlightColor kRed = {255, 0, 0};
+constexpr HighlightColor kCyan = {0, 255, 255};
+constexpr int kCells = 512;
+using Painter = int32_t (*)(const SpectrumSource&, float, HighlightColor);
+constexpr Painter kPainters[] = {PaintFlatSpectrum, PaintSpectrum3D};
+
+struct View {
+  int width, height;
+  std::vector<uint8_t> bytes;
+  const uint8_t* At(int x, int y) const { return &bytes[(static_cast<size_t>(y) * width + x) * 3]; }
+  bool operator==(const View&) const = default;
+};
+
+class SpectrumPaintingTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ResetBufferTable();
+    MakeInputs(kCells, kCells);
+  }
+  void TearDown() override { ClearAllocationFailure(); }
+
+  void MakeInputs(int width, int height) {
+    ASSERT_EQ(kSuccess, spectrum_.Create("spectrum", width, height, 1));
+    ASSERT_EQ(kSuccess, mask_.Create("mask", width, height, 1));
+  }
+  uint8_t& Level(int x, int y) { return BufferRow(spectrum_.slot(), y)[x]; }
+  uint8_t& Mask(int x, int y) { return BufferRow(mask_.slot(), y)[x]; }
+  uint8_t Random() { return static_cast<uint8_t>((random_ = random_ * 1664525u + 1013904223u) >> 24); }
+  void Scatter() {
+    const BufferShape shape = ShapeOf(spectrum_.slot());
+    for (int y = 0; y < shape.height; ++y) {
+      for (int x = 0; x < shape.width; ++x) {
+        Level(x, y) = Random();
+        Mask(x, y) = Random() < 128 ? 0 : Random();
+      }
+    }
+  }
+  void FillLevels(int base, int noise) {
+    for (int y = 0; y < kCells; ++y) {
+      for (int x = 0; x < kCells; ++x)
+        Level(x, y) = static_cast<uint8_t>(base + Random() * noise / 256 + Random() * noise / 256);
+    }
+  }
+  void MarkNotch(int centreX, int centreY) {
+    for (int y = -8; y <= 8; ++y) {
+      for (int x = -8; x <= 8; ++x)
+        if (x * x + y * y <= 64) Mask(centreX + x, centreY + y) = 255;
+    }
+  }
+
+  // The painted view; whatever a painter leaves unwritten keeps the filling.
+  View Paint(Painter paint, int width, int height, float scale, HighlightColor highlight, float protection,
+             uint8_t filling = 0xA5) {
+    OwnedBuffer view;
+    EXPECT_EQ(kSuccess, view.Create("view", width, height, 3));
+    View painted{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height * 3)};
+    std::memset(BufferRow(view.slot(), 0), filling, painted.bytes.size());
+    const int32_t before = liveBufferCount;
+    EXPECT_EQ(kSuccess, paint({spectrum_.slot(), mask_.slot(), view.slot(), protection}, scale, highlight));
+    EXPECT_EQ(before, liveBufferCount);
+    std::memcpy(painted.bytes.data(), BufferRow(view.slot(), 0), painted.bytes.size());
+    return painted;
+  }
+  View Paint3D(HighlightColor highlight, float protection) {
+    return Paint(PaintSpectrum3D, 351, 351, 351 / 512.0f, highlight, protection);
+  }
+
+  OwnedBuffer spectrum_, mask_;
+  uint32_t random_ = 1;
+};
+
+// Where the pixels that a test asks for lie, and how many there are.
+struct Found {
+  int count = 0, top = 1 << 20;
+  double meanX = 0, meanY = 0;
+};
+template <typename Wanted>
+Found Find(const View& view, Wanted wanted) {
+  Found found;
+  for (int y = 0; y < view.height; ++y) {
+    for (int x = 0; x < view.width; ++x) {
+      if (!wanted(view.At(x, y))) continue;
+      ++found.count;
+      found.top = std::min(found.top, y);
+      found.meanX += x;
+      found.meanY += y;
+    }
+  }
+  if (found.count > 0) found.meanX /= found.count, found.meanY /= found.count;
+  return found;
+}
+bool IsReddish(const uint8_t* pixel) {
+  return pixel[0] > pixel[1] + 60 && pixel[0] > pixel[2] + 60;
+}
+bool IsBluish(const uint8_t* pixel) {
+  return pixel[2] > pixel[0] + 60 && pixel[2] > pixel[1] + 60;
+}
+bool IsSurface(const uint8_t* pixel) {
+  return std::max({pixel[0], pixel[1], pixel[2]}) > 60;
+}
+
+// ---- flat ----
+
+// The rule in its own words: which cells the disc's chords hold, and what an unprotected pixel is.
+bool IsInDisc(int x, int y, float protection) {
+  const float radius = 256 / protection;
+  const float squared = radius * radius - static_cast<float>((y - 256) * (y - 256));
+  if (squared <= 0) return false;
+  const int reach = std::min(static_cast<int>(std::sqrt(squared)), 255);
+  return x >= 256 - reach && x <= 256 + reach;
+}
+int Blended(int level, int mask, int color) {
+  const float unit = static_cast<float>(level) * 0.003921569f;
+  return static_cast<int>((unit * static_cast<float>(color) + 2.0f * static_cast<float>(mask)) / 3.0f);
+}
+
+TEST_F(SpectrumPaintingTest, FlatIsOnePartSpectrumAndTwoPartsMaskOutsideTheDisc) {
+  Scatter();
+  for (const HighlightColor highlight :
+       {kRed, kCyan, HighlightColor{37, 200, 91}, HighlightColor{255, 255, 255}}) {
+    for (const float protection : {1.0f, 8.0f, 33.3f, 128.0f}) {
+      const View view = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, highlight, protection);
+      int wrong = 0;
+      for (int y = 0; y < kCells; ++y) {
+        for (int x = 0; x < kCells; ++x) {
+          if (IsInDisc(x, y, protection)) continue;
+          const int colors[3] = {highlight.red, highlight.green, highlight.blue};
+          for (int c = 0; c < 3; ++c)
+            wrong += view.At(x, y)[c] != Blended(Level(x, y), Mask(x, y), colors[c]);
+        }
+      }
+      EXPECT_EQ(0, wrong) << "protection " << protection;
+    }
+  }
+}
+
+TEST_F(SpectrumPaintingTest, FlatShowsTheDiscInItsColourAndNothingElseInIt) {
+  for (int y = 0; y < kCells; ++y)
+    for (int x = 0; x < kCells; ++x) Level(x, y) = Random();
+  for (const float protection : {1.0f, 8.0f, 128.0f}) {
+    const View red = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, kRed, protection);
+    const View cyan = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, kCyan, protection);
+    int wrong = 0;
+    for (int y = 0; y < kCells; ++y) {
+      for (int x = 0; x < kCells; ++x) {
+        const uint8_t *besideRed = red.At(x, y), *besideCyan = cyan.At(x, y);
+        wrong += IsInDisc(x, y, protection) != (besideRed[2] > besideRed[0]);
+        wrong += IsInDisc(x, y, protection) != (besideCyan[0] > besideCyan[2]);
+      }
+    }
+    EXPECT_EQ(0, wrong) << "protection " << protection;
+  }
+  for (const float noProtection : {0.0f, -8.0f, std::numeric_limits<float>::quiet_NaN()}) {
+    const View view = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, kRed, noProtection);
+    EXPECT_EQ(0, Find(view, [](const uint8_t* pixel) { return pixel[2] > 0; }).count);
+  }
+}
+
+TEST_F(SpectrumPaintingTest, FlatStandsAtTheTopLeftByTheScaleAndIsBlackBeyond) {
+  Scatter();
+  const float scale = 200 / 512.0f;
+  const View life = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, kRed, 8);
+  const View view = Paint(PaintFlatSpectrum, 200, 260, scale, kRed, 8);
+  for (int y = 0; y < 260; ++y) {
+    for (int x = 0; x < 200; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        const int expected =
+            y < 200 ? life.At(static_cast<int>((x + 0.5) * 2.56), static_cast<int>((y + 0.5) * 2.56))[c] : 0;
+        ASSERT_EQ(expected, view.At(x, y)[c]) << x << ", " << y;
+      }
+    }
+  }
+}
+
+// ---- both ----
+
+TEST_F(SpectrumPaintingTest, EveryKindShowsTheSamePictureAsBytes) {
+  Scatter();
+  const int32_t bytesSpectrum = spectrum_.slot(), bytesMask = mask_.slot();
+  for (const Painter paint : kPainters) {
+    const View expected = Paint(paint, 100, 100, 100 / 512.0f, kRed, 8);
+    for (const int32_t spectrumKind : {1, 2, 3, 4, 6, 12}) {
+      for (const int32_t maskKind : {1, 2, 4}) {
+        OwnedBuffer spectrum, mask, view;
+        spectrum.Create("spectrum", kCells, kCells, spectrumKind);
+        mask.Create("mask", kCells, kCells, maskKind);
+        view.Create("view", 100, 100, 3);
+        ASSERT_EQ(kSuccess, ConvertBuffer(bytesSpectrum, spectrum.slot()));
+        ASSERT_EQ(kSuccess, ConvertBuffer(bytesMask, mask.slot()));
+        ASSERT_EQ(kSuccess, paint({spectrum.slot(), mask.slot(), view.slot(), 8}, 100 / 512.0f, kRed));
+        int largest = 0;
+        for (size_t i = 0; i < expected.bytes.size(); ++i)
+          largest = std::max(largest, std::abs(expected.bytes[i] - BufferRow(view.slot(), 0)[i]));
+        EXPECT_LE(largest, 2) << "kind " << spectrumKind * 100 + maskKind;
+      }
+    }
+  }
+}
+
+TEST_F(SpectrumPaintingTest, RefusalsLeaveTheViewAlone) {
+  OwnedBuffer view, complexGrid, rgbGrid;
+  view.Create("view", 50, 50, 3);
+  complexGrid.Create("complex", kCells, kCells, 8);
+  rgbGrid.Create("rgb", kCells, kCells, 3);
+  const int32_t spectrum = spectrum_.slot(), mask = mask_.slot();
+  const float infinity = std::numeric_limits<float>::infinity();
+  const struct {
+    SpectrumSource source;
+    float scale;
+    int32_t result;
+  } cases[] = {
+      {{0, mask, view.slot(), 8}, 0.1f, kInvalidSlotOrFile},
+      {{spectrum, 5000, view.slot(), 8}, 0.1f, kInvalidSlotOrFile},
+      {{spectrum, mask, -1, 8}, 0.1f, kInvalidSlotOrFile},
+      {{complexGrid.slot(), mask, view.slot(), 8}, 0.1f, kUnknownPixelKind},
+      {{spectrum, rgbGrid.slot(), view.slot(), 8}, 0.1f, kUnknownPixelKind},
+      {{spectrum, mask, mask, 8}, 0.1f, kUnknownPixelKind},
+      {{spectrum, mask, view.slot(), 8}, 0.0f, kUnequalSizes},
+      {{spectrum, mask, view.slot(), 8}, -1.0f, kUnequalSizes},
+      {{spectrum, mask, view.slot(), 8}, infinity, kUnequalSizes},
+      {{spectrum, mask, view.slot(), 8}, infinity - infinity, kUnequalSizes},
+  };
+  std::memset(BufferRow(view.slot(), 0), 77, 50 * 50 * 3);
+  const auto isUntouched = [&] {
+    const uint8_t* const bytes = BufferRow(view.slot(), 0);
+    return std::all_of(bytes, bytes + 50 * 50 * 3, [](uint8_t byte) { return byte == 77; });
+  };
+  for (const Painter paint : kPainters) {
+    for (const auto& refused : cases) EXPECT_EQ(refused.result, paint(refused.source, refused.scale, kRed));
+    // Memory that runs out at any point: told, and nothing left behind.
+    const int32_t before = liveBufferCount;
+    int32_t result = kOutOfMemory;
+    for (int allocations = 0; result == kOutOfMemory; ++allocations) {
+      ASSERT_LT(allocations, 50);
+      EXPECT_TRUE(isUntouched());
+      FailAllocationAfter(allocations);
+      result = paint({spectrum, mask, view.slot(), 8}, 0.1f, kRed);
+      ClearAllocationFailure();
+      EXPECT_EQ(before, liveBufferCount);
+    }
+    EXPECT_EQ(kSuccess, result);
+    std::memset(BufferRow(view.slot(), 0), 77, 50 * 50 * 3);
+  }
+}
+
+TEST_F(SpectrumPaintingTest, EveryPixelIsPaintedWhateverTheSizes) {
+  constexpr struct {
+    int width, height;
+  } kSpectra[] = {{512, 512}, {1, 1}, {2, 1}, {3, 700}, {700, 3}, {255, 257}},
+    kViews[] = {{1, 1}, {2, 3}, {17, 5}, {5, 170}, {351, 351}, {300, 200}};
+  for (const auto& spectrum : kSpectra) {
+    MakeInputs(spectrum.width, spectrum.height);
+    Scatter();
+    // A mask that does not cover the spectrum.
+    if (spectrum.width == 255) {
+      ASSERT_EQ(kSuccess, mask_.Create("mask", 100, 300, 1));
+    }
+    for (const auto& view : kViews) {
+      for (const float scale : {1e-30f, 0.01f, static_cast<float>(view.width) / 512, 3.0f, 1e30f}) {
+        for (const Painter paint : kPainters) {
+          for (const float protection : {8.0f, 1e-30f}) {
+            EXPECT_EQ(Paint(paint, view.width, view.height, scale, kCyan, protection, 0x00),
+                      Paint(paint, view.width, view.height, scale, kCyan, protection, 0xFF));
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(ProtectColor, IsBlueBesideRedAndRedBesideCyanAndFarFromEveryColour) {
+  const auto isColor = [](HighlightColor color, int red, int green, int blue) {
+    return color.red == red && color.green == green && color.blue == blue;
+  };
+  EXPECT_TRUE(isColor(ProtectColor(kRed), 0, 0, 255));
+  EXPECT_TRUE(isColor(ProtectColor(kCyan), 255, 0, 0));
+  EXPECT_TRUE(isColor(ProtectColor({0, 0, 255}), 255, 0, 0));
+  EXPECT_TRUE(isColor(ProtectColor({255, 0, 255}), 0, 255, 0));
+  for (int red = 0; red < 256; red += 15) {
+    for (int green = 0; green < 256; green += 15) {
+      for (int blue = 0; blue < 256; blue += 15) {
+        const HighlightColor protect = ProtectColor(
+            {static_cast<uint8_t>(red), static_cast<uint8_t>(green), static_cast<uint8_t>(blue)});
+        const int apart =
+            std::abs(protect.red - red) + std::abs(protect.green - green) + std::abs(protect.blue - blue);
+        ASSERT_GE(apart, 200) << red << ", " << green << ", " << blue;
+        ASSERT_EQ(255, std::max({protect.red, protect.green, protect.blue}));
+      }
+    }
+  }
+}
+
+// ---- 3D ----
+
+TEST_F(SpectrumPaintingTest, SurfaceRisesWithTheLevel) {
+  int lastTop = 1 << 20;
+  for (const int level : {60, 100, 150, 200, 255}) {
+    FillLevels(50, 0);
+    Level(256, 50) = static_cast<uint8_t>(level);
+    const int top = Find(Paint3D(kRed, 8), IsSurface).top;
+    EXPECT_LT(top, lastTop) << "level " << level;
+    lastTop = top;
+  }
+  EXPECT_LT(lastTop, 40);  // the highest level at the back nearly reaches the view's top
+}
+
+TEST_F(SpectrumPaintingTest, SurfaceShowsPeaksAndCalmsNoise) {
+  FillLevels(80, 0);
+  const int levelTop = Find(Paint3D(kRed, 0), IsSurface).top;
+  FillLevels(60, 40);
+  const int noisyTop = Find(Paint3D(kRed, 0), IsSurface).top;
+  EXPECT_LT(levelTop - noisyTop, 25);
+  Level(256, 50) = 220;
+  EXPECT_LT(Find(Paint3D(kRed, 0), IsSurface).top, noisyTop - 50);
+}
+
+TEST_F(SpectrumPaintingTest, SurfaceShowsNotchesInTheHighlightColourWhereTheyAre) {
+  FillLevels(60, 20);
+  EXPECT_EQ(0, Find(Paint3D(kRed, 0), IsReddish).count);
+  const auto notchAt = [&](int x, int y) {
+    ClearBuffer(mask_.slot());
+    MarkNotch(x, y);
+    return Find(Paint3D(kRed, 0), IsReddish);
+  };
+  const Found left = notchAt(100, 256), right = notchAt(400, 256);
+  const Found back = notchAt(256, 100), front = notchAt(256, 400);
+  for (const Found* notch : {&left, &right, &back, &front}) EXPECT_GT(notch->count, 30);
+  EXPECT_LT(left.meanX + 100, right.meanX);
+  EXPECT_NEAR(left.meanY, right.meanY, 3);
+  EXPECT_LT(back.meanY + 80, front.meanY);
+  EXPECT_LT(back.count, front.count);  // nearer is larger
+
+  MarkNotch(100, 256);
+  EXPECT_EQ(0, Find(Paint3D(kCyan, 0), IsReddish).count);
+}
+
+TEST_F(SpectrumPaintingTest, SurfaceShowsTheDiscInTheProtectColour) {
+  FillLevels(60, 20);
+  const int small = Find(Paint3D(kRed, 16), IsBluish).count;
+  const int large = Find(Paint3D(kRed, 4), IsBluish).count;
+  EXPECT_GT(small, 100);
+  EXPECT_NEAR(16.0, static_cast<double>(large) / small, 5.0);
+  EXPECT_GT(Find(Paint3D(kCyan, 16), IsReddish).count, 100);
+}
+
+TEST_F(SpectrumPaintingTest, SurfaceFillsTheMiddleOfAnyView) {
+  FillLevels(60, 20);
+  constexpr struct { int width, height; } kViews[] = {{351, 351}, {700, 700}, {600, 300}, {200, 400}};
+  for (const auto& size : kViews) {
+    const View view =
+        Paint(PaintSpectrum3D, size.width, size.height, static_cast<float>(size.width) / 512, kRed, 8);
+    const int side = std::min(size.width, size.height);
+    const Found surface = Find(view, IsSurface);
+    EXPECT_GT(surface.count, side * side * 4 / 10);
+    EXPECT_NEAR(surface.meanX, size.width / 2.0, side * 0.05);
+    // Background in the corners, and it is one colour.
+    for (const int x : {0, size.width - 1})
+      for (const int y : {0, size.height - 1})
+        EXPECT_TRUE(std::equal(view.At(x, y), view.At(x, y) + 3, view.At(0, 0)));
+    EXPECT_FALSE(IsSurface(view.At(0, 0)));
+  }
+}
+
+}  // namespace
+}  // namespace tessaline
