@@ -243,14 +243,15 @@ constexpr const char* kBodyFont = "DejaVu Sans 11";
 
 // --- the page ---
 
-constexpr int kMargin = 12;
-constexpr int kLine = 15;  // pixels from line to line
+constexpr int kLine = 15;       // pixels from line to line
+constexpr int kHeadAbove = 20;  // from the top of a head to the panel below it
+constexpr int kTextBelow = 5;   // from a panel to the text below it
 
 struct Step {
   const char* head;
   const char* lines[2];
 };
-constexpr Step kSteps[] = {
+constexpr Step kSteps[kGuideSteps] = {
     {"Before", {"A print with its", "halftone dots"}},
     {"Its power spectrum", {"What repeats stands", "out as bright peaks"}},
     {"What is removed", {"Red is taken out,", "blue is protected"}},
@@ -263,11 +264,11 @@ struct Slider {
   const char* lines[2];
   float values[2][3];  // acceptance, notch radius, protection radius
 };
-constexpr Slider kSliders[] = {
+constexpr Slider kSliders[kGuideSliders] = {
     {"Low Frequency Protection Radius",
      {"Bigger disc", "Smaller disc"},
      {"Nothing in the blue disc is removed:", "it holds the picture's own shapes."},
-     {{95, 6, 4}, {95, 6, 24}}},
+     {{95, 6, 2.5f}, {95, 6, 24}}},
     {"Pattern Frequency Acceptance",
      {"Lower", "Higher"},
      {"How weak a peak may be to count as", "pattern. Raise it until the pattern goes."},
@@ -278,71 +279,81 @@ constexpr Slider kSliders[] = {
      {{95, 3, 8}, {95, 12, 8}}},
 };
 
-void DrawSteps(Picture* page, const std::string& samples, int top) {
-  constexpr int kPanel = 168;
-  constexpr int kPitch = 184;
-  constexpr Frame kPart = {456, 32, kPanel};  // of the sample, in its own size
-  constexpr double kCells = 256;
-  const Run run = RunOn(samples + "/newsprint.png", 95, 6, 8);
-
-  Picture peaks = Scaled(DrawSpectrum(run, false), MiddleOfSpectrum(kCells), kPanel);
-  const double scale = kPanel / kCells;
-  for (const Point& middle : Notches(run.mask)) {
-    const Frame shown = MiddleOfSpectrum(kCells);
-    DrawRing(&peaks, (middle.x + 0.5 - shown.left) * scale, (middle.y + 0.5 - shown.top) * scale, 9, 1.6,
-             kMark);
-  }
-  const Picture panels[] = {Scaled(run.before, kPart, kPanel), peaks,
-                            Scaled(DrawSpectrum(run, true), MiddleOfSpectrum(kCells), kPanel),
-                            Scaled(run.after, kPart, kPanel)};
-  for (int i = 0; i < 4; ++i) {
-    const int left = kMargin + i * kPitch;
-    const double middle = left + kPanel / 2.0;
-    Write(page, std::to_string(i + 1) + "  " + kSteps[i].head, kHeadFont, left, top, Align::kLeft, kText);
-    Place(page, panels[i], left, top + 20);
-    for (int line = 0; line < 2; ++line) {
-      Write(page, kSteps[i].lines[line], kBodyFont, middle, top + 20 + kPanel + 5 + line * kLine,
-            Align::kMiddle, kSoftText);
-    }
-    if (i == 0) continue;
-    // An arrow head in the gap before the panel.
-    const double gapMiddle = left - (kPitch - kPanel) / 2.0;
-    const double y = top + 20 + kPanel / 2.0;
-    const auto head =
-        Polygon(std::array<Point, 3>{{{gapMiddle - 4, y - 7}, {gapMiddle + 5, y}, {gapMiddle - 4, y + 7}}});
-    for (int row = static_cast<int>(y) - 8; row <= y + 8; ++row) {
-      for (int column = static_cast<int>(gapMiddle) - 6; column <= gapMiddle + 6; ++column) {
-        int hits = 0;
-        for (int look = 0; look < 64; ++look)
-          hits += head(column + (look % 8 + 0.5) / 8, row + (look / 8 + 0.5) / 8);
-        Cover(page->At(column, row), kArrow, hits / 64.0);
+// An arrow head that points to the panel from the middle of the gap before it.
+void DrawArrow(Picture* page, const GuidePanel& panel, int gap) {
+  const double x = panel.left - gap / 2.0;
+  const double y = panel.top + panel.side / 2.0;
+  const auto head = Polygon(std::array<Point, 3>{{{x - 4, y - 7}, {x + 5, y}, {x - 4, y + 7}}});
+  constexpr int kReach = 8;
+  constexpr int kLooksPerSide = 8;  // of a pixel
+  for (int row = static_cast<int>(y) - kReach; row < y + kReach; ++row) {
+    for (int column = static_cast<int>(x) - kReach; column < x + kReach; ++column) {
+      int hits = 0;
+      for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
+        hits += head(column + (look % kLooksPerSide + 0.5) / kLooksPerSide,
+                     row + (look / kLooksPerSide + 0.5) / kLooksPerSide);
       }
+      Cover(page->At(column, row), kArrow, static_cast<double>(hits) / (kLooksPerSide * kLooksPerSide));
     }
   }
 }
 
-void DrawSliders(Picture* page, const std::string& samples, int top) {
-  constexpr int kPanel = 104;
-  constexpr int kPitch = 246;
-  constexpr int kGap = 12;
-  constexpr double kCells = 240;
-  for (int i = 0; i < 3; ++i) {
+// The spectrum with a ring around every peak that is taken out.
+Picture DrawPeaks(const Run& run, const Frame& shown, int side) {
+  Picture picture = Scaled(DrawSpectrum(run, false), shown, side);
+  const double scale = side / shown.side;
+  for (const Point& middle : Notches(run.mask)) {
+    DrawRing(&picture, (middle.x + 0.5 - shown.left) * scale, (middle.y + 0.5 - shown.top) * scale, 9, 1.6,
+             kMark);
+  }
+  return picture;
+}
+
+void DrawSteps(Picture* page, const std::string& samples) {
+  constexpr int kSide = StepPanel(0).side;
+  constexpr int kGap = StepPanel(1).left - StepPanel(0).left - kSide;
+  constexpr Frame kPart = {456, 32, kSide};  // of the sample, in its own size
+  const Frame cells = MiddleOfSpectrum(256);
+  const Run run = RunOn(samples + "/newsprint.png", 95, 6, 8);
+  const Picture pictures[kGuideSteps] = {Scaled(run.before, kPart, kSide), DrawPeaks(run, cells, kSide),
+                                         Scaled(DrawSpectrum(run, true), cells, kSide),
+                                         Scaled(run.after, kPart, kSide)};
+  for (int i = 0; i < kGuideSteps; ++i) {
+    const GuidePanel panel = StepPanel(i);
+    Write(page, std::to_string(i + 1) + "  " + kSteps[i].head, kHeadFont, panel.left, panel.top - kHeadAbove,
+          Align::kLeft, kText);
+    Place(page, pictures[i], panel.left, panel.top);
+    for (int line = 0; line < 2; ++line) {
+      Write(page, kSteps[i].lines[line], kBodyFont, panel.left + kSide / 2.0,
+            panel.top + kSide + kTextBelow + line * kLine, Align::kMiddle, kSoftText);
+    }
+    if (i > 0) DrawArrow(page, panel, kGap);
+  }
+}
+
+void DrawSliders(Picture* page, const std::string& samples) {
+  const Frame cells = MiddleOfSpectrum(240);
+  for (int i = 0; i < kGuideSliders; ++i) {
     const Slider& slider = kSliders[i];
-    const int left = kMargin + i * kPitch;
-    Write(page, slider.head, kHeadFont, left, top, Align::kLeft, kText);
+    const GuidePanel first = SliderPanel(i, 0);
+    const int textTop = first.top + first.side + kTextBelow;
+    Write(page, slider.head, kHeadFont, first.left, first.top - kHeadAbove, Align::kLeft, kText);
     for (int end = 0; end < 2; ++end) {
+      const GuidePanel panel = SliderPanel(i, end);
       const float(&values)[3] = slider.values[end];
       const Run run = RunOn(samples + "/rosette.png", values[0], values[1], values[2]);
-      const int panelLeft = left + end * (kPanel + kGap);
-      Place(page, Scaled(DrawSpectrum(run, true), MiddleOfSpectrum(kCells), kPanel), panelLeft, top + 20);
-      Write(page, slider.ends[end], kBodyFont, panelLeft + kPanel / 2.0, top + 20 + kPanel + 4,
-            Align::kMiddle, kText);
+      Place(page, Scaled(DrawSpectrum(run, true), cells, panel.side), panel.left, panel.top);
+      Write(page, slider.ends[end], kBodyFont, panel.left + panel.side / 2.0, textTop, Align::kMiddle, kText);
     }
     for (int line = 0; line < 2; ++line) {
-      Write(page, slider.lines[line], kBodyFont, left, top + 20 + kPanel + 22 + line * kLine, Align::kLeft,
+      Write(page, slider.lines[line], kBodyFont, first.left, textTop + 18 + line * kLine, Align::kLeft,
             kSoftText);
     }
   }
+}
+
+void DrawRule(Picture* page, int y) {
+  FillBox(page, kGuideMargin, y, page->width - 2 * kGuideMargin, 1, kRule);
 }
 
 // To as many colours as a palette holds.
@@ -370,12 +381,17 @@ Bytes DrawGuidePage(const std::string& samples) {
   Picture page(kGuidePageWidth, kGuidePageHeight);
   FillBox(&page, 0, 0, page.width, page.height, kPaper);
   try {
-    Write(&page, "Tessaline takes repeating patterns out of pictures", kTitleFont, kMargin, 10, Align::kLeft,
-          kText);
-    DrawSteps(&page, samples, 40);
-    FillBox(&page, kMargin, 268, page.width - 2 * kMargin, 1, kRule);
-    DrawSliders(&page, samples, 278);
-    return PaletteBitmapFile(Quantised(page), page.width, page.height);
+    Write(&page, "Tessaline takes repeating patterns out of pictures", kTitleFont, kGuideMargin, 8,
+          Align::kLeft, kText);
+    DrawSteps(&page, samples);
+    DrawRule(&page, 262);
+    DrawSliders(&page, samples);
+    DrawRule(&page, 455);
+    Write(&page, "Drag the picture to move it, + and - zoom. A click on the spectrum shows it in 3D.",
+          kBodyFont, kGuideMargin, 461, Align::kLeft, kSoftText);
+    const Bytes file = PaletteBitmapFile(Quantised(page), page.width, page.height);
+    if (file.empty()) throw std::runtime_error("this libvips does not reduce pictures to a palette");
+    return file;
   } catch (const vips::VError& error) {
     throw std::runtime_error(error.what());
   }
