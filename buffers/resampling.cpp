@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "buffers/buffer_table.h"
+#include "buffers/pixel_conversion.h"
 #include "buffers/result_codes.h"
 #include "platform/memory.h"
 
@@ -69,13 +70,18 @@ int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float z
   const BufferShape destination = ShapeOf(destinationSlot);
   if (source.width == 0 || destination.width == 0) return kInvalidSlotOrFile;
   const PixelPicker pick = FindPixelPicker(source.bytesPerPixel);
-  if (source.bytesPerPixel != destination.bytesPerPixel || pick == nullptr || !std::isfinite(offsetX) ||
-      !std::isfinite(offsetY) || !std::isfinite(zoom) || !(zoom > 0.0f)) {
+  const bool isSameKind = source.bytesPerPixel == destination.bytesPerPixel;
+  const RowConverter convert =
+      isSameKind ? nullptr : FindRowConverter(source.bytesPerPixel * 100 + destination.bytesPerPixel);
+  if (pick == nullptr || (!isSameKind && convert == nullptr)) return kUnknownPixelKind;
+  if (!std::isfinite(offsetX) || !std::isfinite(offsetY) || !std::isfinite(zoom) || !(zoom > 0.0f)) {
     return kUnequalSizes;
   }
   const auto columns = SourceIndices(destination.width, source.width, offsetX, zoom);
   const auto rows = SourceIndices(destination.height, source.height, offsetY, zoom);
-  if (!columns || !rows) return kOutOfMemory;
+  const auto picked = AllocateBlock<uint8_t>(
+      isSameKind ? 0 : static_cast<size_t>(destination.width) * static_cast<size_t>(source.bytesPerPixel));
+  if (!columns || !rows || !picked) return kOutOfMemory;
 
   const size_t rowBytes = static_cast<size_t>(destination.width) * destination.bytesPerPixel;
   for (int32_t y = 0; y < destination.height; ++y) {
@@ -84,8 +90,11 @@ int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float z
       std::memset(row, 0, rowBytes);
     } else if (y > 0 && rows[y] == rows[y - 1]) {
       std::memcpy(row, BufferRow(destinationSlot, y - 1), rowBytes);
-    } else {
+    } else if (isSameKind) {
       pick(BufferRow(sourceSlot, rows[y]), columns.get(), destination.width, row);
+    } else {
+      pick(BufferRow(sourceSlot, rows[y]), columns.get(), destination.width, picked.get());
+      convert(picked.get(), row, destination.width);
     }
   }
   MarkDirty(destinationSlot);

@@ -11,9 +11,10 @@ namespace tessaline {
 // zoom): pixels stay square-edged when magnified, so that a viewer sees what is in the picture. Points
 // outside the source show 0.
 //
-// Every kind works as long as both buffers have the same bytes per pixel. Returns 0, destination dirty;
-// kInvalidSlotOrFile when a slot holds no buffer; kUnequalSizes when the kinds differ or the zoom is not a
-// positive finite number or an offset is not finite. Nothing is changed on an error.
+// Two different kinds are converted as ConvertBuffer does; every size of pixel works between buffers of the
+// same one. Returns 0, destination dirty; kInvalidSlotOrFile when a slot holds no buffer; kUnknownPixelKind
+// for two sizes of pixel that are not both kinds; kUnequalSizes when the zoom is not a positive finite number
+// or an offset is not finite; kOutOfMemory. Nothing is changed on an error.
 int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float zoom, int32_t destinationSlot);
 
 }  // namespace tessaline

@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "buffers/pixel_conversion.h"
 #include "buffers/result_codes.h"
 
 namespace tessaline {
@@ -51,11 +53,30 @@ TEST_F(ResamplingTest, MovesWholePixelsOfEveryKind) {
   }
 }
 
-TEST_F(ResamplingTest, RefusesUnequalKindsAndSenselessZooms) {
-  OwnedBuffer gray, rgb;
+TEST_F(ResamplingTest, ConvertsBetweenKindsAsTheConversionDoes) {
+  OwnedBuffer source, view;
+  source.Create("source", 2, 1, kRgb8);
+  const uint8_t pixels[] = {10, 20, 60, 200, 201, 202};
+  WriteBufferRow(source.slot(), 0, 0, sizeof pixels, pixels);
+  view.Create("view", 4, 2, kGray8);
+  ASSERT_EQ(kSuccess, ResampleBuffer(source.slot(), 0, 0, 2.0f, view.slot()));
+  EXPECT_EQ((std::vector<int>{30, 30, 201, 201}), Row(view.slot(), 0));
+  EXPECT_EQ(Row(view.slot(), 0), Row(view.slot(), 1));
+  for (const int32_t kind : {kGray16, kGrayFloat, kRgb16}) {
+    OwnedBuffer converted, resampled;
+    converted.Create("converted", 2, 1, kind);
+    resampled.Create("resampled", 2, 1, kind);
+    ASSERT_EQ(kSuccess, ConvertBuffer(source.slot(), converted.slot()));
+    ASSERT_EQ(kSuccess, ResampleBuffer(source.slot(), 0, 0, 1.0f, resampled.slot()));
+    EXPECT_EQ(Row(converted.slot(), 0), Row(resampled.slot(), 0)) << kind;
+  }
+}
+
+TEST_F(ResamplingTest, RefusesUnknownKindsAndSenselessZooms) {
+  OwnedBuffer gray, other;
   gray.Create("gray", 2, 2, 1);
-  rgb.Create("rgb", 2, 2, 3);
-  EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, 1, rgb.slot()));
+  other.Create("other", 2, 2, 16);
+  EXPECT_EQ(kUnknownPixelKind, ResampleBuffer(gray.slot(), 0, 0, 1, other.slot()));
   EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, 0, gray.slot()));
   EXPECT_EQ(kUnequalSizes, ResampleBuffer(gray.slot(), 0, 0, __builtin_nanf(""), gray.slot()));
   EXPECT_EQ(kInvalidSlotOrFile, ResampleBuffer(0, 0, 0, 1, gray.slot()));
