@@ -29,4 +29,8 @@ int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, con
 // bytes per pixel (or the spectrum not of 8).
 int32_t ApplySpectrumMask(int32_t spectrumSlot, int32_t maskSlot);
 
+// The same with the result in another buffer (8 bytes per pixel, same size): bit for bit a copy of the
+// spectrum with ApplySpectrumMask on it, in one pass. The spectrum is left as it is.
+int32_t CopyMaskedSpectrum(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot);
+
 }  // namespace tessaline

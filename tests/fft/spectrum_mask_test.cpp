@@ -45,6 +45,33 @@ TEST(ApplySpectrumMask, GreyFactorsAreDoublesAndColourFactorsFloats) {
   EXPECT_EQ(-4.0f * (1.0f - 60000.0f * 1.0172526e-5f), (LeftBy<uint16_t>({10000, 30000, 20000})[1]));
 }
 
+TEST(CopyMaskedSpectrum, IsACopyWithTheMaskOnItWhereverTheNotchesStand) {
+  constexpr int32_t kWidth = 70;  // two stretches and a rest
+  constexpr size_t kRowBytes = kWidth * kGrayComplex;
+  OwnedBuffer spectrum, mask, copy;
+  ASSERT_EQ(0, spectrum.Create("spectrum", kWidth, kWidth, kGrayComplex));
+  ASSERT_EQ(0, mask.Create("mask", kWidth, kWidth, kGray8));
+  ASSERT_EQ(0, copy.Create("copy", kWidth, kWidth, kGrayComplex));
+  std::vector<float> before(2 * kWidth), wanted(2 * kWidth);
+  for (int32_t y = 0; y < kWidth; ++y) {  // row y: a notch in column y
+    BufferRow(mask.slot(), y)[y] = static_cast<uint8_t>(100 + y);
+    for (int32_t i = 0; i < 2 * kWidth; ++i) before[i] = static_cast<float>(i * y - 3000) / 7.0f;
+    WriteBufferRow(spectrum.slot(), 0, y, kRowBytes, before.data());
+  }
+  ASSERT_EQ(0, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), copy.slot()));
+  for (int32_t y = 0; y < kWidth; ++y) {
+    ReadBufferRow(spectrum.slot(), 0, y, kRowBytes, wanted.data());
+    EXPECT_EQ(static_cast<float>(2 * kWidth * y - y - 3000) / 7.0f, wanted.back());  // left as it was
+    for (const int32_t i : {2 * y, 2 * y + 1})
+      wanted[i] = static_cast<float>(wanted[i] * (1.0 - (100 + y) / 255.0));
+    EXPECT_EQ(0, std::memcmp(wanted.data(), BufferRow(copy.slot(), y), kRowBytes)) << y;
+  }
+  OwnedBuffer other;
+  ASSERT_EQ(0, other.Create("other", kWidth, kWidth - 1, kGrayComplex));
+  EXPECT_EQ(kUnequalSizes, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), other.slot()));
+  EXPECT_EQ(kUnequalSizes, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), mask.slot()));
+}
+
 TEST(ApplySpectrumMask, RefusesOtherSizesAndKindsAndChangesNothing) {
   OwnedBuffer spectrum;
   ASSERT_EQ(0, spectrum.Create("spectrum", 4, 4, kGrayComplex));
