@@ -23,7 +23,12 @@ struct FilterParameters {
   float protectionRadius;  // image pixels
   int32_t gray16Slot;      // the run's enhanced spectrum "PSPECgray16", for the dialog
   int32_t gray8Slot;       // the run's display spectrum "PSPECgray8", for the dialog
-  uint32_t spare[16];      // free for the dialog and the run
+  // The dialog's highlight colour: 0 red, 1 cyan, 2 other, and its components 0..255.
+  float highlightMode;
+  float highlightRed;
+  float highlightGreen;
+  float highlightBlue;
+  uint32_t spare[12];  // free for the dialog and the run
 };
 static_assert(sizeof(FilterParameters) == 84);
 
