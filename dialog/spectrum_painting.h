@@ -11,6 +11,8 @@ namespace tessaline {
 
 struct HighlightColor {
   uint8_t red, green, blue;
+
+  bool operator==(const HighlightColor&) const = default;
 };
 
 // Where the views come from and go to: slots of the buffer table, and the protection that the disc shows.

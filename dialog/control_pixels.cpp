@@ -1,0 +1,79 @@
+#include "dialog/control_pixels.h"
+
+#include <cstring>
+
+#include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "buffers/result_codes.h"
+
+namespace tessaline {
+
+namespace {
+
+// 16-bit levels to bytes, in a buffer of the control's own size and in a stretched one. The two differ from
+// each other and from the scale of buffers/levels.h in their last digits. Deliberate, keep both: every pixel
+// of a 16-bit preview depends on them, and the next one up or down moves whole levels.
+constexpr float kSameSizeScale = 0.0077821012f;
+constexpr float kStretchedScale = 0.007781982f;
+
+template <typename Sample>
+uint8_t ByteOf(Sample level, float scale) {
+  return sizeof(Sample) == 1 ? static_cast<uint8_t>(level) : StoreByte(static_cast<float>(level) * scale);
+}
+
+// `columns`: the source pixel that each control pixel shows.
+template <typename Sample, int kChannels>
+void DrawRow(const void* row, const int32_t* columns, int32_t width, float scale, uint8_t* pixels) {
+  const auto* const samples = static_cast<const Sample*>(row);
+  for (int32_t x = 0; x < width; ++x, pixels += kControlPixelBytes) {
+    const Sample* const pixel = samples + columns[x] * kChannels;
+    pixels[0] = ByteOf(pixel[kChannels - 1], scale);
+    pixels[1] = ByteOf(pixel[kChannels / 2], scale);
+    pixels[2] = ByteOf(pixel[0], scale);
+    pixels[3] = 0;
+  }
+}
+
+using RowDrawer = void (*)(const void* row, const int32_t* columns, int32_t width, float scale,
+                           uint8_t* pixels);
+
+RowDrawer FindRowDrawer(int32_t bytesPerPixel) {
+  switch (bytesPerPixel) {
+    case kGray8:
+      return DrawRow<uint8_t, 1>;
+    case kGray16:
+      return DrawRow<uint16_t, 1>;
+    case kRgb8:
+      return DrawRow<uint8_t, 3>;
+    case kRgb16:
+      return DrawRow<uint16_t, 3>;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* pixels) {
+  const BufferShape shape = ShapeOf(slot);
+  const RowDrawer draw = FindRowDrawer(shape.bytesPerPixel);
+  const size_t rowBytes = static_cast<size_t>(width) * kControlPixelBytes;
+  if (draw == nullptr) {
+    std::memset(pixels, 0, rowBytes * static_cast<size_t>(height));
+    return kSuccess;
+  }
+  const auto columns = AllocateBlock<int32_t>(static_cast<size_t>(width));
+  if (!columns) return kOutOfMemory;
+  for (int32_t x = 0; x < width; ++x) {
+    columns[x] = static_cast<int32_t>(int64_t{x} * shape.width / width);
+  }
+  const bool isSameSize = shape.width == width && shape.height == height;
+  const float scale = isSameSize ? kSameSizeScale : kStretchedScale;
+  for (int32_t y = 0; y < height; ++y) {
+    const auto sourceY = static_cast<int32_t>(int64_t{y} * shape.height / height);
+    draw(BufferRow(slot, sourceY), columns.get(), width, scale, pixels + static_cast<size_t>(y) * rowBytes);
+  }
+  return kSuccess;
+}
+
+}  // namespace tessaline

@@ -1,0 +1,18 @@
+// Buffers as the pixels that a window shows.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/memory.h"
+
+namespace tessaline {
+
+// 32 bits per pixel: blue, green, red, unused; rows from the top, packed.
+constexpr int32_t kControlPixelBytes = 4;
+
+// Shows the whole buffer in `width` x `height` pixels of `pixels`, stretched to fit (nearest pixel) where the
+// sizes differ. Kinds of 1, 2, 3 and 6 bytes per pixel; others, and a slot without a buffer, are black.
+// Returns 0 or kOutOfMemory, pixels unchanged.
+int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* pixels);
+
+}  // namespace tessaline

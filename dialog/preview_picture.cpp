@@ -1,0 +1,228 @@
+#include "dialog/preview_picture.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "buffers/buffer_table.h"
+#include "buffers/levels.h"
+#include "buffers/resampling.h"
+#include "buffers/result_codes.h"
+#include "dialog/preview_state.h"
+#include "dialog/spectrum_painting.h"
+#include "fft/fft_2d.h"
+#include "removal/notch_mask.h"
+#include "removal/peak_detection.h"
+
+namespace tessaline {
+
+namespace {
+
+// The source row that a row of the square shows; rows beyond the picture repeat its edge row.
+int32_t SourceRowOf(const PreviewState& state, int32_t squareRow) {
+  return std::clamp(state.panY.base - state.padY + squareRow, 0, state.panY.imageSize - 1);
+}
+
+// The source pixels of a row that stand behind the columns of the square, edge pixels repeated beyond the
+// picture, in the source's kind.
+const uint8_t* ReadSquareRow(const PreviewState& state, int32_t squareRow) {
+  const int32_t bytes = state.sourceBytesPerPixel;
+  const int32_t firstColumn = state.panX.base - state.padX;  // of the picture, at column 0 of the square
+  const int32_t first = std::clamp(-firstColumn, 0, kProxySquare - 1);
+  const int32_t last = std::clamp(state.panX.imageSize - 1 - firstColumn, first, kProxySquare - 1);
+  uint8_t* const row = state.rows.source.get();
+  ReadBufferRow(state.sourceSlot, (firstColumn + first) * bytes, SourceRowOf(state, squareRow),
+                (last - first + 1) * bytes, row + first * bytes);
+  for (int32_t x = 0; x < first; ++x) std::memcpy(row + x * bytes, row + first * bytes, bytes);
+  for (int32_t x = last + 1; x < kProxySquare; ++x) std::memcpy(row + x * bytes, row + last * bytes, bytes);
+  return row;
+}
+
+// --- kinds of the source ---
+
+// A row to one channel's complex values on the 16-bit scale; 8-bit samples are widened to whole levels.
+template <typename Sample, int kChannels>
+void SplitRow(const uint8_t* row, int32_t channel, float* values) {
+  const auto* sample = reinterpret_cast<const Sample*>(row) + channel;
+  for (int32_t x = 0; x < kProxySquare; ++x, sample += kChannels) {
+    if constexpr (sizeof(Sample) == 1) {
+      values[2 * x] = static_cast<float>(static_cast<int32_t>(static_cast<float>(*sample) * kByteToHost));
+    } else {
+      values[2 * x] = static_cast<float>(*sample);
+    }
+    values[2 * x + 1] = 0.0f;
+  }
+}
+
+// Pixels to RGB bytes.
+template <typename Sample, int kChannels>
+void ShowRow(const uint8_t* row, int32_t pixels, uint8_t* rgb) {
+  const auto* sample = reinterpret_cast<const Sample*>(row);
+  for (int32_t x = 0; x < pixels; ++x, sample += kChannels, rgb += 3) {
+    for (int32_t c = 0; c < 3; ++c) {
+      const Sample level = sample[kChannels == 1 ? 0 : c];
+      rgb[c] = sizeof(Sample) == 1 ? static_cast<uint8_t>(level)
+                                   : StoreByte(static_cast<float>(level) * kHostToByte);
+    }
+  }
+}
+
+struct PreviewKind {
+  int32_t bytesPerPixel;
+  int32_t channels;
+  void (*split)(const uint8_t* row, int32_t channel, float* values);
+  void (*show)(const uint8_t* row, int32_t pixels, uint8_t* rgb);
+};
+constexpr PreviewKind kPreviewKinds[] = {
+    {kGray8, 1, SplitRow<uint8_t, 1>, ShowRow<uint8_t, 1>},
+    {kGray16, 1, SplitRow<uint16_t, 1>, ShowRow<uint16_t, 1>},
+    {kRgb8, 3, SplitRow<uint8_t, 3>, ShowRow<uint8_t, 3>},
+    {kRgb16, 3, SplitRow<uint16_t, 3>, ShowRow<uint16_t, 3>},
+};
+
+const PreviewKind* FindPreviewKind(int32_t bytesPerPixel) {
+  for (const PreviewKind& kind : kPreviewKinds) {
+    if (kind.bytesPerPixel == bytesPerPixel) return &kind;
+  }
+  return nullptr;
+}
+
+// --- the proxy ---
+
+bool HasPicture(const PreviewState& state) {
+  return state.channels > 0 && state.rows.source && state.rows.output && state.buffers.proxy.slot() != 0;
+}
+
+void WriteUntouched(const PreviewState& state, int32_t slot) {
+  const PreviewKind& kind = *FindPreviewKind(state.sourceBytesPerPixel);
+  const int32_t width = state.panX.proxySize;
+  for (int32_t y = 0; y < state.panY.proxySize; ++y) {
+    const uint8_t* const row = ReadSquareRow(state, state.padY + y);
+    kind.show(row + state.padX * kind.bytesPerPixel, width, state.rows.output.get());
+    WriteBufferRow(slot, 0, y, width * 3, state.rows.output.get());
+  }
+}
+
+// The forward transforms of the square, made when the picture has moved.
+bool MakeSpectra(PreviewState& state) {
+  PreviewCache& cache = state.cache;
+  if (cache.hasSpectra && cache.baseX == state.panX.base && cache.baseY == state.panY.base) return true;
+  cache.hasSpectra = false;
+  const PreviewKind& kind = *FindPreviewKind(state.sourceBytesPerPixel);
+  constexpr int32_t kRowBytes = kProxySquare * 2 * static_cast<int32_t>(sizeof(float));
+  for (int32_t c = 0; c < kind.channels; ++c) {
+    if (!state.rows.channels[c] || state.buffers.spectra[c].slot() == 0) return false;
+  }
+  for (int32_t y = 0; y < kProxySquare; ++y) {
+    const uint8_t* const row = ReadSquareRow(state, y);
+    for (int32_t c = 0; c < kind.channels; ++c) {
+      auto* const values = reinterpret_cast<float*>(state.rows.channels[c].get());
+      kind.split(row, c, values);
+      WriteBufferRow(state.buffers.spectra[c].slot(), 0, y, kRowBytes, values);
+    }
+  }
+  for (int32_t c = 0; c < kind.channels; ++c) {
+    const int32_t slot = state.buffers.spectra[c].slot();
+    if (ForwardFft2D(slot, false, false, nullptr, 0, 0, 0) != kSuccess) return false;
+  }
+  cache.hasSpectra = true;
+  cache.baseX = state.panX.base;
+  cache.baseY = state.panY.base;
+  return true;
+}
+
+bool FilterSpectra(PreviewState& state) {
+  if (!state.cache.hasMask || !MakeSpectra(state)) return false;
+  for (int32_t c = 0; c < state.channels; ++c) {
+    const int32_t masked = state.buffers.maskedSpectra[c].slot();
+    if (CopyMaskedSpectrum(state.buffers.spectra[c].slot(), state.buffers.fullMask.slot(), masked) !=
+            kSuccess ||
+        InverseFft2D(masked, false, false, nullptr, 0, 0, 0) != kSuccess) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The visible window of the filtered square, back in bytes.
+void WriteFiltered(const PreviewState& state) {
+  const int32_t width = state.panX.proxySize;
+  for (int32_t y = 0; y < state.panY.proxySize; ++y) {
+    uint8_t* const rgb = state.rows.output.get();
+    for (int32_t c = 0; c < 3; ++c) {
+      const int32_t slot = state.buffers.maskedSpectra[std::min(c, state.channels - 1)].slot();
+      const auto* const values =
+          reinterpret_cast<const float*>(BufferRow(slot, state.padY + y)) + 2 * state.padX;
+      for (int32_t x = 0; x < width; ++x) rgb[3 * x + c] = StoreByte(values[2 * x] * kHostToByte);
+    }
+    WriteBufferRow(state.buffers.proxy.slot(), 0, y, width * 3, rgb);
+  }
+}
+
+void MakeProxy(PreviewState& state) {
+  if (!HasPicture(state)) return;
+  if (state.previewOn && FilterSpectra(state)) {
+    WriteFiltered(state);
+  } else {
+    WriteUntouched(state, state.buffers.proxy.slot());
+  }
+  if (state.buffers.untouched.slot() != 0) WriteUntouched(state, state.buffers.untouched.slot());
+}
+
+// --- mask and spectrum view ---
+
+void MakeMask(PreviewState& state) {
+  PreviewCache& cache = state.cache;
+  if (cache.hasMask && cache.maskValues == state.current) return;
+  const PreviewBuffers& buffers = state.buffers;
+  cache.hasSpectrumView = false;
+  // Slot 0 would make the builder create masks of its own, or leave the enlarged one out.
+  cache.hasMask = buffers.gridMask.slot() != 0 && buffers.fullMask.slot() != 0 &&
+                  BuildMask(state.spectrumSlot, ThresholdOfAcceptance(state.current.acceptance),
+                            state.current.protectionRadius, state.current.notchRadius,
+                            buffers.gridMask.slot(), buffers.fullMask.slot()) == kSuccess;
+  cache.maskValues = state.current;
+}
+
+void MakeSpectrumView(PreviewState& state) {
+  PreviewCache& cache = state.cache;
+  if (cache.hasSpectrumView && cache.is3D == state.spectrum3D && cache.highlight == state.highlight) return;
+  const SpectrumSource source = {state.displaySpectrumSlot, state.buffers.gridMask.slot(),
+                                 state.buffers.spectrumView.slot(), state.current.protectionRadius};
+  const float scale = static_cast<float>(state.spectrumArea.width()) * (1.0f / kSpectrumCells);
+  const auto paint = state.spectrum3D ? PaintSpectrum3D : PaintFlatSpectrum;
+  cache.hasSpectrumView = paint(source, scale, state.highlight) == kSuccess;
+  cache.is3D = state.spectrum3D;
+  cache.highlight = state.highlight;
+}
+
+void Magnify(const PreviewState& state, int32_t proxySlot, int32_t viewSlot) {
+  ResampleBuffer(proxySlot, static_cast<float>(state.panX.remainder),
+                 static_cast<float>(state.panY.remainder), kZoomSteps[state.zoomIndex].factor, viewSlot);
+}
+
+}  // namespace
+
+bool IsPreviewKind(int32_t bytesPerPixel) {
+  return FindPreviewKind(bytesPerPixel) != nullptr;
+}
+
+int32_t ChannelsOfPreviewKind(int32_t bytesPerPixel) {
+  const PreviewKind* const kind = FindPreviewKind(bytesPerPixel);
+  return kind != nullptr ? kind->channels : 0;
+}
+
+void ComputePreview() {
+  PreviewState& state = previewState;
+  if (!state.cacheValid) {
+    MakeMask(state);
+    MakeSpectrumView(state);
+    MakeProxy(state);
+    state.cacheValid = true;
+  }
+  Magnify(state, state.buffers.proxy.slot(), state.buffers.zoomedView.slot());
+  if (state.buffers.untouched.slot() != 0) {
+    Magnify(state, state.buffers.untouched.slot(), state.buffers.zoomedUntouched.slot());
+  }
+}
+
+}  // namespace tessaline

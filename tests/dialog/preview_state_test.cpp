@@ -1,0 +1,399 @@
+#include "dialog/preview_state.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "buffers/levels.h"
+#include "buffers/pixel_conversion.h"
+#include "dialog/control_pixels.h"
+#include "dialog/preview_picture.h"
+#include "fft/fft_2d.h"
+#include "removal/notch_mask.h"
+#include "removal/peak_detection.h"
+
+namespace tessaline {
+namespace {
+
+constexpr WindowRectangle kSpectrumArea = {500, 20, 620, 140};
+
+// A run's buffers as the dialog finds them, and the dialog's state without its window.
+class PreviewTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ResetBufferTable();
+    splitPreview = false;
+  }
+  void TearDown() override {
+    Close(false);
+    splitPreview = false;
+    picture_.Release();
+    gray16_.Release();
+    gray8_.Release();
+    EXPECT_EQ(0, liveBufferCount);
+  }
+
+  // Noise with a sine on it, of any of the four kinds.
+  void MakePicture(int32_t width, int32_t height, int32_t bytesPerPixel) {
+    picture_.Create("main", width, height, bytesPerPixel);
+    std::mt19937 random(7);
+    const bool isHost = bytesPerPixel == kGray16 || bytesPerPixel == kRgb16;
+    const int32_t samples = bytesPerPixel / (isHost ? 2 : 1);
+    for (int32_t y = 0; y < height; ++y) {
+      uint8_t* const row = BufferRow(picture_.slot(), y);
+      for (int32_t x = 0; x < width * samples; ++x) {
+        const double level = 0.5 + 0.3 * std::sin(x / samples * 0.8) + 0.1 * (random() % 1000) / 1000;
+        if (isHost) {
+          reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(level * 32768);
+        } else {
+          row[x] = static_cast<uint8_t>(level * 255);
+        }
+      }
+    }
+    // A spectrum with one bright pair, well outside the protected disc.
+    gray16_.Create("PSPECgray16", kSpectrumCells, kSpectrumCells, kGray16);
+    gray8_.Create("PSPECgray8", kSpectrumCells, kSpectrumCells, kGray8);
+    for (const int32_t dx : {-65, 65}) {
+      reinterpret_cast<uint16_t*>(BufferRow(gray16_.slot(), 256))[256 + dx] = 30000;
+      BufferRow(gray8_.slot(), 256)[256 + dx] = 240;
+    }
+    parameters_ = {60, 6, 8, gray16_.slot(), gray8_.slot(), 0, 0, 0, 0, {}};
+  }
+
+  void Open(WindowRectangle proxyArea = {10, 20, 210, 140}) {
+    request_ = {picture_.slot(), &parameters_, &values_, 1};
+    OpenPreview(&request_, proxyArea, kSpectrumArea);
+  }
+  void Close(bool isAccepted) { ClosePreview(isAccepted); }
+
+  OwnedBuffer picture_, gray16_, gray8_;
+  FilterParameters parameters_ = {};
+  FilterParameters* values_ = &parameters_;
+  PreviewDialogRequest request_ = {};
+};
+
+std::vector<uint8_t> PixelsOf(int32_t slot) {
+  const BufferShape shape = ShapeOf(slot);
+  std::vector<uint8_t> pixels;
+  for (int32_t y = 0; y < shape.height; ++y) {
+    const uint8_t* const row = BufferRow(slot, y);
+    pixels.insert(pixels.end(), row, row + shape.width * shape.bytesPerPixel);
+  }
+  return pixels;
+}
+
+// What the filtered proxy must be, step after step with nothing kept from before.
+std::vector<uint8_t> SlowFilteredProxy(int32_t sourceSlot, const PreviewState& state, int32_t gray16Slot) {
+  OwnedBuffer gridMask, fullMask;
+  gridMask.Create("grid", kSpectrumCells, kSpectrumCells, kGray8);
+  fullMask.Create("full", kProxySquare, kProxySquare, kGray8);
+  EXPECT_EQ(0, BuildMask(gray16Slot, ThresholdOfAcceptance(state.current.acceptance),
+                         state.current.protectionRadius, state.current.notchRadius, gridMask.slot(),
+                         fullMask.slot()));
+  const int32_t width = state.panX.proxySize, height = state.panY.proxySize;
+  std::vector<uint8_t> rgb(static_cast<size_t>(width) * height * 3);
+  const BufferShape source = ShapeOf(sourceSlot);
+  const bool isHost = source.bytesPerPixel == kGray16 || source.bytesPerPixel == kRgb16;
+  const int32_t channels = source.bytesPerPixel / (isHost ? 2 : 1);
+  for (int32_t c = 0; c < 3; ++c) {
+    OwnedBuffer plane;
+    plane.Create("plane", kProxySquare, kProxySquare, kGrayComplex);
+    for (int32_t r = 0; r < kProxySquare; ++r) {
+      const int32_t y = std::clamp(state.panY.base - state.padY + r, 0, source.height - 1);
+      for (int32_t x = 0; x < kProxySquare; ++x) {
+        const int32_t column = std::clamp(state.panX.base - state.padX + x, 0, source.width - 1);
+        const int32_t sample = column * channels + std::min(c, channels - 1);
+        const uint8_t* const row = BufferRow(sourceSlot, y);
+        const float level = isHost ? static_cast<float>(reinterpret_cast<const uint16_t*>(row)[sample])
+                                   : std::trunc(static_cast<float>(row[sample]) * kByteToHost);
+        reinterpret_cast<float*>(BufferRow(plane.slot(), r))[2 * x] = level;
+      }
+    }
+    ForwardFft2D(plane.slot(), false, false, nullptr, 0, 0, 0);
+    ApplySpectrumMask(plane.slot(), fullMask.slot());
+    InverseFft2D(plane.slot(), false, false, nullptr, 0, 0, 0);
+    for (int32_t y = 0; y < height; ++y) {
+      const auto* const row = reinterpret_cast<const float*>(BufferRow(plane.slot(), state.padY + y));
+      for (int32_t x = 0; x < width; ++x) {
+        rgb[(static_cast<size_t>(y) * width + x) * 3 + c] =
+            StoreByte(row[2 * (state.padX + x)] * kHostToByte);
+      }
+    }
+  }
+  return rgb;
+}
+
+TEST_F(PreviewTest, FilteredProxyIsThatOfASlowTwinForEveryKindAndPlace) {
+  struct Case {
+    int32_t width, height, bytesPerPixel;
+  };
+  for (const Case c :
+       {Case{300, 260, kRgb8}, Case{1500, 200, kGray8}, Case{90, 70, kRgb16}, Case{400, 1300, kGray16}}) {
+    MakePicture(c.width, c.height, c.bytesPerPixel);
+    Open();
+    ComputePreview();
+    const PreviewState& state = previewState;
+    EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
+              PixelsOf(state.buffers.proxy.slot()));
+    // Another place, then other values at that place: what is kept must not show.
+    BeginDrag(100, 100);
+    ContinueDrag(60, 90);
+    EndDrag();
+    ComputePreview();
+    EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
+              PixelsOf(state.buffers.proxy.slot()));
+    ChangeValues({90, 12, 20});
+    ComputePreview();
+    EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
+              PixelsOf(state.buffers.proxy.slot()));
+    Close(false);
+    picture_.Release();
+    gray16_.Release();
+    gray8_.Release();
+  }
+}
+
+TEST_F(PreviewTest, WithoutFilterTheProxyIsThePicture) {
+  MakePicture(640, 480, kRgb8);
+  Open();
+  TogglePreview();
+  ComputePreview();
+  const PreviewState& state = previewState;
+  EXPECT_EQ((640 - 200) / 2, state.panX.base);
+  EXPECT_EQ((480 - 120) / 2, state.panY.base);
+  for (int32_t y = 0; y < 120; ++y) {
+    const uint8_t* const wanted = BufferRow(picture_.slot(), state.panY.base + y) + state.panX.base * 3;
+    EXPECT_TRUE(std::equal(wanted, wanted + 600, BufferRow(state.buffers.proxy.slot(), y))) << y;
+  }
+  EXPECT_EQ(PixelsOf(state.buffers.proxy.slot()), PixelsOf(state.buffers.zoomedView.slot()));
+}
+
+TEST_F(PreviewTest, ViewHasTheKindOfTheSourceAndShowsItsLevels) {
+  for (const int32_t kind : {kGray8, kGray16, kRgb8, kRgb16}) {
+    MakePicture(300, 300, kind);
+    Open();
+    TogglePreview();
+    ComputePreview();
+    const PreviewBuffers& buffers = previewState.buffers;
+    EXPECT_EQ(kind, ShapeOf(buffers.zoomedView.slot()).bytesPerPixel);
+    // On the screen, the view shows the levels of the proxy.
+    std::vector<uint8_t> shown(200 * 120 * 4);
+    EXPECT_EQ(0, DrawBufferPixels(buffers.zoomedView.slot(), 200, 120, shown.data()));
+    const std::vector<uint8_t> proxy = PixelsOf(buffers.proxy.slot());
+    int32_t largestDifference = 0;
+    for (size_t i = 0; i < 200 * 120; ++i) {
+      for (size_t c = 0; c < 3; ++c) {
+        largestDifference = std::max(largestDifference, std::abs(shown[4 * i + 2 - c] - proxy[3 * i + c]));
+      }
+    }
+    EXPECT_LE(largestDifference, kind == kGray8 || kind == kRgb8 ? 0 : 1) << kind;
+    Close(false);
+    picture_.Release();
+    gray16_.Release();
+    gray8_.Release();
+  }
+}
+
+TEST_F(PreviewTest, ZoomStaysBetweenLifeSizeAndEightTimesAndKeepsTheCentre) {
+  MakePicture(640, 480, kGray8);
+  Open();
+  EXPECT_STREQ("100%", ZoomLabel());
+  ChangeZoom(ZoomCommand::kOut);
+  EXPECT_STREQ("100%", ZoomLabel());
+  const float centreX = previewState.panX.position() + 100;
+  for (const char* label : {"200%", "300%", "400%", "600%", "800%", "800%"}) {
+    EXPECT_EQ(kRepaintProxy, ChangeZoom(ZoomCommand::kIn));
+    EXPECT_STREQ(label, ZoomLabel());
+    const float shown = 200 / kZoomSteps[previewState.zoomIndex].factor;
+    EXPECT_NEAR(centreX, previewState.panX.position() + shown / 2, 5.0f) << label;  // positions are whole
+  }
+  ComputePreview();
+  // 8 x 8 pixels of the view are one of the proxy.
+  const PreviewBuffers& buffers = previewState.buffers;
+  const int32_t left = previewState.panX.remainder, top = previewState.panY.remainder;
+  EXPECT_EQ(BufferRow(buffers.proxy.slot(), top + 2)[3 * (left + 3)],
+            BufferRow(buffers.zoomedView.slot(), 23)[31]);
+  ChangeZoom(ZoomCommand::kLifeSize);
+  EXPECT_STREQ("100%", ZoomLabel());
+}
+
+TEST(Pan, HoldsTheBaseOneBelowItsMaximum) {
+  PanAxis axis = CentredPan(1000, 300);
+  EXPECT_EQ(350, axis.base);
+  EXPECT_EQ(700, axis.maximumBase);
+  SplitPan(699.5f, &axis);
+  EXPECT_EQ(699, axis.base);
+  EXPECT_EQ(0, axis.remainder);
+  SplitPan(700, &axis);
+  EXPECT_EQ(699, axis.base);
+  EXPECT_EQ(1, axis.remainder);
+  SplitPan(950, &axis);
+  EXPECT_EQ(251, axis.remainder);
+
+  DragPan(350, 100, -100000, 1.0f, &axis);
+  EXPECT_EQ(699, axis.position());
+  DragPan(350, 100, 100000, 1.0f, &axis);
+  EXPECT_EQ(0, axis.position());
+  DragPan(350, 100, 60, 4.0f, &axis);
+  EXPECT_EQ(360, axis.position());
+  // At 800 % the view is 37 pixels wide and can go almost to the edge.
+  DragPan(350, 100, -100000, 8.0f, &axis);
+  EXPECT_EQ(1000 - 37 - 1, axis.position());
+}
+
+TEST(Pan, PictureSmallerThanTheProxyMovesWithinIt) {
+  PanAxis axis = CentredPan(100, 300);
+  EXPECT_EQ(0, axis.maximumBase);
+  DragPan(0, 100, 50, 1.0f, &axis);
+  EXPECT_EQ(0, axis.base);
+  EXPECT_EQ(0, axis.remainder);
+  DragPan(0, 100, 50, 4.0f, &axis);
+  EXPECT_EQ(0, axis.base);
+  EXPECT_EQ(12, axis.remainder);
+  RecentrePan(4.0f, 8.0f, &axis);
+  EXPECT_EQ(0, axis.base);
+  EXPECT_LT(axis.remainder, 100);
+}
+
+TEST_F(PreviewTest, DraggingShowsTheUntouchedPictureAndGivesTheFilterBack) {
+  MakePicture(640, 480, kRgb8);
+  Open();
+  ComputePreview();
+  EXPECT_EQ(kRepaintNothing, BeginDrag(5, 5));  // beside the proxy
+  EXPECT_FALSE(previewState.isDragging);
+  EXPECT_EQ(kRepaintNothing, ContinueDrag(50, 50));
+  BeginDrag(100, 100);
+  EXPECT_TRUE(previewState.isDragging);
+  EXPECT_FALSE(previewState.previewOn);
+  EXPECT_TRUE(previewState.cacheValid);
+  EXPECT_EQ(kRepaintProxy, ContinueDrag(90, 120));
+  EXPECT_FALSE(previewState.cacheValid);
+  EXPECT_EQ(220 + 10, previewState.panX.position());
+  EXPECT_EQ(180 - 20, previewState.panY.position());
+  EXPECT_EQ(kRepaintProxy, EndDrag());
+  EXPECT_TRUE(previewState.previewOn);
+  EXPECT_EQ(kRepaintNothing, EndDrag());
+  TogglePreview();
+  BeginDrag(100, 100);
+  EndDrag();
+  EXPECT_FALSE(previewState.previewOn);
+}
+
+TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
+  MakePicture(64, 64, kGray8);
+  parameters_.highlightMode = 2.7f;
+  parameters_.highlightRed = 12.9f;
+  parameters_.highlightGreen = 300;
+  parameters_.highlightBlue = -3;
+  Open();
+  EXPECT_EQ(kHighlightOther, previewState.highlightMode);
+  EXPECT_EQ((HighlightColor{12, 255, 0}), previewState.highlight);
+  EXPECT_EQ(kRepaintSpectrum | kRepaintSwatch, ChooseHighlight(kHighlightCyan, {}));
+  EXPECT_EQ(kRepaintNothing, ChooseHighlight(kHighlightCyan, {}));
+  EXPECT_EQ((HighlightColor{0, 255, 255}), previewState.highlight);
+  Close(false);
+  EXPECT_EQ(2.7f, parameters_.highlightMode);
+  Open();
+  ChooseHighlight(kHighlightOther, {1, 2, 3});
+  Close(true);
+  EXPECT_EQ(2.0f, parameters_.highlightMode);
+  EXPECT_EQ(2.0f, parameters_.highlightGreen);
+}
+
+TEST_F(PreviewTest, DefaultRestoresTheOpeningValuesAndEveryEndWritesTheCurrentOnes) {
+  MakePicture(64, 64, kGray8);
+  parameters_.acceptance = 77;
+  Open();
+  EXPECT_EQ(0, request_.reopen);
+  EXPECT_EQ(kRepaintNothing, ChangeValues({77, 6, 8}));
+  EXPECT_EQ(kRepaintBoth, ChangeValues({80, 7, 9}));
+  EXPECT_EQ(kRepaintBoth, RestoreOpeningValues());
+  EXPECT_EQ((PreviewValues{77, 6, 8}), previewState.current);
+  ChangeValues({81, 2, 3});
+  Close(false);
+  EXPECT_EQ(81.0f, parameters_.acceptance);
+  EXPECT_EQ(3.0f, parameters_.protectionRadius);
+}
+
+TEST_F(PreviewTest, SpectrumViewFollowsMaskHighlightAndView) {
+  MakePicture(64, 64, kGray8);
+  Open();
+  ComputePreview();
+  const int32_t slot = previewState.buffers.spectrumView.slot();
+  const std::vector<uint8_t> red = PixelsOf(slot);
+  const auto changed = [&, last = red]() mutable {
+    ComputePreview();
+    const std::vector<uint8_t> now = PixelsOf(slot);
+    const bool isChanged = now != last;
+    last = now;
+    return isChanged;
+  };
+  auto next = changed;
+  ChooseHighlight(kHighlightCyan, {});
+  EXPECT_TRUE(next());
+  ToggleSpectrumView();
+  EXPECT_TRUE(next());
+  ChangeValues({60, 12, 8});
+  EXPECT_TRUE(next());
+  ChangeZoom(ZoomCommand::kIn);
+  EXPECT_FALSE(next());
+  ToggleSpectrumView();
+  RestoreOpeningValues();
+  ChooseHighlight(kHighlightRed, {});
+  ComputePreview();
+  EXPECT_EQ(red, PixelsOf(slot));
+}
+
+TEST_F(PreviewTest, SplitShowsTheUntouchedPictureInTheOtherHalf) {
+  MakePicture(640, 480, kRgb8);
+  splitPreview = true;
+  Open();
+  EXPECT_EQ(60, previewState.proxyArea.height());
+  ComputePreview();
+  const PreviewBuffers& buffers = previewState.buffers;
+  const uint8_t* const wanted =
+      BufferRow(picture_.slot(), previewState.panY.base) + previewState.panX.base * 3;
+  EXPECT_TRUE(std::equal(wanted, wanted + 600, BufferRow(buffers.zoomedUntouched.slot(), 0)));
+  EXPECT_NE(PixelsOf(buffers.zoomedUntouched.slot()), PixelsOf(buffers.zoomedView.slot()));
+}
+
+TEST_F(PreviewTest, WideAreasAreCutAndNothingNeedsMemoryOrAPicture) {
+  MakePicture(1, 7500, kRgb16);
+  Open({0, 0, 2000, 3000});
+  EXPECT_EQ(kLargestProxySide, previewState.panX.proxySize);
+  EXPECT_EQ((kProxySquare - kLargestProxySide) / 2, previewState.padY);
+  ComputePreview();
+  BeginDrag(5, 5);
+  ContinueDrag(-30000, -30000);
+  EndDrag();
+  EXPECT_EQ(7500 - kLargestProxySide - 1, previewState.panY.position());
+  ComputePreview();
+  Close(false);
+
+  // A slot without a picture, then no memory for the n-th block.
+  for (const int32_t slot : {0, -5, 5000, kBufferSlots - 1}) {
+    picture_.Release();
+    request_ = {slot, &parameters_, &values_, 0};
+    OpenPreview(&request_, {0, 0, 200, 120}, kSpectrumArea);
+    EXPECT_EQ(0, previewState.channels);
+    BeginDrag(20, 20);
+    ContinueDrag(10, 10);
+    ComputePreview();
+    Close(true);
+  }
+  picture_.Create("main", 50, 40, kRgb8);
+  for (int32_t n = 0; n < 40; ++n) {
+    FailAllocationAfter(n);
+    Open();
+    ComputePreview();
+    ClearAllocationFailure();
+    ComputePreview();
+    Close(false);
+  }
+}
+
+}  // namespace
+}  // namespace tessaline
