@@ -1,0 +1,174 @@
+#include <windows.h>
+// After windows.h, which they need.
+#include <commctrl.h>
+#include <commdlg.h>
+#include <shellapi.h>
+
+#include <cstdio>
+
+#include "buffers/result_codes.h"
+#include "dialog/activation_context.h"
+#include "dialog/control_ids.h"
+#include "dialog/preview_dialog.h"
+#include "dialog/preview_state.h"
+#include "dialog/tooltip_texts.h"
+
+namespace tessaline {
+
+namespace {
+
+// --- the owner ---
+
+struct FrontWindow {
+  HWND window;
+};
+
+// Stops at the first visible, enabled window of the calling thread: top-level windows come front to back.
+BOOL CALLBACK TakeOwnWindow(HWND window, LPARAM found) {
+  const bool isOwn = GetWindowThreadProcessId(window, nullptr) == GetCurrentThreadId();
+  if (!isOwn || !IsWindowVisible(window) || !IsWindowEnabled(window)) return TRUE;
+  reinterpret_cast<FrontWindow*>(found)->window = window;
+  return FALSE;
+}
+
+HWND OwnerFor(void* wanted) {
+  const auto window = static_cast<HWND>(wanted);
+  if (window != nullptr && IsWindow(window)) return window;
+  FrontWindow found = {};
+  EnumWindows(TakeOwnWindow, reinterpret_cast<LPARAM>(&found));
+  return found.window;
+}
+
+// --- keys held while the filter opens ---
+
+// As the host saw it when the menu was chosen, or as it is now, after the first pass.
+bool IsHeld(int key) {
+  return GetKeyState(key) < 0 || GetAsyncKeyState(key) < 0;
+}
+
+int32_t ChooseTemplateForScreen() {
+  const HDC screen = GetDC(nullptr);
+  const int32_t dpiSum =
+      screen != nullptr ? GetDeviceCaps(screen, LOGPIXELSX) + GetDeviceCaps(screen, LOGPIXELSY) : 2 * 96;
+  if (screen != nullptr) ReleaseDC(nullptr, screen);
+  return ChooseDialogTemplate(GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN), dpiSum,
+                              IsHeld(VK_CONTROL));
+}
+
+INT_PTR CALLBACK PreviewProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  return PreviewDialogProc(window, message, wParam, lParam);
+}
+
+// --- the Quick Guide ---
+
+HWND g_quickGuide = nullptr;
+RECT g_quickGuidePlace = {};
+
+INT_PTR CALLBACK QuickGuideProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
+  switch (message) {
+    case WM_INITDIALOG:
+      g_quickGuide = window;
+      GetWindowRect(window, &g_quickGuidePlace);
+      return TRUE;
+    case WM_MOVE:
+      if (window == g_quickGuide) GetWindowRect(window, &g_quickGuidePlace);
+      return TRUE;
+    case WM_COMMAND:
+      if (LOWORD(wParam) != TESSALINE_OK && LOWORD(wParam) != TESSALINE_CANCEL) return FALSE;
+      g_quickGuide = nullptr;
+      EndDialog(window, LOWORD(wParam));
+      return TRUE;
+    case WM_DESTROY:
+      g_quickGuide = nullptr;
+      return FALSE;
+    default:
+      return FALSE;
+  }
+}
+
+COLORREF g_customColors[16];
+
+}  // namespace
+
+int32_t ChooseDialogTemplate(int32_t screenWidth, int32_t screenHeight, int32_t dpiSum, bool isCtrlHeld) {
+  const float scale = static_cast<float>(dpiSum) * 0.0052083335f;  // 1/192: 1.0 at 96 per inch both ways
+  const bool isLarge = static_cast<float>(screenWidth) >= 1000.0f * scale &&
+                       static_cast<float>(screenHeight) >= 800.0f * scale;
+  return isLarge && !isCtrlHeld ? TESSALINE_DIALOG_LARGE : TESSALINE_DIALOG_SMALL;
+}
+
+int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* values) {
+  splitPreview = IsHeld(VK_SHIFT);
+  PreviewDialogRequest request = {sourceSlot, values, &values, 0};
+  do {
+    const INT_PTR result = RunDialogInContext(ChooseTemplateForScreen(), OwnerFor(owner), PreviewProcedure,
+                                              reinterpret_cast<LPARAM>(&request));
+    // Cancel, no dialog (-1, or 0 for an owner that went away just now), or a dialog that was destroyed.
+    if (result != kDialogAccepted) return kUserCancelled;
+  } while (request.reopen == 1);
+  return kSuccess;
+}
+
+void CreateTooltips(WindowHandle dialog) {
+  constexpr int kWidestTip = 300;  // pixels; longer texts wrap
+  const INITCOMMONCONTROLSEX classes = {sizeof(INITCOMMONCONTROLSEX), ICC_WIN95_CLASSES};
+  InitCommonControlsEx(&classes);
+  const HWND tips =
+      CreateWindowInContext(WS_EX_TOPMOST, TOOLTIPS_CLASSA, WS_POPUP | TTS_ALWAYSTIP | TTS_NOPREFIX, dialog);
+  if (tips == nullptr) return;
+  for (const TooltipText& tip : kTooltipTexts) {
+    TOOLINFOA tool = {};
+    tool.cbSize = sizeof(tool);
+    static_assert(sizeof(tool) == 72);
+    tool.uFlags = TTF_IDISHWND | TTF_SUBCLASS;
+    tool.hwnd = dialog;
+    tool.uId = reinterpret_cast<UINT_PTR>(GetDlgItem(dialog, tip.controlId));
+    tool.lpszText = const_cast<char*>(tip.text);
+    if (tool.uId == 0) continue;
+    SendMessageA(tips, TTM_ADDTOOLA, 0, reinterpret_cast<LPARAM>(&tool));
+    SendMessageA(tips, TTM_SETMAXTIPWIDTH, 0, kWidestTip);
+  }
+}
+
+void ShowQuickGuide() {
+  if (g_quickGuide != nullptr) {
+    const RECT& place = g_quickGuidePlace;
+    SetWindowPos(g_quickGuide, HWND_TOP, place.left, place.top, place.right - place.left,
+                 place.bottom - place.top, SWP_SHOWWINDOW);
+    return;
+  }
+  RunDialogInContext(TESSALINE_QUICK_GUIDE, previewState.dialog, QuickGuideProcedure, 0);
+}
+
+void CloseQuickGuide() {
+  if (g_quickGuide == nullptr) return;
+  PostMessageA(g_quickGuide, WM_CLOSE, 0, 0);
+  g_quickGuide = nullptr;
+}
+
+bool ChooseHighlightColor(WindowHandle owner, HighlightColor* color) {
+  const ActivationScope scope;
+  if (!scope.IsUsable()) return false;
+  CHOOSECOLORA choice = {};
+  choice.lStructSize = sizeof(choice);
+  choice.hwndOwner = owner;
+  choice.rgbResult = RGB(color->red, color->green, color->blue);
+  choice.lpCustColors = g_customColors;
+  choice.Flags = CC_RGBINIT | CC_FULLOPEN;
+  if (!ChooseColorA(&choice)) return false;
+  *color = {GetRValue(choice.rgbResult), GetGValue(choice.rgbResult), GetBValue(choice.rgbResult)};
+  return true;
+}
+
+void OpenManual(WindowHandle owner) {
+  constexpr char kManual[] = "C:\\Vistrel_Help\\Vistrel_Workflow.pdf";
+  constexpr int kPage = 65;
+  char program[MAX_PATH] = "";
+  // Results of 32 and less are errors: no manual, or nothing to read it with.
+  if (reinterpret_cast<INT_PTR>(FindExecutableA(kManual, nullptr, program)) <= 32) return;
+  char arguments[MAX_PATH + 32];
+  std::snprintf(arguments, sizeof(arguments), "/A \"page=%d\" \"%s\"", kPage, kManual);
+  ShellExecuteA(owner, "open", program, arguments, nullptr, SW_SHOWNORMAL);
+}
+
+}  // namespace tessaline

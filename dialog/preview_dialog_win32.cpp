@@ -1,0 +1,368 @@
+#include <windows.h>
+// After windows.h, which it needs.
+#include <windowsx.h>
+
+#include <cwchar>
+
+#include "dialog/control_binding.h"
+#include "dialog/control_ids.h"
+#include "dialog/preview_dialog.h"
+#include "dialog/preview_picture.h"
+#include "dialog/preview_state.h"
+#include "dialog/slider_control.h"
+#include "dialog/window_geometry.h"
+
+namespace tessaline {
+
+namespace {
+
+// What the open dialog holds besides previewState.
+struct DialogWindows {
+  SliderControl acceptance, notchRadius, protectionRadius;
+  HFONT labelFont;
+  HCURSOR hand, arrow;
+  bool isHandShown;
+};
+DialogWindows g_windows;
+
+HWND Dialog() {
+  return previewState.dialog;
+}
+
+void InvalidateArea(const WindowRectangle& area, bool erase) {
+  const RECT rectangle = {area.left, area.top, area.right, area.bottom};
+  InvalidateRect(Dialog(), &rectangle, erase);
+}
+
+WindowRectangle AreaOf(int32_t controlId) {
+  return AreaInDialog(Dialog(), GetDlgItem(Dialog(), controlId));
+}
+
+void Repaint(uint32_t areas) {
+  if (areas & kRepaintProxy) InvalidateArea(AreaOf(TESSALINE_PROXY_VIEW), false);
+  if (areas & kRepaintSpectrum) InvalidateArea(AreaOf(TESSALINE_SPECTRUM_VIEW), false);
+  if (areas & kRepaintSwatch) InvalidateArea(AreaOf(TESSALINE_HIGHLIGHT_SWATCH), true);
+}
+
+void ShowZoomLabel() {
+  SetDlgItemTextA(Dialog(), TESSALINE_ZOOM_LABEL, ZoomLabel());
+  InvalidateRect(GetDlgItem(Dialog(), TESSALINE_ZOOM_LABEL), nullptr, TRUE);
+}
+
+void ShowHighlightMode() {
+  CheckRadioButton(Dialog(), TESSALINE_HIGHLIGHT_RED, TESSALINE_HIGHLIGHT_OTHER,
+                   TESSALINE_HIGHLIGHT_RED + previewState.highlightMode);
+}
+
+// --- opening and ending ---
+
+void AppendVersionToTitle() {
+  constexpr size_t kTitleBytes = 1024;
+  constexpr wchar_t kVersion[] = L" 3.5.0";
+  constexpr size_t kTitleLength = kTitleBytes / sizeof(wchar_t);
+  wchar_t title[kTitleLength];
+  const int length = GetWindowTextW(Dialog(), title, static_cast<int>(kTitleLength - std::size(kVersion)));
+  std::wmemcpy(title + length, kVersion, std::size(kVersion));
+  SetWindowTextW(Dialog(), title);
+}
+
+void GiveLabelsTheirFont() {
+  const HDC screen = GetDC(Dialog());
+  const int dotsPerInch = screen != nullptr ? GetDeviceCaps(screen, LOGPIXELSY) : 96;
+  if (screen != nullptr) ReleaseDC(Dialog(), screen);
+  g_windows.labelFont =
+      CreateFontA(MulDiv(10, dotsPerInch, 96), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
+                  OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, DEFAULT_QUALITY, DEFAULT_PITCH, "MS Sans Serif");
+  for (int id = TESSALINE_PROTECTION_BIGGER; id <= TESSALINE_NOTCH_BIGGER; ++id) {
+    SendDlgItemMessageA(Dialog(), id, WM_SETFONT, reinterpret_cast<WPARAM>(g_windows.labelFont), FALSE);
+  }
+}
+
+void SetUpSliders() {
+  const PreviewValues& values = previewState.current;
+  InitSlider(Dialog(), &g_windows.acceptance, TESSALINE_ACCEPTANCE_BAR, TESSALINE_ACCEPTANCE_LABEL,
+             TESSALINE_ACCEPTANCE_EDIT, kAcceptanceRange.minimum, kAcceptanceRange.maximum, values.acceptance,
+             SliderMapping::kLinear, 2.0f, 1.0f, "Pattern Frequency Acceptance (%)");
+  InitSlider(Dialog(), &g_windows.notchRadius, TESSALINE_NOTCH_BAR, TESSALINE_NOTCH_LABEL,
+             TESSALINE_NOTCH_EDIT, kNotchRadiusRange.minimum, kNotchRadiusRange.maximum, values.notchRadius,
+             SliderMapping::kLinear, 0.5f, 0.5f, "Notch Radius (1..16)");
+  InitSlider(Dialog(), &g_windows.protectionRadius, TESSALINE_PROTECTION_BAR, TESSALINE_PROTECTION_LABEL,
+             TESSALINE_PROTECTION_EDIT, kProtectionRadiusRange.minimum, kProtectionRadiusRange.maximum,
+             values.protectionRadius, SliderMapping::kSquareRoot, 2.0f, 0.5f,
+             "Low Frequency Protection Radius (Pixels)");
+}
+
+bool Initialize(HWND dialog, PreviewDialogRequest* request) {
+  OpenPreview(request, AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW)),
+              AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW)));
+  previewState.dialog = dialog;
+  AppendVersionToTitle();
+  CreateTooltips(dialog);
+  ShowZoomLabel();
+  GiveLabelsTheirFont();
+  g_windows.hand = LoadCursorA(static_cast<HINSTANCE>(OwnModule()), MAKEINTRESOURCEA(TESSALINE_CURSOR_HAND));
+  g_windows.arrow = LoadCursorA(nullptr, IDC_ARROW);
+  SetCursor(g_windows.arrow);
+  SetUpSliders();
+  ShowHighlightMode();
+  CheckDlgButton(dialog, TESSALINE_PREVIEW, BST_CHECKED);
+  // Disabled, so that mouse messages over it reach the dialog.
+  EnableWindow(GetDlgItem(dialog, TESSALINE_PROXY_VIEW), FALSE);
+  BindControlToBuffer(dialog, TESSALINE_SPECTRUM_VIEW, previewState.buffers.spectrumView.slot());
+  BindControlToBuffer(dialog, TESSALINE_PROXY_VIEW, previewState.buffers.zoomedView.slot());
+  InvalidateRect(dialog, nullptr, TRUE);
+  return true;
+}
+
+// Also for a dialog whose owner was destroyed under it.
+void CleanUp(bool isAccepted) {
+  if (previewState.dialog == nullptr) return;
+  CloseQuickGuide();
+  ClosePreview(isAccepted);
+  ReleaseControlBindings();
+  DeleteObject(g_windows.labelFont);
+  g_windows = {};
+}
+
+void End(int32_t controlId) {
+  const HWND dialog = Dialog();
+  CleanUp(controlId == kDialogAccepted);
+  EndDialog(dialog, controlId);
+}
+
+// --- sliders ---
+
+// Offers a message to the three sliders and takes the value of one that changed.
+template <typename Offer>
+bool OfferToSliders(Offer offer) {
+  // The one not asked after keeps its value: what the slider shows may be a clamped one.
+  struct SliderOfValue {
+    SliderControl* slider;
+    float PreviewValues::*value;
+  };
+  const SliderOfValue sliders[] = {{&g_windows.acceptance, &PreviewValues::acceptance},
+                                   {&g_windows.notchRadius, &PreviewValues::notchRadius},
+                                   {&g_windows.protectionRadius, &PreviewValues::protectionRadius}};
+  PreviewValues values = previewState.current;
+  bool isTaken = false;
+  for (const SliderOfValue& entry : sliders) {
+    if (!offer(entry.slider)) continue;
+    values.*entry.value = entry.slider->value;
+    isTaken = true;
+  }
+  if (isTaken) Repaint(ChangeValues(values));
+  return isTaken;
+}
+
+bool Scroll(UINT message, WPARAM wParam, HWND scrollBar) {
+  return OfferToSliders(
+      [&](SliderControl* slider) { return (SliderMessage(message, wParam, scrollBar, slider) & 0xFF) != 0; });
+}
+
+void Spin(SliderControl* slider, float PreviewValues::*value, float next) {
+  SetSliderValue(slider, next);
+  PreviewValues values = previewState.current;
+  values.*value = slider->value;
+  Repaint(SetValues(values));
+  SetFocus(slider->edit);
+}
+
+void SpinAcceptance(int32_t id) {
+  Spin(&g_windows.acceptance, &PreviewValues::acceptance,
+       NextAcceptance(previewState.current.acceptance, id == TESSALINE_ACCEPTANCE_UP));
+}
+
+void SpinNotchRadius(int32_t id) {
+  Spin(&g_windows.notchRadius, &PreviewValues::notchRadius,
+       NextNotchRadius(previewState.current.notchRadius, id == TESSALINE_NOTCH_UP));
+}
+
+void SpinProtectionRadius(int32_t id) {
+  Spin(&g_windows.protectionRadius, &PreviewValues::protectionRadius,
+       NextProtectionRadius(previewState.current.protectionRadius, id == TESSALINE_PROTECTION_UP));
+}
+
+void RestoreDefaults(int32_t) {
+  Repaint(RestoreOpeningValues());
+  SetSliderValue(&g_windows.acceptance, previewState.opening.acceptance);
+  SetSliderValue(&g_windows.notchRadius, previewState.opening.notchRadius);
+  SetSliderValue(&g_windows.protectionRadius, previewState.opening.protectionRadius);
+}
+
+// --- the other commands ---
+
+void SwitchPreview(int32_t) {
+  Repaint(TogglePreview());
+  CheckDlgButton(Dialog(), TESSALINE_PREVIEW, previewState.previewOn ? BST_CHECKED : BST_UNCHECKED);
+}
+
+void Zoom(int32_t id) {
+  Repaint(ChangeZoom(id == TESSALINE_ZOOM_IN    ? ZoomCommand::kIn
+                     : id == TESSALINE_ZOOM_OUT ? ZoomCommand::kOut
+                                                : ZoomCommand::kLifeSize));
+  ShowZoomLabel();
+}
+
+void SwitchSpectrumView(int32_t) {
+  Repaint(ToggleSpectrumView());
+}
+
+void ChooseRedOrCyan(int32_t id) {
+  Repaint(ChooseHighlight(id == TESSALINE_HIGHLIGHT_RED ? kHighlightRed : kHighlightCyan, {}));
+  ShowHighlightMode();
+}
+
+void ChooseOtherColor(int32_t) {
+  HighlightColor color = previewState.highlight;
+  if (ChooseHighlightColor(Dialog(), &color)) Repaint(ChooseHighlight(kHighlightOther, color));
+  ShowHighlightMode();
+}
+
+struct Command {
+  int32_t controlId;
+  void (*run)(int32_t controlId);
+};
+constexpr Command kCommands[] = {
+    {TESSALINE_OK, End},
+    {TESSALINE_CANCEL, End},
+    {TESSALINE_PREVIEW, SwitchPreview},
+    {TESSALINE_ZOOM_IN, Zoom},
+    {TESSALINE_ZOOM_OUT, Zoom},
+    {TESSALINE_ZOOM_LABEL, Zoom},
+    {TESSALINE_SPECTRUM_VIEW, SwitchSpectrumView},
+    {TESSALINE_HIGHLIGHT_RED, ChooseRedOrCyan},
+    {TESSALINE_HIGHLIGHT_CYAN, ChooseRedOrCyan},
+    {TESSALINE_HIGHLIGHT_OTHER, ChooseOtherColor},
+    {TESSALINE_HIGHLIGHT_SWATCH, ChooseOtherColor},
+    {TESSALINE_MANUAL, [](int32_t) { OpenManual(Dialog()); }},
+    {TESSALINE_ACCEPTANCE_UP, SpinAcceptance},
+    {TESSALINE_ACCEPTANCE_DOWN, SpinAcceptance},
+    {TESSALINE_NOTCH_UP, SpinNotchRadius},
+    {TESSALINE_NOTCH_DOWN, SpinNotchRadius},
+    {TESSALINE_PROTECTION_UP, SpinProtectionRadius},
+    {TESSALINE_PROTECTION_DOWN, SpinProtectionRadius},
+    {TESSALINE_DEFAULT, RestoreDefaults},
+    {TESSALINE_QUICK_GUIDE, [](int32_t) { ShowQuickGuide(); }},
+};
+
+bool RunCommand(int32_t id, int32_t notification) {
+  const bool isEdit = OfferToSliders([&](SliderControl* slider) { return SliderEditChanged(slider, id); });
+  // Clicks and double clicks (the second click of two quick ones); not a static's news of being disabled.
+  if (notification != STN_CLICKED && notification != STN_DBLCLK) return isEdit;
+  for (const Command& command : kCommands) {
+    if (command.controlId != id) continue;
+    command.run(id);
+    return true;
+  }
+  return isEdit;
+}
+
+// --- the mouse ---
+
+bool IsOverProxy() {
+  POINT cursor = {};
+  if (!GetCursorPos(&cursor)) return false;
+  const HWND under = WindowFromPoint(cursor);
+  if (under != Dialog() && !IsChild(Dialog(), under)) return false;  // another window lies over it
+  ScreenToClient(Dialog(), &cursor);
+  return previewState.proxyArea.Contains(cursor.x, cursor.y);
+}
+
+void FinishDrag() {
+  const uint32_t areas = EndDrag();
+  if (GetCapture() == Dialog()) ReleaseCapture();
+  Repaint(areas);
+}
+
+// What every message does first.
+void FollowMouse() {
+  if (previewState.isDragging && GetKeyState(VK_LBUTTON) >= 0) FinishDrag();
+  const bool wantsHand = previewState.isDragging || IsOverProxy();
+  if (wantsHand) {
+    SetCursor(g_windows.hand);
+  } else if (g_windows.isHandShown) {
+    SetCursor(g_windows.arrow);
+  }
+  g_windows.isHandShown = wantsHand;
+}
+
+void PressButton(int32_t x, int32_t y) {
+  BeginDrag(x, y);
+  if (previewState.isDragging) SetCapture(Dialog());
+}
+
+// --- painting ---
+
+// The swatch shows its black outline only: the fill is given a pen where a brush belongs and paints nothing.
+// Kept as it stands, on purpose; users know the swatch as a frame to click on.
+void PaintSwatch(HDC context) {
+  const WindowRectangle area = AreaOf(TESSALINE_HIGHLIGHT_SWATCH);
+  const RECT rectangle = {area.left, area.top, area.right, area.bottom};
+  const HighlightColor& color = previewState.highlight;
+  const HPEN pen = CreatePen(PS_SOLID, 1, RGB(color.red, color.green, color.blue));
+  FillRect(context, &rectangle, reinterpret_cast<HBRUSH>(pen));
+  DeleteObject(pen);
+  MoveToEx(context, area.left, area.top, nullptr);
+  LineTo(context, area.right - 1, area.top);
+  LineTo(context, area.right - 1, area.bottom - 1);
+  LineTo(context, area.left, area.bottom - 1);
+  LineTo(context, area.left, area.top);
+}
+
+void Paint() {
+  PAINTSTRUCT paint;
+  const HDC context = BeginPaint(Dialog(), &paint);
+  if (context == nullptr) return;
+  const HGDIOBJ previousPen = SelectObject(context, GetStockObject(BLACK_PEN));
+  if (!previewState.cacheValid) ShowZoomLabel();
+  PaintSwatch(context);
+  ComputePreview();
+  if (previewState.buffers.zoomedUntouched.slot() != 0) {
+    PaintBoundControlSplit(Dialog(), TESSALINE_PROXY_VIEW, previewState.buffers.zoomedUntouched.slot());
+  } else {
+    PaintBoundControl(Dialog(), TESSALINE_PROXY_VIEW);
+  }
+  PaintBoundControl(Dialog(), TESSALINE_SPECTRUM_VIEW);
+  SelectObject(context, previousPen);
+  EndPaint(Dialog(), &paint);
+}
+
+}  // namespace
+
+intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
+  if (message == WM_INITDIALOG) return Initialize(window, reinterpret_cast<PreviewDialogRequest*>(lParam));
+  if (window != Dialog()) return FALSE;  // before the first message and after the last
+  FollowMouse();
+  switch (message) {
+    case WM_COMMAND:
+      return RunCommand(LOWORD(wParam), HIWORD(wParam));
+    case WM_HSCROLL:
+    case WM_VSCROLL:
+      return Scroll(message, wParam, reinterpret_cast<HWND>(lParam));
+    case WM_PAINT:
+      Paint();
+      return TRUE;
+    case WM_LBUTTONDOWN:
+    case WM_LBUTTONDBLCLK:
+      PressButton(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+      return TRUE;
+    case WM_MOUSEMOVE:
+      Repaint(ContinueDrag(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)));
+      return TRUE;
+    case WM_LBUTTONUP:
+    case WM_CAPTURECHANGED:
+      FinishDrag();
+      return TRUE;
+    case WM_SETCURSOR:
+      if (!g_windows.isHandShown) return FALSE;
+      SetWindowLongPtrA(window, DWLP_MSGRESULT, TRUE);  // the cursor is set; the system must not set its own
+      return TRUE;
+    case WM_DESTROY:
+      CleanUp(false);
+      return TRUE;
+    default:
+      return FALSE;
+  }
+}
+
+}  // namespace tessaline
