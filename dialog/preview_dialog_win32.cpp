@@ -2,6 +2,7 @@
 // After windows.h, which it needs.
 #include <windowsx.h>
 
+#include <algorithm>
 #include <cwchar>
 
 #include "dialog/control_binding.h"
@@ -92,7 +93,18 @@ void SetUpSliders() {
              "Low Frequency Protection Radius (Pixels)");
 }
 
+// The template's spectrum area is a square in the usual font; with another one a dialog unit has other
+// proportions, and the view, as wide as the area, would be cut off below.
+void MakeSpectrumAreaSquare(HWND dialog) {
+  const HWND control = GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW);
+  const WindowRectangle area = AreaInDialog(dialog, control);
+  const int32_t side = std::min(area.width(), area.height());
+  if (control != nullptr)
+    SetWindowPos(control, nullptr, 0, 0, side, side, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
 bool Initialize(HWND dialog, PreviewDialogRequest* request) {
+  MakeSpectrumAreaSquare(dialog);
   OpenPreview(request, AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW)),
               AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW)));
   previewState.dialog = dialog;
