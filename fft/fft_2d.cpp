@@ -9,6 +9,7 @@
 #include "buffers/result_codes.h"
 #include "fft/fft_dispatch.h"
 #include "fft/float_fft.h"
+#include "fft/mask_factor.h"
 #include "fft/progress_steps.h"
 #include "fft/transpose_square.h"
 #include "fft/vector_engine.h"
@@ -86,7 +87,25 @@ struct Plane {
 // Everything one call works with. Every pass returns true when the user cancelled.
 class Transform2D {
  public:
-  Transform2D(const Plane& plane, const ProgressSteps& steps) : plane_(plane), steps_(steps) {}
+  Transform2D(const Plane& plane, const ProgressSteps& steps)
+      : plane_(plane), source_(plane), steps_(steps) {}
+
+  // The column passes read `source` instead, multiplied by what the mask leaves of it, and write no more than
+  // the wanted rows of the plane (and some around them). False: no memory.
+  bool ReadMasked(const Plane& source, int32_t maskSlot, int32_t firstRow, int32_t rows) {
+    source_ = source;
+    firstStoredRow_ = firstRow / kColumnGroup * kColumnGroup;
+    storedRows_ =
+        std::min((firstRow + rows - firstStoredRow_ + kColumnGroup - 1) / kColumnGroup * kColumnGroup,
+                 plane_.height - firstStoredRow_);
+    maskRows_ = AllocateBlock<MaskRow>(static_cast<size_t>(plane_.height));
+    if (maskRows_ == nullptr) return false;
+    for (int32_t y = 0; y < plane_.height; ++y) {
+      const uint8_t* const mask = BufferRow(maskSlot, y);
+      if (!IsAllZero(mask, plane_.width)) maskRows_[maskRowCount_++] = {mask, y};
+    }
+    return true;
+  }
 
   bool Prepare(bool useDoubleKernels, Direction direction) {
     channelRow_ = AllocateBlock<float>(2 * (static_cast<size_t>(plane_.width) + 2));
@@ -110,8 +129,10 @@ class Transform2D {
   // Both even: the quadrants are swapped on the way of the columns.
   bool CanSwapWithColumns() const { return plane_.width % 2 == 0 && plane_.height % 2 == 0; }
 
-  bool TransformRows(int32_t fifth) {
-    for (int32_t y = 0; y < plane_.height; ++y) {
+  bool TransformRows(int32_t fifth) { return TransformRows(fifth, 0, plane_.height); }
+
+  bool TransformRows(int32_t fifth, int32_t firstRow, int32_t rows) {
+    for (int32_t y = firstRow; y < firstRow + rows; ++y) {
       if (ReportAndAsk(steps_, fifth, y, plane_.height)) return true;
       float* const row = plane_.RowFloats(y);
       if (plane_.channels == 1) {
@@ -155,6 +176,7 @@ class Transform2D {
       const int32_t places[2] = {first, halfRow + first};
       for (int side = 0; side < 2; ++side) {
         GatherStrip(places[side], count, shiftRead, strips_[side].get());
+        if (maskRowCount_ > 0) MaskStrip(places[side], count, shiftRead, strips_[side].get());
         TransformStrip(count, strips_[side].get());
       }
       for (int side = 0; side < 2; ++side) {
@@ -199,7 +221,7 @@ class Transform2D {
   // Row y of columns first .. first + count - 1 is element (y + shift) mod height of the strip's columns.
   void GatherStrip(int32_t first, int32_t count, int32_t shift, uint64_t* strip) {
     ForBothParts(shift, count, [&](int32_t planeRow, int32_t stripRow, const ColumnStrip& part) {
-      const uint64_t* const plane = plane_.Row(planeRow) + first;
+      const uint64_t* const plane = source_.Row(planeRow) + first;
       uint64_t* const columns = strip + stripRow;
       if (IsWholeGroups(part)) return activeVectorEngine->gatherColumns(part, plane, columns);
       for (size_t y = 0; y < part.rows; ++y) {
@@ -209,9 +231,25 @@ class Transform2D {
     });
   }
 
+  // Multiplies a strip as it was gathered, where there are notches.
+  void MaskStrip(int32_t first, int32_t count, int32_t shift, uint64_t* strip) {
+    for (int32_t row = 0; row < maskRowCount_; ++row) {
+      const uint8_t* const mask = maskRows_[row].mask + first;
+      if (IsAllZero(mask, count)) continue;
+      const int32_t y = (maskRows_[row].y + plane_.height - shift) % plane_.height;
+      for (int32_t i = 0; i < count; ++i) {
+        AttenuateValue(mask[i], reinterpret_cast<float*>(strip + i * columnStride_ + y));
+      }
+    }
+  }
+
   // Element y of the strip's columns goes to row (y + shift) mod height.
   void ScatterStrip(int32_t first, int32_t count, int32_t shift, const uint64_t* strip) {
-    ForBothParts(shift, count, [&](int32_t stripRow, int32_t planeRow, const ColumnStrip& part) {
+    ForBothParts(shift, count, [&](int32_t stripRow, int32_t planeRow, ColumnStrip part) {
+      if (storedRows_ > 0) {  // with a mask; such strips are not turned when they are stored
+        stripRow = planeRow = firstStoredRow_;
+        part.rows = static_cast<size_t>(storedRows_);
+      }
       uint64_t* const plane = plane_.Row(planeRow) + first;
       const uint64_t* const columns = strip + stripRow;
       if (IsWholeGroups(part)) return activeVectorEngine->scatterColumns(part, plane, columns);
@@ -237,6 +275,15 @@ class Transform2D {
   }
 
   Plane plane_;
+  Plane source_;
+  struct MaskRow {
+    const uint8_t* mask;
+    int32_t y;
+  };
+  OwnedBlock<MaskRow> maskRows_;  // those with notches
+  int32_t maskRowCount_ = 0;
+  int32_t firstStoredRow_ = 0;
+  int32_t storedRows_ = 0;  // 0: all
   ProgressSteps steps_;
   RowTransform alongRows_;
   RowTransform alongColumns_;
@@ -296,6 +343,33 @@ int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, con
                      int32_t firstStep, int32_t lastStep, int32_t totalSteps) {
   return Run(slot, Direction::kInverse, useDoubleKernels,
              {showProgress, context, firstStep, lastStep, totalSteps});
+}
+
+int32_t InverseMaskedRows(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot, int32_t firstRow,
+                          int32_t rows) {
+  const BufferShape shape = ShapeOf(spectrumSlot);
+  const auto hasShape = [&](int32_t slot, int32_t bytesPerPixel) {
+    const BufferShape other = ShapeOf(slot);
+    return other.width == shape.width && other.height == shape.height && other.bytesPerPixel == bytesPerPixel;
+  };
+  if (!hasShape(spectrumSlot, kGrayComplex) || !hasShape(destinationSlot, kGrayComplex) ||
+      !hasShape(maskSlot, kGray8) || shape.width % 2 != 0 || shape.height % 2 != 0) {
+    return kUnequalSizes;
+  }
+  const int32_t first = std::clamp(firstRow, 0, shape.height);
+  const int32_t count = std::clamp(rows, 0, shape.height - first);
+  if (count == 0) return kSuccess;
+  const Plane destination{destinationSlot, shape.width, shape.height, 1};
+  Plane source = destination;
+  source.slot = spectrumSlot;
+  Transform2D work(destination, {});
+  if (!work.Prepare(false, Direction::kInverse) || !work.ReadMasked(source, maskSlot, first, count)) {
+    return kOutOfMemory;
+  }
+  MarkDirty(destinationSlot);
+  work.TransformColumnsAndSwapQuadrants({1, shape.width}, {0, shape.height / 2}, true);
+  work.TransformRows(3, first, count);
+  return kSuccess;
 }
 
 }  // namespace tessaline

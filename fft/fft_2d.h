@@ -29,8 +29,14 @@ int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, con
 // bytes per pixel (or the spectrum not of 8).
 int32_t ApplySpectrumMask(int32_t spectrumSlot, int32_t maskSlot);
 
-// The same with the result in another buffer (8 bytes per pixel, same size): bit for bit a copy of the
-// spectrum with ApplySpectrumMask on it, in one pass. The spectrum is left as it is.
-int32_t CopyMaskedSpectrum(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot);
+// What a viewer that changes masks again and again needs: InverseFft2D with the single-precision engine of
+// the spectrum times what the mask leaves of it, into another buffer, with the same bits as a copy,
+// ApplySpectrumMask and InverseFft2D one after the other. Only rows firstRow .. firstRow + rows - 1 of the
+// destination are of use afterwards; the others hold half-transformed values. The spectrum is left as it is.
+//
+// Spectrum and destination have 8 bytes per pixel, the mask has 1; all three have the same, even width and
+// height, or kUnequalSizes is returned. Otherwise 0; kOutOfMemory, destination unchanged.
+int32_t InverseMaskedRows(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot, int32_t firstRow,
+                          int32_t rows);
 
 }  // namespace tessaline

@@ -45,31 +45,38 @@ TEST(ApplySpectrumMask, GreyFactorsAreDoublesAndColourFactorsFloats) {
   EXPECT_EQ(-4.0f * (1.0f - 60000.0f * 1.0172526e-5f), (LeftBy<uint16_t>({10000, 30000, 20000})[1]));
 }
 
-TEST(CopyMaskedSpectrum, IsACopyWithTheMaskOnItWhereverTheNotchesStand) {
-  constexpr int32_t kWidth = 70;  // two stretches and a rest
-  constexpr size_t kRowBytes = kWidth * kGrayComplex;
-  OwnedBuffer spectrum, mask, copy;
-  ASSERT_EQ(0, spectrum.Create("spectrum", kWidth, kWidth, kGrayComplex));
-  ASSERT_EQ(0, mask.Create("mask", kWidth, kWidth, kGray8));
-  ASSERT_EQ(0, copy.Create("copy", kWidth, kWidth, kGrayComplex));
-  std::vector<float> before(2 * kWidth), wanted(2 * kWidth);
-  for (int32_t y = 0; y < kWidth; ++y) {  // row y: a notch in column y
-    BufferRow(mask.slot(), y)[y] = static_cast<uint8_t>(100 + y);
-    for (int32_t i = 0; i < 2 * kWidth; ++i) before[i] = static_cast<float>(i * y - 3000) / 7.0f;
-    WriteBufferRow(spectrum.slot(), 0, y, kRowBytes, before.data());
+TEST(InverseMaskedRows, HasTheBitsOfTheThreeStepsItStandsFor) {
+  constexpr int32_t kFirst = 5, kRows = 40;
+  for (const auto& [width, height] : {std::pair{128, 128}, std::pair{64, 256}, std::pair{100, 64}}) {
+    OwnedBuffer spectrum, mask, wanted, found;
+    ASSERT_EQ(0, spectrum.Create("spectrum", width, height, kGrayComplex));
+    ASSERT_EQ(0, wanted.Create("wanted", width, height, kGrayComplex));
+    ASSERT_EQ(0, found.Create("found", width, height, kGrayComplex));
+    ASSERT_EQ(0, mask.Create("mask", width, height, kGray8));
+    const size_t rowBytes = static_cast<size_t>(width) * kGrayComplex;
+    for (int32_t y = 0; y < height; ++y) {
+      BufferRow(mask.slot(), y)[y % width] = static_cast<uint8_t>(y + 100);  // a notch in every row
+      auto* const row = reinterpret_cast<float*>(BufferRow(spectrum.slot(), y));
+      for (int32_t i = 0; i < 2 * width; ++i)
+        row[i] = static_cast<float>((i * 37 + y * 91) % 1000 - 500) / 7.0f;
+      WriteBufferRow(wanted.slot(), 0, y, static_cast<int32_t>(rowBytes), row);
+    }
+    ASSERT_EQ(0, ApplySpectrumMask(wanted.slot(), mask.slot()));
+    ASSERT_EQ(0, InverseFft2D(wanted.slot(), false, false, nullptr, 0, 0, 0));
+    ASSERT_EQ(0, InverseMaskedRows(spectrum.slot(), mask.slot(), found.slot(), kFirst, kRows));
+    for (int32_t y = kFirst; y < kFirst + kRows; ++y) {
+      EXPECT_EQ(0, std::memcmp(BufferRow(wanted.slot(), y), BufferRow(found.slot(), y), rowBytes))
+          << width << " " << y;
+    }
+    EXPECT_EQ(static_cast<float>(91 % 1000 - 500) / 7.0f,
+              reinterpret_cast<float*>(BufferRow(spectrum.slot(), 1))[0]);
+    // Rows outside the buffer are left out; other shapes are refused.
+    EXPECT_EQ(0, InverseMaskedRows(spectrum.slot(), mask.slot(), found.slot(), height, 1000));
+    EXPECT_EQ(0, InverseMaskedRows(spectrum.slot(), mask.slot(), found.slot(), -50, 1000));
+    EXPECT_EQ(kUnequalSizes, InverseMaskedRows(spectrum.slot(), spectrum.slot(), found.slot(), 0, 1));
+    EXPECT_EQ(kUnequalSizes, InverseMaskedRows(spectrum.slot(), mask.slot(), mask.slot(), 0, 1));
   }
-  ASSERT_EQ(0, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), copy.slot()));
-  for (int32_t y = 0; y < kWidth; ++y) {
-    ReadBufferRow(spectrum.slot(), 0, y, kRowBytes, wanted.data());
-    EXPECT_EQ(static_cast<float>(2 * kWidth * y - y - 3000) / 7.0f, wanted.back());  // left as it was
-    for (const int32_t i : {2 * y, 2 * y + 1})
-      wanted[i] = static_cast<float>(wanted[i] * (1.0 - (100 + y) / 255.0));
-    EXPECT_EQ(0, std::memcmp(wanted.data(), BufferRow(copy.slot(), y), kRowBytes)) << y;
-  }
-  OwnedBuffer other;
-  ASSERT_EQ(0, other.Create("other", kWidth, kWidth - 1, kGrayComplex));
-  EXPECT_EQ(kUnequalSizes, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), other.slot()));
-  EXPECT_EQ(kUnequalSizes, CopyMaskedSpectrum(spectrum.slot(), mask.slot(), mask.slot()));
+  EXPECT_EQ(kUnequalSizes, InverseMaskedRows(0, 0, 0, 0, 1));
 }
 
 TEST(ApplySpectrumMask, RefusesOtherSizesAndKindsAndChangesNothing) {
