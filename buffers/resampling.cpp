@@ -1,6 +1,7 @@
 #include "buffers/resampling.h"
 
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 
 #include "buffers/buffer_table.h"
@@ -33,6 +34,14 @@ void PickPixels(const uint8_t* source, const int32_t* indices, int32_t pixels, u
       std::memcpy(destination, source + static_cast<size_t>(indices[x]) * PixelBytes, PixelBytes);
     }
   }
+}
+
+// Life size, and no part outside: a row is one stretch of its source.
+bool IsOneStretch(const int32_t* indices, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    if (indices[i] != indices[0] + i || indices[i] < 0) return false;
+  }
+  return true;
 }
 
 using PixelPicker = void (*)(const uint8_t*, const int32_t*, int32_t, uint8_t*);
@@ -83,6 +92,7 @@ int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float z
       isSameKind ? 0 : static_cast<size_t>(destination.width) * static_cast<size_t>(source.bytesPerPixel));
   if (!columns || !rows || !picked) return kOutOfMemory;
 
+  const bool isStretch = IsOneStretch(columns.get(), destination.width);
   const size_t rowBytes = static_cast<size_t>(destination.width) * destination.bytesPerPixel;
   for (int32_t y = 0; y < destination.height; ++y) {
     uint8_t* const row = BufferRow(destinationSlot, y);
@@ -90,11 +100,20 @@ int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float z
       std::memset(row, 0, rowBytes);
     } else if (y > 0 && rows[y] == rows[y - 1]) {
       std::memcpy(row, BufferRow(destinationSlot, y - 1), rowBytes);
-    } else if (isSameKind) {
-      pick(BufferRow(sourceSlot, rows[y]), columns.get(), destination.width, row);
     } else {
-      pick(BufferRow(sourceSlot, rows[y]), columns.get(), destination.width, picked.get());
-      convert(picked.get(), row, destination.width);
+      const uint8_t* pixels = BufferRow(sourceSlot, rows[y]);
+      if (isStretch) {
+        pixels += columns[0] * static_cast<ptrdiff_t>(source.bytesPerPixel);
+      } else {
+        uint8_t* const target = isSameKind ? row : picked.get();
+        pick(pixels, columns.get(), destination.width, target);
+        pixels = target;
+      }
+      if (!isSameKind) {
+        convert(pixels, row, destination.width);
+      } else if (isStretch) {
+        std::memcpy(row, pixels, rowBytes);
+      }
     }
   }
   MarkDirty(destinationSlot);
