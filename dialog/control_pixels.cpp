@@ -21,16 +21,26 @@ uint8_t ByteOf(Sample level, float scale) {
   return sizeof(Sample) == 1 ? static_cast<uint8_t>(level) : StoreByte(static_cast<float>(level) * scale);
 }
 
-// `columns`: the source pixel that each control pixel shows.
+// One pixel as the 32 bits that are stored: blue in the lowest byte.
+template <typename Sample, int kChannels>
+uint32_t PixelOf(const Sample* pixel, float scale) {
+  const uint32_t red = ByteOf(pixel[0], scale);
+  if constexpr (kChannels == 1) return red * 0x010101u;
+  return ByteOf(pixel[2], scale) | uint32_t{ByteOf(pixel[1], scale)} << 8 | red << 16;
+}
+
+// `columns`: the source pixel that each control pixel shows; null: its own.
 template <typename Sample, int kChannels>
 void DrawRow(const void* row, const int32_t* columns, int32_t width, float scale, uint8_t* pixels) {
   const auto* const samples = static_cast<const Sample*>(row);
-  for (int32_t x = 0; x < width; ++x, pixels += kControlPixelBytes) {
-    const Sample* const pixel = samples + columns[x] * kChannels;
-    pixels[0] = ByteOf(pixel[kChannels - 1], scale);
-    pixels[1] = ByteOf(pixel[kChannels / 2], scale);
-    pixels[2] = ByteOf(pixel[0], scale);
-    pixels[3] = 0;
+  const auto draw = [&](int32_t x, int32_t column) {
+    const uint32_t pixel = PixelOf<Sample, kChannels>(samples + column * kChannels, scale);
+    std::memcpy(pixels + x * kControlPixelBytes, &pixel, sizeof(pixel));
+  };
+  if (columns == nullptr) {
+    for (int32_t x = 0; x < width; ++x) draw(x, x);
+  } else {
+    for (int32_t x = 0; x < width; ++x) draw(x, columns[x]);
   }
 }
 
@@ -71,7 +81,8 @@ int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* p
   const float scale = isSameSize ? kSameSizeScale : kStretchedScale;
   for (int32_t y = 0; y < height; ++y) {
     const auto sourceY = static_cast<int32_t>(int64_t{y} * shape.height / height);
-    draw(BufferRow(slot, sourceY), columns.get(), width, scale, pixels + static_cast<size_t>(y) * rowBytes);
+    draw(BufferRow(slot, sourceY), shape.width == width ? nullptr : columns.get(), width, scale,
+         pixels + static_cast<size_t>(y) * rowBytes);
   }
   return kSuccess;
 }

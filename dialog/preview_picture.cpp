@@ -130,15 +130,37 @@ bool MakeSpectra(PreviewState& state) {
   return true;
 }
 
+// As StoreByte, in a form that the compiler makes vector code of.
+uint8_t StoreByteWithoutBranches(float value) {
+  value = value > 0.0f ? value : 0.0f;  // also not-a-number
+  value = value < kByteMax ? value : kByteMax;
+  return static_cast<uint8_t>(static_cast<int32_t>(value));
+}
+
+// Three rows of levels to RGB pixels. Four bytes are stored at a time; the next pixel takes the fourth.
+void Interleave(const uint8_t* const levels[3], int32_t width, uint8_t* rgb) {
+  const uint8_t* const red = levels[0];
+  const uint8_t* const green = levels[1];
+  const uint8_t* const blue = levels[2];
+  const int32_t last = width - 1;
+  for (int32_t x = 0; x < last; ++x) {
+    const uint32_t pixel = red[x] | uint32_t{green[x]} << 8 | uint32_t{blue[x]} << 16;
+    std::memcpy(rgb + 3 * x, &pixel, sizeof(pixel));
+  }
+  if (last < 0) return;
+  rgb[3 * last] = red[last];
+  rgb[3 * last + 1] = green[last];
+  rgb[3 * last + 2] = blue[last];
+}
+
+// Of the filtered square only the rows of the visible window are completed.
 bool FilterSpectra(PreviewState& state) {
   if (!state.cache.hasMask || !MakeSpectra(state)) return false;
   for (int32_t c = 0; c < state.channels; ++c) {
-    const int32_t masked = state.buffers.maskedSpectra[c].slot();
-    if (CopyMaskedSpectrum(state.buffers.spectra[c].slot(), state.buffers.fullMask.slot(), masked) !=
-            kSuccess ||
-        InverseFft2D(masked, false, false, nullptr, 0, 0, 0) != kSuccess) {
-      return false;
-    }
+    const int32_t result =
+        InverseMaskedRows(state.buffers.spectra[c].slot(), state.buffers.fullMask.slot(),
+                          state.buffers.maskedSpectra[c].slot(), state.padY, state.panY.proxySize);
+    if (result != kSuccess) return false;
   }
   return true;
 }
@@ -146,14 +168,21 @@ bool FilterSpectra(PreviewState& state) {
 // The visible window of the filtered square, back in bytes.
 void WriteFiltered(const PreviewState& state) {
   const int32_t width = state.panX.proxySize;
+  uint8_t* const rgb = state.rows.output.get();
   for (int32_t y = 0; y < state.panY.proxySize; ++y) {
-    uint8_t* const rgb = state.rows.output.get();
+    const uint8_t* levels[3];
     for (int32_t c = 0; c < 3; ++c) {
-      const int32_t slot = state.buffers.maskedSpectra[std::min(c, state.channels - 1)].slot();
-      const auto* const values =
-          reinterpret_cast<const float*>(BufferRow(slot, state.padY + y)) + 2 * state.padX;
-      for (int32_t x = 0; x < width; ++x) rgb[3 * x + c] = StoreByte(values[2 * x] * kHostToByte);
+      if (c >= state.channels) {
+        levels[c] = levels[0];
+        continue;
+      }
+      const uint8_t* const row = BufferRow(state.buffers.maskedSpectra[c].slot(), state.padY + y);
+      const auto* const values = reinterpret_cast<const float*>(row) + 2 * state.padX;
+      uint8_t* const level = state.rows.channels[c].get();
+      for (int32_t x = 0; x < width; ++x) level[x] = StoreByteWithoutBranches(values[2 * x] * kHostToByte);
+      levels[c] = level;
     }
+    Interleave(levels, width, rgb);
     WriteBufferRow(state.buffers.proxy.slot(), 0, y, width * 3, rgb);
   }
 }
