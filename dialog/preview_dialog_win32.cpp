@@ -306,13 +306,16 @@ void PressButton(int32_t x, int32_t y) {
 // --- painting ---
 
 // The swatch shows its black outline only: the fill is given a pen where a brush belongs and paints nothing.
-// Kept as it stands, on purpose; users know the swatch as a frame to click on.
+// Kept as it stands, on purpose; users know the swatch as a frame to click on. The empty brush is for Wine,
+// whose fill would take the brush that it finds selected instead.
 void PaintSwatch(HDC context) {
   const WindowRectangle area = AreaOf(TESSALINE_HIGHLIGHT_SWATCH);
   const RECT rectangle = {area.left, area.top, area.right, area.bottom};
   const HighlightColor& color = previewState.highlight;
   const HPEN pen = CreatePen(PS_SOLID, 1, RGB(color.red, color.green, color.blue));
+  const HGDIOBJ previousBrush = SelectObject(context, GetStockObject(NULL_BRUSH));
   FillRect(context, &rectangle, reinterpret_cast<HBRUSH>(pen));
+  SelectObject(context, previousBrush);
   DeleteObject(pen);
   MoveToEx(context, area.left, area.top, nullptr);
   LineTo(context, area.right - 1, area.top);
@@ -344,7 +347,8 @@ void Paint() {
 intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   if (message == WM_INITDIALOG) return Initialize(window, reinterpret_cast<PreviewDialogRequest*>(lParam));
   if (window != Dialog()) return FALSE;  // before the first message and after the last
-  FollowMouse();
+  // Which window lies under the cursor is asked by this very message; asking again would not end.
+  if (message != WM_NCHITTEST) FollowMouse();
   switch (message) {
     case WM_COMMAND:
       return RunCommand(LOWORD(wParam), HIWORD(wParam));
