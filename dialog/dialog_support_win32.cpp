@@ -80,6 +80,7 @@ INT_PTR CALLBACK QuickGuideProcedure(HWND window, UINT message, WPARAM wParam, L
       return TRUE;
     case WM_DESTROY:
       g_quickGuide = nullptr;
+      ReleasePictures(window);
       return FALSE;
     default:
       return FALSE;
@@ -138,6 +139,14 @@ void ShowQuickGuide() {
     return;
   }
   RunDialogInContext(TESSALINE_QUICK_GUIDE, previewState.dialog, QuickGuideProcedure, 0);
+}
+
+void ReleasePictures(WindowHandle dialog) {
+  for (HWND at = GetWindow(dialog, GW_CHILD); at != nullptr; at = GetWindow(at, GW_HWNDNEXT)) {
+    const bool isStatic = (SendMessageA(at, WM_GETDLGCODE, 0, 0) & DLGC_STATIC) != 0;
+    if (!isStatic || (GetWindowLongA(at, GWL_STYLE) & SS_TYPEMASK) != SS_BITMAP) continue;
+    DeleteObject(reinterpret_cast<HGDIOBJ>(SendMessageA(at, STM_SETIMAGE, IMAGE_BITMAP, 0)));
+  }
 }
 
 void CloseQuickGuide() {

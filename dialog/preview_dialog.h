@@ -32,6 +32,10 @@ intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wPar
 // One tooltip for every row of the table of tips.
 void CreateTooltips(WindowHandle dialog);
 
+// For WM_DESTROY: frees the bitmaps that a dialog's controls loaded for themselves. The controls of Windows
+// do so when they go, those of Wine do not.
+void ReleasePictures(WindowHandle dialog);
+
 // Opens the Quick Guide modally over the dialog or, when it is open, brings it to the top.
 void ShowQuickGuide();
 // Asks an open Quick Guide to close.

@@ -346,6 +346,7 @@ void Paint() {
 
 intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   if (message == WM_INITDIALOG) return Initialize(window, reinterpret_cast<PreviewDialogRequest*>(lParam));
+  if (message == WM_DESTROY) ReleasePictures(window);
   if (window != Dialog()) return FALSE;  // before the first message and after the last
   // Which window lies under the cursor is asked by this very message; asking again would not end.
   if (message != WM_NCHITTEST) FollowMouse();
