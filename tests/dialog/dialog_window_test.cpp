@@ -1,0 +1,893 @@
+// The preview dialog as a window: what its controls are, what they do, and that nothing stays behind.
+#include <algorithm>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+// After windows.h, which they need.
+#include "tests/dialog/preview_dialog_fixture.h"
+//
+#include <commctrl.h>
+#include <psapi.h>
+
+#include "buffers/result_codes.h"
+#include "dialog/control_pixels.h"
+#include "dialog/slider_control.h"
+#include "dialog/tooltip_texts.h"
+#include "platform/memory.h"
+#include "platform/message.h"
+
+namespace tessaline {
+namespace {
+
+// --- what is on it ---
+
+struct ExpectedControl {
+  int32_t id;
+  const char* className;
+  const char* text;
+};
+// In the order of creation, which is the order of the tab key and of what lies over what.
+constexpr ExpectedControl kControls[] = {
+    {1, "Button", "OK"},
+    {2, "Button", "Cancel"},
+    {555, "Button", "Default"},
+    {3, "Static", ""},
+    {6, "Button", "Preview"},
+    {14, "Button", "-"},
+    {15, "Static", "100%"},
+    {13, "Button", "+"},
+    {17, "Static", "Power Spectrum"},
+    {16, "Static", ""},
+    {24, "Static", "Highlight Color:"},
+    {25, "Button", "Red"},
+    {26, "Button", "Cyan"},
+    {27, "Button", "Other..."},
+    {28, "Static", ""},
+    {30, "Static", "Low Frequency Protection Radius (Pixels)"},
+    {29, "ScrollBar", ""},
+    {31, "Edit", "8.00"},
+    {311, "Static", ""},
+    {312, "Static", ""},
+    {100, "Static", "Bigger disc"},
+    {101, "Static", "Smaller disc"},
+    {8, "Static", "Pattern Frequency Acceptance (%)"},
+    {7, "ScrollBar", ""},
+    {9, "Edit", "60"},
+    {91, "Static", ""},
+    {92, "Static", ""},
+    {102, "Static", "Lower"},
+    {103, "Static", "Higher"},
+    {11, "Static", "Notch Radius (1..16)"},
+    {10, "ScrollBar", ""},
+    {12, "Edit", "6.00"},
+    {121, "Static", ""},
+    {122, "Static", ""},
+    {104, "Static", "Smaller"},
+    {105, "Static", "Bigger"},
+    {35, "Static", ""},
+    {3939, "Static", ""},
+};
+constexpr int32_t kPictureControls[] = {311, 312, 91, 92, 121, 122, 35, 3939};
+
+RECT PlaceOf(HWND control) {
+  RECT place = {};
+  GetWindowRect(control, &place);
+  MapWindowPoints(nullptr, GetParent(control), reinterpret_cast<POINT*>(&place), 2);
+  return place;
+}
+
+// Width in pixels of a control's text in the control's font.
+LONG TextWidth(HWND control) {
+  const HDC context = GetDC(control);
+  const auto font = reinterpret_cast<HGDIOBJ>(SendMessageA(control, WM_GETFONT, 0, 0));
+  const HGDIOBJ previous = SelectObject(context, font);
+  const std::string text = TextOf(control);
+  SIZE size = {};
+  GetTextExtentPoint32A(context, text.c_str(), static_cast<int>(text.size()), &size);
+  SelectObject(context, previous);
+  ReleaseDC(control, context);
+  return size.cx;
+}
+
+// Room beside a button's text that the button needs for itself.
+LONG RoomBesideText(HWND control) {
+  if (ClassOf(control) != "Button") return 0;
+  const LONG kind = GetWindowLongA(control, GWL_STYLE) & BS_TYPEMASK;
+  return kind == BS_CHECKBOX || kind == BS_AUTORADIOBUTTON ? GetSystemMetrics(SM_CXMENUCHECK) : 4;
+}
+
+void ExpectTidyLayout(HWND dialog) {
+  std::vector<HWND> controls;
+  for (HWND at = GetWindow(dialog, GW_CHILD); at != nullptr; at = GetWindow(at, GW_HWNDNEXT)) {
+    controls.push_back(at);
+  }
+  RECT client = {}, common = {};
+  GetClientRect(dialog, &client);
+  for (size_t i = 0; i < controls.size(); ++i) {
+    const int id = GetDlgCtrlID(controls[i]);
+    const RECT place = PlaceOf(controls[i]);
+    UnionRect(&common, &client, &place);
+    EXPECT_TRUE(EqualRect(&common, &client)) << id << " lies outside";
+    EXPECT_GE(PlaceOf(controls[i]).right - place.left, TextWidth(controls[i]) + RoomBesideText(controls[i]))
+        << id << " cuts its text";
+    for (size_t j = 0; j < i; ++j) {
+      const RECT other = PlaceOf(controls[j]);
+      EXPECT_FALSE(IntersectRect(&common, &place, &other)) << id << " and " << GetDlgCtrlID(controls[j]);
+    }
+  }
+}
+
+// On any screen; which of the layouts the launcher takes is the screen's doing.
+class PreviewDialogLayout : public PreviewDialogTest {
+ protected:
+  void ExpectLayout(int32_t templateId, RECT dialogUnits) {
+    SCOPED_TRACE(templateId);
+    Open([&] {
+      MapDialogRect(Dialog(), &dialogUnits);
+      RECT client = {};
+      GetClientRect(Dialog(), &client);
+      EXPECT_EQ(dialogUnits.right, client.right);
+      EXPECT_EQ(dialogUnits.bottom, client.bottom);
+      wchar_t title[100] = L"";
+      GetWindowTextW(Dialog(), title, 100);
+      EXPECT_EQ(std::wstring(L"Kelvora\u00AE Vistrel\u00AE > Tessaline 3.5.0"), title);
+
+      HWND control = GetWindow(Dialog(), GW_CHILD);
+      for (const ExpectedControl& expected : kControls) {
+        ASSERT_EQ(expected.id, GetDlgCtrlID(control));
+        EXPECT_EQ(expected.className, ClassOf(control)) << expected.id;
+        const bool isPicture = std::find(std::begin(kPictureControls), std::end(kPictureControls),
+                                         expected.id) != std::end(kPictureControls);
+        if (!isPicture) {
+          EXPECT_EQ(expected.text, TextOf(control)) << expected.id;
+        }
+        EXPECT_EQ(expected.id != TESSALINE_HIGHLIGHT_SWATCH, IsWindowVisible(control) != 0) << expected.id;
+        EXPECT_EQ(expected.id != TESSALINE_PROXY_VIEW, IsWindowEnabled(control) != 0) << expected.id;
+        control = GetWindow(control, GW_HWNDNEXT);
+      }
+      EXPECT_EQ(nullptr, control);
+      for (const int32_t id : kPictureControls) {
+        EXPECT_NE(0, SendDlgItemMessageA(Dialog(), id, STM_GETIMAGE, IMAGE_BITMAP, 0)) << id;
+      }
+      ExpectTidyLayout(Dialog());
+    });
+  }
+};
+
+constexpr RECT kSmallUnits = {0, 0, 638, 323};
+constexpr RECT kLargeUnits = {0, 0, 669, 410};
+
+bool IsScreenLarge() {
+  return GetSystemMetrics(SM_CXSCREEN) >= 1000 && GetSystemMetrics(SM_CYSCREEN) >= 800;
+}
+
+TEST_F(PreviewDialogLayout, FitsTheScreen) {
+  ExpectLayout(IsScreenLarge() ? 3767 : 2767, IsScreenLarge() ? kLargeUnits : kSmallUnits);
+}
+
+TEST_F(PreviewDialogLayout, CtrlAsksForTheSmallOne) {
+  const HeldKey ctrl(VK_CONTROL);
+  ExpectLayout(2767, kSmallUnits);
+}
+
+TEST_F(PreviewDialogTest, TabKeyVisitsWhatCanBeUsed) {
+  Open([] {
+    std::vector<int32_t> visited;
+    for (size_t i = 0; i < std::size(kControls); ++i) {
+      visited.push_back(GetDlgCtrlID(GetFocus()));
+      PressKey(VK_TAB);
+      if (GetDlgCtrlID(GetFocus()) == visited[0]) break;
+    }
+    EXPECT_EQ((std::vector<int32_t>{1, 2, 555, 6, 14, 13, 25, 29, 31, 7, 9, 10, 12}), visited);
+  });
+}
+
+TEST_F(PreviewDialogTest, TooltipsSayWhatTheTableSays) {
+  Open([] {
+    const HWND tips = FindOwnWindow(TOOLTIPS_CLASSA);
+    ASSERT_NE(nullptr, tips);
+    EXPECT_EQ(300, SendMessageA(tips, TTM_GETMAXTIPWIDTH, 0, 0));
+    ASSERT_EQ(static_cast<LRESULT>(std::size(kTooltipTexts)), SendMessageA(tips, TTM_GETTOOLCOUNT, 0, 0));
+    std::set<UINT_PTR> shown;
+    for (size_t i = 0; i < std::size(kTooltipTexts); ++i) {
+      wchar_t text[1024] = L"";
+      TOOLINFOW tool = {};
+      tool.cbSize = sizeof(tool);
+      tool.lpszText = text;
+      ASSERT_TRUE(SendMessageW(tips, TTM_ENUMTOOLSW, i, reinterpret_cast<LPARAM>(&tool)));
+      // This message tells 79 characters, the other the whole text of a control's first tip.
+      const std::string tip = kTooltipTexts[i].text;
+      const std::wstring whole(tip.begin(), tip.end());
+      EXPECT_EQ(whole.substr(0, 79), std::wstring(text).substr(0, 79));
+      if (shown.insert(tool.uId).second) {
+        SendMessageW(tips, TTM_GETTEXTW, std::size(text), reinterpret_cast<LPARAM>(&tool));
+        EXPECT_EQ(whole, text);
+      }
+      const HWND control = Control(kTooltipTexts[i].controlId);
+      EXPECT_EQ(reinterpret_cast<UINT_PTR>(control), tool.uId);
+      EXPECT_EQ(UINT{TTF_IDISHWND | TTF_SUBCLASS}, tool.uFlags);
+      // A tip is shown by a control that sees the mouse.
+      EXPECT_NE(HTTRANSPARENT, SendMessageA(control, WM_NCHITTEST, 0, 0)) << kTooltipTexts[i].controlId;
+    }
+  });
+}
+
+// --- sliders, edits and spin arrows ---
+
+struct ExpectedSlider {
+  int32_t bar, edit, up, down;
+  ParameterRange range;
+  SliderMapping mapping;
+  float pageStep, lineStep;
+  float PreviewValues::*value;
+  float (*next)(float value, bool up);
+};
+constexpr ExpectedSlider kSliders[] = {
+    {7, 9, 91, 92, kAcceptanceRange, SliderMapping::kLinear, 2.0f, 1.0f, &PreviewValues::acceptance,
+     NextAcceptance},
+    {10, 12, 121, 122, kNotchRadiusRange, SliderMapping::kLinear, 0.5f, 0.5f, &PreviewValues::notchRadius,
+     NextNotchRadius},
+    {29, 31, 311, 312, kProtectionRadiusRange, SliderMapping::kSquareRoot, 2.0f, 0.5f,
+     &PreviewValues::protectionRadius, NextProtectionRadius},
+};
+
+class PreviewDialogSliders : public PreviewDialogTest {
+ protected:
+  static float ValueOf(const ExpectedSlider& slider) { return previewState.current.*slider.value; }
+
+  // A record of the portable kind that stands where the dialog's own must stand.
+  static SliderControl Model(const ExpectedSlider& slider, float value) {
+    RECT bar = {};
+    GetClientRect(Control(slider.bar), &bar);
+    SliderControl model = {};
+    DescribeSlider(slider.range.minimum, slider.range.maximum, value, slider.mapping, slider.pageStep,
+                   slider.lineStep, "", bar.right, bar.bottom, &model);
+    model.shownText = SliderText(model, TextMoment::kSetUp);
+    return model;
+  }
+
+  // Value, scroll bar and edit are those of the model, the other values those of `before`, and both views
+  // repainted.
+  static void ExpectAgreement(const ExpectedSlider& slider, const SliderControl& model,
+                              const std::string& text, PreviewValues before) {
+    before.*slider.value = model.value;
+    EXPECT_EQ(before, previewState.current);
+    EXPECT_EQ(std::min(model.position, LastSliderPosition(model)), GetScrollPos(Control(slider.bar), SB_CTL));
+    EXPECT_EQ(text, TextOf(Control(slider.edit)));
+    EXPECT_TRUE(previewState.cacheValid);
+  }
+};
+
+TEST_F(PreviewDialogSliders, ScrollMessagesMoveValueAndEdit) {
+  Open([] {
+    const std::vector<WPARAM> messages = {SB_LINEUP,
+                                          SB_LINEUP,
+                                          SB_LINEDOWN,
+                                          SB_PAGEDOWN,
+                                          SB_PAGEDOWN,
+                                          SB_PAGEUP,
+                                          MAKEWPARAM(SB_THUMBTRACK, 17),
+                                          SB_LINEDOWN,
+                                          SB_PAGEUP,
+                                          SB_BOTTOM,
+                                          SB_LINEDOWN,
+                                          SB_LINEUP,
+                                          SB_TOP,
+                                          MAKEWPARAM(SB_THUMBPOSITION, 5),
+                                          SB_ENDSCROLL};
+    constexpr ScrollAction kActions[] = {
+        ScrollAction::kLineUp, ScrollAction::kLineDown, ScrollAction::kPageUp, ScrollAction::kPageDown,
+        ScrollAction::kThumb,  ScrollAction::kThumb,    ScrollAction::kTop,    ScrollAction::kBottom};
+    for (const ExpectedSlider& slider : kSliders) {
+      SliderControl model = Model(slider, ValueOf(slider));
+      int minimum = -1, maximum = -1;
+      GetScrollRange(Control(slider.bar), SB_CTL, &minimum, &maximum);
+      EXPECT_EQ(0, minimum);
+      EXPECT_EQ(LastSliderPosition(model), maximum);
+      for (const WPARAM message : messages) {
+        SCOPED_TRACE(testing::Message() << "bar " << slider.bar << " message " << message);
+        const PreviewValues before = previewState.current;
+        if (LOWORD(message) < std::size(kActions)) {
+          ScrollSlider(&model, kActions[LOWORD(message)], HIWORD(message));
+        }
+        SendMessageA(Dialog(), WM_HSCROLL, message, reinterpret_cast<LPARAM>(Control(slider.bar)));
+        Settle();
+        ExpectAgreement(slider, model, SliderText(model, TextMoment::kLater), before);
+      }
+    }
+    SendMessageA(Dialog(), WM_HSCROLL, SB_LINEUP, 0);  // of no bar, and of one that is none of the three
+    SendMessageA(Dialog(), WM_VSCROLL, SB_LINEUP, reinterpret_cast<LPARAM>(Dialog()));
+  });
+}
+
+TEST_F(PreviewDialogSliders, TypedTextMovesValueAndBarAndStaysAsTyped) {
+  Open([this] {
+    const std::vector<std::string> texts = {"5.25",
+                                            "",
+                                            "abc",
+                                            "-",
+                                            ".",
+                                            "1e9",
+                                            "-3",
+                                            "4,5",
+                                            "  7 px",
+                                            "1e-300",
+                                            "9e999",
+                                            "nan",
+                                            std::string(300, '9'),
+                                            std::string(300, 'x'),
+                                            "12.5"};
+    for (const ExpectedSlider& slider : kSliders) {
+      for (const std::string& text : texts) {
+        SCOPED_TRACE(testing::Message() << "edit " << slider.edit << " text " << text.substr(0, 20));
+        const PreviewValues before = previewState.current;
+        SliderControl model = Model(slider, ValueOf(slider));
+        SetWindowTextA(Control(slider.edit), text.c_str());
+        Settle();
+        const std::string read = text.substr(0, 255);
+        if (AcceptTypedValue(&model, read)) {
+          ExpectAgreement(slider, model, text, before);
+        } else {
+          EXPECT_EQ(before, previewState.current);
+          EXPECT_EQ(text, TextOf(Control(slider.edit)));
+        }
+      }
+    }
+    // Key by key: every state on the way is a text of its own, and an empty edit keeps the last value.
+    Type(Control(9), "35");
+    EXPECT_EQ(35.0f, previewState.current.acceptance);
+    Type(Control(9), "");
+    EXPECT_EQ(35.0f, previewState.current.acceptance);
+    // What cannot be a value of the range never gets to the caller.
+    Type(Control(12), "99");
+    Press(TESSALINE_OK);
+  });
+  EXPECT_EQ(16.0f, values_.notchRadius);
+}
+
+TEST_F(PreviewDialogSliders, TheValueThatIsCurrentAlreadyRecomputesNothing) {
+  values_ = {59.6f, 6, 8, 0, 0, 0, 0, 0, 0, {}};
+  Open([] {
+    EXPECT_EQ("60", TextOf(Control(9)));
+    SendMessageA(Control(31), EM_SETSEL, 0, -1);
+    SendMessageA(Control(31), EM_REPLACESEL, 0, reinterpret_cast<LPARAM>("8"));
+    EXPECT_TRUE(previewState.cacheValid);
+    // Visiting an edit that shows a rounded value must not round the value.
+    SetFocus(Control(9));
+    Command(Dialog(), 9, EN_CHANGE);
+    EXPECT_EQ(59.6f, previewState.current.acceptance);
+    EXPECT_TRUE(previewState.cacheValid);
+  });
+  EXPECT_EQ(59.6f, values_.acceptance);
+}
+
+TEST_F(PreviewDialogSliders, SpinArrowsStepAndDefaultRestoresTheOpeningValues) {
+  values_ = {57, 3.7f, 5, 0, 0, 0, 0, 0, 0, {}};
+  Open([] {
+    for (const ExpectedSlider& slider : kSliders) {
+      for (const int32_t id : {slider.up, slider.up, slider.down, slider.down, slider.down}) {
+        SCOPED_TRACE(id);
+        const PreviewValues before = previewState.current;
+        const SliderControl model = Model(slider, slider.next(ValueOf(slider), id == slider.up));
+        Press(id);
+        ExpectAgreement(slider, model, SliderText(model, TextMoment::kLater), before);
+        EXPECT_EQ(Control(slider.edit), GetFocus());
+      }
+      // The second of two quick clicks comes as a double click.
+      const float before = ValueOf(slider);
+      Command(Dialog(), slider.up, STN_DBLCLK);
+      EXPECT_EQ(slider.next(before, true), ValueOf(slider));
+      Command(Dialog(), slider.up, STN_DISABLE);
+      EXPECT_EQ(slider.next(before, true), ValueOf(slider));
+    }
+    Press(TESSALINE_DEFAULT);
+    for (const ExpectedSlider& slider : kSliders) {
+      const SliderControl model = Model(slider, previewState.opening.*slider.value);
+      ExpectAgreement(slider, model, SliderText(model, TextMoment::kLater), previewState.opening);
+    }
+  });
+  EXPECT_EQ(57.0f, values_.acceptance);
+  EXPECT_EQ(3.7f, values_.notchRadius);
+  EXPECT_EQ(5.0f, values_.protectionRadius);
+}
+
+// --- the other commands ---
+
+Shot ExpectedShot(int32_t slot, HWND control) {
+  RECT area = {};
+  GetClientRect(control, &area);
+  Shot shot = {area.right, area.bottom, std::vector<uint32_t>(static_cast<size_t>(area.right) * area.bottom)};
+  EXPECT_EQ(0,
+            DrawBufferPixels(slot, area.right, area.bottom, reinterpret_cast<uint8_t*>(shot.pixels.data())));
+  return shot;
+}
+
+// Compared by == so that a difference does not print a million numbers.
+void ExpectViewsShown() {
+  EXPECT_TRUE(previewState.cacheValid);
+  const HWND proxy = GetDlgItem(previewState.dialog, TESSALINE_PROXY_VIEW);
+  const HWND spectrum = GetDlgItem(previewState.dialog, TESSALINE_SPECTRUM_VIEW);
+  EXPECT_TRUE(ExpectedShot(previewState.buffers.zoomedView.slot(), proxy) == ScreenShotOf(proxy)) << "proxy";
+  EXPECT_TRUE(ExpectedShot(previewState.buffers.spectrumView.slot(), spectrum) == ScreenShotOf(spectrum))
+      << "spectrum";
+}
+
+size_t DistinctColors(const Shot& shot) {
+  return std::set<uint32_t>(shot.pixels.begin(), shot.pixels.end()).size();
+}
+
+TEST_F(PreviewDialogTest, CommandsChangeStateAndWhatIsShown) {
+  picture_.Release();
+  MakePicture(900, 800, kRgb8);
+  Open([] {
+    const HWND proxy = Control(TESSALINE_PROXY_VIEW), spectrum = Control(TESSALINE_SPECTRUM_VIEW);
+    ExpectViewsShown();
+    const Shot filtered = ShotOf(proxy), flat = ShotOf(spectrum);
+    const float centre = previewState.panX.position();
+    EXPECT_LT(50u, DistinctColors(filtered));
+    EXPECT_LT(50u, DistinctColors(flat));
+    EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_PREVIEW));
+
+    Press(TESSALINE_PREVIEW);
+    EXPECT_FALSE(IsDlgButtonChecked(Dialog(), TESSALINE_PREVIEW));
+    ExpectViewsShown();
+    EXPECT_FALSE(filtered == ShotOf(proxy));
+    Press(TESSALINE_PREVIEW);
+    EXPECT_TRUE(filtered == ShotOf(proxy));
+
+    Press(TESSALINE_SPECTRUM_VIEW);
+    ExpectViewsShown();
+    EXPECT_FALSE(flat == ShotOf(spectrum));
+    EXPECT_LT(50u, DistinctColors(ShotOf(spectrum)));
+    Press(TESSALINE_SPECTRUM_VIEW);
+    EXPECT_TRUE(flat == ShotOf(spectrum));
+
+    const std::pair<int32_t, const char*> zooms[] = {{14, "100%"}, {13, "200%"}, {13, "300%"},
+                                                     {13, "400%"}, {13, "600%"}, {13, "800%"},
+                                                     {13, "800%"}, {14, "600%"}, {15, "100%"}};
+    for (const auto& [id, label] : zooms) {
+      Press(id);
+      EXPECT_EQ(label, TextOf(Control(TESSALINE_ZOOM_LABEL)));
+      ExpectViewsShown();
+    }
+    EXPECT_NEAR(centre, previewState.panX.position(), 10);
+
+    Press(TESSALINE_HIGHLIGHT_CYAN);
+    EXPECT_EQ((HighlightColor{0, 255, 255}), previewState.highlight);
+    EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_CYAN));
+    ExpectViewsShown();
+    EXPECT_FALSE(flat == ShotOf(spectrum));
+    Press(TESSALINE_HIGHLIGHT_RED);
+    EXPECT_TRUE(flat == ShotOf(spectrum));
+    Command(Dialog(), TESSALINE_HIGHLIGHT_RED);  // once more
+    EXPECT_TRUE(previewState.cacheValid);
+
+    for (const int32_t id : {0, 3, 4, 17, 24, 30, 106, 123, 4000, 0xFFFF}) {
+      Command(Dialog(), id);
+      EXPECT_EQ(0, GetWindowLongPtrA(Dialog(), DWLP_MSGRESULT)) << id;
+    }
+    Press(TESSALINE_MANUAL);  // no manual, no program for it: nothing happens
+    EXPECT_EQ(Dialog(), EnabledDialog());
+  });
+}
+
+TEST_F(PreviewDialogTest, SixteenBitAndGreyPicturesAreShown) {
+  for (const int32_t kind : {kGray8, kGray16, kRgb16}) {
+    SCOPED_TRACE(kind);
+    picture_.Release();
+    MakePicture(500, 420, kind);
+    Open([] {
+      ExpectViewsShown();
+      EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
+    });
+  }
+}
+
+TEST_F(PreviewDialogTest, ComesBackAfterItWasCovered) {
+  Open([] {
+    const Shot whole = ScreenShotOf(Dialog());
+    RECT place = {};
+    GetWindowRect(Dialog(), &place);
+    const HWND cover =
+        CreateWindowExA(WS_EX_TOPMOST, "STATIC", "cover", WS_POPUP | WS_VISIBLE, place.left + 20,
+                        place.top + 20, 500, 300, nullptr, nullptr, nullptr, nullptr);
+    UpdateWindow(cover);
+    Settle();
+    EXPECT_FALSE(whole == ScreenShotOf(Dialog()));
+    DestroyWindow(cover);
+    Settle();
+    EXPECT_TRUE(whole == ScreenShotOf(Dialog()));
+    // Every part is asked for by itself.
+    InvalidateRect(Dialog(), nullptr, TRUE);
+    for (const ExpectedControl& control : kControls) InvalidateRect(Control(control.id), nullptr, TRUE);
+    Settle();
+    EXPECT_TRUE(whole == ScreenShotOf(Dialog()));
+    ExpectViewsShown();
+  });
+}
+
+TEST_F(PreviewDialogTest, SwatchIsABlackFrameThatFillsNothing) {
+  Open([] {
+    Press(TESSALINE_HIGHLIGHT_CYAN);
+    const RECT place = PlaceOf(Control(TESSALINE_HIGHLIGHT_SWATCH));
+    const Shot dialog = ShotOf(Dialog());
+    for (const LONG x : {place.left, place.left + 5, place.right - 1}) {
+      EXPECT_EQ(0u, dialog.At(x, place.top));
+      EXPECT_EQ(0u, dialog.At(x, place.bottom - 1));
+    }
+    for (const LONG y : {place.top + 3, place.bottom - 3}) {
+      EXPECT_EQ(0u, dialog.At(place.left, y));
+      EXPECT_EQ(0u, dialog.At(place.right - 1, y));
+      EXPECT_EQ(dialog.At(place.left - 3, y), dialog.At(place.left + 4, y));
+    }
+  });
+}
+
+// --- mouse and keyboard ---
+
+int hitTests;
+
+LRESULT CALLBACK CountHitTests(int code, WPARAM wParam, LPARAM lParam) {
+  if (reinterpret_cast<const CWPSTRUCT*>(lParam)->message == WM_NCHITTEST) ++hitTests;
+  return CallNextHookEx(nullptr, code, wParam, lParam);
+}
+
+// To know which window lies there, the system asks the dialog, which must not look again for that.
+TEST_F(PreviewDialogTest, LooksOncePerMessageWhereTheCursorIs) {
+  Open([] {
+    POINT place = {previewState.proxyArea.left + 30, previewState.proxyArea.top + 30};
+    ClientToScreen(Dialog(), &place);
+    SetCursorPos(place.x, place.y);
+    Settle();
+    const HHOOK hook = SetWindowsHookExA(WH_CALLWNDPROC, CountHitTests, nullptr, GetCurrentThreadId());
+    hitTests = 0;
+    SendMessageA(Dialog(), WM_NULL, 0, 0);
+    EXPECT_LE(1, hitTests);
+    EXPECT_GE(3, hitTests);
+    UnhookWindowsHookEx(hook);
+  });
+}
+
+TEST_F(PreviewDialogTest, DraggingMovesTheUntouchedPictureAndFiltersItAfterwards) {
+  picture_.Release();
+  MakePicture(1500, 1200, kRgb8);
+  Open([] {
+    const WindowRectangle& area = previewState.proxyArea;
+    const int32_t x = area.left + 200, y = area.top + 150;
+    const float startX = previewState.panX.position(), startY = previewState.panY.position();
+    {
+      const HeldKey button(VK_LBUTTON);
+      Mouse(WM_LBUTTONDOWN, area.right + 5, y);
+      EXPECT_FALSE(previewState.isDragging);
+      Mouse(WM_LBUTTONDOWN, x, y);
+      EXPECT_TRUE(previewState.isDragging);
+      EXPECT_EQ(Dialog(), GetCapture());
+      Mouse(WM_MOUSEMOVE, x - 30, y + 20);
+      EXPECT_EQ(startX + 30, previewState.panX.position());
+      EXPECT_EQ(startY - 20, previewState.panY.position());
+      EXPECT_FALSE(previewState.previewOn);
+      ExpectViewsShown();
+      Mouse(WM_MOUSEMOVE, -5000, 30000);
+      EXPECT_EQ(0, previewState.panY.base);
+      EXPECT_GT(1500.0f, previewState.panX.position() + 1);
+      Mouse(WM_MOUSEMOVE, x - 30, y + 20);
+    }
+    const Shot untouched = ShotOf(Control(TESSALINE_PROXY_VIEW));
+    Mouse(WM_LBUTTONUP, x - 30, y + 20);
+    EXPECT_FALSE(previewState.isDragging);
+    EXPECT_TRUE(previewState.previewOn);
+    EXPECT_EQ(nullptr, GetCapture());
+    EXPECT_EQ(startX + 30, previewState.panX.position());
+    ExpectViewsShown();
+    EXPECT_FALSE(untouched == ShotOf(Control(TESSALINE_PROXY_VIEW)));
+
+    // The button came up where this window did not see it: over another, or during a message box.
+    Press(TESSALINE_PREVIEW);
+    {
+      const HeldKey button(VK_LBUTTON);
+      Mouse(WM_LBUTTONDOWN, x, y);
+      EXPECT_TRUE(previewState.isDragging);
+    }
+    SendMessageA(Dialog(), WM_NULL, 0, 0);
+    EXPECT_FALSE(previewState.isDragging);
+    EXPECT_FALSE(previewState.previewOn);  // as it was before the drag
+
+    // Taken away by another window.
+    const HeldKey button(VK_LBUTTON);
+    Mouse(WM_LBUTTONDOWN, x, y);
+    SetCapture(Control(TESSALINE_OK));
+    EXPECT_FALSE(previewState.isDragging);
+    ReleaseCapture();
+    Mouse(WM_LBUTTONDOWN, x, y);
+    Press(TESSALINE_OK);  // in the middle of a drag
+  });
+  EXPECT_EQ(nullptr, GetCapture());
+}
+
+TEST_F(PreviewDialogTest, EnterAcceptsEscapeAndTheCloseBoxCancel) {
+  EXPECT_EQ(kSuccess, Open([] {
+              SetFocus(Control(12));
+              PressKey(VK_RETURN);
+              EXPECT_EQ(nullptr, Dialog());
+            }));
+  EXPECT_EQ(kUserCancelled, Open([] {
+              SetFocus(Control(12));
+              PressKey(VK_ESCAPE);
+              EXPECT_EQ(nullptr, Dialog());
+            }));
+  EXPECT_EQ(kUserCancelled, Open([] {
+              SendMessageA(Dialog(), WM_SYSCOMMAND, SC_CLOSE, 0);
+              Settle();
+              EXPECT_EQ(nullptr, Dialog());
+            }));
+}
+
+TEST_F(PreviewDialogTest, ValuesComeBackFromBothEndsTheHighlightFromOkAlone) {
+  const auto change = [](int32_t end) {
+    return [end] {
+      Type(Control(9), "33");
+      Type(Control(12), "2.5");
+      Press(TESSALINE_PROTECTION_UP);
+      Press(TESSALINE_HIGHLIGHT_CYAN);
+      Press(end);
+    };
+  };
+  EXPECT_EQ(kUserCancelled, Open(change(TESSALINE_CANCEL)));
+  EXPECT_EQ(33.0f, values_.acceptance);
+  EXPECT_EQ(2.5f, values_.notchRadius);
+  EXPECT_EQ(16.0f, values_.protectionRadius);
+  EXPECT_EQ(0.0f, values_.highlightMode);
+  EXPECT_EQ(0.0f, values_.highlightBlue);
+  EXPECT_EQ(kSuccess, Open(change(TESSALINE_OK)));
+  EXPECT_EQ(32.0f, values_.protectionRadius);
+  EXPECT_EQ(1.0f, values_.highlightMode);
+  EXPECT_EQ(255.0f, values_.highlightBlue);
+}
+
+// --- the dialogs that it opens ---
+
+TEST_F(PreviewDialogTest, QuickGuideOpensOverTheDialogAndCloses) {
+  Open([] {
+    for (const int32_t end : {TESSALINE_OK, TESSALINE_CANCEL}) {
+      PressAndEnter(TESSALINE_QUICK_GUIDE, [&](HWND guide) {
+        ShowWindow(guide, SW_SHOWNORMAL);
+        Settle();
+        EXPECT_EQ("Quick Guide", TextOf(guide));
+        EXPECT_EQ(Dialog(), GetWindow(guide, GW_OWNER));
+        EXPECT_FALSE(IsWindowEnabled(Dialog()));
+        ExpectTidyLayout(guide);
+        EXPECT_LT(5u, DistinctColors(ShotOf(guide)));
+        // A second wish brings it back to the top, where it was moved to.
+        RECT moved = {}, now = {};
+        SetWindowPos(guide, HWND_BOTTOM, 11, 12, 0, 0, SWP_NOSIZE);
+        GetWindowRect(guide, &moved);
+        ShowQuickGuide();
+        GetWindowRect(guide, &now);
+        EXPECT_TRUE(EqualRect(&moved, &now));
+        EXPECT_EQ(guide, EnabledDialog());
+        Command(guide, end);
+      });
+      EXPECT_TRUE(IsWindowEnabled(Dialog()));
+      EXPECT_EQ(Dialog(), EnabledDialog());
+    }
+    ExpectViewsShown();
+  });
+}
+
+TEST_F(PreviewDialogTest, EndingTheDialogClosesAnOpenQuickGuide) {
+  EXPECT_EQ(kSuccess, Open([] {
+              PressAndEnter(TESSALINE_QUICK_GUIDE, [](HWND) { Press(TESSALINE_OK); });
+              EXPECT_EQ(nullptr, Dialog());
+            }));
+}
+
+TEST_F(PreviewDialogTest, OtherColorComesFromTheChooser) {
+  Open([] {
+    PressAndEnter(TESSALINE_HIGHLIGHT_OTHER, [](HWND chooser) { Command(chooser, IDCANCEL); });
+    EXPECT_EQ(kHighlightRed, previewState.highlightMode);
+    EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_RED));
+    EXPECT_FALSE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_OTHER));
+
+    // The chooser's edits for red, green and blue have these numbers on every Windows.
+    PressAndEnter(TESSALINE_HIGHLIGHT_SWATCH, [](HWND chooser) {
+      const std::pair<int, UINT> components[] = {{706, 40}, {707, 210}, {708, 90}};
+      EXPECT_EQ(255u, GetDlgItemInt(chooser, 706, nullptr, FALSE));
+      for (const auto& [id, level] : components) SetDlgItemInt(chooser, id, level, FALSE);
+      Command(chooser, IDOK);
+    });
+    EXPECT_EQ(kHighlightOther, previewState.highlightMode);
+    EXPECT_EQ((HighlightColor{40, 210, 90}), previewState.highlight);
+    EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_OTHER));
+    ExpectViewsShown();
+    Press(TESSALINE_OK);
+  });
+  EXPECT_EQ(2.0f, values_.highlightMode);
+  EXPECT_EQ(210.0f, values_.highlightGreen);
+}
+
+// --- bad input ---
+
+// What a user can do, quickly.
+void WorkThrough() {
+  const HWND dialog = previewState.dialog;
+  for (const int32_t id : {13, 13, 6, 6, 16, 26, 91, 122, 311, 15, 16, 555}) {
+    Command(dialog, id);
+    Settle();
+  }
+  const HeldKey button(VK_LBUTTON);
+  const WindowRectangle& area = previewState.proxyArea;
+  SendMessageA(dialog, WM_LBUTTONDOWN, 0, MAKELPARAM(area.left + 9, area.top + 9));
+  SendMessageA(dialog, WM_MOUSEMOVE, 0, MAKELPARAM(area.left + 90, area.top + 2));
+  Settle();
+  SendMessageA(dialog, WM_LBUTTONUP, 0, MAKELPARAM(area.left + 90, area.top + 2));
+  Settle();
+}
+
+TEST_F(PreviewDialogTest, SlotsWithoutAPictureStayBlack) {
+  picture_.Release();
+  for (const int32_t slot : {0, -1, 5000, 2048, 2047, gray8_.slot() + 1}) {
+    SCOPED_TRACE(slot);
+    EXPECT_EQ(kSuccess, OpenOver(owner_, slot, [] {
+                EXPECT_EQ(1u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
+                EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_SPECTRUM_VIEW))));
+                WorkThrough();
+                Press(TESSALINE_OK);
+              }));
+  }
+}
+
+TEST_F(PreviewDialogTest, PicturesOfAnyShapeAreShown) {
+  const BufferShape shapes[] = {{1, 1, kGray8}, {1, 7500, kRgb16}, {7500, 1, kGray16}, {100, 2000, kRgb8}};
+  for (const BufferShape& shape : shapes) {
+    SCOPED_TRACE(testing::Message() << shape.width << " x " << shape.height);
+    picture_.Release();
+    MakePicture(shape.width, shape.height, shape.bytesPerPixel);
+    EXPECT_EQ(kSuccess, Open([] {
+                WorkThrough();
+                ExpectViewsShown();
+                Press(TESSALINE_OK);
+              }));
+  }
+}
+
+TEST_F(PreviewDialogTest, SpectraThatAreMissingLeaveThePictureAsItIs) {
+  gray16_.Release();
+  gray8_.Release();
+  EXPECT_EQ(kSuccess, Open([] {
+              WorkThrough();
+              ExpectViewsShown();
+              EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
+              Press(TESSALINE_OK);
+            }));
+}
+
+TEST_F(PreviewDialogTest, WithoutMemoryItOpensAndCloses) {
+  std::vector<std::string> messages;
+  static std::vector<std::string>* heard;
+  heard = &messages;
+  const MessageHandler previous =
+      SetMessageHandler([](const char* text, const char*) { heard->push_back(text); });
+  for (const int afterwards : {0, 3, 7, 12, 16, 20}) {
+    SCOPED_TRACE(afterwards);
+    FailAllocationAfter(afterwards);
+    EXPECT_EQ(kSuccess, Open([] {
+                WorkThrough();
+                Press(TESSALINE_OK);
+              }));
+    ClearAllocationFailure();
+  }
+  SetMessageHandler(previous);
+}
+
+TEST_F(PreviewDialogTest, OwnerThatIsNoneOrGoneOrGoes) {
+  const HWND gone =
+      CreateWindowA("STATIC", "", WS_OVERLAPPED, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
+  DestroyWindow(gone);
+  // With a window of this thread in front, that one is the owner.
+  for (const HWND owner : {gone, static_cast<HWND>(nullptr)}) {
+    EXPECT_EQ(kSuccess, OpenOver(owner, picture_.slot(), [this] {
+                EXPECT_EQ(owner_, GetWindow(Dialog(), GW_OWNER));
+                Press(TESSALINE_OK);
+              }));
+  }
+  EXPECT_TRUE(IsWindowEnabled(owner_));
+  EXPECT_EQ(kUserCancelled, Open([this] {
+              Type(Control(9), "20");
+              DestroyWindow(owner_);
+              EXPECT_EQ(nullptr, Dialog());
+            }));
+  EXPECT_EQ(20.0f, values_.acceptance);
+  EXPECT_EQ(kSuccess, OpenOver(nullptr, picture_.slot(), [] { Press(TESSALINE_OK); }));
+}
+
+TEST_F(PreviewDialogTest, ShiftShowsFilteredAndUntouchedTogether) {
+  const HeldKey shift(VK_SHIFT);
+  Open([] {
+    const HWND proxy = Control(TESSALINE_PROXY_VIEW);
+    const Shot shot = ShotOf(proxy);
+    const int32_t half = shot.height / 2;
+    EXPECT_EQ(half, previewState.proxyArea.height());
+    EXPECT_EQ(0x808080u, shot.At(5, half));
+    // The same picture above and below, but for the pattern.
+    EXPECT_NE(shot.At(20, 20), shot.At(20, 20 + half));
+    WorkThrough();
+  });
+  EXPECT_FALSE(Open([] {}) == kSuccess);
+  splitPreview = false;
+}
+
+// --- nothing stays behind ---
+
+// The system's own counters will not do: Wine 8 answers 0 for GetGuiResources and GetProcessHandleCount. What
+// is left to take tells the same.
+struct Resources {
+  int freeGdiObjects;   // until the process has no more
+  int freeUserObjects;  // until the session has no more
+  int windows;
+  uintptr_t freeHandle;  // the lowest, more or less
+  int64_t privateBytes;
+};
+
+template <typename Handle>
+int CountUntilNone(Handle (*create)(), BOOL (*destroy)(Handle)) {
+  std::vector<Handle> handles;
+  while (const Handle handle = create()) handles.push_back(handle);
+  for (const Handle handle : handles) destroy(handle);
+  return static_cast<int>(handles.size());
+}
+
+BOOL CALLBACK CountWindow(HWND window, LPARAM count) {
+  ++*reinterpret_cast<int*>(count);
+  EnumChildWindows(window, CountWindow, count);
+  return TRUE;
+}
+
+Resources ResourcesNow() {
+  Resources now = {};
+  now.freeGdiObjects = CountUntilNone<HGDIOBJ>([]() -> HGDIOBJ { return CreateSolidBrush(0); },
+                                               [](HGDIOBJ object) -> BOOL { return DeleteObject(object); });
+  now.freeUserObjects = CountUntilNone<HMENU>([]() -> HMENU { return CreatePopupMenu(); },
+                                              [](HMENU menu) -> BOOL { return DestroyMenu(menu); });
+  EnumThreadWindows(GetCurrentThreadId(), CountWindow, reinterpret_cast<LPARAM>(&now.windows));
+  const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+  now.freeHandle = reinterpret_cast<uintptr_t>(event);
+  CloseHandle(event);
+  PROCESS_MEMORY_COUNTERS memory = {};
+  GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+  now.privateBytes = static_cast<int64_t>(memory.PagefileUsage);
+  return now;
+}
+
+TEST_F(PreviewDialogTest, AHundredRoundsLeaveNothingBehind) {
+  picture_.Release();
+  MakePicture(40, 30, kGray8);
+  const auto round = [this](int number) {
+    std::optional<HeldKey> ctrl;
+    if (number % 2 == 1) ctrl.emplace(VK_CONTROL);
+    Open([number] {
+      Press(TESSALINE_SPECTRUM_VIEW);
+      Press(TESSALINE_ACCEPTANCE_UP);
+      if (number % 10 == 0) {
+        PressAndEnter(TESSALINE_QUICK_GUIDE, [](HWND guide) { Command(guide, IDOK); });
+        PressAndEnter(TESSALINE_HIGHLIGHT_OTHER, [](HWND chooser) { Command(chooser, IDCANCEL); });
+      }
+      Press(number % 3 == 0 ? TESSALINE_OK : TESSALINE_CANCEL);
+    });
+  };
+  for (int i = 0; i < 20; ++i) round(i);
+  const Resources before = ResourcesNow();
+  const int32_t buffers = liveBufferCount;
+  for (int i = 0; i < 100; ++i) round(i);
+  const Resources after = ResourcesNow();
+  EXPECT_EQ(buffers, liveBufferCount);
+  EXPECT_EQ(before.freeGdiObjects, after.freeGdiObjects);
+  EXPECT_EQ(before.freeUserObjects, after.freeUserObjects);
+  EXPECT_EQ(before.windows, after.windows);
+  EXPECT_EQ(before.freeHandle, after.freeHandle);
+  EXPECT_NEAR(before.privateBytes, after.privateBytes, 1 << 20);
+}
+
+}  // namespace
+}  // namespace tessaline
