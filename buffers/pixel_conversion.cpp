@@ -57,14 +57,18 @@ typename To::Sample Store(float value) {
   if constexpr (std::is_same_v<Sample, float>) return value;
 }
 
-// The grey level of a three-channel pixel, already on the destination's scale. The two integer kinds differ
-// from the plain mean and from each other. Deliberate: pictures made with these rules exist.
+// RGB bytes to a grey byte: the only mean rounded to nearest.
+constexpr int32_t ByteMean(const uint8_t* pixel) {
+  return (pixel[0] + pixel[1] + pixel[2] + 1) / 3;
+}
+
+// The grey level of any other three-channel pixel, already on the destination's scale. The two integer kinds
+// differ from the plain mean and from each other. Deliberate: pictures made with these rules exist.
+
 template <int32_t FromKind, int32_t ToKind, typename From, typename To>
 float MeanLevel(const typename From::Sample* pixel) {
   const auto r = pixel[0], g = pixel[From::kParts], b = pixel[2 * From::kParts];
-  if constexpr (FromKind == kRgb8 && ToKind == kGray8) {
-    return static_cast<float>((r + g + b + 1) / 3);  // the only mean rounded to nearest
-  } else if constexpr (FromKind == kRgb8 && ToKind == kGray16) {
+  if constexpr (FromKind == kRgb8 && ToKind == kGray16) {
     constexpr float kThirdToHost = kByteToHost / 3.0f;
     static_assert(kThirdToHost == 42.83399f);
     return static_cast<float>(r + g + b) * kThirdToHost;
@@ -88,6 +92,10 @@ void ConvertRow(const void* source, void* destination, int32_t pixels) {
   using To = KindTraits<ToKind>;
   const auto* from = static_cast<const typename From::Sample*>(source);
   auto* to = static_cast<typename To::Sample*>(destination);
+  if constexpr (FromKind == kRgb8 && ToKind == kGray8) {
+    for (int32_t x = 0; x < pixels; ++x) to[x] = static_cast<uint8_t>(ByteMean(from + 3 * x));
+    return;
+  }
   for (int32_t x = 0; x < pixels; ++x, from += From::kSamples, to += To::kSamples) {
     for (int c = 0; c < To::kChannels; ++c) {
       float level;
