@@ -299,6 +299,8 @@ void FollowMouse() {
 }
 
 void PressButton(int32_t x, int32_t y) {
+  // The swatch is painted by the dialog, its control is hidden: the click comes here.
+  if (AreaOf(TESSALINE_HIGHLIGHT_SWATCH).Contains(x, y)) return ChooseOtherColor(TESSALINE_HIGHLIGHT_SWATCH);
   BeginDrag(x, y);
   if (previewState.isDragging) SetCapture(Dialog());
 }
