@@ -418,8 +418,18 @@ size_t DistinctColors(const Shot& shot) {
   return std::set<uint32_t>(shot.pixels.begin(), shot.pixels.end()).size();
 }
 
+int LargestDifference(const Shot& a, const Shot& b) {
+  int largest = 0;
+  for (size_t i = 0; i < a.pixels.size(); ++i) {
+    for (const int shift : {0, 8, 16}) {
+      largest = std::max(largest, std::abs(static_cast<int>(a.pixels[i] >> shift & 255) -
+                                           static_cast<int>(b.pixels[i] >> shift & 255)));
+    }
+  }
+  return largest;
+}
+
 TEST_F(PreviewDialogTest, CommandsChangeStateAndWhatIsShown) {
-  picture_.Release();
   MakePicture(900, 800, kRgb8);
   Open([] {
     const HWND proxy = Control(TESSALINE_PROXY_VIEW), spectrum = Control(TESSALINE_SPECTRUM_VIEW);
@@ -465,8 +475,7 @@ TEST_F(PreviewDialogTest, CommandsChangeStateAndWhatIsShown) {
     EXPECT_TRUE(previewState.cacheValid);
 
     for (const int32_t id : {0, 3, 4, 17, 24, 30, 106, 123, 4000, 0xFFFF}) {
-      Command(Dialog(), id);
-      EXPECT_EQ(0, GetWindowLongPtrA(Dialog(), DWLP_MSGRESULT)) << id;
+      EXPECT_FALSE(PreviewDialogProc(Dialog(), WM_COMMAND, static_cast<uintptr_t>(id), 0)) << id;
     }
     Press(TESSALINE_MANUAL);  // no manual, no program for it: nothing happens
     EXPECT_EQ(Dialog(), EnabledDialog());
@@ -476,7 +485,6 @@ TEST_F(PreviewDialogTest, CommandsChangeStateAndWhatIsShown) {
 TEST_F(PreviewDialogTest, SixteenBitAndGreyPicturesAreShown) {
   for (const int32_t kind : {kGray8, kGray16, kRgb16}) {
     SCOPED_TRACE(kind);
-    picture_.Release();
     MakePicture(500, 420, kind);
     Open([] {
       ExpectViewsShown();
@@ -551,7 +559,6 @@ TEST_F(PreviewDialogTest, LooksOncePerMessageWhereTheCursorIs) {
 }
 
 TEST_F(PreviewDialogTest, DraggingMovesTheUntouchedPictureAndFiltersItAfterwards) {
-  picture_.Release();
   MakePicture(1500, 1200, kRgb8);
   Open([] {
     const WindowRectangle& area = previewState.proxyArea;
@@ -691,12 +698,14 @@ TEST_F(PreviewDialogTest, OtherColorComesFromTheChooser) {
     EXPECT_FALSE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_OTHER));
 
     // The chooser's edits for red, green and blue have these numbers on every Windows.
-    PressAndEnter(TESSALINE_HIGHLIGHT_SWATCH, [](HWND chooser) {
-      const std::pair<int, UINT> components[] = {{706, 40}, {707, 210}, {708, 90}};
-      EXPECT_EQ(255u, GetDlgItemInt(chooser, 706, nullptr, FALSE));
-      for (const auto& [id, level] : components) SetDlgItemInt(chooser, id, level, FALSE);
-      Command(chooser, IDOK);
-    });
+    const RECT swatch = PlaceOf(Control(TESSALINE_HIGHLIGHT_SWATCH));
+    EnterSecond([&] { Mouse(WM_LBUTTONDOWN, swatch.left + 3, swatch.top + 3); },
+                [](HWND chooser) {
+                  const std::pair<int, UINT> components[] = {{706, 40}, {707, 210}, {708, 90}};
+                  EXPECT_EQ(255u, GetDlgItemInt(chooser, 706, nullptr, FALSE));
+                  for (const auto& [id, level] : components) SetDlgItemInt(chooser, id, level, FALSE);
+                  Command(chooser, IDOK);
+                });
     EXPECT_EQ(kHighlightOther, previewState.highlightMode);
     EXPECT_EQ((HighlightColor{40, 210, 90}), previewState.highlight);
     EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_OTHER));
@@ -729,12 +738,11 @@ TEST_F(PreviewDialogTest, SlotsWithoutAPictureStayBlack) {
   picture_.Release();
   for (const int32_t slot : {0, -1, 5000, 2048, 2047, gray8_.slot() + 1}) {
     SCOPED_TRACE(slot);
-    EXPECT_EQ(kSuccess, OpenOver(owner_, slot, [] {
-                EXPECT_EQ(1u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
-                EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_SPECTRUM_VIEW))));
-                WorkThrough();
-                Press(TESSALINE_OK);
-              }));
+    OpenOver(owner_, slot, [] {
+      EXPECT_EQ(1u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
+      EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_SPECTRUM_VIEW))));
+      WorkThrough();
+    });
   }
 }
 
@@ -742,80 +750,88 @@ TEST_F(PreviewDialogTest, PicturesOfAnyShapeAreShown) {
   const BufferShape shapes[] = {{1, 1, kGray8}, {1, 7500, kRgb16}, {7500, 1, kGray16}, {100, 2000, kRgb8}};
   for (const BufferShape& shape : shapes) {
     SCOPED_TRACE(testing::Message() << shape.width << " x " << shape.height);
-    picture_.Release();
     MakePicture(shape.width, shape.height, shape.bytesPerPixel);
-    EXPECT_EQ(kSuccess, Open([] {
-                WorkThrough();
-                ExpectViewsShown();
-                Press(TESSALINE_OK);
-              }));
+    Open([] {
+      WorkThrough();
+      ExpectViewsShown();
+    });
   }
 }
 
 TEST_F(PreviewDialogTest, SpectraThatAreMissingLeaveThePictureAsItIs) {
   gray16_.Release();
   gray8_.Release();
-  EXPECT_EQ(kSuccess, Open([] {
-              WorkThrough();
-              ExpectViewsShown();
-              EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
-              Press(TESSALINE_OK);
-            }));
+  Open([] {
+    const Shot before = ShotOf(Control(TESSALINE_PROXY_VIEW));
+    Press(TESSALINE_PREVIEW);
+    // But for the rounding of a transform and its inverse.
+    EXPECT_GE(1, LargestDifference(before, ShotOf(Control(TESSALINE_PROXY_VIEW))));
+    EXPECT_LT(50u, DistinctColors(before));
+    WorkThrough();
+    ExpectViewsShown();
+  });
 }
 
 TEST_F(PreviewDialogTest, WithoutMemoryItOpensAndCloses) {
-  std::vector<std::string> messages;
-  static std::vector<std::string>* heard;
-  heard = &messages;
-  const MessageHandler previous =
-      SetMessageHandler([](const char* text, const char*) { heard->push_back(text); });
-  for (const int afterwards : {0, 3, 7, 12, 16, 20}) {
-    SCOPED_TRACE(afterwards);
-    FailAllocationAfter(afterwards);
-    EXPECT_EQ(kSuccess, Open([] {
-                WorkThrough();
-                Press(TESSALINE_OK);
-              }));
+  // Views that are bound to nothing say so.
+  const MessageHandler previous = SetMessageHandler([](const char*, const char*) {});
+  for (const int allocations : {0, 3, 7, 12, 16, 20}) {
+    SCOPED_TRACE(allocations);
+    FailAllocationAfter(allocations);
+    Open(WorkThrough);
     ClearAllocationFailure();
   }
   SetMessageHandler(previous);
 }
 
 TEST_F(PreviewDialogTest, OwnerThatIsNoneOrGoneOrGoes) {
-  const HWND gone =
-      CreateWindowA("STATIC", "", WS_OVERLAPPED, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
+  const HWND gone = CreateWindowA("STATIC", "", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
   DestroyWindow(gone);
   // With a window of this thread in front, that one is the owner.
   for (const HWND owner : {gone, static_cast<HWND>(nullptr)}) {
-    EXPECT_EQ(kSuccess, OpenOver(owner, picture_.slot(), [this] {
-                EXPECT_EQ(owner_, GetWindow(Dialog(), GW_OWNER));
-                Press(TESSALINE_OK);
-              }));
+    OpenOver(owner, picture_.slot(), [this] { EXPECT_EQ(owner_, GetWindow(Dialog(), GW_OWNER)); });
   }
   EXPECT_TRUE(IsWindowEnabled(owner_));
-  EXPECT_EQ(kUserCancelled, Open([this] {
-              Type(Control(9), "20");
-              DestroyWindow(owner_);
-              EXPECT_EQ(nullptr, Dialog());
-            }));
+  const int32_t result = Open([this] {
+    Type(Control(9), "20");
+    DestroyWindow(owner_);
+    EXPECT_EQ(nullptr, Dialog());
+  });
+  EXPECT_EQ(kUserCancelled, result);
   EXPECT_EQ(20.0f, values_.acceptance);
   EXPECT_EQ(kSuccess, OpenOver(nullptr, picture_.slot(), [] { Press(TESSALINE_OK); }));
 }
 
-TEST_F(PreviewDialogTest, ShiftShowsFilteredAndUntouchedTogether) {
-  const HeldKey shift(VK_SHIFT);
-  Open([] {
-    const HWND proxy = Control(TESSALINE_PROXY_VIEW);
-    const Shot shot = ShotOf(proxy);
-    const int32_t half = shot.height / 2;
-    EXPECT_EQ(half, previewState.proxyArea.height());
-    EXPECT_EQ(0x808080u, shot.At(5, half));
-    // The same picture above and below, but for the pattern.
-    EXPECT_NE(shot.At(20, 20), shot.At(20, 20 + half));
+TEST_F(PreviewDialogTest, SecondRunMeanwhileIsCancelledAndHarmless) {
+  Open([this] {
+    FilterParameters others = values_;
+    EXPECT_EQ(kUserCancelled, RunPreviewDialog(owner_, picture_.slot(), &others));
     WorkThrough();
+    ExpectViewsShown();
   });
-  EXPECT_FALSE(Open([] {}) == kSuccess);
-  splitPreview = false;
+}
+
+TEST_F(PreviewDialogTest, ShiftShowsFilteredAndUntouchedTogether) {
+  MakePicture(900, 800, kRgb8);
+  const auto half = [](const Shot& shot, int32_t first) {
+    const auto begin = shot.pixels.begin() + static_cast<ptrdiff_t>(first) * shot.width;
+    return std::vector<uint32_t>(begin, begin + static_cast<ptrdiff_t>(shot.height / 2 - 1) * shot.width);
+  };
+  {
+    const HeldKey shift(VK_SHIFT);
+    Open([&] {
+      const HWND proxy = Control(TESSALINE_PROXY_VIEW);
+      const Shot both = ShotOf(proxy);
+      EXPECT_FALSE(half(both, 0) == half(both, both.height / 2));
+      // Without the filter the two are the same but for the line between them.
+      Press(TESSALINE_PREVIEW);
+      const Shot same = ShotOf(proxy);
+      EXPECT_TRUE(half(both, both.height / 2 + 1) == half(same, both.height / 2 + 1));
+      EXPECT_EQ(same.At(5, 1), same.At(5, same.height / 2 + 1));
+      WorkThrough();
+    });
+  }
+  Open(ExpectViewsShown);  // and not from then on
 }
 
 // --- nothing stays behind ---
@@ -861,7 +877,6 @@ Resources ResourcesNow() {
 }
 
 TEST_F(PreviewDialogTest, AHundredRoundsLeaveNothingBehind) {
-  picture_.Release();
   MakePicture(40, 30, kGray8);
   const auto round = [this](int number) {
     std::optional<HeldKey> ctrl;

@@ -79,16 +79,18 @@ class PreviewDialogTest : public testing::Test {
     SendMessageA(Dialog(), message, 0, MAKELPARAM(x, y));
     Settle();
   }
-  // Clicks `id`, which opens a second modal dialog, and runs `steps` on that.
-  static void PressAndEnter(int32_t id, const std::function<void(HWND)>& steps) {
-    RunInside([&] { Command(Dialog(), id); },
-              [&] {
-                const HWND second = EnabledDialog();
-                ASSERT_NE(nullptr, second);
-                ASSERT_NE(Dialog(), second);
-                steps(second);
-              });
+  // Does what opens a second modal dialog, and runs `steps` on that.
+  static void EnterSecond(const Steps& open, const std::function<void(HWND)>& steps) {
+    RunInside(open, [&] {
+      const HWND second = EnabledDialog();
+      ASSERT_NE(nullptr, second);
+      ASSERT_NE(Dialog(), second);
+      steps(second);
+    });
     Settle();
+  }
+  static void PressAndEnter(int32_t id, const std::function<void(HWND)>& steps) {
+    EnterSecond([&] { Command(Dialog(), id); }, steps);
   }
 
   HWND owner_ = nullptr;
