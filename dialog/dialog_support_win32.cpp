@@ -99,7 +99,8 @@ int32_t ChooseDialogTemplate(int32_t screenWidth, int32_t screenHeight, int32_t 
 }
 
 int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* values) {
-  // A host that starts another run while the dialog of the first is open has one state to share: none is left.
+  // A host that starts another run while the dialog of the first is open has one state to share: none is
+  // left.
   if (previewState.dialog != nullptr) return kUserCancelled;
   splitPreview = IsHeld(VK_SHIFT);
   PreviewDialogRequest request = {sourceSlot, values, &values, 0};
