@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "buffers/buffer_table.h"
 #include "buffers/levels.h"
@@ -68,22 +69,21 @@ void ShowRow(const uint8_t* row, int32_t pixels, uint8_t* rgb) {
 
 struct PreviewKind {
   int32_t bytesPerPixel;
-  int32_t channels;
   void (*split)(const uint8_t* row, int32_t channel, float* values);
   void (*show)(const uint8_t* row, int32_t pixels, uint8_t* rgb);
 };
 constexpr PreviewKind kPreviewKinds[] = {
-    {kGray8, 1, SplitRow<uint8_t, 1>, ShowRow<uint8_t, 1>},
-    {kGray16, 1, SplitRow<uint16_t, 1>, ShowRow<uint16_t, 1>},
-    {kRgb8, 3, SplitRow<uint8_t, 3>, ShowRow<uint8_t, 3>},
-    {kRgb16, 3, SplitRow<uint16_t, 3>, ShowRow<uint16_t, 3>},
+    {kGray8, SplitRow<uint8_t, 1>, ShowRow<uint8_t, 1>},
+    {kGray16, SplitRow<uint16_t, 1>, ShowRow<uint16_t, 1>},
+    {kRgb8, SplitRow<uint8_t, 3>, ShowRow<uint8_t, 3>},
+    {kRgb16, SplitRow<uint16_t, 3>, ShowRow<uint16_t, 3>},
 };
 
-const PreviewKind* FindPreviewKind(int32_t bytesPerPixel) {
-  for (const PreviewKind& kind : kPreviewKinds) {
-    if (kind.bytesPerPixel == bytesPerPixel) return &kind;
-  }
-  return nullptr;
+// The state holds a kind of the table or no picture at all.
+const PreviewKind& KindOf(const PreviewState& state) {
+  return *std::find_if(std::begin(kPreviewKinds), std::end(kPreviewKinds) - 1, [&](const PreviewKind& kind) {
+    return kind.bytesPerPixel == state.sourceBytesPerPixel;
+  });
 }
 
 // --- the proxy ---
@@ -93,7 +93,7 @@ bool HasPicture(const PreviewState& state) {
 }
 
 void WriteUntouched(const PreviewState& state, int32_t slot) {
-  const PreviewKind& kind = *FindPreviewKind(state.sourceBytesPerPixel);
+  const PreviewKind& kind = KindOf(state);
   const int32_t width = state.panX.proxySize;
   for (int32_t y = 0; y < state.panY.proxySize; ++y) {
     const uint8_t* const row = ReadSquareRow(state, state.padY + y);
@@ -107,20 +107,20 @@ bool MakeSpectra(PreviewState& state) {
   PreviewCache& cache = state.cache;
   if (cache.hasSpectra && cache.baseX == state.panX.base && cache.baseY == state.panY.base) return true;
   cache.hasSpectra = false;
-  const PreviewKind& kind = *FindPreviewKind(state.sourceBytesPerPixel);
+  const PreviewKind& kind = KindOf(state);
   constexpr int32_t kRowBytes = kProxySquare * 2 * static_cast<int32_t>(sizeof(float));
-  for (int32_t c = 0; c < kind.channels; ++c) {
+  for (int32_t c = 0; c < state.channels; ++c) {
     if (!state.rows.channels[c] || state.buffers.spectra[c].slot() == 0) return false;
   }
   for (int32_t y = 0; y < kProxySquare; ++y) {
     const uint8_t* const row = ReadSquareRow(state, y);
-    for (int32_t c = 0; c < kind.channels; ++c) {
+    for (int32_t c = 0; c < state.channels; ++c) {
       auto* const values = reinterpret_cast<float*>(state.rows.channels[c].get());
       kind.split(row, c, values);
       WriteBufferRow(state.buffers.spectra[c].slot(), 0, y, kRowBytes, values);
     }
   }
-  for (int32_t c = 0; c < kind.channels; ++c) {
+  for (int32_t c = 0; c < state.channels; ++c) {
     const int32_t slot = state.buffers.spectra[c].slot();
     if (ForwardFft2D(slot, false, false, nullptr, 0, 0, 0) != kSuccess) return false;
   }
@@ -230,15 +230,6 @@ void Magnify(const PreviewState& state, int32_t proxySlot, int32_t viewSlot) {
 }
 
 }  // namespace
-
-bool IsPreviewKind(int32_t bytesPerPixel) {
-  return FindPreviewKind(bytesPerPixel) != nullptr;
-}
-
-int32_t ChannelsOfPreviewKind(int32_t bytesPerPixel) {
-  const PreviewKind* const kind = FindPreviewKind(bytesPerPixel);
-  return kind != nullptr ? kind->channels : 0;
-}
 
 void ComputePreview() {
   PreviewState& state = previewState;

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "buffers/levels.h"
-#include "dialog/preview_picture.h"
 #include "removal/peak_detection.h"
+#include "removal/removal_run.h"
 
 namespace tessaline {
 
@@ -61,8 +61,10 @@ PreviewValues ValuesOf(const FilterParameters& parameters) {
 void TakeSource(int32_t slot, PreviewState* state) {
   const BufferShape shape = ShapeOf(slot);
   state->sourceSlot = slot;
-  state->sourceBytesPerPixel = IsPreviewKind(shape.bytesPerPixel) ? shape.bytesPerPixel : 0;
-  state->channels = ChannelsOfPreviewKind(state->sourceBytesPerPixel);
+  const int32_t bytesPerPixel = shape.bytesPerPixel;
+  const bool isUsable = CanRemoveFrom(bytesPerPixel);
+  state->sourceBytesPerPixel = isUsable ? bytesPerPixel : 0;
+  state->channels = !isUsable ? 0 : bytesPerPixel == kGray8 || bytesPerPixel == kGray16 ? 1 : 3;
 }
 
 void PlaceProxy(WindowRectangle area, PreviewState* state) {
