@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <span>
 
 #include "buffers/buffer_table.h"
 #include "buffers/result_codes.h"
-#include "platform/cpu.h"
 #include "platform/memory.h"
 #include "removal/portable_math.h"
 
@@ -17,8 +15,9 @@ namespace {
 
 // From coarse to fine: the far padding gets a broad fade, the cells next to the image a close continuation.
 constexpr float kBlurScales[] = {20.0f, 5.0f, 1.0f};
-constexpr int32_t kMostTaps = 2 * 20 + 1;
-constexpr size_t kCacheLineFloats = 16;
+constexpr int32_t kMostHalfWidth = 20;
+constexpr int32_t kMostTaps = 2 * kMostHalfWidth + 1;
+constexpr int32_t kRingRows = kMostTaps + 1;  // the taps and the row that the image has not reached
 
 struct Gaussian {
   int32_t halfWidth;
@@ -40,33 +39,47 @@ Gaussian MakeGaussian(float scale) {
   return gaussian;
 }
 
-// The surface: N x N floats with the image standing in the middle of its padding.
+struct Area {
+  int32_t left, top, right, bottom;  // right and bottom: one past the last cell
+};
+
+// The surface: N x N floats with the image standing in the middle of its padding. A blur carries the image no
+// farther than a half width, so all cells beyond `reached` have one value in common, and it is not stored.
 struct Surface {
   float* cells;
   int32_t size;
-  int32_t imageLeft, imageTop, imageWidth, imageHeight;
+  Area image;
+  Area reached;
+  float beyond;  // the value of every cell outside `reached`
 
   float* Row(int32_t y) const { return cells + static_cast<size_t>(y) * size; }
-  int32_t imageRight() const { return imageLeft + imageWidth; }
-  int32_t imageBottom() const { return imageTop + imageHeight; }
-  bool IsImageRow(int32_t y) const { return y >= imageTop && y < imageBottom(); }
 };
 
-// destination[x] = sum over taps of weights[t] * taps[t][x]; the destination overlaps no tap. Every cell sums
-// its taps in the same order whatever the vector length, so all builds and processors give the same bits.
+bool HasRow(const Area& area, int32_t y) {
+  return y >= area.top && y < area.bottom;
+}
 
-// `Sums` vectors of neighbouring cells at once: enough running sums to hide the latency of an addition.
-template <int VectorBytes, int32_t Sums>
+Area Grown(const Area& area, int32_t cells, int32_t size) {
+  return {std::max(area.left - cells, 0), std::max(area.top - cells, 0), std::min(area.right + cells, size),
+          std::min(area.bottom + cells, size)};
+}
+
+// destination[x] = sum over taps of weights[t] * taps[t][x]; the destination overlaps no tap. Every cell sums
+// its taps from the first to the last: results depend on the order.
+
+// `Cells` neighbouring cells at once, their sums in registers.
+template <int32_t Cells>
 [[gnu::always_inline]] inline void WeightedSumBlock(const float* const* taps, const float* weights,
                                                     int32_t tapCount, float* destination, int32_t x) {
-  typedef float Vector __attribute__((vector_size(VectorBytes)));
-  constexpr int32_t kLanes = VectorBytes / sizeof(float);
-  Vector sums[Sums];
+  typedef float Vector __attribute__((vector_size(16)));
+  constexpr int32_t kLanes = sizeof(Vector) / sizeof(float);
+  constexpr int32_t kVectors = Cells / kLanes;
+  Vector sums[kVectors];
 #pragma GCC unroll 8
-  for (int32_t i = 0; i < Sums; ++i) sums[i] = Vector{};
+  for (int32_t i = 0; i < kVectors; ++i) sums[i] = Vector{};
   for (int32_t t = 0; t < tapCount; ++t) {
 #pragma GCC unroll 8
-    for (int32_t i = 0; i < Sums; ++i) {
+    for (int32_t i = 0; i < kVectors; ++i) {
       Vector tap;
       std::memcpy(&tap, taps[t] + x + i * kLanes, sizeof tap);
       sums[i] += weights[t] * tap;
@@ -75,21 +88,14 @@ template <int VectorBytes, int32_t Sums>
   std::memcpy(destination + x, sums, sizeof sums);
 }
 
-template <int VectorBytes>
-[[gnu::always_inline]] inline void WeightedSumLoop(const float* const* taps, const float* weights,
-                                                   int32_t tapCount, float* destination, int32_t count) {
-  constexpr int32_t kLanes = VectorBytes / sizeof(float);
-  constexpr int32_t kSums = 8;
+void WeightedSum(const float* const* taps, const float* weights, int32_t tapCount, float* destination,
+                 int32_t count) {
   int32_t x = 0;
-  for (; x + kSums * kLanes <= count; x += kSums * kLanes) {
-    WeightedSumBlock<VectorBytes, kSums>(taps, weights, tapCount, destination, x);
-  }
-  for (; x + kLanes <= count; x += kLanes)
-    WeightedSumBlock<VectorBytes, 1>(taps, weights, tapCount, destination, x);
-  if (x == count) return;
-  if (count >= kLanes) {
+  for (; x + 32 <= count; x += 32) WeightedSumBlock<32>(taps, weights, tapCount, destination, x);
+  for (; x + 8 <= count; x += 8) WeightedSumBlock<8>(taps, weights, tapCount, destination, x);
+  if (x < count && count >= 8) {
     // The last cells once more together with their neighbours: the same sums again.
-    WeightedSumBlock<VectorBytes, 1>(taps, weights, tapCount, destination, count - kLanes);
+    WeightedSumBlock<8>(taps, weights, tapCount, destination, count - 8);
     return;
   }
   for (; x < count; ++x) {
@@ -99,42 +105,29 @@ template <int VectorBytes>
   }
 }
 
-void WeightedSumBaseline(const float* const* taps, const float* weights, int32_t tapCount, float* destination,
-                         int32_t count) {
-  WeightedSumLoop<16>(taps, weights, tapCount, destination, count);
+// What a blur in one direction makes of a cell with nothing but `value` around it. Not `value` itself: the
+// weights' sum and the products are rounded.
+float WeightedSumOf(const Gaussian& gaussian, float value) {
+  float sum = 0.0f;
+  for (int32_t t = 0; t <= 2 * gaussian.halfWidth; ++t) sum += gaussian.weights[t] * value;
+  return sum;
 }
 
-[[gnu::target("avx2")]] void WeightedSumAvx2(const float* const* taps, const float* weights, int32_t tapCount,
-                                             float* destination, int32_t count) {
-  WeightedSumLoop<32>(taps, weights, tapCount, destination, count);
-}
-
-[[gnu::target("avx512f,avx512dq,avx512vl,avx512bw,prefer-vector-width=512")]] void WeightedSumAvx512(
-    const float* const* taps, const float* weights, int32_t tapCount, float* destination, int32_t count) {
-  WeightedSumLoop<64>(taps, weights, tapCount, destination, count);
-}
-
-void WeightedSum(const float* const* taps, const float* weights, int32_t tapCount, float* destination,
-                 int32_t count) {
-  // By VectorLevel.
-  constexpr decltype(&WeightedSumBaseline) kVersions[] = {WeightedSumBaseline, WeightedSumAvx2,
-                                                          WeightedSumAvx512};
-  static const auto sum = kVersions[static_cast<int>(DetectVectorLevel())];
-  sum(taps, weights, tapCount, destination, count);
-}
-
-// Columns begin .. end-1 of one row, blurred along the row; the edge cells repeat beyond the border.
+// Columns begin .. end-1 of one reached row, blurred along the row; the edge cells repeat beyond the border.
 // `extended` has room for the row and a half width on each side.
-void BlurAlongRow(const Gaussian& gaussian, const float* row, int32_t size, int32_t begin, int32_t end,
+void BlurAlongRow(const Gaussian& gaussian, const Surface& surface, int32_t y, int32_t begin, int32_t end,
                   float* extended, float* blurred) {
+  const Area& reached = surface.reached;
+  const float* const row = surface.Row(y);
   const int32_t k = gaussian.halfWidth;
   const int32_t first = begin - k;  // the cell at extended[0]
   const int32_t last = end + k;
-  const int32_t inner = std::max(first, 0);
-  const int32_t innerEnd = std::min(last, size);
-  std::fill(extended, extended + (inner - first), row[0]);
+  const int32_t inner = std::max(first, reached.left);
+  const int32_t innerEnd = std::min(last, reached.right);
+  std::fill(extended, extended + (inner - first), reached.left > 0 ? surface.beyond : row[0]);
   std::copy(row + inner, row + innerEnd, extended + (inner - first));
-  std::fill(extended + (innerEnd - first), extended + (last - first), row[size - 1]);
+  std::fill(extended + (innerEnd - first), extended + (last - first),
+            reached.right < surface.size ? surface.beyond : row[surface.size - 1]);
   const float* taps[kMostTaps];
   for (int32_t t = 0; t <= 2 * k; ++t) taps[t] = extended + t;
   WeightedSum(taps, gaussian.weights.data(), 2 * k + 1, blurred + begin, end - begin);
@@ -143,67 +136,105 @@ void BlurAlongRow(const Gaussian& gaussian, const float* row, int32_t size, int3
 // Blurs the surface along rows and columns but leaves the image cells as they are: the image is placed back
 // after every blur, so blurred values under it would never be seen. Rows are blurred into a ring just ahead
 // of the output row, which lets the result replace the surface as the sweep goes down.
-void BlurPadding(const Gaussian& gaussian, const Surface& surface, float* ring, float* extended) {
-  const int32_t n = surface.size;
+// `ring` has room for kRingRows rows.
+void BlurPadding(const Gaussian& gaussian, Surface* surface, float* ring, float* extended) {
+  const int32_t n = surface->size;
   const int32_t k = gaussian.halfWidth;
-  const int32_t ringRows = 2 * k + 1;
-  const auto ringRow = [&](int32_t y) { return ring + static_cast<size_t>(y % ringRows) * n; };
+  const int32_t taps = 2 * k + 1;
+  const Area image = surface->image, reached = surface->reached, blurred = Grown(reached, k, n);
+  const float beyondAlongRow = WeightedSumOf(gaussian, surface->beyond);
+  float* const unreachedRow = ring + static_cast<size_t>(kMostTaps) * n;
+  std::fill(unreachedRow, unreachedRow + n, beyondAlongRow);
+  const auto ringRow = [&](int32_t y) { return ring + static_cast<size_t>(y % taps) * n; };
 
   const auto blurRow = [&](int32_t y) {
-    const float* const row = surface.Row(y);
-    float* const blurred = ringRow(y);
+    const auto blurColumnsOfRow = [&](int32_t begin, int32_t end) {
+      if (begin < end) BlurAlongRow(gaussian, *surface, y, begin, end, extended, ringRow(y));
+    };
     // Columns under the image are needed only by padding rows less than a half width away.
-    const bool nearPaddingRow = y < surface.imageTop + k || y >= surface.imageBottom() - k;
-    if (nearPaddingRow) {
-      BlurAlongRow(gaussian, row, n, 0, n, extended, blurred);
+    if (y < image.top + k || y >= image.bottom - k) {
+      blurColumnsOfRow(blurred.left, blurred.right);
     } else {
-      if (surface.imageLeft > 0) BlurAlongRow(gaussian, row, n, 0, surface.imageLeft, extended, blurred);
-      if (surface.imageRight() < n)
-        BlurAlongRow(gaussian, row, n, surface.imageRight(), n, extended, blurred);
+      blurColumnsOfRow(blurred.left, image.left);
+      blurColumnsOfRow(image.right, blurred.right);
     }
   };
 
-  for (int32_t y = 0; y < std::min(k, n); ++y) blurRow(y);
-  for (int32_t y = 0; y < n; ++y) {
-    if (y + k < n) blurRow(y + k);
-    const auto blurColumns = [&](int32_t begin, int32_t end) {
+  for (int32_t y = reached.top; y < std::min(blurred.top + k, reached.bottom); ++y) blurRow(y);
+  for (int32_t y = blurred.top; y < blurred.bottom; ++y) {
+    if (HasRow(reached, y + k)) blurRow(y + k);
+    const auto blurAlongColumns = [&](int32_t begin, int32_t end) {
       if (begin >= end) return;
-      const float* taps[kMostTaps];
-      for (int32_t t = 0; t < ringRows; ++t) taps[t] = ringRow(std::clamp(y + t - k, 0, n - 1)) + begin;
-      WeightedSum(taps, gaussian.weights.data(), ringRows, surface.Row(y) + begin, end - begin);
+      const float* rows[kMostTaps];
+      for (int32_t t = 0; t < taps; ++t) {
+        const int32_t tapRow = std::clamp(y + t - k, 0, n - 1);
+        rows[t] = (HasRow(reached, tapRow) ? ringRow(tapRow) : unreachedRow) + begin;
+      }
+      WeightedSum(rows, gaussian.weights.data(), taps, surface->Row(y) + begin, end - begin);
     };
-    if (surface.IsImageRow(y)) {
-      blurColumns(0, surface.imageLeft);
-      blurColumns(surface.imageRight(), n);
+    if (HasRow(image, y)) {
+      blurAlongColumns(blurred.left, image.left);
+      blurAlongColumns(image.right, blurred.right);
     } else {
-      blurColumns(0, n);
+      blurAlongColumns(blurred.left, blurred.right);
     }
   }
+  surface->reached = blurred;
+  surface->beyond = WeightedSumOf(gaussian, beyondAlongRow);
 }
 
-void PlaceImage(int32_t planeSlot, const Surface& surface) {
-  for (int32_t y = 0; y < surface.imageHeight; ++y) {
-    const auto* const plane = reinterpret_cast<const float*>(BufferRow(planeSlot, y));
-    float* const row = surface.Row(y + surface.imageTop) + surface.imageLeft;
-    for (int32_t x = 0; x < surface.imageWidth; ++x) row[x] = plane[2 * x];
+// Only a margin of the image: no blur of the padding looks deeper into it.
+void PlaceImageMargin(int32_t planeSlot, const Surface& surface) {
+  const Area& image = surface.image;
+  for (int32_t y = image.top; y < image.bottom; ++y) {
+    const auto* const plane = reinterpret_cast<const float*>(BufferRow(planeSlot, y - image.top));
+    float* const row = surface.Row(y);
+    const auto place = [&](int32_t begin, int32_t end) {
+      for (int32_t x = begin; x < end; ++x) row[x] = plane[2 * (x - image.left)];
+    };
+    const bool inMargin = y < image.top + kMostHalfWidth || y >= image.bottom - kMostHalfWidth;
+    const int32_t leftEnd = inMargin ? image.right : std::min(image.left + kMostHalfWidth, image.right);
+    place(image.left, leftEnd);
+    place(std::max(image.right - kMostHalfWidth, leftEnd), image.right);
   }
 }
 
-// Real parts from the surface, turned round so that the image starts at (0, 0) again; imaginary parts 0.
+// Real parts of the padding from the surface, turned round so that the image starts at (0, 0); the image has
+// its own already. Imaginary parts 0.
 void WriteBack(const Surface& surface, int32_t planeSlot) {
   const int32_t n = surface.size;
-  const int32_t untilWrap = n - surface.imageLeft;
+  const Area& image = surface.image;
   for (int32_t y = 0; y < n; ++y) {
-    const float* const row = surface.Row((y + surface.imageTop) % n);
-    auto* const plane = reinterpret_cast<float*>(BufferRow(planeSlot, y));
-    for (int32_t x = 0; x < untilWrap; ++x) {
-      plane[2 * x] = row[x + surface.imageLeft];
-      plane[2 * x + 1] = 0.0f;
+    const int32_t surfaceY = (y + image.top) % n;
+    const float* const row = surface.Row(surfaceY);
+    auto* plane = reinterpret_cast<float*>(BufferRow(planeSlot, y));
+    const auto writeBeyond = [&](int32_t begin, int32_t end) {
+      for (int32_t x = begin; x < end; ++x, plane += 2) {
+        plane[0] = surface.beyond;
+        plane[1] = 0.0f;
+      }
+    };
+    const auto writeReached = [&](int32_t begin, int32_t end) {
+      for (int32_t x = begin; x < end; ++x, plane += 2) {
+        plane[0] = row[x];
+        plane[1] = 0.0f;
+      }
+    };
+    const auto write = [&](int32_t begin, int32_t end) {
+      if (!HasRow(surface.reached, surfaceY)) return writeBeyond(begin, end);
+      const int32_t reached = std::clamp(surface.reached.left, begin, end);
+      const int32_t reachedEnd = std::clamp(surface.reached.right, begin, end);
+      writeBeyond(begin, reached);
+      writeReached(reached, reachedEnd);
+      writeBeyond(reachedEnd, end);
+    };
+    if (HasRow(image, surfaceY)) {
+      for (int32_t x = image.left; x < image.right; ++x, plane += 2) plane[1] = 0.0f;
+    } else {
+      write(image.left, image.right);
     }
-    for (int32_t x = untilWrap; x < n; ++x) {
-      plane[2 * x] = row[x - untilWrap];
-      plane[2 * x + 1] = 0.0f;
-    }
+    write(image.right, n);
+    write(0, image.left);
   }
   MarkDirty(planeSlot);
 }
@@ -244,27 +275,20 @@ int32_t FillPadding(int32_t planeSlot, int32_t horizontalPadding, int32_t vertic
   }
   const BufferShape shape = ShapeOf(surfaceSlot);
   if (shape.width != n || shape.height != n || shape.bytesPerPixel != 4) return kUnequalSizes;
-  const auto ringBlock = AllocateBlock<float>(static_cast<size_t>(kMostTaps) * n + kCacheLineFloats);
+  const auto ring = AllocateBlock<float>(static_cast<size_t>(kRingRows) * n);
   const auto extended = AllocateBlock<float>(static_cast<size_t>(n) + kMostTaps);
-  if (!ringBlock || !extended) return kOutOfMemory;
-  // Rows of the ring start at cache lines: vectors that cross them take twice as long to load.
-  const auto address = reinterpret_cast<uintptr_t>(ringBlock.get());
-  constexpr size_t kLine = kCacheLineFloats * sizeof(float);
-  float* const ring = ringBlock.get() + (kLine - address % kLine) % kLine / sizeof(float);
+  if (!ring || !extended) return kOutOfMemory;
 
-  const Surface surface = {reinterpret_cast<float*>(BufferRow(surfaceSlot, 0)),
-                           n,
-                           horizontalPadding / 2,
-                           verticalPadding / 2,
-                           n - horizontalPadding,
-                           n - verticalPadding};
   // The mean takes in the padding as it stands: in the first channel zeros right of the image and copies of
   // its last row below, in later channels what the previous channel's transform left right of the image.
   // Deliberate: results depend on it.
   const float mean = MeanLevel(planeSlot);
-  std::fill(surface.cells, surface.cells + static_cast<size_t>(n) * n, mean);
-  PlaceImage(planeSlot, surface);
-  for (const float scale : kBlurScales) BlurPadding(MakeGaussian(scale), surface, ring, extended.get());
+  const int32_t left = horizontalPadding / 2, top = verticalPadding / 2;
+  const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
+  Surface surface = {reinterpret_cast<float*>(BufferRow(surfaceSlot, 0)), n, image, image, mean};
+  PlaceImageMargin(planeSlot, surface);
+  for (const float scale : kBlurScales)
+    BlurPadding(MakeGaussian(scale), &surface, ring.get(), extended.get());
   WriteBack(surface, planeSlot);
   return kSuccess;
 }

@@ -102,6 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, PaddingFill,
                                          FillCase{128, 128, 40},  // none at the sides
                                          FillCase{64, 1, 1}, FillCase{64, 64, 64},
                                          FillCase{256, 200, 201},  // wider than two half widths
+                                         FillCase{256, 60, 101},   // padding that no blur reaches
                                          FillCase{32, 30, 7}),     // smaller than the coarsest blur
                          [](const auto& test) {
                            return std::to_string(test.param.width) + "x" + std::to_string(test.param.height) +
