@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "cli/carried_metadata.h"
+#include "cli/pnm_extent.h"
 #include "cli/refusal.h"
 #include "removal/removal_run.h"
 
@@ -178,6 +179,10 @@ void PictureFile::CheckEnding() const {
                        : format_->format == FileFormat::kGif ? GifReachesItsEnd(descriptor_, size_)
                                                              : true;
   if (!isWhole) throw Damaged(path_, "its end is missing");
+  if (format_->format == FileFormat::kPnm) {
+    const char* const missing = MissingFromPnm(descriptor_, size_);
+    if (missing != nullptr) throw Damaged(path_, missing);
+  }
   if (format_->format == FileFormat::kPng && IsAnimatedPng(descriptor_)) {
     throw Unsupported(path_, "is an animated PNG; take its frames apart first, or turn it into WebP");
   }
@@ -302,8 +307,6 @@ ColourModel PictureFile::ModelOf(VipsImage* image, int page) const {
     default:
       break;
   }
-  // Files of this format are grey or RGB; anything else comes from a header that is cut short.
-  if (format_->format == FileFormat::kPnm) throw Damaged(path_, "its header is incomplete");
   throw Unsupported(path_,
                     "its colours are neither grey nor RGB nor Lab" + where + "; convert it to RGB first");
 }

@@ -1,7 +1,10 @@
 // Everything that is refused: the status, one line that names the file and the reason, and nothing written.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "cli/pnm_extent.h"
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
 
@@ -90,6 +93,43 @@ TEST_F(Refusals, EveryWayToCutAFileShort) {
       SCOPED_TRACE(testing::Message() << written.name << " cut to " << kept << " of " << whole.size());
       WriteWholeFile(folder / cut, whole.substr(0, kept));
       ExpectRefusal(3, cut, "");
+    }
+  }
+}
+
+// Of the six kinds of PNM, each with a comment in its header and nothing behind its last sample. The picture
+// library takes some of the cuts for whole pictures.
+TEST_F(Refusals, PnmFilesCutAnywhere) {
+  struct Whole {
+    const char* header;
+    std::string samples;
+  };
+  const auto repeated = [](const char* text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const Whole wholes[] = {
+      {"P1\n# c\n9 4\n", repeated("0 1\n", 18)},          {"P2\n# c\n9 4\n255\n", repeated("7 ", 35) + "7"},
+      {"P3\n# c\n9 4\n999\n", repeated("7 ", 107) + "7"}, {"P4\n# c\n9 4\n", std::string(8, 'x')},
+      {"P5\n# c\n9 4\n255\n", std::string(36, 'x')},      {"P6\n# c\n9 4\n999\n", std::string(216, 'x')}};
+  for (const auto& [header, samples] : wholes) {
+    const std::string whole = header + samples;
+    WriteWholeFile(folder / "whole.pnm", whole);
+    EXPECT_EQ(0, RunProgram({"--dry-run", folder / "whole.pnm"}).status) << header;
+    const size_t headerSize = std::string(header).size();
+    std::vector<size_t> cuts = {headerSize + samples.size() / 2,
+                                whole.size() - (whole.back() == '\n' ? 2 : 1)};
+    for (size_t kept = 2; kept <= headerSize; ++kept) cuts.push_back(kept);
+    for (const size_t kept : cuts) {
+      SCOPED_TRACE(testing::Message() << header << "cut to " << kept << " of " << whole.size());
+      WriteWholeFile(folder / "cut.pnm", whole.substr(0, kept));
+      const char* const words = kept < headerSize ? "its header is incomplete" : "its end is missing";
+      const int descriptor = open((folder / "cut.pnm").c_str(), O_RDONLY | O_CLOEXEC);
+      EXPECT_STREQ(words, MissingFromPnm(descriptor, static_cast<off_t>(kept)));
+      close(descriptor);
+      // The program takes its time to start.
+      if (kept == 2 || kept == headerSize || kept == cuts.front()) ExpectRefusal(3, "cut.pnm", words);
     }
   }
 }

@@ -1,0 +1,116 @@
+#include "cli/pnm_extent.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace tessaline::cli {
+namespace {
+
+struct PnmKind {
+  char digit;  // behind the P
+  bool isPlain;
+  bool isBitmap;  // no largest value in the header, eight pixels in a byte
+  int samples;    // of a pixel
+};
+constexpr PnmKind kKinds[] = {{'1', true, true, 1},  {'2', true, false, 1},  {'3', true, false, 3},
+                              {'4', false, true, 1}, {'5', false, false, 1}, {'6', false, false, 3}};
+
+bool IsBlank(int c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool IsDigit(int c) {
+  return c >= '0' && c <= '9';
+}
+
+class PnmReader {
+ public:
+  explicit PnmReader(int descriptor) : descriptor_(descriptor) {}
+
+  // The next byte, -1 at the end of the file.
+  int Next() {
+    if (at_ == count_) {
+      start_ += count_;
+      at_ = 0;
+      const ssize_t count = pread(descriptor_, bytes_, sizeof bytes_, start_);
+      count_ = count > 0 ? count : 0;
+      if (count_ == 0) return -1;
+    }
+    return bytes_[at_++];
+  }
+
+  // The next byte that is neither blank nor part of a comment.
+  int NextOfToken() {
+    for (int c = Next();; c = Next()) {
+      if (c == '#') c = SkipComment();
+      if (!IsBlank(c)) return c;
+    }
+  }
+
+  // A number of the header and the blank behind it; -1 when there is none or the file ends within it.
+  int64_t HeaderNumber() {
+    constexpr int64_t kMost = 1'000'000'000;
+    int c = NextOfToken();
+    if (!IsDigit(c)) return -1;
+    int64_t number = 0;
+    for (; IsDigit(c); c = Next()) number = number < kMost ? number * 10 + (c - '0') : kMost;
+    if (c == '#') c = SkipComment();
+    return IsBlank(c) ? number : -1;
+  }
+
+  off_t position() const { return start_ + at_; }
+
+ private:
+  // To the end of the line, which is returned.
+  int SkipComment() {
+    int c;
+    do c = Next();
+    while (c != '\n' && c != -1);
+    return c;
+  }
+
+  int descriptor_;
+  off_t start_ = 0;  // of the block in the file
+  ssize_t at_ = 0;
+  ssize_t count_ = 0;
+  uint8_t bytes_[16384];
+};
+
+// Counts to `wanted` and no farther.
+bool HasPlainSamples(PnmReader* reader, bool isBitmap, uint64_t wanted) {
+  for (uint64_t found = 0; found < wanted; ++found) {
+    int c = reader->NextOfToken();
+    if (!IsDigit(c)) return false;
+    if (isBitmap) continue;  // its digits may stand without blanks
+    while (IsDigit(c)) c = reader->Next();
+  }
+  return true;
+}
+
+}  // namespace
+
+const char* MissingFromPnm(int descriptor, off_t size) {
+  constexpr const char* kHeader = "its header is incomplete";
+  constexpr const char* kEnd = "its end is missing";
+  PnmReader reader(descriptor);
+  if (reader.Next() != 'P') return kHeader;
+  const int digit = reader.Next();
+  for (const PnmKind& kind : kKinds) {
+    if (kind.digit != digit) continue;
+    const int64_t width = reader.HeaderNumber();
+    const int64_t height = width < 0 ? -1 : reader.HeaderNumber();
+    const int64_t largest = height < 0 ? -1 : kind.isBitmap ? 1 : reader.HeaderNumber();
+    if (largest < 0) return kHeader;
+    const uint64_t rowSamples = static_cast<uint64_t>(width) * kind.samples;
+    if (kind.isPlain) {
+      return HasPlainSamples(&reader, kind.isBitmap, rowSamples * height) ? nullptr : kEnd;
+    }
+    const uint64_t rowBytes = kind.isBitmap ? (rowSamples + 7) / 8 : rowSamples * (largest > 255 ? 2 : 1);
+    const auto held = static_cast<uint64_t>(size - reader.position());
+    return rowBytes == 0 || held / rowBytes >= static_cast<uint64_t>(height) ? nullptr : kEnd;
+  }
+  return kHeader;
+}
+
+}  // namespace tessaline::cli
