@@ -29,6 +29,9 @@ endif()
 # into unaligned ones. tests/fft/stack_alignment_test.cpp crashes where aligned spills reach the program.
 if(MINGW)
   add_compile_options(-Wa,-muse-unaligned-vector-move)
+  # A guarded static makes the compiler's thread library take two handles of the loading thread, which it does not
+  # give back when a DLL is freed. The program is used by one thread at a time.
+  add_compile_options(-fno-threadsafe-statics)
   add_link_options(-static)
 endif()
 
