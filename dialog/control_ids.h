@@ -51,6 +51,9 @@
 #define TESSALINE_MANUAL 35
 #define TESSALINE_QUICK_GUIDE 3939  // the control, its bitmap and the dialog it opens
 
+// The Quick Guide's picture; its button is TESSALINE_OK.
+#define TESSALINE_GUIDE_PAGE 3941
+
 // Pictures.
 #define TESSALINE_BITMAP_SPIN_UP 1046
 #define TESSALINE_BITMAP_SPIN_DOWN 1047

@@ -12,6 +12,7 @@
 #include "dialog/preview_dialog.h"
 #include "dialog/preview_state.h"
 #include "dialog/tooltip_texts.h"
+#include "dialog/window_geometry.h"
 
 namespace tessaline {
 
@@ -64,10 +65,40 @@ INT_PTR CALLBACK PreviewProcedure(HWND window, UINT message, WPARAM wParam, LPAR
 HWND g_quickGuide = nullptr;
 RECT g_quickGuidePlace = {};
 
+void Resize(HWND window, const WindowRectangle& place) {
+  SetWindowPos(window, nullptr, place.left, place.top, place.width(), place.height(),
+               SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+// Closes the window up to its page, which has the same number of pixels on every screen, where the template
+// grows with the dots per inch.
+void FitToPage(HWND window) {
+  const HWND page = GetDlgItem(window, TESSALINE_GUIDE_PAGE);
+  const HWND button = GetDlgItem(window, TESSALINE_OK);
+  BITMAP bitmap = {};
+  const auto picture = reinterpret_cast<HGDIOBJ>(SendMessageA(page, STM_GETIMAGE, IMAGE_BITMAP, 0));
+  if (button == nullptr || GetObjectA(picture, sizeof(bitmap), &bitmap) == 0) return;
+  WindowRectangle pageArea = AreaInDialog(window, page);
+  WindowRectangle buttonArea = AreaInDialog(window, button);
+  const int32_t spareX = pageArea.width() - bitmap.bmWidth;
+  const int32_t spareY = pageArea.height() - bitmap.bmHeight;
+  pageArea.right -= spareX;
+  pageArea.bottom -= spareY;
+  buttonArea = {buttonArea.left - spareX / 2, buttonArea.top - spareY, buttonArea.right - spareX / 2,
+                buttonArea.bottom - spareY};
+  Resize(page, pageArea);
+  Resize(button, buttonArea);
+  RECT frame = {};
+  GetWindowRect(window, &frame);
+  Resize(window, {frame.left + spareX / 2, frame.top + spareY / 2, frame.right - spareX + spareX / 2,
+                  frame.bottom - spareY + spareY / 2});
+}
+
 INT_PTR CALLBACK QuickGuideProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
   switch (message) {
     case WM_INITDIALOG:
       g_quickGuide = window;
+      FitToPage(window);
       GetWindowRect(window, &g_quickGuidePlace);
       return TRUE;
     case WM_MOVE:
