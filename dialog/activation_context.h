@@ -27,9 +27,6 @@ class ActivationScope {
   ULONG_PTR cookie_ = 0;
 };
 
-// Ends the use of the context. Happens by itself when the module is unloaded.
-void CleanUpActivationContext();
-
 HWND CreateWindowInContext(DWORD extendedStyle, const char* className, DWORD style, HWND parent);
 // As DialogBoxParamA of this module's resources; -1 also after the clean-up.
 INT_PTR RunDialogInContext(int32_t templateId, HWND parent, DLGPROC procedure, LPARAM parameter);

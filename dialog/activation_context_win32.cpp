@@ -8,10 +8,16 @@ namespace tessaline {
 
 namespace {
 
+// Outlives the context below: asked after its end, when a member could not be.
+bool g_isCleanedUp = false;
+
 // Made at the first use, released with the module.
 class ModuleContext {
  public:
-  ~ModuleContext() { CleanUp(); }
+  ~ModuleContext() {
+    if (context_ != INVALID_HANDLE_VALUE) ReleaseActCtx(context_);
+    g_isCleanedUp = true;
+  }
 
   HANDLE Get() {
     if (!isMade_) {
@@ -26,18 +32,8 @@ class ModuleContext {
     return context_;
   }
 
-  void CleanUp() {
-    if (context_ != INVALID_HANDLE_VALUE) ReleaseActCtx(context_);
-    context_ = INVALID_HANDLE_VALUE;
-    isMade_ = true;
-    isCleanedUp_ = true;
-  }
-
-  bool IsCleanedUp() const { return isCleanedUp_; }
-
  private:
   bool isMade_ = false;
-  bool isCleanedUp_ = false;
   HANDLE context_ = INVALID_HANDLE_VALUE;
 };
 ModuleContext g_moduleContext;
@@ -49,7 +45,7 @@ void* OwnModule() {
 }
 
 ActivationScope::ActivationScope() {
-  if (g_moduleContext.IsCleanedUp()) {
+  if (g_isCleanedUp) {
     OutputDebugStringA("IsolationAware function called after IsolationAwareCleanup\n");
     return;
   }
@@ -62,10 +58,6 @@ ActivationScope::~ActivationScope() {
   const DWORD lastError = GetLastError();
   if (isActive_) DeactivateActCtx(0, cookie_);
   SetLastError(lastError);
-}
-
-void CleanUpActivationContext() {
-  g_moduleContext.CleanUp();
 }
 
 HWND CreateWindowInContext(DWORD extendedStyle, const char* className, DWORD style, HWND parent) {
