@@ -482,17 +482,6 @@ TEST_F(PreviewDialogTest, CommandsChangeStateAndWhatIsShown) {
   });
 }
 
-TEST_F(PreviewDialogTest, SixteenBitAndGreyPicturesAreShown) {
-  for (const int32_t kind : {kGray8, kGray16, kRgb16}) {
-    SCOPED_TRACE(kind);
-    MakePicture(500, 420, kind);
-    Open([] {
-      ExpectViewsShown();
-      EXPECT_LT(50u, DistinctColors(ShotOf(Control(TESSALINE_PROXY_VIEW))));
-    });
-  }
-}
-
 TEST_F(PreviewDialogTest, ComesBackAfterItWasCovered) {
   Open([] {
     const Shot whole = ScreenShotOf(Dialog());

@@ -324,22 +324,21 @@ TEST_F(PreviewTest, SpectrumViewFollowsMaskHighlightAndView) {
   ComputePreview();
   const int32_t slot = previewState.buffers.spectrumView.slot();
   const std::vector<uint8_t> red = PixelsOf(slot);
-  const auto changed = [&, last = red]() mutable {
+  auto isRepainted = [&, last = red]() mutable {
     ComputePreview();
     const std::vector<uint8_t> now = PixelsOf(slot);
     const bool isChanged = now != last;
     last = now;
     return isChanged;
   };
-  auto next = changed;
   ChooseHighlight(kHighlightCyan, {});
-  EXPECT_TRUE(next());
+  EXPECT_TRUE(isRepainted());
   ToggleSpectrumView();
-  EXPECT_TRUE(next());
+  EXPECT_TRUE(isRepainted());
   ChangeValues({60, 12, 8});
-  EXPECT_TRUE(next());
+  EXPECT_TRUE(isRepainted());
   ChangeZoom(ZoomCommand::kIn);
-  EXPECT_FALSE(next());
+  EXPECT_FALSE(isRepainted());
   ToggleSpectrumView();
   RestoreOpeningValues();
   ChooseHighlight(kHighlightRed, {});
