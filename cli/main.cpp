@@ -1,13 +1,13 @@
 // tessaline: takes repeating patterns out of pictures and frames. See docs/command-line.md.
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <new>
 
 #include "cli/interruption.h"
+#include "cli/messages.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/picture_batch.h"
@@ -22,7 +22,7 @@ namespace {
 
 void TellAll(const std::vector<std::string>& lines, const Talk& talk) {
   if (talk.quiet) return;
-  for (const std::string& line : lines) fprintf(stderr, "tessaline: %s\n", line.c_str());
+  for (const std::string& line : lines) Tell(line);
 }
 
 ExitStatus Run(const PictureCommand& command) {
@@ -36,6 +36,7 @@ ExitStatus Run(const PictureCommand& command) {
   request.reportFile = command.reportFile;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
+  request.verbose = command.talk.verbose;
   ProgressBar progress(command.talk.showProgress);
   const PictureOutcome outcome = CleanPicture(request, &progress);
   progress.Clear();
@@ -65,10 +66,10 @@ ExitStatus Main(int argc, const char* const* argv) {
     const Command command = ReadCommandLine(argc, argv);
     return std::visit([](const auto& wanted) { return Run(wanted); }, command);
   } catch (const Refusal& refusal) {
-    fprintf(stderr, "tessaline: %s\n", refusal.what());
+    Tell(refusal.what());
     return refusal.status();
   } catch (const std::bad_alloc&) {
-    fprintf(stderr, "tessaline: not enough memory\n");
+    Tell("not enough memory");
     return ExitStatus::kOutOfMemory;
   }
 }

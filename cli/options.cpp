@@ -296,7 +296,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   PictureCommand command;
   std::vector<std::string> arguments;
   std::string outputFolder, jobs;
-  bool wantsVersion = false;
+  bool wantsVersion = false, verbose = false;
   app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
       ->type_name("INPUT OUTPUT");
   AddSharedOptions(app, shared);
@@ -310,6 +310,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   AddLastWins(app, "--output-dir", outputFolder, "Put every picture into this folder under its own name",
               "FOLDER");
   AddLastWins(app, "-j,--jobs", jobs, "So many pictures at a time, 1..256 (default 1)", "N");
+  app.add_flag("-v,--verbose", verbose, "Tell every peak on stderr, not the result alone");
   app.add_flag("--version", wantsVersion, "Versions of the program and its libraries");
   if (const auto help = Parse(app, argc, argv, kPictureUsage)) return *help;
   if (wantsVersion) return PrintAndLeave{VersionText()};
@@ -318,6 +319,8 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
   command.talk = ReadTalk(shared);
+  command.talk.verbose = verbose;
+  if (verbose && shared.quiet) throw WrongUsage("--quiet and --verbose exclude each other", kPictureUsage);
   if (!jobs.empty()) {
     const NumberOption range = {"--jobs", "pictures at a time", 1, kMostJobs, true};
     command.jobs = static_cast<int>(Checked(range, jobs, kPictureUsage));

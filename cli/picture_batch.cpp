@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "cli/interruption.h"
+#include "cli/messages.h"
 #include "cli/output_file.h"
 #include "cli/picture_run.h"
 #include "cli/progress_bar.h"
@@ -49,13 +49,14 @@ PictureRequest RequestFor(const PictureCommand& command, size_t index) {
   request.settings = command.settings;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
+  request.verbose = command.talk.verbose;
   request.otherInputs = IdentitiesOfInputs(command);
   return request;
 }
 
 Json ResultOfFailure(const std::string& input, const Refusal& refusal) {
   return {{"status", static_cast<int>(refusal.status())},
-          {"lines", Json::array({std::string(refusal.what())})},
+          {"lines", Json::array({Printable(refusal.what())})},
           {"report", DescribeFailure(input, refusal)}};
 }
 
@@ -65,7 +66,9 @@ Json ResultOfFailure(const std::string& input, const Refusal& refusal) {
   try {
     ProgressBar none(false);
     const PictureOutcome outcome = CleanPicture(request, &none);
-    result = {{"status", 0}, {"lines", outcome.notes}, {"report", outcome.report}};
+    Json lines = Json::array();
+    for (const std::string& note : outcome.notes) lines.push_back(Printable(note));
+    result = {{"status", 0}, {"lines", lines}, {"report", outcome.report}};
   } catch (const Refusal& refusal) {
     result = ResultOfFailure(request.input, refusal);
   } catch (const std::exception& error) {
@@ -161,11 +164,10 @@ void WaitForOne(const PictureCommand& command, std::vector<Job>& jobs) {
   }
 }
 
-void Tell(const Json& result, const Talk& talk) {
+void TellResult(const Json& result, const Talk& talk) {
   const bool hasFailed = result["status"] != 0;
   if (talk.quiet && !hasFailed) return;
-  for (const auto& line : result["lines"])
-    fprintf(stderr, "tessaline: %s\n", line.get<std::string>().c_str());
+  for (const auto& line : result["lines"]) Tell(line.get<std::string>());
 }
 
 std::unique_ptr<OutputFile> OpenReport(const PictureCommand& command) {
@@ -195,7 +197,7 @@ ExitStatus CleanPictures(const PictureCommand& command) {
     // In the order of the arguments, as soon as all before are told.
     for (; told < jobs.size() && jobs[told].isFinished; ++told) {
       progress.Clear();
-      Tell(jobs[told].result, command.talk);
+      TellResult(jobs[told].result, command.talk);
       someFailed = someFailed || jobs[told].result["status"] != 0;
       reports.push_back(std::move(jobs[told].result["report"]));
     }

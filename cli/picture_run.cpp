@@ -7,12 +7,14 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <sstream>
 
 #include "buffers/buffer_table.h"
 #include "cli/engine_run.h"
+#include "cli/found_words.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
@@ -70,14 +72,6 @@ std::string NameForPage(const std::string& file, int page) {
   size_t dot = file.find_last_of('.');
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = file.size();
   return file.substr(0, dot) + "-" + std::to_string(page + 1) + file.substr(dot);
-}
-
-std::string Rounded(double value, int digits) {
-  std::ostringstream text;
-  text.setf(std::ios::fixed);
-  text.precision(digits);
-  text << value;
-  return text.str();
 }
 
 std::string Plain(float value) {
@@ -236,85 +230,53 @@ class PictureRun {
     WritePicture(*outputFormat_, input_, fill, outputs_.picture.get());
   }
 
-  std::string FoundText(const EngineOutcome& outcome) const {
-    const Notch& strongest = outcome.notches.front();
-    std::string text = std::to_string(outcome.notches.size()) +
-                       (outcome.notches.size() == 1 ? " peak" : " peaks, the strongest") + " of period " +
-                       Rounded(strongest.periodPixels, 2) + " pixels at " +
-                       Rounded(strongest.angleDegrees, 1) + " degrees";
-    if (const auto resolution = input_.resolution()) {
-      text += ", " + Rounded(LinesPerInch(strongest, resolution->horizontal, resolution->vertical), 0) +
-              " lines per inch";
-    }
-    return text;
-  }
-
-  // "period 1.92 px, angle 45.3 deg, 156.6 lpi at 300 dpi, height 3.35"
-  std::string LicensedPeakText(const SpectrumPeak& peak) const {
-    std::string text = "period " + Rounded(peak.period, 2) + " px, angle " + Rounded(peak.angle, 1) + " deg";
-    if (const auto resolution = input_.resolution()) {
-      const double lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
-      text += ", " + Rounded(lines, 1) + " lpi at " + Rounded(resolution->horizontal, 0) + " dpi";
-      if (lines > resolution->horizontal / 2) text += " (aliased: above half the resolution)";
-    }
-    return text + ", height " + Rounded(peak.height, 2);
-  }
-
-  // What the picture's own decision was, for one page.
-  std::vector<std::string> AutomaticNotes(const EngineOutcome& outcome, const std::string& subject) const {
-    const std::string start = subject + "auto: ";
-    if (!outcome.patternFound) {
-      std::string text = start + "no regular pattern found, image unchanged";
+  // What the picture's own decision came to, in one sentence.
+  std::string AutomaticSentence() const {
+    const size_t found = PagesWithPattern();
+    if (found == 0) {
+      std::string text = "auto: no regular pattern found, image unchanged";
       if (request_.settings.sensitivity < kMostSensitivity) {
         text += " (--sensitivity " + Plain(static_cast<float>(kMostSensitivity)) + " takes fainter ones)";
       }
-      return {text};
+      return text;
     }
-    constexpr size_t kMostPeaksNamed = 8;
-    std::vector<std::string> peaks;
-    size_t licensed = 0, used = 0;
-    for (const SpectrumPeak& peak : outcome.peaks) {
-      used += peak.verdict == PeakVerdict::kUsed;
-      if (!peak.isLicensed) continue;
-      if (licensed++ < kMostPeaksNamed) peaks.push_back(start + LicensedPeakText(peak));
-    }
-    std::vector<std::string> notes = {
-        start + std::to_string(licensed) + (licensed == 1 ? " licensed peak, " : " licensed peaks, ") +
-        std::to_string(used) + " in all, " + std::to_string(outcome.seedCells) + " cells"};
-    notes.insert(notes.end(), peaks.begin(), peaks.end());
-    if (licensed > kMostPeaksNamed) {
-      notes.push_back(start + "and " + std::to_string(licensed - kMostPeaksNamed) +
-                      " licensed peaks more (--report has all)");
-    }
-    return notes;
+    const auto strongest = std::find_if(outcomes_.begin(), outcomes_.end(),
+                                        [](const EngineOutcome& outcome) { return outcome.patternFound; });
+    const PatternName name = NamePattern(*strongest, input_.resolution());
+    const bool isPlural = name.isPlural || outcomes_.size() > 1;
+    const std::string verb =
+        std::string(isPlural ? " were " : " was ") + (request_.dryRun ? "found" : "taken out");
+    if (outcomes_.size() == 1) return name.text + verb;
+    return "patterns on " + std::to_string(found) + " of " + std::to_string(outcomes_.size()) + " pages" +
+           verb + ", on page " + std::to_string(strongest - outcomes_.begin() + 1) + " " + name.text;
   }
 
-  std::vector<std::string> AutomaticNotes() const {
-    std::vector<std::string> notes;
-    for (size_t page = 0; page < outcomes_.size(); ++page) {
-      std::string subject = request_.input + ": ";
-      if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";
-      const std::vector<std::string> more = AutomaticNotes(outcomes_[page], subject);
-      notes.insert(notes.end(), more.begin(), more.end());
+  std::string NumberSentence() const {
+    const size_t found = PagesWithPattern();
+    if (found == 0) {
+      const std::string kept = request_.dryRun ? "" : "; " + request_.output + " has the same samples";
+      return "found no pattern at acceptance " + Plain(request_.settings.acceptance) + kept +
+             ". To find more, " + Advice(request_.settings) + ".";
     }
-    if (!request_.dryRun) notes.push_back(request_.input + ": written to " + request_.output);
-    return notes;
+    const std::string verb = request_.dryRun ? "found " : "took out ";
+    if (outcomes_.size() == 1) return verb + CountNotches(outcomes_[0], input_.resolution());
+    return verb + "patterns on " + std::to_string(found) + " of " + std::to_string(outcomes_.size()) +
+           " pages";
   }
 
   std::vector<std::string> Notes() const {
-    if (request_.settings.isAutomatic) return AutomaticNotes();
-    const size_t found = PagesWithPattern();
-    const std::string subject = request_.input + ": ";
-    const std::string written = request_.dryRun ? "" : "; written to " + request_.output;
-    if (found == 0) {
-      const std::string kept = request_.dryRun ? "" : "; " + request_.output + " has the same samples";
-      return {subject + "found no pattern at acceptance " + Plain(request_.settings.acceptance) + kept +
-              ". To find more, " + Advice(request_.settings) + "."};
+    const bool isAutomatic = request_.settings.isAutomatic;
+    std::string sentence = request_.input + ": " + (isAutomatic ? AutomaticSentence() : NumberSentence());
+    const bool tellsWhere = isAutomatic || PagesWithPattern() > 0;
+    if (tellsWhere && !request_.dryRun) sentence += "; written to " + request_.output;
+    std::vector<std::string> notes = {sentence};
+    for (size_t page = 0; request_.verbose && page < outcomes_.size(); ++page) {
+      std::string subject = request_.input + ": ";
+      if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";
+      for (const std::string& line : DescribeInLines(outcomes_[page], input_.resolution()))
+        notes.push_back(subject + line);
     }
-    const std::string verb = request_.dryRun ? "found " : "took out ";
-    if (outcomes_.size() == 1) return {subject + verb + FoundText(outcomes_[0]) + written};
-    return {subject + verb + "patterns on " + std::to_string(found) + " of " +
-            std::to_string(outcomes_.size()) + " pages" + written};
+    return notes;
   }
 
   Json Report() const {

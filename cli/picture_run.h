@@ -19,11 +19,12 @@ struct PictureRequest {
   std::string reportFile;  // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
+  bool verbose = false;                   // notes tell every peak
   std::vector<FileIdentity> otherInputs;  // of the same call: no output may be one of them either
 };
 
 struct PictureOutcome {
-  std::vector<std::string> notes;  // lines for the user
+  std::vector<std::string> notes;  // lines for the user, the result in the first
   Json report;                     // this picture's part of the report
 };
 

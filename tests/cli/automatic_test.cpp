@@ -27,10 +27,12 @@ TEST(Automatic, TakesTheScreenOutAndNamesWhatIsLicensed) {
   const TemporaryFolder folder;
   const Picture picture = DrawScreen(1, 0, 8, kWidth, kHeight);
   Save(picture, folder / "in.png");
-  const Ended ended = RunProgram({"-a", "auto", folder / "in.png", folder / "out.png", "--report",
+  const Ended ended = RunProgram({"-v", "-a", "auto", folder / "in.png", folder / "out.png", "--report",
                                   folder / "report.json", "--spectrum", folder / "spectrum.png"});
   ASSERT_EQ(0, ended.status) << ended.err;
   EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), ScreenAmplitude(picture, 0) / 10);
+  EXPECT_NE(std::string::npos, ended.err.find("in.png: a screen of period 3.75 px at 45 deg was taken out"))
+      << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find(" licensed peaks, ")) << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find("auto: period 3.7")) << ended.err;
 
@@ -61,6 +63,7 @@ TEST(Automatic, LeavesAPageOfTextAsItIsAndMarksItsLines) {
   ASSERT_EQ(0, ended.status) << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find("auto: no regular pattern found, image unchanged"))
       << ended.err;
+  EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
   EXPECT_EQ(ReadWholeFile(TextPage()), ReadWholeFile(folder / "out.png"));
   const auto report = nlohmann::json::parse(ended.out);
   const auto& peak = report["pictures"][0]["pages"][0]["peaks"][0];
