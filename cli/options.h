@@ -22,8 +22,8 @@ struct RemovalSettings {
 
 struct Talk {
   bool quiet = false;         // no notes, only errors
-  bool verbose = false;       // of pictures: every peak, not only the result
   bool showProgress = false;  // decided: asked for, or stderr is a terminal and not quiet
+  bool verbose = false;       // of pictures: every peak, not only the result
 };
 
 struct PictureCommand {
