@@ -112,6 +112,7 @@ void ConvertRow(const void* source, void* destination, int32_t pixels) {
   }
 }
 
+// The key is source bytes per pixel x 100 + destination bytes per pixel: 201 from 16-bit grey to 8-bit grey.
 struct ConverterEntry {
   int32_t key;
   RowConverter convert;
@@ -143,7 +144,10 @@ int64_t ByteCount(const BufferShape& shape) {
 
 }  // namespace
 
-RowConverter FindRowConverter(int32_t key) {
+RowConverter FindRowConverter(int32_t sourceBytesPerPixel, int32_t destinationBytesPerPixel) {
+  // Only kinds make a key: a pixel of 103 bytes would meet another pair's and read past its row.
+  if (!IsPixelKind(sourceBytesPerPixel) || !IsPixelKind(destinationBytesPerPixel)) return nullptr;
+  const int32_t key = sourceBytesPerPixel * 100 + destinationBytesPerPixel;
   for (const ConverterEntry& entry : kConverters) {
     if (entry.key == key) return entry.convert;
   }
@@ -177,7 +181,7 @@ int32_t ConvertBuffer(int32_t sourceSlot, int32_t destinationSlot) {
   if (!IsPixelKind(source.bytesPerPixel)) return kUnknownPixelKind;
 
   // The destination row starts as zeros and stays so without a converter, which writes black.
-  const RowConverter convert = FindRowConverter(source.bytesPerPixel * 100 + destination.bytesPerPixel);
+  const RowConverter convert = FindRowConverter(source.bytesPerPixel, destination.bytesPerPixel);
   for (int32_t y = 0; y < height; ++y) {
     ReadBufferRow(sourceSlot, 0, y, sourceRowBytes, sourceRow.get());
     if (convert != nullptr) convert(sourceRow.get(), destinationRow.get(), width);

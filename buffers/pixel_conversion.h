@@ -20,8 +20,8 @@ int32_t ConvertBuffer(int32_t sourceSlot, int32_t destinationSlot);
 // Converts `pixels` pixels from one row to another. Rows do not overlap.
 using RowConverter = void (*)(const void* source, void* destination, int32_t pixels);
 
-// The converter of a key, source bytes per pixel x 100 + destination bytes per pixel (201: 16-bit grey to
-// 8-bit grey), or null for a key that is not in the table (unknown kinds, a kind to itself).
-RowConverter FindRowConverter(int32_t key);
+// The converter from one kind to another, by their bytes per pixel; null where either is none of the eight
+// kinds, and from a kind to itself.
+RowConverter FindRowConverter(int32_t sourceBytesPerPixel, int32_t destinationBytesPerPixel);
 
 }  // namespace tessaline

@@ -81,7 +81,7 @@ int32_t ResampleBuffer(int32_t sourceSlot, float offsetX, float offsetY, float z
   const PixelPicker pick = FindPixelPicker(source.bytesPerPixel);
   const bool isSameKind = source.bytesPerPixel == destination.bytesPerPixel;
   const RowConverter convert =
-      isSameKind ? nullptr : FindRowConverter(source.bytesPerPixel * 100 + destination.bytesPerPixel);
+      isSameKind ? nullptr : FindRowConverter(source.bytesPerPixel, destination.bytesPerPixel);
   if (pick == nullptr || (!isSameKind && convert == nullptr)) return kUnknownPixelKind;
   if (!std::isfinite(offsetX) || !std::isfinite(offsetY) || !std::isfinite(zoom) || !(zoom > 0.0f)) {
     return kUnequalSizes;

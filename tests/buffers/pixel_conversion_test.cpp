@@ -16,7 +16,7 @@ namespace {
 template <typename To, typename From>
 std::vector<double> Convert(int32_t key, std::vector<From> pixel, size_t samples) {
   std::vector<To> result(samples, static_cast<To>(77));
-  const RowConverter convert = FindRowConverter(key);
+  const RowConverter convert = FindRowConverter(key / 100, key % 100);
   if (convert == nullptr) return {};
   convert(pixel.data(), result.data(), 1);
   return {result.begin(), result.end()};
@@ -66,10 +66,11 @@ TEST(PixelConversion, TheTableHoldsEveryPairOfDifferentKinds) {
   const int32_t kinds[] = {1, 2, 3, 4, 6, 8, 12, 24};
   for (const int32_t from : kinds) {
     for (const int32_t to : kinds) {
-      EXPECT_EQ(from == to, FindRowConverter(from * 100 + to) == nullptr) << from << " to " << to;
+      EXPECT_EQ(from == to, FindRowConverter(from, to) == nullptr) << from << " to " << to;
     }
   }
-  EXPECT_EQ(nullptr, FindRowConverter(105));
+  // 1 x 100 + 103 is the number of 16-bit grey to 8-bit RGB.
+  for (const int32_t none : {5, 103, 424, -97}) EXPECT_EQ(nullptr, FindRowConverter(1, none)) << none;
 }
 
 class ConvertBufferTest : public testing::Test {
