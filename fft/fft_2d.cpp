@@ -186,18 +186,21 @@ class Transform2D {
     return false;
   }
 
-  // Moves (row, x) to (row + height / 2, x + width / 2), modulo the sizes; its own inverse where both are
-  // even.
+  // Trades row and column i with i + half of their number. The last of an odd number has no partner and keeps
+  // its place along that axis, so that the swap is its own inverse and 0 always meets the half.
   bool SwapQuadrants(int32_t fifth) {
     const int32_t halfHeight = plane_.height / 2;
     const ptrdiff_t halfRow = ptrdiff_t{plane_.channels} * (plane_.width / 2);
+    const auto swapHalves = [&](uint64_t* row) { std::swap_ranges(row, row + halfRow, row + halfRow); };
     for (int32_t y = 0; y < halfHeight; ++y) {
       if (ReportAndAsk(steps_, fifth, y, halfHeight)) return true;
       uint64_t* const upper = plane_.Row(y);
       uint64_t* const lower = plane_.Row(y + halfHeight);
-      std::swap_ranges(upper, upper + halfRow, lower + halfRow);
-      std::swap_ranges(upper + halfRow, upper + 2 * halfRow, lower);
+      std::swap_ranges(upper, upper + plane_.RowValues(), lower);
+      swapHalves(upper);
+      swapHalves(lower);
     }
+    if (plane_.height % 2 != 0) swapHalves(plane_.Row(plane_.height - 1));
     return false;
   }
 
@@ -321,7 +324,8 @@ bool RunInverse(Transform2D& work, const Plane& plane) {
 
 int32_t Run(int32_t slot, Direction direction, bool useDoubleKernels, const ProgressSteps& steps) {
   const BufferShape shape = ShapeOf(slot);
-  if (shape.bytesPerPixel != kGrayComplex && shape.bytesPerPixel != kRgbComplex) return kSuccess;
+  if (shape.width == 0) return kSuccess;
+  if (shape.bytesPerPixel != kGrayComplex && shape.bytesPerPixel != kRgbComplex) return kUnknownPixelKind;
   const Plane plane{slot, shape.width, shape.height, shape.bytesPerPixel / kGrayComplex};
   Transform2D work(plane, steps);
   if (!work.Prepare(useDoubleKernels, direction)) return kOutOfMemory;

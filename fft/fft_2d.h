@@ -17,7 +17,9 @@ namespace tessaline {
 // set, so transforms of 256 rows or fewer never report and cannot be cancelled. The range told runs from
 // firstStep to lastStep of totalSteps.
 //
-// Returns 0; kOutOfMemory, buffer unchanged; kUserCancelled, buffer left part-way.
+// Returns 0, also for a slot without a buffer, which has nothing to transform; kUnknownPixelKind, buffer
+// unchanged, for any other buffer than a complex one; kOutOfMemory, buffer unchanged; kUserCancelled, buffer
+// left part-way.
 int32_t ForwardFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
                      int32_t firstStep, int32_t lastStep, int32_t totalSteps);
 int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
