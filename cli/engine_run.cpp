@@ -72,7 +72,7 @@ bool OnFindings(void* user, const RemovalFindings& findings) {
   }
   watch->isSecondPass = true;
   outcome.samplesChanged = outcome.patternFound && !watch->wishes.onlyLook;
-  return outcome.samplesChanged;
+  return !watch->wishes.onlyLook;
 }
 
 void OnProgress(void* user, int32_t done, int32_t total) {

@@ -42,9 +42,7 @@ struct EngineOutcome {
 // How far the run is, 0..1, and what it does.
 using EngineProgress = std::function<void(double fraction, const char* doing)>;
 
-// Where nothing is found the buffer comes back untouched: the run itself truncates, so that passing every
-// sample through it would darken a picture that has no pattern. Refuses with kOutOfMemory; `name` is for the
-// message.
+// One run over the buffer in `slot`. Refuses with kOutOfMemory; `name` is for the message.
 EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EngineProgress& progress,
                         const std::string& name);
 

@@ -184,10 +184,10 @@ int32_t DetectSeeds(const Run& run, const SpectrumFacts& facts, const FilterPara
                      parameters.protectionRadius, seedSlot);
 }
 
-// Builds the full-size mask and shows the findings; *goOn tells whether the second pass is wanted.
+// Builds the full-size mask and shows the findings; *goOn tells whether the second pass is wanted. It is not
+// where no cell is marked: it would remove nothing, yet its rounding would move samples by a level.
 int32_t MakeMask(Run& run, const FilterParameters& parameters, double logSpan, bool* goOn) {
   run.Enter(RemovalStage::kMask);
-  *goOn = true;
   int32_t result = run.fullMask.Create("BigMASKgray8", run.transformSize, run.transformSize, kGray8);
   OwnedBuffer seeds, gridMask;
   if (result == kSuccess) result = seeds.Create("Seed map", kSpectrumCells, kSpectrumCells, kGray8);
@@ -201,27 +201,32 @@ int32_t MakeMask(Run& run, const FilterParameters& parameters, double logSpan, b
     result = BuildMaskFromSeeds(parameters.protectionRadius, parameters.notchRadius, gridMask.slot(),
                                 run.fullMask.slot());
   }
-  if (result != kSuccess || run.context.inspect == nullptr) return result;
-  const RemovalFindings findings{facts, seeds.slot(), gridMask.slot(), CountSeeds(seeds.slot()),
+  if (result != kSuccess) return result;
+  const int32_t seedCells = CountSeeds(seeds.slot());
+  *goOn = seedCells > 0;
+  if (run.context.inspect == nullptr) return kSuccess;
+  const RemovalFindings findings{facts, seeds.slot(), gridMask.slot(), seedCells,
                                  HostThreshold(ThresholdOfAcceptance(parameters.acceptance))};
-  *goOn = run.context.inspect(run.context.user, findings);
+  *goOn = run.context.inspect(run.context.user, findings) && *goOn;
   return kSuccess;
 }
 
-// The abort check of the second pass: asked, but never obeyed.
+// The abort check of the second pass: asked, but never obeyed. The caller's flag is looked at before every
+// call, as it may be switched off on the way.
 struct UnstoppableContext {
   const RunContext* wanted;
   RunContext context;
 
-  explicit UnstoppableContext(const RunContext* original) : wanted(original), context(*original) {
+  explicit UnstoppableContext(const RunContext* original) : wanted(original) {
+    context.progressEnabled = true;
     context.user = this;
     context.progress = [](void* user, int32_t done, int32_t total) {
-      const RunContext* const caller = static_cast<UnstoppableContext*>(user)->wanted;
-      if (caller->progress != nullptr) caller->progress(caller->user, done, total);
+      const RunContext& caller = *static_cast<UnstoppableContext*>(user)->wanted;
+      if (caller.progressEnabled && caller.progress != nullptr) caller.progress(caller.user, done, total);
     };
     context.abortCheck = [](void* user) {
-      const RunContext* const caller = static_cast<UnstoppableContext*>(user)->wanted;
-      if (caller->abortCheck != nullptr) caller->abortCheck(caller->user);
+      const RunContext& caller = *static_cast<UnstoppableContext*>(user)->wanted;
+      if (caller.progressEnabled && caller.abortCheck != nullptr) caller.abortCheck(caller.user);
       return false;
     };
   }
@@ -298,7 +303,7 @@ int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterLi
   run.magnitudeSums.Release();
   run.gray8.Release();
 
-  bool goOn = true;
+  bool goOn = false;
   result = MakeMask(run, *parameters, logSpan, &goOn);
   return result == kSuccess && goOn ? RemoveFromChannels(run) : result;
 }

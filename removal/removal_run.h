@@ -59,7 +59,8 @@ struct RemovalContext {
   int32_t (*detect)(void* user, const SpectrumFacts& spectrum, const FilterParameters& parameters,
                     int32_t seedSlot) = nullptr;
 
-  // Shows the findings. False ends the run there with 0 and the source unchanged.
+  // Shows the findings, also where nothing was found. False ends the run there with 0 and the source
+  // unchanged.
   bool (*inspect)(void* user, const RemovalFindings& findings) = nullptr;
 
   // The run enters a stage and leaves the one before.
@@ -84,6 +85,8 @@ int32_t TransformSizeFor(int32_t side);
 //
 // Cancelling is possible until the second pass begins; from then on channels are being replaced, so the abort
 // check is still called (a host may need it to stay alive) but its answer is not taken.
+//
+// Where no cell is marked as pattern there is no second pass: the source keeps every sample.
 //
 // Returns 0; kUserCancelled, source unchanged, when the user cancelled or (after a message) the image is
 // larger than 7500 on a side; kUnknownPixelKind, source unchanged, for an unsupported or empty source;

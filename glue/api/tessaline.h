@@ -108,7 +108,8 @@ TESSALINE_API void OSAPI_FreeInstance(TessalineInstance* instance);
 /* One image, in place. `showDialog` other than 0 opens the preview dialog where the library has one (it has
  * none outside its Windows module; the run is then as with 0).
  *
- * 0: done; an image without a pattern may come back with samples one level lower, as the run truncates.
+ * 0: done; an image in which nothing is found keeps every sample (the second-row kinds still go through their
+ * scaling, there and back).
  *
  * 2: refused, pixels unchanged.
  *   - width or height below 1, an unknown kind or null pixels. THIS IS REMEMBERED: from then on every Process

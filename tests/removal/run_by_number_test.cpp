@@ -68,7 +68,7 @@ class RunByNumber : public testing::TestWithParam<const char*> {};
 TEST_P(RunByNumber, IsThePlainSequenceOfItsParts) {
   ResetBufferTable();
   const Picture picture = ReadPicture(std::string("../../samples/") + GetParam() + ".png");
-  for (const float acceptance : {60.0f, 96.0f}) {
+  for (const float acceptance : {90.0f, 96.0f}) {
     FilterParameters parameters{acceptance, 6, 8};
     const int32_t slot = MakeBuffer(picture);
     ASSERT_EQ(0, RunRemoval(slot, &parameters, nullptr, true, RemovalContext{}));
