@@ -1,14 +1,11 @@
 #include "fft/fft_2d.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 
 #include "buffers/buffer_table.h"
 #include "buffers/levels.h"
 #include "buffers/result_codes.h"
-#include "fft/fft_dispatch.h"
-#include "fft/float_fft.h"
 #include "fft/mask_factor.h"
 #include "fft/progress_steps.h"
 #include "fft/transpose_square.h"
@@ -18,59 +15,6 @@
 namespace tessaline {
 
 namespace {
-
-enum class Direction { kForward, kInverse };
-
-// Columns that are fetched together: four cache lines of every row, so that each page and each row of a
-// memory chip is opened once for four lines.
-constexpr int32_t kStripColumns = 4 * kColumnGroup;
-
-// One-dimensional transforms of one length with the engine that was chosen, and the memory they need.
-class RowTransform {
- public:
-  // False: no memory.
-  bool Prepare(int32_t length, bool useDoubleKernels, Direction direction) {
-    length_ = static_cast<uint32_t>(length);
-    isForward_ = direction == Direction::kForward;
-    useDoubleKernels_ = useDoubleKernels;
-    if (!useDoubleKernels_) {
-      table_ = AllocateBlock<float>(size_t{length_} + 2);
-      if (table_ == nullptr) return false;
-      MakeCosineTable(&log2Length_, length, table_.get());
-      return true;
-    }
-    const int log2Length = std::bit_width(length_) - 1;
-    if (std::has_single_bit(length_) && log2Length >= kShortestVectorLog2 &&
-        log2Length <= kLongestVectorLog2) {
-      widened_ = activeVectorEngine->transformWidened[log2Length - kShortestVectorLog2][isForward_];
-      return true;
-    }
-    scratch_ = AllocateBlock<double>(2 * (size_t{length_} + 2));
-    return scratch_ != nullptr;
-  }
-
-  void operator()(float* row) const {
-    if (widened_ != nullptr) {
-      widened_(row);
-    } else if (useDoubleKernels_) {
-      // `inverse` of FftComplexFloat names the exp(-) kernels, which make the forward transform.
-      FftComplexFloat(isForward_, row, length_, scratch_.get());
-    } else if (std::has_single_bit(length_)) {
-      // Other lengths have no transform: such rows stay, as they do with the double kernels.
-      (isForward_ ? FloatFft : FloatFftInverse)(row, log2Length_, table_.get());
-    }
-  }
-
- private:
-  uint32_t length_ = 0;
-  uint32_t log2Length_ = 0;
-  bool isForward_ = false;
-  bool useDoubleKernels_ = false;
-  void (*widened_)(float* row) =
-      nullptr;  // does all that FftComplexFloat does, if there is one for the length
-  OwnedBlock<double> scratch_;
-  OwnedBlock<float> table_;
-};
 
 // A buffer of complex values, one or three of them per pixel.
 struct Plane {
@@ -87,8 +31,8 @@ struct Plane {
 // Everything one call works with. Every pass returns true when the user cancelled.
 class Transform2D {
  public:
-  Transform2D(const Plane& plane, const ProgressSteps& steps)
-      : plane_(plane), source_(plane), steps_(steps) {}
+  Transform2D(const Plane& plane, Direction direction, const ProgressSteps& steps, TransformMemory* memory)
+      : plane_(plane), source_(plane), direction_(direction), steps_(steps), memory_(*memory) {}
 
   // The column passes read `source` instead, multiplied by what the mask leaves of it, and write no more than
   // the wanted rows of the plane (and some around them). False: no memory.
@@ -107,25 +51,6 @@ class Transform2D {
     return true;
   }
 
-  bool Prepare(bool useDoubleKernels, Direction direction) {
-    channelRow_ = AllocateBlock<float>(2 * (static_cast<size_t>(plane_.width) + 2));
-    if (channelRow_ == nullptr || !alongRows_.Prepare(plane_.width, useDoubleKernels, direction))
-      return false;
-    if (IsTransposed()) return true;
-    // A cache line more than the column: columns of a power of two would crowd into a few cache sets.
-    columnStride_ = static_cast<size_t>(plane_.height) + kColumnGroup;
-    for (OwnedBlock<uint64_t>& strip : strips_) {
-      strip = AllocateBlock<uint64_t>(kStripColumns * columnStride_);
-      if (strip == nullptr) return false;
-    }
-    return alongColumns_.Prepare(plane_.height, useDoubleKernels, direction);
-  }
-
-  // Square colour planes are transposed, the others reach their columns by strips.
-  bool IsTransposed() const {
-    return plane_.channels == 3 && plane_.width == plane_.height && plane_.width >= kTileSide;
-  }
-
   // Both even: the quadrants are swapped on the way of the columns.
   bool CanSwapWithColumns() const { return plane_.width % 2 == 0 && plane_.height % 2 == 0; }
 
@@ -136,7 +61,7 @@ class Transform2D {
       if (ReportAndAsk(steps_, fifth, y, plane_.height)) return true;
       float* const row = plane_.RowFloats(y);
       if (plane_.channels == 1) {
-        alongRows_(row);
+        memory_.alongRows(row, direction_);
         continue;
       }
       for (int32_t channel = 0; channel < plane_.channels; ++channel) TransformChannel(row + 2 * channel);
@@ -154,9 +79,9 @@ class Transform2D {
     for (int32_t first = 0; first < plane_.RowValues(); first += kStripColumns) {
       const int32_t count = std::min(kStripColumns, plane_.RowValues() - first);
       if (reporter.AdvanceTo(first + count, plane_.RowValues())) return true;
-      GatherStrip(first, count, 0, strips_[0].get());
-      TransformStrip(count, strips_[0].get());
-      ScatterStrip(first, count, 0, strips_[0].get());
+      GatherStrip(first, count, 0, memory_.strips[0].get());
+      TransformStrip(count, memory_.strips[0].get());
+      ScatterStrip(first, count, 0, memory_.strips[0].get());
     }
     return false;
   }
@@ -175,12 +100,12 @@ class Transform2D {
       if (reporter.AdvanceTo(first + count, halfRow)) return true;
       const int32_t places[2] = {first, halfRow + first};
       for (int side = 0; side < 2; ++side) {
-        GatherStrip(places[side], count, shiftRead, strips_[side].get());
-        if (maskRowCount_ > 0) MaskStrip(places[side], count, shiftRead, strips_[side].get());
-        TransformStrip(count, strips_[side].get());
+        GatherStrip(places[side], count, shiftRead, memory_.strips[side].get());
+        if (maskRowCount_ > 0) MaskStrip(places[side], count, shiftRead, memory_.strips[side].get());
+        TransformStrip(count, memory_.strips[side].get());
       }
       for (int side = 0; side < 2; ++side) {
-        ScatterStrip(places[1 - side], count, shiftStored, strips_[side].get());
+        ScatterStrip(places[1 - side], count, shiftStored, memory_.strips[side].get());
       }
     }
     return false;
@@ -206,19 +131,22 @@ class Transform2D {
 
  private:
   void TransformChannel(float* firstValue) {
+    const OwnedBlock<float>& channelRow = memory_.channelRow;
     for (int32_t x = 0; x < plane_.width; ++x) {
-      channelRow_[2 * x] = firstValue[6 * x];
-      channelRow_[2 * x + 1] = firstValue[6 * x + 1];
+      channelRow[2 * x] = firstValue[6 * x];
+      channelRow[2 * x + 1] = firstValue[6 * x + 1];
     }
-    alongRows_(channelRow_.get());
+    memory_.alongRows(channelRow.get(), direction_);
     for (int32_t x = 0; x < plane_.width; ++x) {
-      firstValue[6 * x] = channelRow_[2 * x];
-      firstValue[6 * x + 1] = channelRow_[2 * x + 1];
+      firstValue[6 * x] = channelRow[2 * x];
+      firstValue[6 * x + 1] = channelRow[2 * x + 1];
     }
   }
 
   void TransformStrip(int32_t count, uint64_t* strip) {
-    for (int32_t i = 0; i < count; ++i) alongColumns_(reinterpret_cast<float*>(strip + i * columnStride_));
+    for (int32_t i = 0; i < count; ++i) {
+      memory_.alongColumns(reinterpret_cast<float*>(strip + i * memory_.columnStride), direction_);
+    }
   }
 
   // Row y of columns first .. first + count - 1 is element (y + shift) mod height of the strip's columns.
@@ -229,7 +157,7 @@ class Transform2D {
       if (IsWholeGroups(part)) return activeVectorEngine->gatherColumns(part, plane, columns);
       for (size_t y = 0; y < part.rows; ++y) {
         for (size_t i = 0; i < part.columns; ++i)
-          columns[i * columnStride_ + y] = plane[y * part.rowStride + i];
+          columns[i * memory_.columnStride + y] = plane[y * part.rowStride + i];
       }
     });
   }
@@ -241,7 +169,7 @@ class Transform2D {
       if (IsAllZero(mask, count)) continue;
       const int32_t y = (maskRows_[row].y + plane_.height - shift) % plane_.height;
       for (int32_t i = 0; i < count; ++i) {
-        AttenuateValue(mask[i], reinterpret_cast<float*>(strip + i * columnStride_ + y));
+        AttenuateValue(mask[i], reinterpret_cast<float*>(strip + i * memory_.columnStride + y));
       }
     }
   }
@@ -258,7 +186,7 @@ class Transform2D {
       if (IsWholeGroups(part)) return activeVectorEngine->scatterColumns(part, plane, columns);
       for (size_t y = 0; y < part.rows; ++y) {
         for (size_t i = 0; i < part.columns; ++i)
-          plane[y * part.rowStride + i] = columns[i * columnStride_ + y];
+          plane[y * part.rowStride + i] = columns[i * memory_.columnStride + y];
       }
     });
   }
@@ -271,7 +199,7 @@ class Transform2D {
   template <typename Move>
   void ForBothParts(int32_t shift, int32_t columns, const Move& move) {
     ColumnStrip part{static_cast<size_t>(plane_.height - shift), static_cast<size_t>(columns),
-                     static_cast<size_t>(plane_.RowValues()), columnStride_};
+                     static_cast<size_t>(plane_.RowValues()), memory_.columnStride};
     move(0, shift, part);
     part.rows = static_cast<size_t>(shift);
     if (shift > 0) move(plane_.height - shift, 0, part);
@@ -279,6 +207,7 @@ class Transform2D {
 
   Plane plane_;
   Plane source_;
+  Direction direction_;
   struct MaskRow {
     const uint8_t* mask;
     int32_t y;
@@ -288,18 +217,14 @@ class Transform2D {
   int32_t firstStoredRow_ = 0;
   int32_t storedRows_ = 0;  // 0: all
   ProgressSteps steps_;
-  RowTransform alongRows_;
-  RowTransform alongColumns_;
-  OwnedBlock<float> channelRow_;
-  OwnedBlock<uint64_t> strips_[2];
-  size_t columnStride_ = 0;  // elements
+  TransformMemory& memory_;
 };
 
 // The fifths of the reports are those of five loops over the plane: rows, transposition, rows (which are the
 // columns then), transposition and centring, or centring first. Callers are told about these whatever path is
 // taken; the transpositions never report.
-bool RunForward(Transform2D& work, const Plane& plane) {
-  if (work.IsTransposed()) {
+bool RunForward(Transform2D& work, const Plane& plane, bool isTransposed) {
+  if (isTransposed) {
     return work.TransformRows(0) || work.TransposeColour(1) || work.TransformRows(2) ||
            work.TransposeColour(3) || work.SwapQuadrants(4);
   }
@@ -310,8 +235,8 @@ bool RunForward(Transform2D& work, const Plane& plane) {
   return work.TransformRows(0) || work.TransformColumns(2) || work.SwapQuadrants(4);
 }
 
-bool RunInverse(Transform2D& work, const Plane& plane) {
-  if (work.IsTransposed()) {
+bool RunInverse(Transform2D& work, const Plane& plane, bool isTransposed) {
+  if (isTransposed) {
     return work.SwapQuadrants(0) || work.TransformRows(1) || work.TransposeColour(2) ||
            work.TransformRows(3) || work.TransposeColour(4);
   }
@@ -322,31 +247,38 @@ bool RunInverse(Transform2D& work, const Plane& plane) {
   return work.SwapQuadrants(0) || work.TransformColumns(1) || work.TransformRows(3);
 }
 
-int32_t Run(int32_t slot, Direction direction, bool useDoubleKernels, const ProgressSteps& steps) {
+int32_t Run(int32_t slot, Direction direction, bool useDoubleKernels, const ProgressSteps& steps,
+            TransformMemory* memory) {
   const BufferShape shape = ShapeOf(slot);
   if (shape.width == 0) return kSuccess;
   if (shape.bytesPerPixel != kGrayComplex && shape.bytesPerPixel != kRgbComplex) return kUnknownPixelKind;
+  TransformMemory ownMemory;
+  if (memory == nullptr) {
+    const int32_t result = ownMemory.Take(shape, useDoubleKernels);
+    if (result != kSuccess) return result;
+    memory = &ownMemory;
+  }
+  if (!memory->IsFor(shape, useDoubleKernels)) return kUnequalSizes;
   const Plane plane{slot, shape.width, shape.height, shape.bytesPerPixel / kGrayComplex};
-  Transform2D work(plane, steps);
-  if (!work.Prepare(useDoubleKernels, direction)) return kOutOfMemory;
+  Transform2D work(plane, direction, steps, memory);
   MarkDirty(slot);
-  const bool isCancelled =
-      direction == Direction::kForward ? RunForward(work, plane) : RunInverse(work, plane);
+  const auto run = direction == Direction::kForward ? RunForward : RunInverse;
+  const bool isCancelled = run(work, plane, memory->IsTransposed());
   return isCancelled ? kUserCancelled : kSuccess;
 }
 
 }  // namespace
 
 int32_t ForwardFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps) {
+                     int32_t firstStep, int32_t lastStep, int32_t totalSteps, TransformMemory* memory) {
   return Run(slot, Direction::kForward, useDoubleKernels,
-             {showProgress, context, firstStep, lastStep, totalSteps});
+             {showProgress, context, firstStep, lastStep, totalSteps}, memory);
 }
 
 int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps) {
+                     int32_t firstStep, int32_t lastStep, int32_t totalSteps, TransformMemory* memory) {
   return Run(slot, Direction::kInverse, useDoubleKernels,
-             {showProgress, context, firstStep, lastStep, totalSteps});
+             {showProgress, context, firstStep, lastStep, totalSteps}, memory);
 }
 
 int32_t InverseMaskedRows(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot, int32_t firstRow,
@@ -366,10 +298,11 @@ int32_t InverseMaskedRows(int32_t spectrumSlot, int32_t maskSlot, int32_t destin
   const Plane destination{destinationSlot, shape.width, shape.height, 1};
   Plane source = destination;
   source.slot = spectrumSlot;
-  Transform2D work(destination, {});
-  if (!work.Prepare(false, Direction::kInverse) || !work.ReadMasked(source, maskSlot, first, count)) {
-    return kOutOfMemory;
-  }
+  TransformMemory memory;
+  const int32_t result = memory.Take(shape, false);
+  if (result != kSuccess) return result;
+  Transform2D work(destination, Direction::kInverse, {}, &memory);
+  if (!work.ReadMasked(source, maskSlot, first, count)) return kOutOfMemory;
   MarkDirty(destinationSlot);
   work.TransformColumnsAndSwapQuadrants({1, shape.width}, {0, shape.height / 2}, true);
   work.TransformRows(3, first, count);

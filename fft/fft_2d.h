@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "fft/run_context.h"
+#include "fft/transform_memory.h"
 
 namespace tessaline {
 
@@ -17,13 +18,18 @@ namespace tessaline {
 // set, so transforms of 256 rows or fewer never report and cannot be cancelled. The range told runs from
 // firstStep to lastStep of totalSteps.
 //
+// `memory`: taken before for this shape and engine, so that the call cannot run short of it; null: taken for
+// the call.
+//
 // Returns 0, also for a slot without a buffer, which has nothing to transform; kUnknownPixelKind, buffer
-// unchanged, for any other buffer than a complex one; kOutOfMemory, buffer unchanged; kUserCancelled, buffer
-// left part-way.
+// unchanged, for any other buffer than a complex one; kUnequalSizes, buffer unchanged, for memory of another
+// shape or engine; kOutOfMemory, buffer unchanged; kUserCancelled, buffer left part-way.
 int32_t ForwardFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps);
+                     int32_t firstStep, int32_t lastStep, int32_t totalSteps,
+                     TransformMemory* memory = nullptr);
 int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps);
+                     int32_t firstStep, int32_t lastStep, int32_t totalSteps,
+                     TransformMemory* memory = nullptr);
 
 // Multiplies each complex value by what its mask pixel leaves of it: a full integer mask value (255, 32768,
 // or that in all three channels) removes the frequency, 0 keeps it; a float mask is the factor itself.

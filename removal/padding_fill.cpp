@@ -6,7 +6,6 @@
 
 #include "buffers/buffer_table.h"
 #include "buffers/result_codes.h"
-#include "platform/memory.h"
 #include "removal/portable_math.h"
 
 namespace tessaline {
@@ -259,25 +258,29 @@ float MeanLevel(int32_t planeSlot) {
   return static_cast<float>(total / (double(plane.width) * plane.height));
 }
 
+int32_t PaddingMemory::Take(int32_t n) {
+  const int32_t result = surface.Create("FT padding float", n, n, sizeof(float));
+  if (result != kSuccess) return result;
+  ring = AllocateBlock<float>(static_cast<size_t>(kRingRows) * n);
+  extended = AllocateBlock<float>(static_cast<size_t>(n) + kMostTaps);
+  return ring != nullptr && extended != nullptr ? kSuccess : kOutOfMemory;
+}
+
 int32_t FillPadding(int32_t planeSlot, int32_t horizontalPadding, int32_t verticalPadding,
-                    int32_t surfaceSlot) {
+                    PaddingMemory* memory) {
   const BufferShape plane = ShapeOf(planeSlot);
   const int32_t n = plane.width;
   if (n == 0 || plane.height != n || plane.bytesPerPixel != 8 || horizontalPadding < 0 ||
       horizontalPadding >= n || verticalPadding < 0 || verticalPadding >= n) {
     return kUnequalSizes;
   }
-  OwnedBuffer ownSurface;
-  if (surfaceSlot == 0) {
-    const int32_t result = ownSurface.Create("FT padding float", n, n, 4);
+  PaddingMemory ownMemory;
+  if (memory == nullptr) {
+    const int32_t result = ownMemory.Take(n);
     if (result != kSuccess) return result;
-    surfaceSlot = ownSurface.slot();
+    memory = &ownMemory;
   }
-  const BufferShape shape = ShapeOf(surfaceSlot);
-  if (shape.width != n || shape.height != n || shape.bytesPerPixel != 4) return kUnequalSizes;
-  const auto ring = AllocateBlock<float>(static_cast<size_t>(kRingRows) * n);
-  const auto extended = AllocateBlock<float>(static_cast<size_t>(n) + kMostTaps);
-  if (!ring || !extended) return kOutOfMemory;
+  if (ShapeOf(memory->surface.slot()).width != n) return kUnequalSizes;
 
   // The mean takes in the padding as it stands: in the first channel zeros right of the image and copies of
   // its last row below, in later channels what the previous channel's transform left right of the image.
@@ -285,10 +288,10 @@ int32_t FillPadding(int32_t planeSlot, int32_t horizontalPadding, int32_t vertic
   const float mean = MeanLevel(planeSlot);
   const int32_t left = horizontalPadding / 2, top = verticalPadding / 2;
   const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
-  Surface surface = {reinterpret_cast<float*>(BufferRow(surfaceSlot, 0)), n, image, image, mean};
+  Surface surface = {reinterpret_cast<float*>(BufferRow(memory->surface.slot(), 0)), n, image, image, mean};
   PlaceImageMargin(planeSlot, surface);
   for (const float scale : kBlurScales)
-    BlurPadding(MakeGaussian(scale), &surface, ring.get(), extended.get());
+    BlurPadding(MakeGaussian(scale), &surface, memory->ring.get(), memory->extended.get());
   WriteBack(surface, planeSlot);
   return kSuccess;
 }

@@ -84,7 +84,6 @@ struct Run {
   OwnedBuffer plane;          // "FFTbuf"
   OwnedBuffer rawGray16;      // only for a caller that inspects or detects
   OwnedBuffer fullMask;       // "BigMASKgray8"
-  OwnedBuffer surface;        // working memory of the padding fill, held for a pass
 
   void Enter(RemovalStage stage) const {
     if (context.enterStage != nullptr) context.enterStage(context.user, stage);
@@ -125,34 +124,42 @@ void StoreChannel(const Run& run, int32_t channel) {
   MarkDirty(run.sourceSlot);
 }
 
-int32_t CreateSurface(Run& run) {
-  return run.surface.Create("FT padding float", run.transformSize, run.transformSize, kGrayFloat);
-}
+// What the channels of a pass are worked on with, taken once: a lack of it shows before the first one is
+// replaced.
+struct PassMemory {
+  PaddingMemory padding;
+  TransformMemory transforms;
 
-int32_t PadPlane(const Run& run) {
+  int32_t Take(const Run& run, bool useDoubleKernels) {
+    const int32_t result = padding.Take(run.transformSize);
+    return result == kSuccess ? transforms.Take(ShapeOf(run.plane.slot()), useDoubleKernels) : result;
+  }
+};
+
+int32_t PadPlane(const Run& run, PaddingMemory* memory) {
   run.Enter(RemovalStage::kPaddingFill);
   return FillPadding(run.plane.slot(), run.transformSize - run.source.width,
-                     run.transformSize - run.source.height, run.surface.slot());
+                     run.transformSize - run.source.height, memory);
 }
 
 // First pass: the summed spectrum of all channels.
 int32_t SumSpectra(Run& run) {
   constexpr int32_t kTotalSteps = 6;
   ClearBuffer(run.magnitudeSums.slot());
-  int32_t result = CreateSurface(run);
+  PassMemory memory;  // given back before the dialog, which may stay open for long
+  int32_t result = memory.Take(run, true);
   if (result != kSuccess) return result;
   for (int32_t channel = 0; channel < run.kind->channels; ++channel) {
     LoadChannel(run, channel);
-    result = PadPlane(run);
+    result = PadPlane(run, &memory.padding);
     if (result != kSuccess) return result;
     run.Enter(RemovalStage::kForward);
-    result =
-        ForwardFft2D(run.plane.slot(), true, true, &run.context.progress, channel, channel + 1, kTotalSteps);
+    result = ForwardFft2D(run.plane.slot(), true, true, &run.context.progress, channel, channel + 1,
+                          kTotalSteps, &memory.transforms);
     if (result != kSuccess) return result;
     run.Enter(RemovalStage::kSpectrum);
     AccumulateMagnitudes(run.plane.slot(), run.magnitudeSums.slot());
   }
-  run.surface.Release();  // a dialog may stay open for long
   return kSuccess;
 }
 
@@ -237,22 +244,23 @@ int32_t RemoveFromChannels(Run& run) {
   constexpr int32_t kTotalSteps = 16;
   constexpr int32_t kFirstStep = 8;
   const UnstoppableContext unstoppable(&run.context.progress);
-  // Taken once for all channels, so that a lack of memory shows before the first one is replaced.
-  int32_t result = CreateSurface(run);
+  PassMemory memory;
+  int32_t result = memory.Take(run, false);
   if (result != kSuccess) return result;
   for (int32_t channel = 0; channel < run.kind->channels; ++channel) {
     const int32_t step = kFirstStep + 2 * channel;
     LoadChannel(run, channel);
-    result = PadPlane(run);
+    result = PadPlane(run, &memory.padding);
     if (result != kSuccess) return result;
     run.Enter(RemovalStage::kForward);
-    result = ForwardFft2D(run.plane.slot(), true, false, &unstoppable.context, step, step + 1, kTotalSteps);
+    result = ForwardFft2D(run.plane.slot(), true, false, &unstoppable.context, step, step + 1, kTotalSteps,
+                          &memory.transforms);
     if (result != kSuccess) return result;
     run.Enter(RemovalStage::kApplyMask);
     ApplySpectrumMask(run.plane.slot(), run.fullMask.slot());
     run.Enter(RemovalStage::kInverse);
-    result =
-        InverseFft2D(run.plane.slot(), true, false, &unstoppable.context, step + 1, step + 2, kTotalSteps);
+    result = InverseFft2D(run.plane.slot(), true, false, &unstoppable.context, step + 1, step + 2,
+                          kTotalSteps, &memory.transforms);
     if (result != kSuccess) return result;
     StoreChannel(run, channel);
   }

@@ -90,8 +90,8 @@ int32_t TransformSizeFor(int32_t side);
 //
 // Returns 0; kUserCancelled, source unchanged, when the user cancelled or (after a message) the image is
 // larger than 7500 on a side; kUnknownPixelKind, source unchanged, for an unsupported or empty source;
-// kOutOfMemory when working memory cannot be had: all large blocks are taken before the first pixel changes,
-// so the source is unchanged unless the transforms' own few rows fail in the middle of the second pass.
+// kOutOfMemory, source unchanged, when working memory cannot be had: all of it is taken before the first
+// pixel changes.
 int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterList* list, bool suppressDialog,
                    const RemovalContext& context);
 

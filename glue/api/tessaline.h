@@ -117,8 +117,7 @@ TESSALINE_API void OSAPI_FreeInstance(TessalineInstance* instance);
  *   - Refused for this call only: a null instance or image, an instance that was freed, a byte size of 2^31
  * or more, and height 1 with the second-row kinds.
  *
- * Otherwise the code of the run, for example -128; the pixels are unchanged unless memory ran out in the
- * middle. */
+ * Otherwise the code of the run, for example -128; the pixels are unchanged. */
 TESSALINE_API int32_t OSAPI_Process(TessalineInstance* instance, const TessalineImage* image,
                                     int64_t showDialog);
 

@@ -79,7 +79,7 @@ TEST_P(PaddingFill, EqualsTheDefinition) {
       real[y * n + x] = row[2 * x];
     }
   }
-  ASSERT_EQ(kSuccess, FillPadding(plane.slot(), n - width, n - height, 0));
+  ASSERT_EQ(kSuccess, FillPadding(plane.slot(), n - width, n - height, nullptr));
   EXPECT_EQ(1, liveBufferCount);
   const std::vector<double> expected = FillSlowly(real, n, width, height);
   double largestError = 0;
@@ -114,18 +114,20 @@ TEST(PaddingFillFailures, LeaveThePlaneAlone) {
   OwnedBuffer plane, oblong;
   plane.Create("plane", 64, 64, 8);
   oblong.Create("oblong", 64, 32, 8);
+  PaddingMemory smaller;
+  ASSERT_EQ(kSuccess, smaller.Take(32));
   reinterpret_cast<float*>(BufferRow(plane.slot(), 60))[3] = 5.0f;
-  EXPECT_EQ(kUnequalSizes, FillPadding(oblong.slot(), 4, 4, 0));
-  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 64, 4, 0));
-  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 4, -1, 0));
-  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 4, 4, oblong.slot()));
+  EXPECT_EQ(kUnequalSizes, FillPadding(oblong.slot(), 4, 4, nullptr));
+  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 64, 4, nullptr));
+  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 4, -1, nullptr));
+  EXPECT_EQ(kUnequalSizes, FillPadding(plane.slot(), 4, 4, &smaller));
   for (int failing = 0; failing < 3; ++failing) {
     FailAllocationAfter(failing);
-    EXPECT_EQ(kOutOfMemory, FillPadding(plane.slot(), 4, 4, 0));
+    EXPECT_EQ(kOutOfMemory, FillPadding(plane.slot(), 4, 4, nullptr));
     ClearAllocationFailure();
   }
   EXPECT_EQ(5.0f, reinterpret_cast<float*>(BufferRow(plane.slot(), 60))[3]);
-  EXPECT_EQ(2, liveBufferCount);
+  EXPECT_EQ(3, liveBufferCount);
 }
 
 }  // namespace

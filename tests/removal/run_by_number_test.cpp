@@ -27,7 +27,7 @@ void LoadChannel(const Picture& picture, int channel, int32_t plane) {
       row[2 * x + 1] = 0.0f;
     }
   }
-  ASSERT_EQ(0, FillPadding(plane, n - picture.width, n - picture.height, 0));
+  ASSERT_EQ(0, FillPadding(plane, n - picture.width, n - picture.height, nullptr));
 }
 
 Picture CleanByParts(const Picture& picture, const FilterParameters& parameters) {
