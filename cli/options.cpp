@@ -248,7 +248,9 @@ std::vector<PictureCommand::Files> PairFiles(const std::vector<std::string>& arg
   if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
   std::map<std::string, std::string> inputOfOutput;
   for (const std::string& input : arguments) {
-    const std::string output = JoinPath(outputFolder, FileNameOf(input));
+    // "scans/", which is a folder, is called so when its turn comes, and does not meet other ones here.
+    const std::string name = FileNameOf(input.substr(0, input.find_last_not_of('/') + 1));
+    const std::string output = JoinPath(outputFolder, name);
     const auto [other, isNew] = inputOfOutput.emplace(output, input);
     if (!isNew) {
       throw WrongUsage(other->second + " and " + input + " would both become " + output +

@@ -45,14 +45,7 @@ Refusal LoadingRefusal(const std::string& path) {
   return Damaged(path, error);
 }
 
-Refusal TooLarge(const std::string& path, int width, int height) {
-  return Refusal(
-      ExitStatus::kTooLarge, path,
-      "Tessaline is limited to 7500x7500 pixels for the image or selection. Try using either a smaller "
-      "image or a selection. (It is " +
-          std::to_string(width) + "x" + std::to_string(height) + ".)");
-}
-static_assert(kLargestSide == 7500, "the message names the limit");
+static_assert(kLargestSide == 7500, "TooLarge names the limit");
 
 Refusal Unsupported(const std::string& path, const std::string& what) {
   return Refusal(ExitStatus::kUnsupported, path, what);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 
@@ -160,8 +161,22 @@ class PictureRun {
   }
 
  private:
+  static bool IsFolder(const std::string& path) {
+    std::error_code none;
+    return std::filesystem::is_directory(path, none);
+  }
+
+  // A folder is called a folder before its name is searched for an extension.
   static const FormatTraits* FormatWanted(const PictureRequest& request) {
-    return request.output.empty() ? nullptr : &FormatToWrite(request.output);
+    if (IsFolder(request.input)) {
+      throw Refusal(ExitStatus::kUnreadable, request.input, "is a folder; name the pictures in it");
+    }
+    if (request.output.empty()) return nullptr;
+    if (IsFolder(request.output)) {
+      throw Refusal(ExitStatus::kCannotWrite, request.output,
+                    "is a folder; give the name of a file, or --output-dir to put the picture there");
+    }
+    return &FormatToWrite(request.output);
   }
 
   void RunPage(int page) {
@@ -288,9 +303,9 @@ class PictureRun {
       description.update(DescribeRun(outcomes_[page], resolution));
       pages.push_back(description);
     }
-    return {
-        {"input", request_.input},
-        {"output", request_.dryRun ? Json(nullptr) : Json(request_.output)},
+    Json report =
+        DescribeNames(request_.input, request_.dryRun ? std::nullopt : std::optional(request_.output));
+    report.update(Json{
         {"status", static_cast<int>(ExitStatus::kDone)},
         {"format", input_.format().name},
         {"width", kind.width},
@@ -303,7 +318,8 @@ class PictureRun {
         {"pages", pages},
         {"seconds", {{"read", readSeconds_}, {"write", writeSeconds_}, {"total", SecondsSince(begun_)}}},
         {"peakMemoryBytes", PeakMemoryBytes()},
-    };
+    });
+    return report;
   }
 
   void WriteReport(const Json& report) {

@@ -32,4 +32,11 @@ class Refusal : public std::runtime_error {
   ExitStatus status_;
 };
 
+// More than kLargestSide on a side. The other doors' words for it offer a selection, which a shell has not.
+inline Refusal TooLarge(const std::string& file, int width, int height) {
+  return Refusal(ExitStatus::kTooLarge, file,
+                 "is " + std::to_string(width) + "x" + std::to_string(height) +
+                     ", and Tessaline is limited to 7500x7500 pixels; make it smaller or cut it into parts");
+}
+
 }  // namespace tessaline::cli

@@ -1,8 +1,11 @@
 #include "cli/report.h"
 
+#include <glib.h>
 #include <sys/resource.h>
 
 #include <charconv>
+
+#include "cli/messages.h"
 
 namespace tessaline::cli {
 namespace {
@@ -36,6 +39,13 @@ Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& res
                       ? "windows"
                       : kVerdicts[static_cast<size_t>(peak.verdict)]},
   };
+}
+
+void KeepBytes(const char* member, const std::string& name, Json* entry) {
+  if (g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr) != 0) return;
+  gchar* const text = g_base64_encode(reinterpret_cast<const guchar*>(name.data()), name.size());
+  (*entry)[member] = text;
+  g_free(text);
 }
 
 Json DescribeNotch(const Notch& notch, bool hasThreshold, const std::optional<Resolution>& resolution) {
@@ -93,12 +103,20 @@ Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& 
   return run;
 }
 
+Json DescribeNames(const std::string& input, const std::optional<std::string>& output) {
+  Json names = {{"input", input}};
+  KeepBytes("nameBytes", input, &names);
+  names["output"] = output ? Json(*output) : Json(nullptr);
+  if (output) KeepBytes("outputNameBytes", *output, &names);
+  return names;
+}
+
 Json DescribeFailure(const std::string& input, const Refusal& refusal) {
-  return {
-      {"input", input},
-      {"status", static_cast<int>(refusal.status())},
-      {"error", refusal.what()},
-  };
+  Json failure = {{"input", input}};
+  KeepBytes("nameBytes", input, &failure);
+  failure["status"] = static_cast<int>(refusal.status());
+  failure["error"] = Printable(refusal.what());
+  return failure;
 }
 
 std::string ReportText(const char* kind, const Json& content) {
@@ -108,7 +126,7 @@ std::string ReportText(const char* kind, const Json& content) {
       {"programVersion", TESSALINE_VERSION},
       {kind, content},
   };
-  // File names need not be UTF-8; what is not becomes replacement characters.
+  // File names need not be UTF-8; what is not becomes replacement characters (see DescribeNames).
   return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

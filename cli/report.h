@@ -19,6 +19,10 @@ Json DescribeSettings(const RemovalSettings& settings);
 // What one run found; lines per inch where the resolution is known.
 Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& resolution);
 
+// The members `input` and `output` (null where none is written). JSON is UTF-8: of a name that is not, the
+// bytes stand beside it in base64, as `nameBytes` and `outputNameBytes`.
+Json DescribeNames(const std::string& input, const std::optional<std::string>& output);
+
 // A picture that could not be cleaned.
 Json DescribeFailure(const std::string& input, const Refusal& refusal);
 

@@ -121,11 +121,7 @@ class StreamRun {
   StreamRun(const StreamCommand& command, ProgressBar* progress)
       : command_(command), progress_(progress), kind_(KindOf(command)) {
     if (command.width > kLargestSide || command.height > kLargestSide) {
-      throw Refusal(
-          ExitStatus::kTooLarge,
-          "Tessaline is limited to 7500x7500 pixels for the image or selection. Try using either a smaller "
-          "image or a selection. (The frames are " +
-              std::to_string(command.width) + "x" + std::to_string(command.height) + ".)");
+      throw TooLarge(command.input == "-" ? "standard input" : command.input, command.width, command.height);
     }
     input_ = std::make_unique<FrameInput>(command.input);
     output_ = std::make_unique<FrameOutput>(command.output, command.overwrite, input_->identity());
@@ -290,9 +286,8 @@ class StreamRun {
   }
 
   void WriteReport() {
-    const Json description = {
-        {"input", command_.input},
-        {"output", command_.output},
+    Json description = DescribeNames(command_.input, command_.output);
+    description.update(Json{
         {"status", static_cast<int>(ExitStatus::kDone)},
         {"width", command_.width},
         {"height", command_.height},
@@ -301,7 +296,7 @@ class StreamRun {
         {"frozenFrame", isDecided_ ? Json(decidingFrame_) : Json(nullptr)},
         {"frames", frameReports_},
         {"peakMemoryBytes", PeakMemoryBytes()},
-    };
+    });
     const std::string text = ReportText("stream", description);
     if (report_) {
       report_->Write(text.data(), text.size());

@@ -1,4 +1,5 @@
 // Where results go: whole or not at all, never over anything unasked, never over the input.
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -156,6 +157,26 @@ TEST_F(Batch, EveryPictureInItsOrderAndSomeFailed) {
   EXPECT_EQ(0, RunProgram({"-q", "-f", "-a", "97", "-j", "2", "--output-dir", folder / "out",
                            folder / "a/0.png", folder / "a/1.png"})
                    .status);
+}
+
+// A name with an escape sequence, a line break and a byte that is no UTF-8, beside a folder, in one call.
+TEST_F(Batch, NamesOfAllKindsAreToldWithoutHarmAndKeptInTheReport) {
+  const std::string name = folder / "a/\x1B[31m\n\xE9.png";
+  std::filesystem::copy_file(folder / "in.png", name);
+  const Ended ended = RunProgram(
+      {"-a", "97", "--output-dir", folder / "out", "--report", "-", folder / "a/", name, folder / "in.png"});
+  EXPECT_EQ(1, ended.status);
+  EXPECT_EQ(3, ended.ErrorLines()) << ended.err;
+  EXPECT_NE(std::string::npos, ended.err.find("a/: is a folder; name the pictures in it")) << ended.err;
+  EXPECT_NE(std::string::npos, ended.err.find("/a/\\x1B[31m\\n\\xE9.png: took out")) << ended.err;
+  EXPECT_TRUE(std::filesystem::exists(folder / "out/\x1B[31m\n\xE9.png"));
+  const auto pictures = nlohmann::json::parse(ended.out)["pictures"];
+  EXPECT_EQ(3, pictures[0]["status"]);
+  const std::string bytes = pictures[1]["nameBytes"];
+  gsize count = 0;
+  const std::unique_ptr<guchar, decltype(&g_free)> decoded(g_base64_decode(bytes.c_str(), &count), g_free);
+  EXPECT_EQ(name, std::string(reinterpret_cast<const char*>(decoded.get()), count));
+  EXPECT_FALSE(pictures[2].contains("nameBytes"));
 }
 
 TEST_F(Batch, SameNameTwiceIsRefusedBeforeAnythingIsWritten) {

@@ -66,10 +66,7 @@ TEST_F(Refusals, MoreThan7500OnASide) {
   WriteWholeFile(folder / "wide.pgm", "P5\n7501 1\n255\n" + std::string(7501, 'x'));
   WriteWholeFile(folder / "high.pgm", "P5\n1 7501\n255\n" + std::string(7501, 'x'));
   for (const char* input : {"wide.pgm", "high.pgm"}) {
-    ExpectRefusal(
-        5, input,
-        "Tessaline is limited to 7500x7500 pixels for the image or selection. Try using either a smaller "
-        "image or a selection.");
+    ExpectRefusal(5, input, "and Tessaline is limited to 7500x7500 pixels; make it smaller");
   }
 }
 
