@@ -93,18 +93,26 @@ void SetUpSliders() {
              "Low Frequency Protection Radius (Pixels)");
 }
 
-// The template's spectrum area is a square in the usual font; with another one a dialog unit has other
-// proportions, and the view, as wide as the area, would be cut off below.
-void MakeSpectrumAreaSquare(HWND dialog) {
-  const HWND control = GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW);
-  const WindowRectangle area = AreaInDialog(dialog, control);
-  const int32_t side = std::min(area.width(), area.height());
+void CutControl(HWND dialog, int32_t controlId, int32_t width, int32_t height) {
+  const HWND control = GetDlgItem(dialog, controlId);
   if (control != nullptr)
-    SetWindowPos(control, nullptr, 0, 0, side, side, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    SetWindowPos(control, nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+// The template's spectrum area is a square in the usual font; with another one a dialog unit has other
+// proportions, and the view, as wide as the area, would be cut off below. The proxy area must be no larger
+// than the proxy, or life size would be a picture stretched by no whole number, with patterns of its own.
+void FitViews(HWND dialog) {
+  const WindowRectangle spectrum = AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW));
+  const int32_t side = std::min(spectrum.width(), spectrum.height());
+  CutControl(dialog, TESSALINE_SPECTRUM_VIEW, side, side);
+  const WindowRectangle proxy = AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW));
+  CutControl(dialog, TESSALINE_PROXY_VIEW, std::min(proxy.width(), kLargestProxySide),
+             std::min(proxy.height(), kLargestProxySide));
 }
 
 bool Initialize(HWND dialog, PreviewDialogRequest* request) {
-  MakeSpectrumAreaSquare(dialog);
+  FitViews(dialog);
   OpenPreview(request, AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW)),
               AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW)));
   previewState.dialog = dialog;
@@ -144,22 +152,31 @@ void End(int32_t controlId) {
 
 // --- sliders ---
 
+// A slider with the value that it shows and the arrows that step it.
+struct SliderRow {
+  SliderControl* slider;
+  float PreviewValues::*value;
+  int32_t upId, downId;
+  float (*next)(float value, bool up);
+};
+constexpr SliderRow kSliderRows[] = {
+    {&g_windows.acceptance, &PreviewValues::acceptance, TESSALINE_ACCEPTANCE_UP, TESSALINE_ACCEPTANCE_DOWN,
+     NextAcceptance},
+    {&g_windows.notchRadius, &PreviewValues::notchRadius, TESSALINE_NOTCH_UP, TESSALINE_NOTCH_DOWN,
+     NextNotchRadius},
+    {&g_windows.protectionRadius, &PreviewValues::protectionRadius, TESSALINE_PROTECTION_UP,
+     TESSALINE_PROTECTION_DOWN, NextProtectionRadius},
+};
+
 // Offers a message to the three sliders and takes the value of one that changed.
 template <typename Offer>
 bool OfferToSliders(Offer offer) {
   // The one not asked after keeps its value: what the slider shows may be a clamped one.
-  struct SliderOfValue {
-    SliderControl* slider;
-    float PreviewValues::*value;
-  };
-  const SliderOfValue sliders[] = {{&g_windows.acceptance, &PreviewValues::acceptance},
-                                   {&g_windows.notchRadius, &PreviewValues::notchRadius},
-                                   {&g_windows.protectionRadius, &PreviewValues::protectionRadius}};
   PreviewValues values = previewState.current;
   bool isTaken = false;
-  for (const SliderOfValue& entry : sliders) {
-    if (!offer(entry.slider)) continue;
-    values.*entry.value = entry.slider->value;
+  for (const SliderRow& row : kSliderRows) {
+    if (!offer(row.slider)) continue;
+    values.*row.value = row.slider->value;
     isTaken = true;
   }
   if (isTaken) Repaint(ChangeValues(values));
@@ -171,34 +188,25 @@ bool Scroll(UINT message, WPARAM wParam, HWND scrollBar) {
       [&](SliderControl* slider) { return (SliderMessage(message, wParam, scrollBar, slider) & 0xFF) != 0; });
 }
 
-void Spin(SliderControl* slider, float PreviewValues::*value, float next) {
-  SetSliderValue(slider, next);
+void LeaveEdit(int32_t id) {
+  for (const SliderRow& row : kSliderRows) {
+    if (row.slider->editId == id) LeaveSliderEdit(row.slider);
+  }
+}
+
+void Spin(int32_t id) {
+  const SliderRow& row = *std::find_if(std::begin(kSliderRows), std::end(kSliderRows) - 1,
+                                       [&](const SliderRow& at) { return id == at.upId || id == at.downId; });
   PreviewValues values = previewState.current;
-  values.*value = slider->value;
+  SetSliderValue(row.slider, row.next(values.*row.value, id == row.upId));
+  values.*row.value = row.slider->value;
   Repaint(SetValues(values));
-  SetFocus(slider->edit);
-}
-
-void SpinAcceptance(int32_t id) {
-  Spin(&g_windows.acceptance, &PreviewValues::acceptance,
-       NextAcceptance(previewState.current.acceptance, id == TESSALINE_ACCEPTANCE_UP));
-}
-
-void SpinNotchRadius(int32_t id) {
-  Spin(&g_windows.notchRadius, &PreviewValues::notchRadius,
-       NextNotchRadius(previewState.current.notchRadius, id == TESSALINE_NOTCH_UP));
-}
-
-void SpinProtectionRadius(int32_t id) {
-  Spin(&g_windows.protectionRadius, &PreviewValues::protectionRadius,
-       NextProtectionRadius(previewState.current.protectionRadius, id == TESSALINE_PROTECTION_UP));
+  SetFocus(row.slider->edit);
 }
 
 void RestoreDefaults(int32_t) {
   Repaint(RestoreOpeningValues());
-  SetSliderValue(&g_windows.acceptance, previewState.opening.acceptance);
-  SetSliderValue(&g_windows.notchRadius, previewState.opening.notchRadius);
-  SetSliderValue(&g_windows.protectionRadius, previewState.opening.protectionRadius);
+  for (const SliderRow& row : kSliderRows) SetSliderValue(row.slider, previewState.opening.*row.value);
 }
 
 // --- the other commands ---
@@ -247,18 +255,19 @@ constexpr Command kCommands[] = {
     {TESSALINE_HIGHLIGHT_OTHER, ChooseOtherColor},
     {TESSALINE_HIGHLIGHT_SWATCH, ChooseOtherColor},
     {TESSALINE_MANUAL, [](int32_t) { OpenManual(Dialog()); }},
-    {TESSALINE_ACCEPTANCE_UP, SpinAcceptance},
-    {TESSALINE_ACCEPTANCE_DOWN, SpinAcceptance},
-    {TESSALINE_NOTCH_UP, SpinNotchRadius},
-    {TESSALINE_NOTCH_DOWN, SpinNotchRadius},
-    {TESSALINE_PROTECTION_UP, SpinProtectionRadius},
-    {TESSALINE_PROTECTION_DOWN, SpinProtectionRadius},
+    {TESSALINE_ACCEPTANCE_UP, Spin},
+    {TESSALINE_ACCEPTANCE_DOWN, Spin},
+    {TESSALINE_NOTCH_UP, Spin},
+    {TESSALINE_NOTCH_DOWN, Spin},
+    {TESSALINE_PROTECTION_UP, Spin},
+    {TESSALINE_PROTECTION_DOWN, Spin},
     {TESSALINE_DEFAULT, RestoreDefaults},
     {TESSALINE_QUICK_GUIDE, [](int32_t) { ShowQuickGuide(); }},
 };
 
 bool RunCommand(int32_t id, int32_t notification) {
   const bool isEdit = OfferToSliders([&](SliderControl* slider) { return SliderEditChanged(slider, id); });
+  if (notification == EN_KILLFOCUS) LeaveEdit(id);
   // Clicks and double clicks (the second click of two quick ones); not a static's news of being disabled.
   if (notification != STN_CLICKED && notification != STN_DBLCLK) return isEdit;
   for (const Command& command : kCommands) {

@@ -157,8 +157,8 @@ extern PreviewState previewState;
 extern bool splitPreview;
 
 // Takes values, highlight, source and start position from the request, makes buffers and work rows.
-// `proxyArea` and `spectrumArea` are those of the controls in full. Without memory some buffers are missing
-// (slot 0) and stay black. The state must be closed.
+// `proxyArea` and `spectrumArea` are those of the controls; of the first no more than kLargestProxySide
+// counts. Without memory some buffers are missing (slot 0) and stay black. The state must be closed.
 void OpenPreview(PreviewDialogRequest* request, WindowRectangle proxyArea, WindowRectangle spectrumArea);
 
 // Releases all buffers and rows and writes the values back through the request, however the dialog ended.

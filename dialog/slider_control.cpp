@@ -135,8 +135,8 @@ bool ScrollByPositions(SliderControl* slider, ScrollAction action, int32_t thumb
   return StoreIfChanged(slider, SliderValueAt(*slider, slider->position));
 }
 
-// The number at the start of a text, 0 where there is none.
-double LeadingNumber(std::string_view text) {
+// The number at the start of a text.
+std::optional<double> LeadingNumber(std::string_view text) {
   std::string number;
   for (const char c : text) number += c == ',' ? '.' : c;
   const char* first = number.data();
@@ -151,7 +151,8 @@ double LeadingNumber(std::string_view text) {
     value = std::numeric_limits<double>::infinity();
     return digits.front() == '-' ? -value : value;
   }
-  return result.ec == std::errc{} && !std::isnan(value) ? value : 0.0;
+  if (result.ec != std::errc{} || std::isnan(value)) return std::nullopt;
+  return value;
 }
 
 // Appends digits and counts them in the length byte.
@@ -257,11 +258,20 @@ std::string SliderText(const SliderControl& slider, TextMoment moment) {
 
 std::optional<float> ParseSliderText(const SliderControl& slider, std::string_view text) {
   if (text.empty()) return std::nullopt;
-  return ClampSliderValue(slider, static_cast<float>(LeadingNumber(text)));
+  return ClampSliderValue(slider, static_cast<float>(LeadingNumber(text).value_or(0.0)));
+}
+
+bool IsTextOfValue(const SliderControl& slider, std::string_view text) {
+  if (text.empty()) return false;
+  if (text == slider.shownText) return true;
+  const std::optional<double> number = LeadingNumber(text);
+  return number && static_cast<float>(*number) == slider.value;
 }
 
 bool AcceptTypedValue(SliderControl* slider, std::string_view text) {
   if (text == slider->shownText) return false;
+  // From here on the text is the user's, also where it comes to say again what the program once wrote.
+  slider->shownText.clear();
   const std::optional<float> value = ParseSliderText(*slider, text);
   if (!value || !StoreIfChanged(slider, *value)) return false;
   slider->position = SliderPositionOf(*slider, *value, PositionRounding::kNearest);

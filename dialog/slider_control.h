@@ -44,7 +44,7 @@ struct SliderControl {
   int32_t decimals;  // shown otherwise
   SliderMapping mapping;
   int32_t position;       // where the scroll bar stands, as computed (before the range of the bar cuts it)
-  std::string shownText;  // what the program last wrote into the edit
+  std::string shownText;  // what the program wrote into the edit; empty once the user has typed
 };
 
 // --- the record ---
@@ -80,9 +80,13 @@ std::string SliderText(const SliderControl& slider, TextMoment moment);
 std::optional<float> ParseSliderText(const SliderControl& slider, std::string_view text);
 
 // Takes a value typed by the user. False when it is the one it was, and for the text that the program itself
-// last showed: it may be rounded, and must not come back as a value of its own when the edit is rewritten or
-// merely visited.
+// wrote, as long as the user has not typed: it may be rounded, and must not come back as a value of its own
+// when the edit is rewritten or merely visited.
 bool AcceptTypedValue(SliderControl* slider, std::string_view text);
+
+// Whether an edit that the user leaves may go on showing the text: it is the program's own, or starts with
+// the slider's value. Not so for a number out of range, no number, or nothing.
+bool IsTextOfValue(const SliderControl& slider, std::string_view text);
 
 // What the user does with a scroll bar.
 enum class ScrollAction { kLineUp, kLineDown, kPageUp, kPageDown, kThumb, kTop, kBottom };
@@ -115,6 +119,9 @@ void SetSliderValue(SliderControl* slider, float value);
 
 // True when `controlId` is the slider's edit and holds another value, which is then stored.
 bool SliderEditChanged(SliderControl* slider, int32_t controlId);
+
+// The user leaves the edit: a text that does not stand for the value is rewritten as the value.
+void LeaveSliderEdit(SliderControl* slider);
 
 // A message of the dialog, WM_COMMAND of the edit or WM_HSCROLL/WM_VSCROLL of the scroll bar (whose window
 // comes in lParam; `scrollBar` here). The low byte of the result is nonzero when the value changed.

@@ -103,6 +103,10 @@ bool SliderEditChanged(SliderControl* slider, int32_t controlId) {
   return true;
 }
 
+void LeaveSliderEdit(SliderControl* slider) {
+  if (!IsTextOfValue(*slider, EditText(*slider))) ShowText(slider, TextMoment::kLater);
+}
+
 int32_t SliderMessage(uint32_t message, uintptr_t wParam, WindowHandle scrollBar, SliderControl* slider) {
   if (message == WM_COMMAND) return SliderEditChanged(slider, LOWORD(wParam));
   if ((message != WM_HSCROLL && message != WM_VSCROLL) || scrollBar == nullptr) return 0;

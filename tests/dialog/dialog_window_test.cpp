@@ -130,6 +130,9 @@ class PreviewDialogLayout : public PreviewDialogTest {
       GetClientRect(Dialog(), &client);
       EXPECT_EQ(dialogUnits.right, client.right);
       EXPECT_EQ(dialogUnits.bottom, client.bottom);
+      // Life size is one pixel to a pixel on every screen.
+      EXPECT_EQ(previewState.proxyArea.width(), ShotOf(Control(TESSALINE_PROXY_VIEW)).width);
+      EXPECT_EQ(previewState.proxyArea.height(), ShotOf(Control(TESSALINE_PROXY_VIEW)).height);
       wchar_t title[100] = L"";
       GetWindowTextW(Dialog(), title, 100);
       EXPECT_EQ(std::wstring(L"Kelvora\u00AE Vistrel\u00AE > Tessaline 3.5.0"), title);
@@ -340,8 +343,18 @@ TEST_F(PreviewDialogSliders, TypedTextMovesValueAndBarAndStaysAsTyped) {
     EXPECT_EQ(35.0f, previewState.current.acceptance);
     Type(Control(9), "");
     EXPECT_EQ(35.0f, previewState.current.acceptance);
-    // What cannot be a value of the range never gets to the caller.
+    // Also over the text that the program wrote last, of which the first key is another value.
+    for (const ExpectedSlider& slider : kSliders) {
+      Press(slider.up);
+      const float shown = ValueOf(slider);
+      Type(Control(slider.edit), TextOf(Control(slider.edit)));
+      EXPECT_EQ(shown, ValueOf(slider)) << slider.edit;
+    }
+    // What cannot be a value of the range never gets to the caller, nor stays in the box that is left.
+    SetFocus(Control(12));
     Type(Control(12), "99");
+    SetFocus(Control(9));
+    EXPECT_EQ("16.00", TextOf(Control(12)));
     Press(TESSALINE_OK);
   });
   EXPECT_EQ(16.0f, values_.notchRadius);

@@ -155,6 +155,10 @@ TEST(Slider, TypingTheCurrentValueOrWhatIsShownChangesNothing) {
   EXPECT_EQ(60, slider.position);
   EXPECT_FALSE(AcceptTypedValue(&slider, "8.000"));
   EXPECT_FALSE(AcceptTypedValue(&slider, ""));
+  EXPECT_TRUE(AcceptTypedValue(&slider, "8.14"));  // no longer what is shown, but what is typed
+  for (const char* const text : {"", "abc", "-", "500", "8"})
+    EXPECT_FALSE(IsTextOfValue(slider, text)) << text;
+  for (const char* const text : {"8,14", " +8.140 px"}) EXPECT_TRUE(IsTextOfValue(slider, text)) << text;
 }
 
 TEST(Slider, LinearStepsLandOnMultiples) {
