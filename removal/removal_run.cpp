@@ -1,6 +1,7 @@
 #include "removal/removal_run.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "buffers/buffer_table.h"
 #include "buffers/levels.h"
@@ -267,6 +268,18 @@ int32_t RemoveFromChannels(Run& run) {
   return kSuccess;
 }
 
+float UsableValue(float value, const ParameterRange& range) {
+  return std::isnan(value) ? range.standard : std::clamp(value, range.minimum, range.maximum);
+}
+
+// The one check of the three values before detection and mask, which turn them into whole numbers. Doors
+// check what is typed and scripted; what a damaged preferences file holds comes here as it is.
+void MakeUsable(FilterParameters* parameters) {
+  parameters->acceptance = UsableValue(parameters->acceptance, kAcceptanceRange);
+  parameters->notchRadius = UsableValue(parameters->notchRadius, kNotchRadiusRange);
+  parameters->protectionRadius = UsableValue(parameters->protectionRadius, kProtectionRadiusRange);
+}
+
 }  // namespace
 
 bool CanRemoveFrom(int32_t bytesPerPixel) {
@@ -295,6 +308,7 @@ int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterLi
   if (RefuseTooLarge(source.width, source.height)) return kUserCancelled;
   const SourceKind* const kind = FindSourceKind(source.bytesPerPixel);
   if (kind == nullptr || parameters == nullptr) return kUnknownPixelKind;
+  MakeUsable(parameters);
 
   Run run{context, sourceSlot, source, kind, TransformSizeFor(std::max(source.width, source.height))};
   int32_t result = CreateSpectrumBuffers(run, parameters);
@@ -306,6 +320,7 @@ int32_t RunRemoval(int32_t sourceSlot, FilterParameters* parameters, ParameterLi
   if (!suppressDialog && context.openDialog != nullptr) {
     run.Enter(RemovalStage::kDialog);
     if (context.openDialog(context.user, sourceSlot, parameters) != 0) return kUserCancelled;
+    MakeUsable(parameters);
     if (list != nullptr) StoreParameters(*parameters, list);
   }
   run.magnitudeSums.Release();

@@ -79,9 +79,11 @@ bool RefuseTooLarge(int32_t width, int32_t height);
 // Side of the square transform for an image whose longer side is `side` pixels.
 int32_t TransformSizeFor(int32_t side);
 
-// Takes the pattern out of the buffer in `sourceSlot`, in place. With `suppressDialog`, or without an
-// openDialog, the values in `parameters` are used as they are and neither the list nor the settings record is
-// touched. After a dialog that ended with OK both receive the chosen values. `list` may be null.
+// Takes the pattern out of the buffer in `sourceSlot`, in place. Values in `parameters` that are no numbers
+// first take their defaults, others are cut to their ranges (glue/parameters/filter_parameters.h). With
+// `suppressDialog`, or without an openDialog, the values in `parameters` are used as they are and neither the
+// list nor the settings record is touched. After a dialog that ended with OK both receive the chosen values.
+// `list` may be null.
 //
 // Cancelling is possible until the second pass begins; from then on channels are being replaced, so the abort
 // check is still called (a host may need it to stay alive) but its answer is not taken.

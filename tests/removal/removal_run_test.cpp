@@ -270,6 +270,26 @@ TEST_F(RemovalRunTest, TheDialogsValuesAreUsedAndStoredOnlyAfterOk) {
   FreeParameterList(list);
 }
 
+TEST_F(RemovalRunTest, SenselessValuesNeverReachTheMask) {
+  MakePatternedImage(60, 40, 1);
+  RemovalContext context;
+  context.openDialog = [](void*, int32_t, FilterParameters* parameters) {
+    EXPECT_EQ(6.0f, parameters->notchRadius);
+    *parameters = {1e30f, -1e30f, std::nanf("")};
+    return 0;
+  };
+  const auto expectValues = [&](float acceptance, float notchRadius, float protectionRadius) {
+    EXPECT_EQ(acceptance, parameters_.acceptance);
+    EXPECT_EQ(notchRadius, parameters_.notchRadius);
+    EXPECT_EQ(protectionRadius, parameters_.protectionRadius);
+  };
+  parameters_ = {std::nanf(""), std::nanf(""), INFINITY};
+  EXPECT_EQ(kSuccess, Run());
+  expectValues(60, 6, 128);
+  EXPECT_EQ(kSuccess, Run(context, false));
+  expectValues(100, 1, 8);
+}
+
 TEST_F(RemovalRunTest, WithoutMemoryTheSourceStaysAsItWas) {
   MakePatternedImage(400, 300, 3);
   int failing = 0;
