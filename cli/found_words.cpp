@@ -98,7 +98,7 @@ std::string LicensedPeakText(const SpectrumPeak& peak, const std::optional<Resol
   if (resolution) {
     const double lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
     text += ", " + Rounded(lines, 1) + " lpi at " + Rounded(resolution->horizontal, 0) + " dpi";
-    if (lines > resolution->horizontal / 2) text += " (aliased: above half the resolution)";
+    if (IsAtHalfTheResolution(peak)) text += " (at half the resolution: perhaps aliased)";
   }
   return text + ", height " + Rounded(peak.height, 2);
 }

@@ -149,4 +149,8 @@ double LinesPerInch(const SpectrumPeak& peak, double pixelsPerInchX, double pixe
   return std::hypot(peak.dx * pixelsPerInchX, peak.dy * pixelsPerInchY) / kSide;
 }
 
+bool IsAtHalfTheResolution(const SpectrumPeak& peak) {
+  return std::max(std::abs(peak.dx), std::abs(peak.dy)) == kSpectrumCentre;
+}
+
 }  // namespace tessaline::cli

@@ -31,4 +31,10 @@ std::vector<Notch> CollectNotches(const RemovalFindings& findings);
 double LinesPerInch(const Notch& notch, double pixelsPerInchX, double pixelsPerInchY);
 double LinesPerInch(const SpectrumPeak& peak, double pixelsPerInchX, double pixelsPerInchY);
 
+// Whether a peak lies on the spectrum's edge, at two pixels a period along an axis: there a pattern that the
+// scan was too coarse for cannot be told from one that it was just fine enough for. The axes decide, each for
+// itself: a slanting wave of 0.4 cycles a pixel both ways is sampled well although its lines are 1.8 pixels
+// apart.
+bool IsAtHalfTheResolution(const SpectrumPeak& peak);
+
 }  // namespace tessaline::cli
