@@ -26,7 +26,7 @@ endif()
 
 # GCC for Windows keeps the stack aligned to 16 bytes only, yet spills 32- and 64-byte vectors with aligned
 # moves (some builds of the compiler; Debian 12's already emits unaligned ones). The assembler is told to turn those
-# into unaligned ones. tests/fft/stack_alignment_test.cpp crashes where aligned spills reach the program.
+# into unaligned ones. tests/fft/vector_engine_test.cpp crashes where aligned spills reach the program.
 if(MINGW)
   add_compile_options(-Wa,-muse-unaligned-vector-move)
   # A guarded static makes the compiler's thread library take two handles of the loading thread, which it does not

@@ -12,54 +12,61 @@
 namespace tessaline {
 namespace {
 
-// One pixel through the converter of a key.
+// One pixel through the converter of a key, as numbers.
 template <typename To, typename From>
-std::vector<double> Convert(int32_t key, std::vector<From> pixel, size_t samples) {
-  std::vector<To> result(samples, static_cast<To>(77));
-  const RowConverter convert = FindRowConverter(key / 100, key % 100);
-  if (convert == nullptr) return {};
-  convert(pixel.data(), result.data(), 1);
+std::vector<double> Convert(int32_t key, std::vector<double> samples, size_t results) {
+  const std::vector<From> pixel(samples.begin(), samples.end());
+  std::vector<To> result(results, static_cast<To>(77));
+  FindRowConverter(key / 100, key % 100)(pixel.data(), result.data(), 1);
   return {result.begin(), result.end()};
 }
-using Levels = std::vector<double>;
 
-TEST(PixelConversion, ScalesAndTruncatesBetweenIntegerKinds) {
-  EXPECT_EQ(Levels{255}, (Convert<uint8_t, uint16_t>(201, {32768}, 1)));
-  EXPECT_EQ(Levels{127}, (Convert<uint8_t, uint16_t>(201, {16384}, 1)));
-  EXPECT_EQ(Levels{32768}, (Convert<uint16_t, uint8_t>(102, {255}, 1)));
-  EXPECT_EQ(Levels{128}, (Convert<uint16_t, uint8_t>(102, {1}, 1)));
-  EXPECT_EQ((Levels{127, 127, 127}), (Convert<uint8_t, uint16_t>(203, {16384}, 3)));
-  EXPECT_EQ((Levels{9, 9, 9}), (Convert<uint16_t, uint16_t>(206, {9}, 3)));
-  EXPECT_EQ((Levels{0, 128, 32768}), (Convert<uint16_t, uint8_t>(306, {0, 1, 255}, 3)));
-}
-
-TEST(PixelConversion, GreyFromRgbKeepsTheRuleOfItsKey) {
-  EXPECT_EQ(Levels{1}, (Convert<uint8_t, uint8_t>(301, {1, 1, 0}, 1)));
-  EXPECT_EQ(Levels{0}, (Convert<uint8_t, uint8_t>(301, {1, 0, 0}, 1)));
-  EXPECT_EQ(Levels{32768}, (Convert<uint16_t, uint8_t>(302, {255, 255, 255}, 1)));
-  EXPECT_EQ(Levels{42}, (Convert<uint16_t, uint8_t>(302, {0, 1, 0}, 1)));
-  EXPECT_EQ(Levels{0}, (Convert<uint8_t, uint16_t>(601, {0, 0, 32768}, 1)));
-  EXPECT_EQ(Levels{170}, (Convert<uint8_t, uint16_t>(601, {0, 32768, 0}, 1)));
-  EXPECT_EQ(Levels{0}, (Convert<uint16_t, uint16_t>(602, {0, 32768, 32768}, 1)));
-  EXPECT_EQ(Levels{32768}, (Convert<uint16_t, uint16_t>(602, {32768, 0, 0}, 1)));
-  EXPECT_EQ(Levels{255}, (Convert<float, uint16_t>(604, {32768, 32768, 32768}, 1)));
-  EXPECT_EQ(Levels{101}, (Convert<uint8_t, float>(1201, {100.0f, 101.0f, 104.9f}, 1)));
-}
-
-TEST(PixelConversion, FloatsClampAndTruncate) {
-  EXPECT_EQ(Levels{0}, (Convert<uint8_t, float>(401, {-3.0f}, 1)));
-  EXPECT_EQ(Levels{255}, (Convert<uint8_t, float>(401, {300.0f}, 1)));
-  EXPECT_EQ(Levels{254}, (Convert<uint8_t, float>(401, {254.99f}, 1)));
-  EXPECT_EQ(Levels{32768}, (Convert<uint16_t, float>(402, {300.0f}, 1)));
-  EXPECT_EQ(Levels{0}, (Convert<uint16_t, float>(402, {__builtin_nanf("")}, 1)));
-}
-
-TEST(PixelConversion, ComplexKindsKeepTheRealPart) {
-  EXPECT_EQ((Levels{127.5, 0, 127.5, 0, 127.5, 0}), (Convert<float, uint16_t>(224, {16384}, 6)));
-  EXPECT_EQ(Levels{7}, (Convert<uint8_t, float>(801, {7.5f, 900.0f}, 1)));
-  EXPECT_EQ((Levels{1, 2, 3}), (Convert<uint8_t, float>(2403, {1, 90, 2, 90, 3, 90}, 3)));
-  EXPECT_EQ((Levels{4, 0, 4, 0, 4, 0}), (Convert<float, float>(824, {4, 90}, 6)));
-  EXPECT_EQ((Levels{5, 0, 6, 0, 7, 0}), (Convert<float, float>(1224, {5, 6, 7}, 6)));
+TEST(PixelConversion, EachKeyScalesTruncatesAndMixesByItsOwnRule) {
+  constexpr auto kByteToByte = Convert<uint8_t, uint8_t>, kByteToHost = Convert<uint16_t, uint8_t>,
+                 kHostToByte = Convert<uint8_t, uint16_t>, kHostToHost = Convert<uint16_t, uint16_t>,
+                 kHostToFloat = Convert<float, uint16_t>, kFloatToByte = Convert<uint8_t, float>,
+                 kFloatToHost = Convert<uint16_t, float>, kFloatToFloat = Convert<float, float>;
+  const struct {
+    int32_t key;
+    std::vector<double> (*convert)(int32_t, std::vector<double>, size_t);
+    std::vector<double> pixel, expected;
+  } cases[] = {
+      {201, kHostToByte, {32768}, {255}},
+      {201, kHostToByte, {16384}, {127}},
+      {102, kByteToHost, {255}, {32768}},
+      {102, kByteToHost, {1}, {128}},
+      {203, kHostToByte, {16384}, {127, 127, 127}},
+      {206, kHostToHost, {9}, {9, 9, 9}},
+      {306, kByteToHost, {0, 1, 255}, {0, 128, 32768}},
+      // Grey from colours: the mean, rounded; a third of the sum; and what the two others make of it.
+      {301, kByteToByte, {1, 1, 0}, {1}},
+      {301, kByteToByte, {1, 0, 0}, {0}},
+      {302, kByteToHost, {255, 255, 255}, {32768}},
+      {302, kByteToHost, {0, 1, 0}, {42}},
+      {601, kHostToByte, {0, 0, 32768}, {0}},
+      {601, kHostToByte, {0, 32768, 0}, {170}},
+      {602, kHostToHost, {0, 32768, 32768}, {0}},
+      {602, kHostToHost, {32768, 0, 0}, {32768}},
+      {604, kHostToFloat, {32768, 32768, 32768}, {255}},
+      {1201, kFloatToByte, {100, 101, 104.9}, {101}},
+      {1202, kFloatToHost, {100, 101, 105}, {13107}},
+      // Floats are clamped.
+      {401, kFloatToByte, {-3}, {0}},
+      {401, kFloatToByte, {300}, {255}},
+      {401, kFloatToByte, {254.99}, {254}},
+      {402, kFloatToHost, {300}, {32768}},
+      {402, kFloatToHost, {__builtin_nan("")}, {0}},
+      {212, kHostToFloat, {16384}, {127.5, 127.5, 127.5}},
+      // Of complex values the real part counts.
+      {224, kHostToFloat, {16384}, {127.5, 0, 127.5, 0, 127.5, 0}},
+      {801, kFloatToByte, {7.5, 900}, {7}},
+      {2403, kFloatToByte, {1, 90, 2, 90, 3, 90}, {1, 2, 3}},
+      {824, kFloatToFloat, {4, 90}, {4, 0, 4, 0, 4, 0}},
+      {1224, kFloatToFloat, {5, 6, 7}, {5, 0, 6, 0, 7, 0}},
+  };
+  for (const auto& row : cases) {
+    EXPECT_EQ(row.expected, row.convert(row.key, row.pixel, row.expected.size())) << row.key;
+  }
 }
 
 TEST(PixelConversion, TheTableHoldsEveryPairOfDifferentKinds) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 #include "fft/fft_dispatch.h"
@@ -15,14 +14,6 @@ namespace {
 
 using test::NoiseRow;
 
-std::vector<VectorLevel> LevelsOfThisMachine() {
-  std::vector<VectorLevel> levels;
-  for (const VectorLevel level : {VectorLevel::kBaseline, VectorLevel::kAvx2, VectorLevel::kAvx512}) {
-    if (level <= DetectVectorLevel()) levels.push_back(level);
-  }
-  return levels;
-}
-
 std::vector<float> TableFor(int32_t n) {
   std::vector<float> table(static_cast<size_t>(n) / 4 + 1);
   uint32_t log2n = 0;
@@ -30,43 +21,42 @@ std::vector<float> TableFor(int32_t n) {
   return table;
 }
 
-TEST(VectorEngine, EveryInstructionSetGivesTheSameBits) {
+// Calls `work` from a frame moved down by `bytes`.
+template <typename Work>
+[[gnu::noinline]] void CallFromLowerFrame(size_t bytes, const Work& work) {
+  void* const gap = __builtin_alloca(bytes + 1);
+  asm volatile("" : : "r"(gap) : "memory");  // keeps the gap
+  work();
+}
+
+// GCC for Windows aligns a function's frame to 16 bytes only, yet spills 32- and 64-byte vectors into it with
+// moves that demand their full alignment. Whether that crashes depends on where the frame happens to lie:
+// every kernel is called from frames at all four places modulo 64, so a build that has lost the assembler
+// option against it (cmake/TessalineRooms.cmake) dies here.
+TEST(VectorEngine, EveryInstructionSetGivesTheSameBitsFromEveryFrame) {
   const VectorEngine& judge = VectorEngineFor(VectorLevel::kBaseline);
-  for (const VectorLevel level : LevelsOfThisMachine()) {
+  for (const VectorLevel level : {VectorLevel::kBaseline, VectorLevel::kAvx2, VectorLevel::kAvx512}) {
+    if (level > DetectVectorLevel()) continue;
     const VectorEngine& engine = VectorEngineFor(level);
     for (int index = 0; index < kVectorLengths; ++index) {
       const int32_t n = 1 << (index + kShortestVectorLog2);
       const std::vector<double> data = NoiseRow<double>(n);
-      const std::vector<float> row = NoiseRow<float>(n);
       const std::vector<float> table = TableFor(n);
       for (const int direction : {0, 1}) {
         std::vector<double> expected(2 * n);
-        std::vector<double> result(2 * n);
+        std::vector<float> expectedRow = NoiseRow<float>(n);
         judge.transform[index][direction](data.data(), expected.data());
-        engine.transform[index][direction](data.data(), result.data());
-        EXPECT_EQ(0, std::memcmp(expected.data(), result.data(), n * 16))
-            << n << " " << static_cast<int>(level);
-        std::vector<float> expectedRow = row;
-        std::vector<float> resultRow = row;
         judge.transformFloat[index][direction](expectedRow.data(), table.data());
-        engine.transformFloat[index][direction](resultRow.data(), table.data());
-        EXPECT_EQ(0, std::memcmp(expectedRow.data(), resultRow.data(), n * 8))
-            << n << " " << static_cast<int>(level);
+        for (size_t shift = 0; shift < 64; shift += 16) {
+          std::vector<double> result(2 * n);
+          std::vector<float> row = NoiseRow<float>(n);
+          CallFromLowerFrame(shift, [&] {
+            engine.transform[index][direction](data.data(), result.data());
+            engine.transformFloat[index][direction](row.data(), table.data());
+          });
+          EXPECT_TRUE(expected == result && expectedRow == row) << n << " " << static_cast<int>(level);
+        }
       }
-    }
-  }
-}
-
-TEST(VectorEngine, StaysInsideItsArraysAtAnyAlignment) {
-  for (const VectorLevel level : LevelsOfThisMachine()) {
-    const VectorEngine& engine = VectorEngineFor(level);
-    for (int index = 0; index < kVectorLengths; ++index) {
-      const size_t n = size_t{1} << (index + kShortestVectorLog2);
-      const std::vector<double> data = NoiseRow<double>(n + 1);
-      std::vector<double> result(2 * n + 2, 5.0);
-      engine.transform[index][0](data.data() + 1, result.data() + 1);
-      EXPECT_EQ(5.0, result.front());
-      EXPECT_EQ(5.0, result.back());
     }
   }
 }

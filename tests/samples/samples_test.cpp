@@ -79,19 +79,5 @@ TEST(LineNoiseAndWeave, LeaveTheMeanToneInItsPlace) {
   EXPECT_NEAR(0.48, Mean(WithWeave(EvenGrey(240, 0.5f))), 0.01);
 }
 
-TEST(Random, FillsTheUnitIntervalAndTheBell) {
-  Random random(7);
-  double sum = 0;
-  double squares = 0;
-  constexpr int kCount = 20000;
-  for (int i = 0; i < kCount; ++i) {
-    const double value = random.Normal();
-    sum += value;
-    squares += value * value;
-  }
-  EXPECT_NEAR(0, sum / kCount, 0.03);
-  EXPECT_NEAR(1, squares / kCount, 0.05);
-}
-
 }  // namespace
 }  // namespace tessaline::samples

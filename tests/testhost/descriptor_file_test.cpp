@@ -31,12 +31,6 @@ TEST(DescriptorFile, SaysEveryTypeAndReadsItBack) {
   EXPECT_EQ(descriptor, ParseDescriptor("here", text));
 }
 
-TEST(DescriptorFile, AllowsCommentsBlanksAndWindowsLineEnds) {
-  const std::vector<DescriptorValue> descriptor = {{kKeyAcceptance, host::kDescriptorInteger, 80, 0, ""},
-                                                   {kKeyNotchRadius, host::kDescriptorFloat, 0, 3.5, ""}};
-  EXPECT_EQ(descriptor, ParseDescriptor("here", "# title\r\n\r\n  epsT\tlong  80 \r\nNoRd doub 3.5"));
-}
-
 TEST(DescriptorFile, RefusesWhatItCannotReadAndNamesTheLine) {
   const auto fault = [](const std::string& text) -> std::string {
     try {

@@ -27,75 +27,9 @@ std::string RefusalOf(const std::vector<std::string>& arguments) {
   return "";
 }
 
-TEST(FilterHostOptions, WithoutOptionsTheHostIsAnEasyOne) {
-  const FilterHostOptions options = Read({});
-  EXPECT_EQ("m.8bf", options.module);
-  EXPECT_EQ("in.png", options.input);
-  EXPECT_EQ("out.png", options.output);
-  EXPECT_EQ(1, options.runs);
-  EXPECT_TRUE(options.host.parameters && options.host.autoMask && options.host.freshAddresses);
-  EXPECT_FALSE(options.host.hasRecording || options.host.offer32Bits || options.throughInterface);
-  EXPECT_NE(host::kDialogDisplay, options.host.playInfo) << "a dialog would wait for somebody";
-}
-
-TEST(FilterHostOptions, PathsMayBeginWithASlash) {
-  const FilterHostOptions options =
-      ReadCommandLine({"--trace", "/m/m.8bf", "/tmp/in.png", "/tmp/out.png"}).options;
-  EXPECT_EQ("/tmp/in.png", options.input);
-  EXPECT_EQ("/tmp/out.png", options.output);
-}
-
-TEST(FilterHostOptions, SwitchesReachTheHost) {
-  const FilterHostOptions options = Read({"--coordinates",
-                                          "32",
-                                          "--style",
-                                          "clip",
-                                          "--row-padding",
-                                          "5,16,3",
-                                          "--filter-rect",
-                                          "1,2,30,40",
-                                          "--handles",
-                                          "seven",
-                                          "--fail-advance",
-                                          "7,-50",
-                                          "--abort",
-                                          "3",
-                                          "--record-bytes",
-                                          "556",
-                                          "--dialog",
-                                          "--no-blend",
-                                          "--stable-addresses",
-                                          "--no-parameters-call",
-                                          "--depth",
-                                          "16",
-                                          "--select",
-                                          "0,0,5,-6"});
-  EXPECT_TRUE(options.host.offer32Bits && options.host.hasFilterRectangle);
-  EXPECT_EQ(Style::kRefillOnChangeAndClip, options.host.style);
-  EXPECT_EQ(5, options.host.inputPadding);
-  EXPECT_EQ(16, options.host.outputPadding);
-  EXPECT_EQ(3, options.host.maskPadding);
-  EXPECT_EQ(2, options.host.filterRectangle.left);
-  EXPECT_EQ(30, options.host.filterRectangle.bottom);
-  EXPECT_EQ(HandleTable::kSevenRoutines, options.host.handles);
-  EXPECT_EQ(7, options.host.failAdvanceAt);
-  EXPECT_EQ(-50, options.host.failCode);
-  EXPECT_EQ(3, options.host.abortAtCall);
-  EXPECT_EQ(556u, options.host.recordBytes);
-  EXPECT_EQ(host::kDialogDisplay, options.host.playInfo);
-  EXPECT_FALSE(options.host.autoMask || options.host.freshAddresses || options.host.parameters);
-  EXPECT_EQ(16, options.depth);
-  EXPECT_EQ(-6, options.selectedRectangle->right);
-}
-
 // One parameter alone would be lost: without a protection radius the filter takes its defaults for all three.
-TEST(FilterHostOptions, OneParameterBringsTheOthersAlong) {
-  const FilterHostOptions options = Read({"-a", "90"});
-  EXPECT_TRUE(options.host.hasRecording);
-  EXPECT_EQ("epsT long 90\nNoRd doub 6\nLFct doub 8\n", DescriptorText(options.host.recording));
-}
-
-TEST(FilterHostOptions, APlayedFileIsHandedOverAsItIsAndThenWhatWasGivenByHand) {
+TEST(FilterHostOptions, OneParameterBringsTheOthersAlongAndAPlayedFileComesFirst) {
+  EXPECT_EQ("epsT long 90\nNoRd doub 6\nLFct doub 8\n", DescriptorText(Read({"-a", "90"}).host.recording));
   const ScratchFolder folder;
   std::ofstream(folder.File("play.txt")) << "LFct doub 500\nabcd bool true\n";
   EXPECT_EQ("LFct doub 500\nabcd bool true\n",
@@ -129,14 +63,6 @@ TEST(FilterHostOptions, RefusalsSayWhatWouldBeRight) {
   EXPECT_NE("", refused({"--runs", "0"}));
   EXPECT_NE("", refused({"--unknown"}));
   EXPECT_NE("", refused({"one", "more"}));
-}
-
-TEST(FilterHostOptions, HelpNamesEveryExitStatus) {
-  const std::string help = ReadCommandLine({"--help"}).help;
-  EXPECT_NE(std::string::npos, help.find("Usage: filterhost [options] MODULE INPUT OUTPUT"));
-  for (int status = 0; status <= static_cast<int>(ExitStatus::kOutOfMemory); ++status) {
-    EXPECT_NE(std::string::npos, help.find(std::to_string(status) + " ")) << status;
-  }
 }
 
 }  // namespace

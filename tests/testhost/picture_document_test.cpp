@@ -12,27 +12,6 @@ Picture TwoPixels(ColourSpace space, int32_t extraPlanes, uint16_t white, std::v
   return {2, 1, space, extraPlanes, white, std::move(samples)};
 }
 
-TEST(PictureDocument, ModeFollowsFromColourSpaceAndDepth) {
-  const auto mode = [](ColourSpace space, uint16_t white, std::optional<int32_t> depth) {
-    return MakeDocument({0, 0, space, 0, white, {}}, {std::nullopt, depth}).mode;
-  };
-  EXPECT_EQ(host::kModeGray, mode(ColourSpace::kGrey, kWhite8, {}));
-  EXPECT_EQ(host::kModeRgb48, mode(ColourSpace::kRgb, kWhiteFile16, {}));
-  EXPECT_EQ(host::kModeLab48, mode(ColourSpace::kLab, kWhiteHost16, {}));
-  EXPECT_EQ(host::kModeCmyk64, mode(ColourSpace::kCmyk, kWhite8, 16));
-  EXPECT_EQ(host::kModeRgb96, mode(ColourSpace::kRgb, kWhite8, 32));
-  EXPECT_EQ(host::kModeGray,
-            MakeDocument({0, 0, ColourSpace::kGrey, 0, kWhite8, {}}, {host::kModeGray, 32}).mode);
-}
-
-TEST(PictureDocument, ModesHaveNamesAndNumbers) {
-  EXPECT_EQ(host::kModeDuotone16, ModeNumber("duotone", 16));
-  EXPECT_EQ(host::kModeGray32, ModeNumber("grey", 32));
-  EXPECT_EQ(99, ModeNumber("99", 8));
-  EXPECT_EQ(std::nullopt, ModeNumber("purple", 8));
-  EXPECT_EQ(std::nullopt, ModeNumber("99x", 8));
-}
-
 TEST(PictureDocument, SamplesLieAsHostsHoldThem) {
   const Document bytes = MakeDocument(TwoPixels(ColourSpace::kGrey, 1, kWhite8, {1, 2, 3, 4}), {});
   EXPECT_EQ((std::vector<uint8_t>{1, 2, 3, 4}), bytes.pixels);
@@ -44,14 +23,6 @@ TEST(PictureDocument, SamplesLieAsHostsHoldThem) {
   const float expected[] = {1.0f, 0.0f};
   ASSERT_EQ(sizeof expected, floats.pixels.size());
   EXPECT_EQ(0, std::memcmp(expected, floats.pixels.data(), sizeof expected));
-}
-
-TEST(PictureDocument, AnUntouchedDocumentGivesThePictureBackExactly) {
-  const Picture picture = TwoPixels(ColourSpace::kGrey, 0, kWhiteFile16, {12345, 54321});
-  for (const int32_t depth : {8, 16, 32}) {
-    const Document document = MakeDocument(picture, {std::nullopt, depth});
-    EXPECT_EQ(picture.samples, PictureOf(document, document, picture).samples) << depth;
-  }
 }
 
 TEST(PictureDocument, ChangedColoursAreRescaledAndUntouchedExtraPlanesAreNot) {

@@ -79,15 +79,6 @@ TEST_F(PictureFile, EveryFormatGivesBackWhatItWasGiven) {
   }
 }
 
-TEST_F(PictureFile, PngWidensHostLevelsToTheFullRange) {
-  Picture picture = {3, 1, ColourSpace::kGrey, 0, kWhiteHost16, {0, 16384, 32768}};
-  WritePictureFile(Path("wide.png"), picture);
-  const Picture read = ReadPictureFile(Path("wide.png"));
-  EXPECT_EQ(kWhiteFile16, read.white);
-  EXPECT_EQ((std::vector<uint16_t>{0, 32768, 65535}), read.samples);
-  EXPECT_EQ(picture.samples, Rescaled(read.samples, kWhiteFile16, kWhiteHost16));
-}
-
 TEST_F(PictureFile, WritesNothingThatTheFormatCannotHold) {
   const auto refuses = [this](const std::string& name, const Picture& picture) {
     try {

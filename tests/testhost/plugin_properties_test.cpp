@@ -18,23 +18,6 @@ std::string FaultOf(const std::vector<uint8_t>& resource) {
   return "";
 }
 
-TEST(PluginProperties, TellWhatTheModuleSaysOfItself) {
-  const PluginProperties properties = ReadPluginProperties("x.8bf", PluginPropertyList());
-  EXPECT_EQ("Tessaline...", properties.name);
-  EXPECT_EQ("Vistrel - 5. Noise Removal", properties.category);
-  EXPECT_EQ("PluginMain", properties.entryPoint);
-  EXPECT_EQ(4, properties.versionMajor);
-  EXPECT_EQ(0, properties.versionMinor);
-  EXPECT_TRUE(properties.enabledWhen.ends_with("PSHOP_ImageDepth == 32"));
-  const std::vector<std::string> keys = {"kind", "name", "catg", "vers", "8664", "mode",
-                                         "hstm", "enbl", "ms32", "flly", "fici"};
-  EXPECT_EQ(keys, properties.keys);
-  EXPECT_TRUE(properties.Takes(host::kModeGray) && properties.Takes(host::kModeRgb) &&
-              properties.Takes(host::kModeLab));
-  EXPECT_FALSE(properties.Takes(host::kModeBitmap) || properties.Takes(host::kModeIndexed) ||
-               properties.Takes(host::kModeRgb48));
-}
-
 // Every cut and every flipped byte either reads as a filter or is refused: nothing reads past the resource.
 TEST(PluginProperties, SurviveAnyDamage) {
   const std::vector<uint8_t> good = PluginPropertyList();

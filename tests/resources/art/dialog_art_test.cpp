@@ -31,19 +31,6 @@ TEST(DialogArt, PaletteFilesHoldUpTo256ColoursExactly) {
   EXPECT_TRUE(PaletteBitmapFile(rgb, 43, 6).empty());
 }
 
-TEST(DialogArt, TheHandIsSolidAtItsHotSpotForScreensOfBothKinds) {
-  const Bytes file = KeptFile("hand.cur");
-  constexpr size_t kPixels = 22 + 40, kMask = kPixels + 32 * 32 * 4;
-  ASSERT_EQ(kMask + 32 * 4, file.size());
-  const int x = file[10], y = file[12];
-  const int row = 31 - y;  // from the bottom
-  EXPECT_EQ(255, file[kPixels + 4 * (32 * row + x) + 3]);
-  EXPECT_EQ(0, file[kMask + 4 * row + x / 8] >> (7 - x % 8) & 1);
-  // The corners are clear.
-  EXPECT_EQ(0, file[kPixels + 3]);
-  EXPECT_EQ(1, file[kMask] >> 7);
-}
-
 TEST(DialogArt, KeptIconsAreWhatTheProgramDraws) {
   for (const Icon& icon : Icons()) EXPECT_EQ(icon.draw(), KeptFile(icon.fileName)) << icon.fileName;
 }

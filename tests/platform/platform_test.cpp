@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "platform/cpu.h"
+#include "platform/files.h"
+#include "platform/memory.h"
+#include "platform/message.h"
+
+namespace tessaline {
+namespace {
+
+TEST(Memory, BlocksAreZeroAlsoWhereOthersWereAndFailFromTheAskedOneOn) {
+  for (int i = 0; i < 3; ++i) {
+    auto* const block = static_cast<uint8_t*>(LockNewBlock(3000));
+    ASSERT_TRUE(std::all_of(block, block + 3000, [](uint8_t byte) { return byte == 0; }));
+    std::memset(block, 0xAB, 3000);
+    FreeLockedBlock(block);
+  }
+  FreeLockedBlock(nullptr);
+  FailAllocationAfter(1);
+  for (const bool isGiven : {true, false, false}) {
+    void* const block = LockNewBlock(0);
+    EXPECT_EQ(isGiven, block != nullptr);
+    FreeLockedBlock(block);
+  }
+  ClearAllocationFailure();
+  FreeLockedBlock(LockNewBlock(1));
+}
+
+TEST(Files, AreReplacedWholeAndToldApartByWhatTheyAre) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(testing::TempDir()) / "tessaline_platform_test";
+  fs::remove_all(folder);
+  SetPrivateFolder(folder.string().c_str());
+  char bytes[8] = {};
+  EXPECT_EQ(-1, ReadPrivateFile("file", bytes, sizeof bytes));
+  for (const std::string content : {"first", "2nd"}) {
+    ASSERT_TRUE(ReplacePrivateFile("file", content.data(), content.size()));
+    EXPECT_EQ(static_cast<int64_t>(content.size()), ReadPrivateFile("file", bytes, sizeof bytes));
+    EXPECT_EQ(content, std::string(bytes, content.size()));
+  }
+  fs::create_directory(folder / "taken");
+  EXPECT_FALSE(ReplacePrivateFile("taken", "x", 1));
+  EXPECT_EQ(2, std::distance(fs::directory_iterator(folder), {})) << "a temporary file was left";
+
+  ASSERT_TRUE(ReplacePrivateFile("other", "2nd", 3));
+  const std::string file = (folder / "file").string(), other = (folder / "other").string();
+  EXPECT_TRUE(IsSameFile(file.c_str(), (folder / "taken" / ".." / "file").string().c_str()));
+  EXPECT_FALSE(IsSameFile(file.c_str(), other.c_str()));
+  EXPECT_FALSE(IsSameFile(file.c_str(), (folder / "none").string().c_str()));
+  SetPrivateFolder(nullptr);
+  fs::remove_all(folder);
+}
+
+std::string g_shown;
+
+TEST(Message, GoesToTheHandlerThatIsSetAndElseToTheUser) {
+  const MessageHandler handler = [](const char* text, const char* title) {
+    g_shown = std::string(title) + "|" + text;
+  };
+  const MessageHandler before = SetMessageHandler(handler);
+  ShowMessage("text", "title");
+  EXPECT_EQ("title|text", g_shown);
+  EXPECT_EQ(handler, SetMessageHandler(nullptr));
+  if (std::filesystem::path::preferred_separator == '/') {  // elsewhere somebody would have to click
+    testing::internal::CaptureStderr();
+    ShowMessage("text", "title");
+    EXPECT_EQ("title: text\n", testing::internal::GetCapturedStderr());
+  }
+  SetMessageHandler(before);
+}
+
+TEST(Cpu, OffersWideVectorsOnlyWhereTheProcessorHasThem) {
+  EXPECT_EQ(__builtin_cpu_supports("avx2") != 0, DetectVectorLevel() >= VectorLevel::kAvx2);
+  EXPECT_TRUE(DetectVectorLevel() < VectorLevel::kAvx512 || __builtin_cpu_supports("avx512bw"));
+}
+
+}  // namespace
+}  // namespace tessaline
