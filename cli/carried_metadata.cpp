@@ -100,6 +100,15 @@ std::vector<uint8_t> PngChunksToCarry(int descriptor) {
   return carried;
 }
 
+std::vector<uint8_t> PngChunkData(int descriptor, std::string_view wanted) {
+  std::vector<uint8_t> data;
+  ForEachPngChunk(descriptor, [&](const uint8_t* type, uint64_t offset, uint64_t bytes) {
+    if (!data.empty() || memcmp(type, wanted.data(), 4) != 0) return;
+    AppendFrom(descriptor, offset + kPngHead, bytes - kPngChunkFrame, data);
+  });
+  return data;
+}
+
 bool IsAnimatedPng(int descriptor) {
   bool isAnimated = false;
   ForEachPngChunk(descriptor, [&](const uint8_t* type, uint64_t, uint64_t) {

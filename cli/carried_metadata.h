@@ -7,12 +7,16 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace tessaline::cli {
 
 // Everything of a PNG file that describes the picture or its colours: profile, EXIF, texts, resolution, time.
 std::vector<uint8_t> PngChunksToCarry(int descriptor);
+
+// The data of the first chunk of a type in a PNG file; empty when there is none.
+std::vector<uint8_t> PngChunkData(int descriptor, std::string_view type);
 
 // True when the PNG file holds an animation.
 bool IsAnimatedPng(int descriptor);

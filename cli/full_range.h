@@ -17,6 +17,12 @@ constexpr uint16_t FullRangeLevelOf(uint16_t runLevel) {
   return static_cast<uint16_t>((runLevel * kFullRange + kRunRange / 2) / kRunRange);
 }
 
+// A sample of 0..from on the scale 0..to, to the nearest; both at most 65535. What is larger counts as
+// `from`. Where `to` is not the smaller one, the way back gives the sample again.
+constexpr uint16_t RescaledLevel(uint32_t level, uint32_t from, uint32_t to) {
+  return static_cast<uint16_t>(((level < from ? level : from) * to + from / 2) / from);
+}
+
 // The way in loses one bit: exactly the lowest. With that bit kept beside, an untouched sample comes back as
 // it was.
 constexpr uint16_t LowestBitOf(uint16_t fullRangeLevel) {

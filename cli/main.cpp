@@ -1,6 +1,7 @@
 // tessaline: takes repeating patterns out of pictures and frames. See docs/command-line.md.
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -19,6 +20,17 @@
 
 namespace tessaline::cli {
 namespace {
+
+// A shell can start a program without its standard streams (<&- >&- 2>&-). The first file opened would take
+// their place, and messages end in the picture. What is opened here instead works the wrong way round, so
+// that a report or frames asked for on a closed stream are refused and not lost.
+void OpenClosedStandardStreams() {
+  constexpr int kModes[] = {O_WRONLY, O_RDONLY, O_WRONLY};  // messages may go nowhere
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) < 0)
+      open("/dev/null", kModes[stream]);  // the lowest free number: this stream's
+  }
+}
 
 void TellAll(const std::vector<std::string>& lines, const Talk& talk) {
   if (talk.quiet) return;
@@ -60,6 +72,7 @@ ExitStatus Run(const PrintAndLeave& print) {
 
 ExitStatus Main(int argc, const char* const* argv) {
   try {
+    OpenClosedStandardStreams();
     InstallInterruptionHandlers();
     // The engine's message boxes say what this program says in its own words.
     SetMessageHandler([](const char*, const char*) {});

@@ -101,6 +101,7 @@ OutputFile::OutputFile(const std::string& path, bool overwrite, const std::vecto
     }
     if (!overwrite) throw CannotWrite(path, "exists already; give another name, or -f to overwrite it");
     mode = existing.st_mode & 07777;
+    replacesFile_ = true;
     // Where the name is a link, the file behind it is replaced, not the link.
     char* resolved = realpath(path.c_str(), nullptr);
     if (resolved != nullptr) {
@@ -139,6 +140,13 @@ void OutputFile::Discard() {
   temporaryHandle_ = -1;
 }
 
+void OutputFile::TakeModeAndTimes(int descriptor) {
+  struct stat status = {};
+  if (temporaryPath_.empty() || fstat(descriptor, &status) != 0) return;
+  if (!replacesFile_) fchmod(descriptor_, status.st_mode & 0777);
+  times_ = {status.st_atim, status.st_mtim};
+}
+
 void OutputFile::Write(const void* bytes, size_t count) {
   if (!WriteFully(descriptor_, bytes, count)) throw CannotWriteErrno(path_, errno);
 }
@@ -150,6 +158,7 @@ void OutputFile::Commit() {
     if (descriptor >= 0 && close(descriptor) != 0) throw CannotWriteErrno(path_, errno);
     return;
   }
+  if (times_) futimens(descriptor_, times_->data());
   // Some file systems tell of a full disk only now.
   if (fsync(descriptor_) != 0 && errno != EINVAL) throw CannotWriteErrno(path_, errno);
   const int descriptor = descriptor_;

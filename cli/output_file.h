@@ -1,7 +1,11 @@
 // Files that appear under their final name whole or not at all.
 #pragma once
 
+#include <time.h>
+
+#include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +37,10 @@ class OutputFile {
   const std::string& path() const { return path_; }  // as the user wrote it
   int descriptor() const { return descriptor_; }     // open for reading and writing where it is a file
 
+  // The file gets permissions and times of the one behind `descriptor`; one that is replaced keeps its own
+  // permissions. Nothing is done to what is no file.
+  void TakeModeAndTimes(int descriptor);
+
   // Writes all bytes at the current position; refuses with kCannotWrite.
   void Write(const void* bytes, size_t count);
 
@@ -49,6 +57,8 @@ class OutputFile {
   int descriptor_ = -1;
   int temporaryHandle_ = -1;
   bool overwrite_;
+  bool replacesFile_ = false;
+  std::optional<std::array<timespec, 2>> times_;  // last read, last changed
 };
 
 // Folder part of a path ("." when there is none) and the last part.

@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "cli/carried_metadata.h"
+#include "cli/full_range.h"
 #include "cli/pnm_extent.h"
 #include "cli/refusal.h"
 #include "removal/removal_run.h"
@@ -20,8 +22,6 @@ namespace {
 constexpr uint16_t kPhotometricRgb = 2;
 constexpr uint16_t kPhotometricCieLab = 8;  // a and b signed
 constexpr uint16_t kPhotometricIccLab = 9;  // a and b with their zero in the middle
-constexpr uint16_t kUnsignedSamples = 1;
-constexpr uint16_t kSignedSamples = 2;
 constexpr double kMillimetresPerInch = 25.4;
 
 // Rows decoded at a time.
@@ -42,7 +42,7 @@ bool IsMemoryError(const std::string& error) {
 Refusal LoadingRefusal(const std::string& path) {
   const std::string error = TakeLibraryError();
   if (IsMemoryError(error)) return Refusal(ExitStatus::kOutOfMemory, path, "not enough memory to decode it");
-  return Damaged(path, error);
+  return Damaged(path, "");
 }
 
 static_assert(kLargestSide == 7500, "TooLarge names the limit");
@@ -100,7 +100,7 @@ bool TellsOfJpegDamage(const std::string& warnings) {
 
 struct PictureFile::Patch {
   uint64_t offset;
-  uint8_t bytes[2];
+  std::vector<uint8_t> bytes;
 };
 
 PictureFile::PictureFile(const std::string& path) : path_(path) {
@@ -115,10 +115,11 @@ PictureFile::PictureFile(const std::string& path) : path_(path) {
       if (!tiff_) throw Damaged(path_, "its directory cannot be read");
       if (!tiff_->FitsInto(static_cast<uint64_t>(size_)))
         throw Damaged(path_, "parts of it lie behind its end");
-      PresentLabAsRgb();
+      pages_ = static_cast<int>(tiff_->pages());
+      RefuseTiffKinds();
     }
     metadata_ = LoadPage(0);
-    if (format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
+    if (!tiff_ && format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
       vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
     }
     if (pages_ > 1 && format_->format == FileFormat::kHeif) {
@@ -167,7 +168,7 @@ void PictureFile::Open() {
   format_ = &FormatOfContents(descriptor_, path_);
 }
 
-void PictureFile::CheckEnding() const {
+void PictureFile::CheckEnding() {
   const bool isWhole = format_->format == FileFormat::kPng   ? PngReachesItsEnd(descriptor_)
                        : format_->format == FileFormat::kGif ? GifReachesItsEnd(descriptor_, size_)
                                                              : true;
@@ -175,6 +176,7 @@ void PictureFile::CheckEnding() const {
   if (format_->format == FileFormat::kPnm) {
     const char* const missing = MissingFromPnm(descriptor_, size_);
     if (missing != nullptr) throw Damaged(path_, missing);
+    if (const uint32_t largest = LargestPnmLevel(descriptor_); largest > 0) pnmLargest_ = largest;
   }
   if (format_->format == FileFormat::kPng && IsAnimatedPng(descriptor_)) {
     throw Unsupported(path_, "is an animated PNG; take its frames apart first, or turn it into WebP");
@@ -187,25 +189,75 @@ bool PictureFile::IsLabPage(int page) const {
   return photometric == kPhotometricCieLab || photometric == kPhotometricIccLab;
 }
 
-// The library unpacks Lab into its own forms, which drop alpha and the lowest bit of 16-bit lightness. To it,
-// the three planes are shown as RGB: sample for sample what is in the file.
-void PictureFile::PresentLabAsRgb() {
-  for (size_t page = 0; page < tiff_->pages(); ++page) {
-    if (!IsLabPage(static_cast<int>(page))) continue;
-    const auto present = [&](uint16_t tag, uint16_t value) {
-      Patch patch = {0, {static_cast<uint8_t>(value), 0}};
-      if (tiff_->isBigEndian()) std::swap(patch.bytes[0], patch.bytes[1]);
-      for (uint64_t offset : tiff_->OffsetsOfShorts(page, tag)) {
-        patch.offset = offset;
-        patches_.push_back(patch);
-      }
-    };
-    present(kTiffPhotometric, kPhotometricRgb);
-    // Some writers mark the samples as signed, for a and b are.
-    if (tiff_->Value(page, kTiffSampleFormat, kUnsignedSamples) == kSignedSamples) {
-      present(kTiffSampleFormat, kUnsignedSamples);
+namespace {
+
+// What the format calls colours, and what the decoder makes of them.
+constexpr uint64_t kPhotometricTaken[] = {0, 1, 2, 3, 5, 6, 8, 9};  // CMYK, 5, is refused in its own words
+constexpr uint64_t kBitsTaken[] = {1, 2, 4, 8, 16};
+constexpr uint64_t kCompressionsTaken[] = {1, 2, 3, 4, 5, 6, 7, 8, 32773, 32946, 34661, 34925, 50000, 50001};
+constexpr uint64_t kUnsigned = 1, kSigned = 2, kFloat = 3, kUntold = 4;
+
+template <size_t N>
+bool Lists(const uint64_t (&list)[N], uint64_t value) {
+  return std::find(std::begin(list), std::end(list), value) != std::end(list);
+}
+
+}  // namespace
+
+// The decoder's word for everything it does not know would be that of a damaged file.
+void PictureFile::RefuseTiffKinds() const {
+  for (int page = 0; page < pages_; ++page) {
+    const auto index = static_cast<size_t>(page);
+    const std::string where = PageWords(page, pages_);
+    const uint64_t format = tiff_->Value(index, kTiffSampleFormat, kUnsigned);
+    const uint64_t compression = tiff_->Value(index, kTiffCompression, 1);
+    if (format == kFloat) {
+      throw Unsupported(path_,
+                        "holds floating-point samples" + where + "; convert it to 16 bits per sample first");
+    }
+    const bool isCounted = format == kUnsigned || format == kUntold || (format == kSigned && IsLabPage(page));
+    if (!isCounted || !Lists(kBitsTaken, tiff_->Value(index, kTiffBitsPerSample, 1))) {
+      throw Unsupported(path_, "its samples are neither 8 nor 16 bits, unsigned" + where +
+                                   "; convert it to 16 bits per sample first");
+    }
+    if (!Lists(kPhotometricTaken, tiff_->Value(index, kTiffPhotometric, 1))) {
+      throw Unsupported(path_,
+                        "its colours are neither grey nor RGB nor Lab" + where + "; convert it to RGB first");
+    }
+    if (!Lists(kCompressionsTaken, compression)) {
+      throw Unsupported(path_, "is compressed in a way that cannot be read (number " +
+                                   std::to_string(compression) + ")" + where +
+                                   "; save it without compression first");
     }
   }
+}
+
+// What the decoder is to see of a TIFF file.
+std::vector<PictureFile::Patch> PictureFile::PatchesFor(int page) const {
+  std::vector<Patch> patches;
+  if (!tiff_) return patches;
+  const auto index = static_cast<size_t>(page);
+  const auto present = [&](uint64_t offset, uint64_t value, size_t bytes) {
+    Patch patch = {offset, {}};
+    for (size_t i = 0; i < bytes; ++i) patch.bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    if (tiff_->isBigEndian()) std::reverse(patch.bytes.begin(), patch.bytes.end());
+    patches.push_back(std::move(patch));
+  };
+  // Of several pages the wanted one alone: the decoder would follow the chain from its beginning for each.
+  if (pages_ > 1) {
+    const TiffStructure::Directory& directory = tiff_->directory(index);
+    const size_t bytes = tiff_->isBigTiff() ? 8 : 4;
+    present(tiff_->directory(0).pointerOffset, directory.offset, bytes);
+    present(directory.nextPointerOffset, 0, bytes);
+  }
+  // The library unpacks Lab into its own forms, which drop alpha and the lowest bit of 16-bit lightness. To
+  // it, the three planes are shown as RGB: sample for sample what is in the file.
+  if (!IsLabPage(page)) return patches;
+  for (uint64_t offset : tiff_->OffsetsOfShorts(index, kTiffPhotometric)) present(offset, kPhotometricRgb, 2);
+  // Some writers mark the samples as signed, for a and b are.
+  if (tiff_->Value(index, kTiffSampleFormat, kUnsigned) != kSigned) return patches;
+  for (uint64_t offset : tiff_->OffsetsOfShorts(index, kTiffSampleFormat)) present(offset, kUnsigned, 2);
+  return patches;
 }
 
 namespace {
@@ -245,8 +297,9 @@ void DeletePatched(gpointer data, GClosure*) {
 
 }  // namespace
 
-GPointer<VipsSource> PictureFile::MakeSource() const {
-  if (patches_.empty()) {
+GPointer<VipsSource> PictureFile::MakeSource(int page) const {
+  const std::vector<Patch> patches = PatchesFor(page);
+  if (patches.empty()) {
     GPointer<VipsSource> source(vips_source_new_from_descriptor(descriptor_));
     // The descriptor's position is shared by everything that reads the file.
     if (source) lseek(descriptor_, 0, SEEK_SET);
@@ -254,9 +307,9 @@ GPointer<VipsSource> PictureFile::MakeSource() const {
   }
   auto* file = new PatchedFile{descriptor_};
   file->size = size_;
-  for (const Patch& patch : patches_) {
-    for (int i = 0; i < 2; ++i)
-      file->replaced.push_back({static_cast<int64_t>(patch.offset) + i, patch.bytes[i]});
+  for (const Patch& patch : patches) {
+    auto offset = static_cast<int64_t>(patch.offset);
+    for (uint8_t byte : patch.bytes) file->replaced.push_back({offset++, byte});
   }
   VipsSourceCustom* source = vips_source_custom_new();
   g_signal_connect_data(source, "read", G_CALLBACK(ReadPatched), file, DeletePatched, GConnectFlags(0));
@@ -265,13 +318,13 @@ GPointer<VipsSource> PictureFile::MakeSource() const {
 }
 
 GPointer<VipsImage> PictureFile::LoadPage(int page) const {
-  const GPointer<VipsSource> source = MakeSource();
+  const GPointer<VipsSource> source = MakeSource(page);
   VipsImage* image = nullptr;
   int result = -1;
   if (source) {
     // Unless told so, the library delivers what there is of a truncated file and reports success.
     const VipsFailOn failOn = VIPS_FAIL_ON_ERROR;
-    if (page == 0) {
+    if (page == 0 || tiff_) {
       result = vips_call(format_->loader, source.get(), &image, "access", VIPS_ACCESS_SEQUENTIAL, "fail_on",
                          failOn, nullptr);
     } else {
@@ -335,6 +388,29 @@ PageKind PictureFile::KindOf(VipsImage* image, int page) const {
   return kind;
 }
 
+namespace {
+
+template <typename Sample>
+void Rescale(const void* row, uint32_t largest, std::vector<uint8_t>* scaled) {
+  for (size_t at = 0; at < scaled->size(); at += sizeof(Sample)) {
+    Sample sample;
+    memcpy(&sample, static_cast<const uint8_t*>(row) + at, sizeof sample);
+    sample = static_cast<Sample>(RescaledLevel(sample, largest, std::numeric_limits<Sample>::max()));
+    memcpy(scaled->data() + at, &sample, sizeof sample);
+  }
+}
+
+// The row with `largest` for white, brought to 255 or 65535.
+const void* OnFullRange(const void* row, uint32_t largest, const PageKind& kind,
+                        std::vector<uint8_t>* scaled) {
+  if (largest == (kind.bits == 16 ? kFullRange : 255)) return row;
+  scaled->resize(kind.RowBytes());
+  kind.bits == 16 ? Rescale<uint16_t>(row, largest, scaled) : Rescale<uint8_t>(row, largest, scaled);
+  return scaled->data();
+}
+
+}  // namespace
+
 void PictureFile::ReadPage(int page, PageSamples* samples) const {
   const Refusal noMemory(ExitStatus::kOutOfMemory, path_,
                          "not enough memory for its samples; close other programs");
@@ -344,25 +420,101 @@ void PictureFile::ReadPage(int page, PageSamples* samples) const {
   const GPointer<VipsImage> image = LoadPage(page);
   const GPointer<VipsRegion> region(vips_region_new(image.get()));
   if (!region) throw noMemory;
+  std::vector<uint8_t> scaled;
   for (int top = 0; top < kind_.height; top += kStripRows) {
     const VipsRect strip = {0, top, kind_.width, std::min(kStripRows, kind_.height - top)};
     if (vips_region_prepare(region.get(), &strip) != 0) throw LoadingRefusal(path_);
-    for (int y = top; y < top + strip.height; ++y) samples->TakeRow(y, VIPS_REGION_ADDR(region.get(), 0, y));
+    for (int y = top; y < top + strip.height; ++y) {
+      const void* const row = VIPS_REGION_ADDR(region.get(), 0, y);
+      samples->TakeRow(y, pnmLargest_ ? OnFullRange(row, *pnmLargest_, kind_, &scaled) : row);
+    }
   }
   if (format_->format == FileFormat::kJpeg) {
     const std::string warnings = TakeLibraryError();
-    if (TellsOfJpegDamage(warnings)) throw Damaged(path_, warnings);
+    if (TellsOfJpegDamage(warnings)) throw Damaged(path_, "");
   }
 }
 
-std::optional<Resolution> PictureFile::resolution() const {
-  // The library's value for files that tell none is 1 pixel per millimetre.
-  const double perMillimetreX = vips_image_get_xres(metadata_.get());
-  const double perMillimetreY = vips_image_get_yres(metadata_.get());
-  const bool isTold =
-      perMillimetreX > 0 && perMillimetreY > 0 && !(perMillimetreX == 1.0 && perMillimetreY == 1.0);
-  if (!isTold) return std::nullopt;
-  return Resolution{perMillimetreX * kMillimetresPerInch, perMillimetreY * kMillimetresPerInch};
+std::vector<uint8_t> PictureFile::exif() const {
+  if (format_->format == FileFormat::kPng) return PngChunkData(descriptor_, "eXIf");
+  const void* blob = nullptr;
+  size_t size = 0;
+  if (tiff_ || vips_image_get_typeof(metadata_.get(), VIPS_META_EXIF_NAME) == 0 ||
+      vips_image_get_blob(metadata_.get(), VIPS_META_EXIF_NAME, &blob, &size) != 0) {
+    return {};
+  }
+  constexpr std::string_view kMark{"Exif\0\0", 6};
+  std::string_view bytes(static_cast<const char*>(blob), size);
+  if (bytes.substr(0, kMark.size()) == kMark) bytes.remove_prefix(kMark.size());
+  return {bytes.begin(), bytes.end()};
+}
+
+namespace {
+
+std::optional<Resolution> InPixelsPerInch(uint32_t x, uint32_t y, double unitsPerInch) {
+  if (x == 0 || y == 0) return std::nullopt;
+  return Resolution{x / unitsPerInch, y / unitsPerInch};
+}
+
+uint32_t BigEndian(const std::vector<uint8_t>& bytes, size_t at, size_t count) {
+  uint32_t value = 0;
+  for (size_t i = 0; i < count; ++i) value = value << 8 | bytes[at + i];
+  return value;
+}
+
+// Of a PNG file; without a unit of length it tells the shape of pixels only.
+std::optional<Resolution> ResolutionOfPng(int descriptor) {
+  const std::vector<uint8_t> data = PngChunkData(descriptor, "pHYs");
+  if (data.size() != 9 || data[8] != 1) return std::nullopt;
+  return InPixelsPerInch(BigEndian(data, 0, 4), BigEndian(data, 4, 4), 1000 / kMillimetresPerInch);
+}
+
+// Of the first segment of a JPEG file.
+std::optional<Resolution> ResolutionOfJfif(int descriptor) {
+  std::vector<uint8_t> head(18);
+  constexpr size_t kMarkAt = 6, kUnitAt = 13;
+  if (pread(descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()) ||
+      memcmp(&head[kMarkAt], "JFIF", 5) != 0 || head[kUnitAt] < 1 || head[kUnitAt] > 2) {
+    return std::nullopt;
+  }
+  constexpr double kInchesPerUnit[] = {1, 1 / 2.54};
+  return InPixelsPerInch(BigEndian(head, 14, 2), BigEndian(head, 16, 2), kInchesPerUnit[head[kUnitAt] - 1]);
+}
+
+}  // namespace
+
+std::optional<Resolution> PictureFile::resolution(int page) const {
+  // The library has a value for every file, told or not.
+  const auto ofDirectory = [](const std::optional<TiffStructure>& tags,
+                              int index) -> std::optional<Resolution> {
+    if (!tags) return std::nullopt;
+    const auto told = tags->PixelsPerInch(static_cast<size_t>(index));
+    return told ? std::optional(Resolution{told->first, told->second}) : std::nullopt;
+  };
+  if (tiff_) return ofDirectory(tiff_, page);
+  std::optional<Resolution> told;
+  if (format_->format == FileFormat::kPng) told = ResolutionOfPng(descriptor_);
+  if (format_->format == FileFormat::kJpeg) told = ResolutionOfJfif(descriptor_);
+  if (told) return told;
+  const std::vector<uint8_t> block = exif();
+  return ofDirectory(TiffStructure::Read(ByteSource(block.data(), block.size())), 0);
+}
+
+int PictureFile::orientation(int page) const {
+  const auto of = [](const TiffStructure& tags, int index) {
+    const uint64_t value = tags.Value(static_cast<size_t>(index), kTiffOrientation, 1);
+    return value >= 1 && value <= 8 ? static_cast<int>(value) : 1;
+  };
+  if (tiff_) return of(*tiff_, page);
+  // Of the others the decoder delivers the picture upright.
+  constexpr FileFormat kTurnedByTheirExif[] = {FileFormat::kJpeg, FileFormat::kPng, FileFormat::kWebp};
+  if (std::find(std::begin(kTurnedByTheirExif), std::end(kTurnedByTheirExif), format_->format) ==
+      std::end(kTurnedByTheirExif)) {
+    return 1;
+  }
+  const std::vector<uint8_t> block = exif();
+  const auto tags = TiffStructure::Read(ByteSource(block.data(), block.size()));
+  return tags ? of(*tags, 0) : 1;
 }
 
 std::optional<JpegCompression> PictureFile::jpegCompression() const {

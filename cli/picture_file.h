@@ -37,13 +37,21 @@ class PictureFile {
   FileIdentity identity() const { return IdentityOf(descriptor_); }
   int pages() const { return pages_; }
   const PageKind& kind() const { return kind_; }  // of every page
-  std::optional<Resolution> resolution() const;
+  // As the file tells them; nothing where it does not.
+  std::optional<Resolution> resolution(int page = 0) const;
+  // 1..8 as EXIF counts them, 1: upright.
+  int orientation(int page = 0) const;
+  // The EXIF block as it stands in the file, in TIFF form; empty where there is none. TIFF files have its
+  // tags in their directories.
+  std::vector<uint8_t> exif() const;
 
   // Metadata (ICC, EXIF, XMP, IPTC, resolution, orientation) of the first page, no pixels.
   VipsImage* metadata() const { return metadata_.get(); }
   const std::optional<TiffStructure>& tiff() const { return tiff_; }
   std::optional<JpegCompression> jpegCompression() const;
   bool isLosslessWebp() const;
+  // Of a PNM file: the level that is white in it. Its samples are on the full range here, as all others.
+  std::optional<uint32_t> pnmLargest() const { return pnmLargest_; }
 
   // Decodes a page, counted from 0. Damage and truncation are refused with kUnreadable, want of memory with
   // kOutOfMemory.
@@ -53,16 +61,17 @@ class PictureFile {
   void CopyTo(OutputFile* output) const;
 
  private:
-  struct Patch;  // two bytes of the file that the decoder is to see differently
+  struct Patch;  // bytes of the file that the decoder is to see differently
 
   void Open();
-  void CheckEnding() const;
+  void CheckEnding();
   GPointer<VipsImage> LoadPage(int page) const;
-  GPointer<VipsSource> MakeSource() const;
+  GPointer<VipsSource> MakeSource(int page) const;
+  std::vector<Patch> PatchesFor(int page) const;
   PageKind KindOf(VipsImage* image, int page) const;
   ColourModel ModelOf(VipsImage* image, int page) const;
   bool IsLabPage(int page) const;
-  void PresentLabAsRgb();
+  void RefuseTiffKinds() const;
 
   std::string path_;
   int descriptor_ = -1;
@@ -73,7 +82,7 @@ class PictureFile {
   PageKind kind_;
   GPointer<VipsImage> metadata_;
   std::optional<TiffStructure> tiff_;
-  std::vector<Patch> patches_;
+  std::optional<uint32_t> pnmLargest_;
 };
 
 }  // namespace tessaline::cli

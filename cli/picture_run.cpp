@@ -112,7 +112,10 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
   const auto open = [&](const std::string& file) {
     return std::make_unique<OutputFile>(file, request.overwrite, inputs);
   };
-  if (!request.dryRun) outputs.picture = open(request.output);
+  if (!request.dryRun) {
+    outputs.picture = open(request.output);
+    outputs.picture->TakeModeAndTimes(input.descriptor());
+  }
   for (int page = 0; page < input.pages(); ++page) {
     if (!request.spectrumFile.empty())
       outputs.spectra.push_back(open(NameForPage(request.spectrumFile, page)));
@@ -300,7 +303,7 @@ class PictureRun {
     Json pages = Json::array();
     for (size_t page = 0; page < outcomes_.size(); ++page) {
       Json description = {{"page", page + 1}};
-      description.update(DescribeRun(outcomes_[page], resolution));
+      description.update(DescribeRun(outcomes_[page], input_.resolution(static_cast<int>(page))));
       pages.push_back(description);
     }
     Json report =

@@ -1,12 +1,18 @@
 #include "cli/picture_writer.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
+#include <exception>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "cli/carried_metadata.h"
+#include "cli/full_range.h"
 #include "cli/iptc.h"
+#include "cli/picture_target.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -90,12 +96,6 @@ int SaveWebp(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
                               nullptr);
 }
 
-int SavePnm(VipsImage* image, VipsTarget* target, const SavingWishes&) {
-  const bool isGrey = vips_image_get_bands(image) == 1;
-  return vips_ppmsave_target(image, target, "format",
-                             isGrey ? VIPS_FOREIGN_PPM_FORMAT_PGM : VIPS_FOREIGN_PPM_FORMAT_PPM, nullptr);
-}
-
 int SaveJpeg2000(VipsImage* image, VipsTarget* target, const SavingWishes&) {
   return vips_jp2ksave_target(image, target, "lossless", TRUE, nullptr);
 }
@@ -109,9 +109,8 @@ struct SaverOfFormat {
   Saver save;
 };
 constexpr SaverOfFormat kSavers[] = {
-    {FileFormat::kPng, SavePng},       {FileFormat::kTiff, SaveTiff}, {FileFormat::kJpeg, SaveJpeg},
-    {FileFormat::kWebp, SaveWebp},     {FileFormat::kPnm, SavePnm},   {FileFormat::kJpeg2000, SaveJpeg2000},
-    {FileFormat::kJpegXl, SaveJpegXl},
+    {FileFormat::kPng, SavePng},   {FileFormat::kTiff, SaveTiff},         {FileFormat::kJpeg, SaveJpeg},
+    {FileFormat::kWebp, SaveWebp}, {FileFormat::kJpeg2000, SaveJpeg2000}, {FileFormat::kJpegXl, SaveJpegXl},
 };
 
 // Fields that say how the input was stored; the output is stored anew.
@@ -143,10 +142,11 @@ struct RowSource {
   const RowFiller& fillRow;
   size_t rowBytes;
   size_t pixelBytes;
+  std::exception_ptr failure;  // of a row that could not be made
 };
 
 int GenerateRows(VipsRegion* out, void*, void* a, void*, gboolean*) {
-  const auto* source = static_cast<const RowSource*>(a);
+  auto* source = static_cast<RowSource*>(a);
   const VipsRect& valid = out->valid;
   try {
     const bool isWholeRow = static_cast<size_t>(valid.width) * source->pixelBytes == source->rowBytes;
@@ -158,8 +158,8 @@ int GenerateRows(VipsRegion* out, void*, void* a, void*, gboolean*) {
       const uint8_t* first = row.data() + static_cast<size_t>(valid.left) * source->pixelBytes;
       std::copy_n(first, static_cast<size_t>(valid.width) * source->pixelBytes, target);
     }
-  } catch (const std::exception& error) {  // must not pass through the library's C code
-    vips_error("tessaline", "%s", error.what());
+  } catch (...) {  // must not pass through the library's C code
+    source->failure = std::current_exception();
     return -1;
   }
   return 0;
@@ -211,22 +211,35 @@ std::unique_ptr<MetadataFilter> FilterFor(const FormatTraits& format, const Pict
   return nullptr;
 }
 
-gint64 WriteThroughFilter(VipsTargetCustom*, const void* bytes, gint64 count, MetadataFilter* filter) {
-  return filter->Feed(static_cast<const uint8_t*>(bytes), static_cast<size_t>(count)) ? count : -1;
-}
-
-GPointer<VipsTarget> MakeTarget(int descriptor, MetadataFilter* filter) {
-  if (filter == nullptr) return GPointer<VipsTarget>(vips_target_new_to_descriptor(descriptor));
-  VipsTargetCustom* target = vips_target_custom_new();
-  g_signal_connect(target, "write", G_CALLBACK(WriteThroughFilter), filter);
-  return GPointer<VipsTarget>(VIPS_TARGET(target));
-}
-
 Refusal CannotWrite(const OutputFile& output) {
-  const std::string error = TakeLibraryError();
-  return Refusal(
-      ExitStatus::kCannotWrite, output.path(),
-      "cannot be written" + (error.empty() ? "" : " (" + error + ")") + "; is there room on the disk?");
+  return Refusal(ExitStatus::kCannotWrite, output.path(), "cannot be written; is there room on the disk?");
+}
+
+// PNM is written here: the library knows no largest level but 255 and 65535, and puts the time into the file.
+void WritePnm(const PictureFile& input, const RowFiller& fillRow, OutputFile* output) {
+  const PageKind& kind = input.kind();
+  const uint32_t fullRange = kind.bits == 16 ? 65535 : 255;
+  const uint32_t largest = input.pnmLargest().value_or(fullRange);
+  const std::string header = (kind.colours() == 1 ? "P5\n" : "P6\n") + std::to_string(kind.width) + " " +
+                             std::to_string(kind.height) + "\n" + std::to_string(largest) + "\n";
+  output->Write(header.data(), header.size());
+  const size_t samples = kind.RowBytes() / static_cast<size_t>(kind.bits / 8);
+  std::vector<uint8_t> row(kind.RowBytes());
+  for (int32_t y = 0; y < kind.height; ++y) {
+    fillRow(y, row.data());
+    for (size_t i = 0; i < samples; ++i) {
+      if (kind.bits == 8) {
+        row[i] = static_cast<uint8_t>(RescaledLevel(row[i], fullRange, largest));
+        continue;
+      }
+      uint16_t sample;
+      memcpy(&sample, &row[2 * i], sizeof sample);
+      sample = RescaledLevel(sample, fullRange, largest);
+      row[2 * i] = static_cast<uint8_t>(sample >> 8);
+      row[2 * i + 1] = static_cast<uint8_t>(sample);
+    }
+    output->Write(row.data(), row.size());
+  }
 }
 
 std::vector<uint8_t> BlobOf(VipsImage* image, const char* name) {
@@ -238,45 +251,52 @@ std::vector<uint8_t> BlobOf(VipsImage* image, const char* name) {
   return {bytes, bytes + size};
 }
 
-// EXIF, IPTC, camera, dates and people in the tags of a TIFF file, of which the library carries none right.
-DescriptiveTags DescriptiveTagsOf(const PictureFile& input, int page) {
-  if (input.tiff()) {
-    const size_t index = static_cast<size_t>(page);
-    return index < input.tiff()->pages() ? input.tiff()->Descriptive(index) : DescriptiveTags{};
+// What a page of a TIFF file says of itself beside its samples.
+constexpr uint16_t kOfThePage[] = {kTiffOrientation, kTiffXResolution, kTiffYResolution, kTiffResolutionUnit,
+                                   kTiffXmp,         kTiffPhotoshop,   kTiffIccProfile};
+
+// From one TIFF file into another each page's own; the library gives all pages the first one's.
+TiffPageEdit EditOfTiffPage(const PictureFile& input, size_t page) {
+  const TiffStructure& tiff = *input.tiff();
+  TiffPageEdit edit;
+  edit.removed.assign(std::begin(kOfThePage), std::end(kOfThePage));
+  edit.added = tiff.Descriptive(page);
+  // Lab went through the library as unsigned RGB (see PictureFile); its own names go back into the tags. So
+  // does what the extra channels are: the library knows no associated alpha.
+  if (input.kind().model == ColourModel::kLab) {
+    edit.removed.insert(edit.removed.end(), {kTiffPhotometric, kTiffSampleFormat});
   }
-  DescriptiveTags tags;
-  constexpr std::string_view kMark{"Exif\0\0", 6};
-  std::vector<uint8_t> exif = BlobOf(input.metadata(), VIPS_META_EXIF_NAME);
-  if (exif.size() >= kMark.size() && std::equal(kMark.begin(), kMark.end(), exif.begin())) {
-    exif.erase(exif.begin(), exif.begin() + kMark.size());
+  const std::vector<TiffTag> extras = tiff.Tags(page, std::array<uint16_t, 1>{kTiffExtraSamples});
+  if (!extras.empty() && extras[0].count == static_cast<uint64_t>(input.kind().extras)) {
+    edit.removed.push_back(kTiffExtraSamples);
   }
+  const std::vector<TiffTag> own = tiff.Tags(page, edit.removed);
+  edit.added.main.insert(edit.added.main.end(), own.begin(), own.end());
+  edit.removed.insert(edit.removed.end(), std::begin(kTiffDescriptive), std::end(kTiffDescriptive));
+  return edit;
+}
+
+// EXIF, IPTC, camera, dates and people go into the tags of a TIFF file; the library carries none of them
+// right.
+TiffPageEdit EditForTiff(const PictureFile& input) {
+  TiffPageEdit edit;
+  const std::vector<uint8_t> exif = input.exif();
   if (const auto structure = TiffStructure::Read(ByteSource(exif.data(), exif.size()))) {
-    tags = structure->Descriptive(0);
+    edit.added = structure->Descriptive(0);
   }
   const std::vector<uint8_t> iptc = BlobOf(input.metadata(), VIPS_META_IPTC_NAME);
   const std::vector<uint8_t> records = BareIptcRecords(iptc.data(), iptc.size());
   constexpr uint16_t kUndefined = 7;
-  if (!records.empty()) tags.main.push_back({kTiffIptc, kUndefined, records.size(), records});
-  return tags;
-}
-
-// Lab went through the library as unsigned RGB (see PictureFile); its own names go back into the tags.
-void NameLab(const PictureFile& input, size_t page, OutputFile* output) {
-  for (const uint16_t tag : {kTiffPhotometric, kTiffSampleFormat}) {
-    const uint64_t value = input.tiff()->Value(page, tag, 0);
-    if (value == 0) continue;
-    if (!SetShortTag(output->descriptor(), page, tag, static_cast<uint16_t>(value)))
-      throw CannotWrite(*output);
-  }
+  if (!records.empty()) edit.added.main.push_back({kTiffIptc, kUndefined, records.size(), records});
+  if (!input.resolution()) edit.removed = {kTiffXResolution, kTiffYResolution, kTiffResolutionUnit};
+  return edit;
 }
 
 void FinishTiff(const PictureFile& input, OutputFile* output) {
-  for (int page = 0; page < input.pages(); ++page) {
-    const auto index = static_cast<size_t>(page);
-    if (input.kind().model == ColourModel::kLab) NameLab(input, index, output);
-    if (!AddDescriptiveTags(output->descriptor(), index, DescriptiveTagsOf(input, page)))
-      throw CannotWrite(*output);
-  }
+  const auto editOf = [&](size_t page) {
+    return input.tiff() ? EditOfTiffPage(input, page) : EditForTiff(input);
+  };
+  if (!EditTiffPages(output->descriptor(), editOf)) throw CannotWrite(*output);
 }
 
 }  // namespace
@@ -302,23 +322,23 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
 
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output) {
+  if (format.format == FileFormat::kPnm) return WritePnm(input, fillRow, output);
   TakeLibraryError();
   const StderrSilenced silenced;
   const PageKind& kind = input.kind();
-  RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width)};
+  RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width), nullptr};
   const GPointer<VipsImage> image = MakeImage(format, input, &source);
-  const int descriptor = output->descriptor();
-  const auto filter = FilterFor(format, input, [descriptor](const uint8_t* bytes, size_t count) {
-    return WriteFully(descriptor, bytes, count);
-  });
-  const GPointer<VipsTarget> target = MakeTarget(descriptor, filter.get());
+  // Told of a failed write, the JPEG 2000 library tries again without end.
+  PictureTarget target(output, format.format == FileFormat::kJpeg2000);
+  target.SetFilter(FilterFor(
+      format, input, [&target](const uint8_t* bytes, size_t count) { return target.Write(bytes, count); }));
   const auto saver = std::find_if(std::begin(kSavers), std::end(kSavers),
                                   [&](const SaverOfFormat& row) { return row.format == format.format; });
   const SavingWishes wishes = {input, format.format == input.format().format, kind.bits};
-  if (!image || !target || saver == std::end(kSavers) ||
-      saver->save(image.get(), target.get(), wishes) != 0) {
-    throw CannotWrite(*output);
-  }
+  const bool isSaved = image && target.target() != nullptr && saver != std::end(kSavers) &&
+                       saver->save(image.get(), target.target(), wishes) == 0;
+  if (source.failure) std::rethrow_exception(source.failure);
+  target.Check(!isSaved);
   if (format.format == FileFormat::kTiff) FinishTiff(input, output);
 }
 
@@ -329,10 +349,10 @@ void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, O
       static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels);
   const GPointer<VipsImage> image(
       vips_image_new_from_memory(pixels, bytes, width, height, channels, VIPS_FORMAT_UCHAR));
-  const GPointer<VipsTarget> target(vips_target_new_to_descriptor(output->descriptor()));
-  if (!image || !target) throw CannotWrite(*output);
+  const PictureTarget target(output, false);
+  if (!image || target.target() == nullptr) throw CannotWrite(*output);
   image->Type = channels == 1 ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
-  if (vips_pngsave_target(image.get(), target.get(), "bitdepth", 8, nullptr) != 0) throw CannotWrite(*output);
+  target.Check(vips_pngsave_target(image.get(), target.target(), "bitdepth", 8, nullptr) != 0);
 }
 
 }  // namespace tessaline::cli

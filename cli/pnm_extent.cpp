@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace tessaline::cli {
@@ -88,29 +89,49 @@ bool HasPlainSamples(PnmReader* reader, bool isBitmap, uint64_t wanted) {
   return true;
 }
 
+// As far as it could be read: -1 where it could not.
+struct PnmHeader {
+  const PnmKind* kind = nullptr;
+  int64_t width = -1, height = -1, largest = -1;
+};
+
+PnmHeader ReadHeader(PnmReader* reader) {
+  PnmHeader header;
+  if (reader->Next() != 'P') return header;
+  const int digit = reader->Next();
+  for (const PnmKind& kind : kKinds) {
+    if (kind.digit != digit) continue;
+    header.kind = &kind;
+    header.width = reader->HeaderNumber();
+    header.height = header.width < 0 ? -1 : reader->HeaderNumber();
+    header.largest = header.height < 0 ? -1 : kind.isBitmap ? 0 : reader->HeaderNumber();
+  }
+  return header;
+}
+
 }  // namespace
 
 const char* MissingFromPnm(int descriptor, off_t size) {
-  constexpr const char* kHeader = "its header is incomplete";
   constexpr const char* kEnd = "its end is missing";
   PnmReader reader(descriptor);
-  if (reader.Next() != 'P') return kHeader;
-  const int digit = reader.Next();
-  for (const PnmKind& kind : kKinds) {
-    if (kind.digit != digit) continue;
-    const int64_t width = reader.HeaderNumber();
-    const int64_t height = width < 0 ? -1 : reader.HeaderNumber();
-    const int64_t largest = height < 0 ? -1 : kind.isBitmap ? 1 : reader.HeaderNumber();
-    if (largest < 0) return kHeader;
-    const uint64_t rowSamples = static_cast<uint64_t>(width) * kind.samples;
-    if (kind.isPlain) {
-      return HasPlainSamples(&reader, kind.isBitmap, rowSamples * height) ? nullptr : kEnd;
-    }
-    const uint64_t rowBytes = kind.isBitmap ? (rowSamples + 7) / 8 : rowSamples * (largest > 255 ? 2 : 1);
-    const auto held = static_cast<uint64_t>(size - reader.position());
-    return rowBytes == 0 || held / rowBytes >= static_cast<uint64_t>(height) ? nullptr : kEnd;
+  const PnmHeader header = ReadHeader(&reader);
+  if (header.kind == nullptr || header.largest < 0) return "its header is incomplete";
+  if (!header.kind->isBitmap && (header.largest < 1 || header.largest > 65535)) {
+    return "the largest level in its header is not 1 to 65535";
   }
-  return kHeader;
+  const uint64_t rowSamples = static_cast<uint64_t>(header.width) * header.kind->samples;
+  if (header.kind->isPlain) {
+    return HasPlainSamples(&reader, header.kind->isBitmap, rowSamples * header.height) ? nullptr : kEnd;
+  }
+  const uint64_t rowBytes =
+      header.kind->isBitmap ? (rowSamples + 7) / 8 : rowSamples * (header.largest > 255 ? 2 : 1);
+  const auto held = static_cast<uint64_t>(size - reader.position());
+  return rowBytes == 0 || held / rowBytes >= static_cast<uint64_t>(header.height) ? nullptr : kEnd;
+}
+
+uint32_t LargestPnmLevel(int descriptor) {
+  PnmReader reader(descriptor);
+  return static_cast<uint32_t>(std::clamp<int64_t>(ReadHeader(&reader).largest, 0, 65535));
 }
 
 }  // namespace tessaline::cli

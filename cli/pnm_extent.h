@@ -1,7 +1,9 @@
-// Whether a PNM file holds all that its header promises.
+// What the header of a PNM file promises, and whether the file holds it.
 #pragma once
 
 #include <sys/types.h>
+
+#include <cstdint>
 
 namespace tessaline::cli {
 
@@ -10,5 +12,9 @@ namespace tessaline::cli {
 // whole. `size` is the file's, `descriptor` its own; its position stays where it is. More data than promised
 // is none of its business.
 const char* MissingFromPnm(int descriptor, off_t size);
+
+// The level that stands for white in the file's samples, 1..65535 where its header is whole; 0: a bitmap,
+// whose samples the library gives as 0 and 255.
+uint32_t LargestPnmLevel(int descriptor);
 
 }  // namespace tessaline::cli

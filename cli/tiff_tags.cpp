@@ -42,6 +42,7 @@ constexpr TypeSize kTypeSizes[] = {
 };
 constexpr uint16_t kShort = 3;
 constexpr uint16_t kLong = 4;
+constexpr uint16_t kRational = 5;
 constexpr uint16_t kLong8 = 16;
 
 const TypeSize* SizeOfType(uint16_t type) {
@@ -50,20 +51,6 @@ const TypeSize* SizeOfType(uint16_t type) {
   }
   return nullptr;
 }
-
-constexpr uint16_t kDescriptive[] = {
-    269,    // document name
-    270,    // image description
-    271,    // maker of the camera or scanner
-    272,    // its model
-    285,    // page name
-    305,    // software
-    306,    // date and time
-    315,    // artist
-    316,    // host computer
-    33432,  // copyright
-    kTiffIptc,
-};
 
 uint64_t LittleEndian(const uint8_t* bytes, size_t count) {
   uint64_t value = 0;
@@ -133,6 +120,8 @@ std::optional<TiffStructure::Directory> TiffStructure::ReadDirectory(uint64_t of
     }
     directory.entries.push_back(entry);
   }
+  directory.offset = offset;
+  directory.nextPointerOffset = at;
   directory.nextOffset = Number(at, fieldBytes, &ok);
   if (!ok) return std::nullopt;
   return directory;
@@ -149,8 +138,7 @@ std::optional<TiffStructure> TiffStructure::Read(const ByteSource& source) {
     std::optional<Directory> directory = structure.ReadDirectory(offset);
     if (!directory) return std::nullopt;
     directory->pointerOffset = pointerOffset;
-    const uint64_t entries = directory->entries.size();
-    pointerOffset = offset + (structure.isBig_ ? 8 + 20 * entries : 2 + 12 * entries);
+    pointerOffset = directory->nextPointerOffset;
     offset = directory->nextOffset;
     structure.pages_.push_back(std::move(*directory));
   }
@@ -192,6 +180,26 @@ uint64_t TiffStructure::Value(size_t page, uint16_t tag, uint64_t fallback) cons
   return fallback;
 }
 
+std::optional<double> TiffStructure::Rational(size_t page, uint16_t tag) const {
+  for (const Entry& entry : pages_[page].entries) {
+    if (entry.tag != tag || entry.type != kRational || entry.count != 1) continue;
+    const std::vector<uint8_t> bytes = ValueBytes(entry);
+    if (bytes.empty()) continue;
+    const uint64_t under = LittleEndian(bytes.data() + 4, 4);
+    if (under != 0) return static_cast<double>(LittleEndian(bytes.data(), 4)) / static_cast<double>(under);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::pair<double, double>> TiffStructure::PixelsPerInch(size_t page) const {
+  constexpr uint64_t kPerInch = 2, kPerCentimetre = 3;
+  const std::optional<double> x = Rational(page, kTiffXResolution), y = Rational(page, kTiffYResolution);
+  const uint64_t unit = Value(page, kTiffResolutionUnit, kPerInch);
+  if (!x || !y || *x <= 0 || *y <= 0 || (unit != kPerInch && unit != kPerCentimetre)) return std::nullopt;
+  const double scale = unit == kPerCentimetre ? 2.54 : 1;
+  return std::pair(*x * scale, *y * scale);
+}
+
 std::vector<uint64_t> TiffStructure::OffsetsOfShorts(size_t page, uint16_t tag) const {
   std::vector<uint64_t> offsets;
   for (const Entry& entry : pages_[page].entries) {
@@ -213,14 +221,19 @@ std::vector<TiffTag> TiffStructure::TagsOf(uint64_t directoryOffset) const {
   return tags;
 }
 
+std::vector<TiffTag> TiffStructure::Tags(size_t page, std::span<const uint16_t> wanted) const {
+  std::vector<TiffTag> tags;
+  for (const Entry& entry : pages_[page].entries) {
+    if (std::find(wanted.begin(), wanted.end(), entry.tag) == wanted.end()) continue;
+    std::vector<uint8_t> bytes = ValueBytes(entry);
+    if (!bytes.empty()) tags.push_back({entry.tag, entry.type, entry.count, std::move(bytes)});
+  }
+  return tags;
+}
+
 DescriptiveTags TiffStructure::Descriptive(size_t page) const {
   DescriptiveTags tags;
-  for (const Entry& entry : pages_[page].entries) {
-    if (std::find(std::begin(kDescriptive), std::end(kDescriptive), entry.tag) == std::end(kDescriptive))
-      continue;
-    std::vector<uint8_t> bytes = ValueBytes(entry);
-    if (!bytes.empty()) tags.main.push_back({entry.tag, entry.type, entry.count, std::move(bytes)});
-  }
+  tags.main = Tags(page, kTiffDescriptive);
   if (const uint64_t gps = Value(page, kTiffGpsDirectory, 0)) tags.gps = TagsOf(gps);
   const uint64_t exif = Value(page, kTiffExifDirectory, 0);
   if (exif == 0) return tags;
@@ -309,66 +322,91 @@ bool PwriteFully(int descriptor, const std::vector<uint8_t>& bytes, uint64_t off
 
 }  // namespace
 
-bool AddDescriptiveTags(int descriptor, size_t page, const DescriptiveTags& tags) {
-  if (tags.IsEmpty()) return true;
-  const ByteSource source(descriptor);
-  const std::optional<TiffStructure> file = TiffStructure::Read(source);
-  struct stat status = {};
-  if (!file || page >= file->pages() || file->isBigEndian() || fstat(descriptor, &status) != 0) return false;
-  const uint64_t end = static_cast<uint64_t>(status.st_size);
-  Appendix appendix(end, file->isBigTiff());
+namespace {
 
-  std::vector<Appendix::Slot> slots;
-  std::set<uint16_t> present;
-  const TiffStructure::Directory& directory = file->directory(page);
-  for (const TiffStructure::Entry& entry : directory.entries) {
-    const TypeSize* size = SizeOfType(entry.type);
-    if (size == nullptr) return false;
-    Appendix::Slot slot = {entry.tag, entry.type, entry.count, entry.valueOffset};
-    if (entry.count * size->bytes <= appendix.FieldBytes()) {
-      const std::vector<uint8_t> bytes = file->ValueBytes(entry);
-      slot.value = LittleEndian(bytes.data(), bytes.size());
-    }
-    slots.push_back(slot);
-    present.insert(entry.tag);
+// A slot with an entry's value as it stands in the file.
+Appendix::Slot SlotAsItIs(const TiffStructure& file, const TiffStructure::Entry& entry, size_t fieldBytes) {
+  Appendix::Slot slot = {entry.tag, entry.type, entry.count, entry.valueOffset};
+  if (entry.count * SizeOfType(entry.type)->bytes <= fieldBytes) {
+    const std::vector<uint8_t> bytes = file.ValueBytes(entry);
+    slot.value = LittleEndian(bytes.data(), bytes.size());
   }
-  for (const TiffTag& tag : tags.main) {
-    if (present.insert(tag.tag).second) slots.push_back(appendix.SlotFor(tag));
-  }
-  const uint16_t pointerType = file->isBigTiff() ? kLong8 : kLong;
-  const auto addDirectory = [&](uint16_t tag, uint64_t offset) {
-    if (present.insert(tag).second) slots.push_back({tag, pointerType, 1, offset});
-  };
-  if (!tags.exif.empty()) {
-    std::vector<Appendix::Slot> exif;
-    for (const TiffTag& tag : tags.exif) exif.push_back(appendix.SlotFor(tag));
-    if (!tags.interoperability.empty()) {
-      exif.push_back(
-          {kTiffInteroperabilityDirectory, pointerType, 1, appendix.AddDirectoryOf(tags.interoperability)});
-    }
-    addDirectory(kTiffExifDirectory, appendix.AddDirectory(std::move(exif), 0));
-  }
-  if (!tags.gps.empty()) addDirectory(kTiffGpsDirectory, appendix.AddDirectoryOf(tags.gps));
-  const uint64_t offset = appendix.AddDirectory(std::move(slots), directory.nextOffset);
-  if (!appendix.FitsFormat()) return false;
-
-  // The pointer last: until it is set the file is what it was.
-  std::vector<uint8_t> pointer;
-  PutLittleEndian(offset, appendix.FieldBytes(), pointer);
-  return PwriteFully(descriptor, appendix.bytes(), end) &&
-         PwriteFully(descriptor, pointer, directory.pointerOffset);
+  return slot;
 }
 
-bool SetShortTag(int descriptor, size_t page, uint16_t tag, uint16_t value) {
+// Slots for the added tags that are not `present`; directories of their own go into the appendix.
+void AddSlots(const DescriptiveTags& added, bool isBig, std::set<uint16_t>& present, Appendix& appendix,
+              std::vector<Appendix::Slot>& slots) {
+  for (const TiffTag& tag : added.main) {
+    if (present.insert(tag.tag).second) slots.push_back(appendix.SlotFor(tag));
+  }
+  const uint16_t pointerType = isBig ? kLong8 : kLong;
+  if (!added.exif.empty() && present.insert(kTiffExifDirectory).second) {
+    std::vector<Appendix::Slot> exif;
+    for (const TiffTag& tag : added.exif) exif.push_back(appendix.SlotFor(tag));
+    if (!added.interoperability.empty()) {
+      exif.push_back(
+          {kTiffInteroperabilityDirectory, pointerType, 1, appendix.AddDirectoryOf(added.interoperability)});
+    }
+    slots.push_back({kTiffExifDirectory, pointerType, 1, appendix.AddDirectory(std::move(exif), 0)});
+  }
+  if (!added.gps.empty() && present.insert(kTiffGpsDirectory).second) {
+    slots.push_back({kTiffGpsDirectory, pointerType, 1, appendix.AddDirectoryOf(added.gps)});
+  }
+}
+
+bool HasThisValue(const TiffStructure& file, const TiffStructure::Entry& entry, const TiffTag& tag) {
+  return entry.tag == tag.tag && entry.type == tag.type && entry.count == tag.count &&
+         file.ValueBytes(entry) == tag.bytes;
+}
+
+}  // namespace
+
+bool EditTiffPages(int descriptor, const std::function<TiffPageEdit(size_t page)>& editOf) {
   const std::optional<TiffStructure> file = TiffStructure::Read(ByteSource(descriptor));
-  if (!file || page >= file->pages()) return false;
-  std::vector<uint8_t> bytes;
-  PutLittleEndian(value, 2, bytes);
-  if (file->isBigEndian()) std::reverse(bytes.begin(), bytes.end());
-  const std::vector<uint64_t> offsets = file->OffsetsOfShorts(page, tag);
-  return !offsets.empty() && std::all_of(offsets.begin(), offsets.end(), [&](uint64_t offset) {
-    return PwriteFully(descriptor, bytes, offset);
-  });
+  struct stat status = {};
+  if (!file || file->isBigEndian() || fstat(descriptor, &status) != 0) return false;
+  const auto end = static_cast<uint64_t>(status.st_size);
+  Appendix appendix(end, file->isBigTiff());
+  // Directories are written from the last to the first, for each names the one behind it.
+  uint64_t next = 0;
+  for (size_t page = file->pages(); page-- > 0;) {
+    const TiffStructure::Directory& directory = file->directory(page);
+    TiffPageEdit edit = editOf(page);
+    std::vector<Appendix::Slot> slots;
+    std::set<uint16_t> present;
+    for (const TiffStructure::Entry& entry : directory.entries) {
+      if (SizeOfType(entry.type) == nullptr) return false;
+      const bool stays =
+          std::find(edit.removed.begin(), edit.removed.end(), entry.tag) == edit.removed.end() ||
+          std::any_of(edit.added.main.begin(), edit.added.main.end(),
+                      [&](const TiffTag& tag) { return HasThisValue(*file, entry, tag); });
+      if (!stays) continue;
+      slots.push_back(SlotAsItIs(*file, entry, appendix.FieldBytes()));
+      present.insert(entry.tag);
+    }
+    AddSlots(edit.added, file->isBigTiff(), present, appendix, slots);
+    next = appendix.AddDirectory(std::move(slots), next);
+  }
+  if (!appendix.FitsFormat()) return false;
+  // The pointer last: until it is set the file is what it was.
+  std::vector<uint8_t> pointer;
+  PutLittleEndian(next, appendix.FieldBytes(), pointer);
+  return PwriteFully(descriptor, appendix.bytes(), end) &&
+         PwriteFully(descriptor, pointer, file->directory(0).pointerOffset);
+}
+
+std::vector<uint8_t> ExifBlockOf(const DescriptiveTags& tags) {
+  constexpr uint64_t kHeader = 8;
+  Appendix appendix(kHeader, false);
+  std::set<uint16_t> present;
+  std::vector<Appendix::Slot> slots;
+  AddSlots(tags, false, present, appendix, slots);
+  const uint64_t directory = appendix.AddDirectory(std::move(slots), 0);
+  std::vector<uint8_t> block = {'I', 'I', 42, 0};
+  PutLittleEndian(directory, 4, block);
+  block.insert(block.end(), appendix.bytes().begin(), appendix.bytes().end());
+  return block;
 }
 
 }  // namespace tessaline::cli

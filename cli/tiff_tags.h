@@ -4,21 +4,48 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace tessaline::cli {
 
 enum TiffTagNumber : uint16_t {
   kTiffCompression = 259,
+  kTiffBitsPerSample = 258,
   kTiffPhotometric = 262,
+  kTiffOrientation = 274,
+  kTiffXResolution = 282,
+  kTiffYResolution = 283,
+  kTiffResolutionUnit = 296,
   kTiffPredictor = 317,
+  kTiffExtraSamples = 338,
   kTiffSampleFormat = 339,
   kTiffTileWidth = 322,
+  kTiffXmp = 700,
   kTiffIptc = 33723,
+  kTiffPhotoshop = 34377,
+  kTiffIccProfile = 34675,
   kTiffExifDirectory = 34665,
   kTiffGpsDirectory = 34853,
   kTiffInteroperabilityDirectory = 40965,  // inside the EXIF directory
+};
+
+// Those that describe a picture in words. EXIF and GPS have directories of their own.
+inline constexpr uint16_t kTiffDescriptive[] = {
+    269,    // document name
+    270,    // image description
+    271,    // maker of the camera or scanner
+    272,    // its model
+    285,    // page name
+    305,    // software
+    306,    // date and time
+    315,    // artist
+    316,    // host computer
+    33432,  // copyright
+    kTiffIptc,
 };
 
 // Bytes of a file or of a block in memory.
@@ -67,6 +94,13 @@ class TiffStructure {
 
   // First value of an integer tag of a page, or `fallback` when the tag is absent.
   uint64_t Value(size_t page, uint16_t tag, uint64_t fallback) const;
+  // First value of a RATIONAL tag of a page; nothing when it is absent or stands over 0.
+  std::optional<double> Rational(size_t page, uint16_t tag) const;
+  // Pixels per inch of a page, horizontal and vertical; nothing when they are not told, or in no unit of
+  // length.
+  std::optional<std::pair<double, double>> PixelsPerInch(size_t page) const;
+  // Those of the tags that a page has and that can be read.
+  std::vector<TiffTag> Tags(size_t page, std::span<const uint16_t> wanted) const;
   // Where in the file the values of a SHORT tag stand, two bytes each; none when the tag is absent or of
   // another type.
   std::vector<uint64_t> OffsetsOfShorts(size_t page, uint16_t tag) const;
@@ -82,8 +116,10 @@ class TiffStructure {
   };
   struct Directory {
     std::vector<Entry> entries;
-    uint64_t pointerOffset;  // where the file points to this directory
-    uint64_t nextOffset;     // the following directory, 0: none
+    uint64_t offset;             // of the directory in the file
+    uint64_t pointerOffset;      // where the file points to it
+    uint64_t nextOffset;         // the following directory, 0: none
+    uint64_t nextPointerOffset;  // where that number stands
   };
   const Directory& directory(size_t page) const { return pages_[page]; }
   std::vector<uint8_t> ValueBytes(const Entry& entry) const;  // little-endian; empty when unreadable
@@ -101,12 +137,17 @@ class TiffStructure {
   std::vector<Directory> pages_;
 };
 
-// Adds the tags to a page of the little-endian TIFF file behind `descriptor` (open for reading and writing);
-// tags that the page has already stay as they are. False when the file could not be read or written as
-// needed.
-bool AddDescriptiveTags(int descriptor, size_t page, const DescriptiveTags& tags);
+// What is to become different in a page.
+struct TiffPageEdit {
+  std::vector<uint16_t> removed;
+  DescriptiveTags added;  // what the page has already, and is not removed, stays as it is
+};
 
-// Overwrites all values of a SHORT tag of a page in place. False when the page has no such tag.
-bool SetShortTag(int descriptor, size_t page, uint16_t tag, uint16_t value);
+// Edits all pages of the little-endian TIFF file behind `descriptor` (open for reading and writing). False
+// when the file could not be read or written as needed.
+bool EditTiffPages(int descriptor, const std::function<TiffPageEdit(size_t page)>& editOf);
+
+// The tags as a block of its own, such as other formats hold ("EXIF"), little-endian.
+std::vector<uint8_t> ExifBlockOf(const DescriptiveTags& tags);
 
 }  // namespace tessaline::cli

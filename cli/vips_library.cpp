@@ -22,7 +22,8 @@ void StartPictureLibrary() {
   g_log_set_default_handler(DropMessage, nullptr);
   g_log_set_writer_func(DropStructuredMessage, nullptr, nullptr);
   if (VIPS_INIT("tessaline") != 0) {
-    throw Refusal(ExitStatus::kOutOfMemory, "the picture library cannot start: " + TakeLibraryError());
+    throw Refusal(ExitStatus::kOutOfMemory,
+                  "the picture library cannot start; is it installed whole, is there memory?");
   }
   // Every picture is read once, from top to bottom: a cache of operations would only hold memory and files,
   // and more than one worker more buffers.

@@ -167,7 +167,7 @@ TEST_F(Metadata, TiffTagsThatTheLibraryDropsGoAlong) {
   tags.gps = {ascii(1, "N")};
   Save(DrawScreen(3, 0, 8), folder / "in.tif", "[compression=lzw,tile,tile-width=128,tile-height=64]");
   int file = open((folder / "in.tif").c_str(), O_RDWR);
-  ASSERT_TRUE(AddDescriptiveTags(file, 0, tags));
+  ASSERT_TRUE(EditTiffPages(file, [&](size_t) { return TiffPageEdit{{}, tags}; }));
   close(file);
   Clean("in.tif", "out.tif");
 

@@ -1,4 +1,5 @@
 // Where results go: whole or not at all, never over anything unasked, never over the input.
+#include <fcntl.h>
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -83,7 +84,7 @@ TEST_F(Outputs, FolderNotWritable) {
 TEST_F(Outputs, FullDiskLeavesNothing) {
   std::filesystem::create_symlink("/dev/full", folder / "full.png");
   ExpectCannotWrite({"-a", "97", folder / "in.png", folder / "full.png"}, "full.png");
-  for (const char* name : {"out.png", "out.tif", "out.jpg", "out.webp"}) {
+  for (const char* name : {"out.png", "out.tif", "out.jpg", "out.webp", "out.jp2", "out.jxl", "out.pgm"}) {
     const std::vector<std::string> names = folder.Names();
     RunningProgram::Start start;
     start.largestFile = 5000;
@@ -93,6 +94,20 @@ TEST_F(Outputs, FullDiskLeavesNothing) {
     EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
     EXPECT_EQ(names, folder.Names());
   }
+}
+
+TEST_F(Outputs, WithoutStandardStreamsAPictureOfTheInputsModeAndTime) {
+  chmod((folder / "in.png").c_str(), 0604);
+  const timespec times[2] = {{1000, 0}, {2000, 5}};
+  utimensat(AT_FDCWD, (folder / "in.png").c_str(), times, 0);
+  const std::string words =
+      TESSALINE_PROGRAM " -a 97 '" + folder / "in.png" + "' '" + folder / "out.png" + "'";
+  ASSERT_EQ(0, system((words + " <&- >&- 2>&-").c_str()));
+  EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), kGone);
+  struct stat status = {};
+  stat((folder / "out.png").c_str(), &status);
+  EXPECT_EQ(std::tuple(0604u, 2000, 5),
+            std::tuple(status.st_mode & 07777, status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
 }
 
 TEST_F(Outputs, AllFilesOrNone) {

@@ -1,9 +1,12 @@
 // Pictures through the program: kinds, formats, pages, and what happens where there is nothing to find.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 #include <span>
 
+#include "cli/tiff_tags.h"
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
 
@@ -153,17 +156,62 @@ TEST(Pictures, TiffPagesAreCleanedOneByOne) {
   const ImagePointer image = ImageOf(stack);
   vips_image_set_int(image.get(), VIPS_META_PAGE_HEIGHT, screened.height);
   Save(image, folder / "in.tif", "[compression=deflate]");
+  // Orientation, resolution and description, of the second page only.
+  constexpr uint16_t kOwn[] = {270, kTiffOrientation, kTiffXResolution, kTiffYResolution};
+  const auto edit = [&](size_t page) {
+    if (page == 0) return TiffPageEdit{{std::begin(kOwn), std::end(kOwn)}, {}};
+    return TiffPageEdit{{std::begin(kOwn), std::end(kOwn)},
+                        {{{270, 2, 4, {'o', 'n', 'e', 0}}, {kTiffOrientation, 3, 1, {6, 0}}}, {}, {}, {}}};
+  };
+  const auto ownTags = [&](const char* name, size_t page) {
+    const int file = open((folder / name).c_str(), O_RDONLY);
+    std::vector<std::vector<uint8_t>> values;
+    for (const TiffTag& tag : TiffStructure::Read(ByteSource(file))->Tags(page, kOwn))
+      values.push_back(tag.bytes);
+    close(file);
+    return values;
+  };
+  const int in = open((folder / "in.tif").c_str(), O_RDWR);
+  EXPECT_TRUE(EditTiffPages(in, edit));
+  close(in);
+  const auto first = ownTags("in.tif", 0), second = ownTags("in.tif", 1);
+  ASSERT_EQ(0u, first.size());
+  ASSERT_EQ(2u, second.size());
 
   const Ended ended = RunProgram(
       Finding({folder / "in.tif", folder / "out.tif", "--spectrum", folder / "s.png", "--report", "-"}));
   ASSERT_EQ(0, ended.status) << ended.err;
   EXPECT_LT(ScreenAmplitude(Load(folder / "out.tif", "[page=0]"), 0), kGone);
   EXPECT_EQ(plain, Load(folder / "out.tif", "[page=1]"));
+  EXPECT_EQ(first, ownTags("out.tif", 0));
+  EXPECT_EQ(second, ownTags("out.tif", 1));
   EXPECT_EQ((std::vector<std::string>{"in.tif", "out.tif", "s-2.png", "s.png"}), folder.Names());
   const auto report = nlohmann::json::parse(ended.out);
   EXPECT_TRUE(report["pictures"][0]["pages"][0]["patternFound"]);
   EXPECT_FALSE(report["pictures"][0]["pages"][1]["patternFound"]);
   EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status) << "PNG has no pages";
+}
+
+TEST(Pictures, PnmKeepsItsLargestLevelAndTheSamplesTheirBrightness) {
+  const TemporaryFolder folder;
+  const Picture picture = DrawScreen(1, 0, 8);
+  std::string file = "P5\n400 300\n4095\n";
+  const size_t header = file.size();
+  for (uint16_t sample : picture.samples) {
+    file += {static_cast<char>(sample * 16 >> 8), static_cast<char>(sample * 16)};
+  }
+  WriteWholeFile(folder / "in.pgm", file);
+  for (const char* output : {"out.pgm", "out.png"}) {
+    ASSERT_EQ(0, RunProgram(Finding({folder / "in.pgm", folder / output})).status);
+    Picture clean = Load(folder / output);
+    const double scale = output == std::string("out.pgm") ? 65535 / 4095.0 : 1;
+    for (uint16_t& sample : clean.samples) sample = static_cast<uint16_t>(sample * scale);
+    EXPECT_LT(ScreenAmplitude(clean, 0), kGone) << output;
+    EXPECT_NEAR(picture.At(160, 120, 0), clean.At(160, 120, 0) / 257.0, 60) << output;
+  }
+  EXPECT_EQ(file.substr(0, header), ReadWholeFile(folder / "out.pgm").substr(0, header));
+  ASSERT_EQ(0, RunProgram({"-a", "0", folder / "in.pgm", folder / "same.ppm"}).status);
+  EXPECT_EQ(file, ReadWholeFile(folder / "same.ppm"));
 }
 
 TEST(Pictures, PalettesAndBitmapsAreExpanded) {
