@@ -93,16 +93,6 @@ INSTANTIATE_TEST_SUITE_P(All, AutomaticDetectionGolden,
                            return name;
                          });
 
-TEST(AutomaticDetection, SensitivityWidensWhatIsTaken) {
-  const nlohmann::json expected = ReadJson("halftone-grey8/automatic.json");
-  const Picture gray16 = ReadPicture("halftone-grey8/gray16.png");
-  const Picture enhanced = ReadPicture("halftone-grey8/enhanced.png");
-  const std::pair<double, int> cells[] = {{0.5, 94}, {0.7, 898}, {1.0, 1960}, {1.3, 3366}, {2.0, 11104}};
-  for (const auto& [sensitivity, count] : cells) {
-    EXPECT_EQ(count, Detect(gray16, enhanced, expected["span"], 1024, sensitivity).Cells()) << sensitivity;
-  }
-}
-
 Picture FlatSpectrum(uint16_t level) {
   return {kSpectrumCells, kSpectrumCells, 1, 16,
           std::vector<uint16_t>(kSpectrumCells * kSpectrumCells, level)};
@@ -141,21 +131,6 @@ TEST(AutomaticDetection, TheWeakLimitDependsOnTheTransformSize) {
   spectrum.samples[100 * kSpectrumCells + 180] = static_cast<uint16_t>(10000 + 2.2 * 3276.8);
   EXPECT_EQ(0, Detect(spectrum, spectrum, 10.0, 1024).Cells());
   EXPECT_EQ(2, Detect(spectrum, spectrum, 10.0, 2048).Cells());
-}
-
-TEST(AutomaticDetection, RefusesBuffersOfAnotherShape) {
-  ResetBufferTable();
-  OwnedBuffer gray16, seeds, small;
-  gray16.Create("gray16", kSpectrumCells, kSpectrumCells, 2);
-  seeds.Create("seeds", kSpectrumCells, kSpectrumCells, 1);
-  small.Create("small", 256, 256, 2);
-  const auto detect = [&](int32_t raw, int32_t enhanced, int32_t map) {
-    return DetectPeaksAutomatically(raw, enhanced, 10, 1024, 1, 8, map, nullptr);
-  };
-  EXPECT_EQ(kSuccess, detect(gray16.slot(), gray16.slot(), seeds.slot()));
-  EXPECT_EQ(kUnequalSizes, detect(small.slot(), gray16.slot(), seeds.slot()));
-  EXPECT_EQ(kUnequalSizes, detect(gray16.slot(), 0, seeds.slot()));
-  EXPECT_EQ(kUnequalSizes, detect(gray16.slot(), gray16.slot(), gray16.slot()));
 }
 
 }  // namespace

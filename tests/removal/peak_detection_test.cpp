@@ -46,35 +46,32 @@ TEST_F(PeakDetectionTest, ThresholdsSpanHalfTheScale) {
   EXPECT_EQ(22937, HostThreshold(ThresholdOfAcceptance(60)));  // 178.5 x 128.50197 = 22937.6
 }
 
-TEST_F(PeakDetectionTest, APeakAboveTheThresholdTakesItsPartnerAlong) {
-  SetLevel(100, 200, 16385);
-  SetLevel(300, 150, 16384);  // exactly at the threshold
-  SetLevel(300, 400, 32768);  // lower half: never asked
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
-  EXPECT_EQ((Cells{{100, 200}, {412, 312}}), Seeds());
-}
-
-TEST_F(PeakDetectionTest, OnTheCentreRowTheMirroredDecisionWins) {
-  SetLevel(100, 256, 32768);
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
-  EXPECT_EQ((Cells{{412, 256}}), Seeds());
-}
-
-TEST_F(PeakDetectionTest, RowAndColumnZeroHaveNoPartner) {
-  SetLevel(0, 100, 32768);
-  SetLevel(40, 0, 32768);
-  SetLevel(0, 256, 32768);  // column 0 from row 256 on ends as 0
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
-  EXPECT_EQ((Cells{{40, 0}, {0, 100}}), Seeds());
-}
-
-TEST_F(PeakDetectionTest, TheRimOfTheDiscCanBeDetected) {
-  // Radius 256 / 8 = 32 cells.
-  SetLevel(256 - 32, 250, 32768);
-  SetLevel(256, 224, 32768);
-  SetLevel(256, 225, 32768);
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
-  EXPECT_EQ((Cells{{256, 224}, {224, 250}, {288, 262}, {256, 288}}), Seeds());
+TEST_F(PeakDetectionTest, APeakOutsideTheDiscTakesItsPartnerAlong) {
+  const struct {
+    int x, y;
+    uint16_t level;
+    Cells seeds;
+  } cases[] = {{100, 200, 16385, {{100, 200}, {412, 312}}},
+               {300, 150, 16384, {}},            // exactly at the threshold
+               {300, 400, 32768, {}},            // lower half: never asked
+               {100, 256, 32768, {{412, 256}}},  // on the centre row the mirrored decision wins
+               {0, 100, 32768, {{0, 100}}},      // row and column 0 have no partner
+               {40, 0, 32768, {{40, 0}}},
+               {0, 256, 32768, {}},  // column 0 from row 256 on ends as 0
+               {256 - 32, 250, 32768, {{224, 250}, {288, 262}}},
+               {256, 224, 32768, {{256, 224}, {256, 288}}},  // the rim of a disc of 256 / 8 cells
+               {256, 225, 32768, {}}};
+  OwnedBuffer wide;  // holds the host's maximum
+  wide.Create("16-bit seeds", kSpectrumCells, kSpectrumCells, 2);
+  for (const auto& c : cases) {
+    SetLevel(c.x, c.y, c.level);
+    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
+    EXPECT_EQ(c.seeds, Seeds()) << c.x << ", " << c.y;
+    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, wide.slot()));
+    for (const auto& [x, y] : c.seeds)
+      EXPECT_EQ(32768, reinterpret_cast<uint16_t*>(BufferRow(wide.slot(), y))[x]);
+    SetLevel(c.x, c.y, 0);
+  }
 }
 
 TEST_F(PeakDetectionTest, TheSmallestDiscHoldsThirteenCells) {
@@ -84,15 +81,6 @@ TEST_F(PeakDetectionTest, TheSmallestDiscHoldsThirteenCells) {
   EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 5000, seeds_.slot()));
   const auto kept = kSpectrumCells * kSpectrumCells - Seeds().size();
   EXPECT_EQ(13u + 256u, kept);  // and column 0 of rows 256..511
-}
-
-TEST_F(PeakDetectionTest, SixteenBitMapsHoldTheHostsMaximum) {
-  OwnedBuffer wide;
-  wide.Create("16-bit seeds", kSpectrumCells, kSpectrumCells, 2);
-  SetLevel(100, 200, 32768);
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, wide.slot()));
-  EXPECT_EQ(32768, reinterpret_cast<uint16_t*>(BufferRow(wide.slot(), 200))[100]);
-  EXPECT_EQ(32768, reinterpret_cast<uint16_t*>(BufferRow(wide.slot(), 312))[412]);
 }
 
 TEST_F(PeakDetectionTest, WithoutRowBuffersTheMapStaysAsItWas) {

@@ -36,13 +36,19 @@ class RemovalRunTest : public testing::Test {
     EXPECT_EQ(0, liveBufferCount) << "a run left buffers behind";
   }
 
-  // A gradient with a strong grid and a little noise on it.
+  // A gradient with a strong grid and a little noise on it; two bytes a sample are read as a wide one.
   void MakePatternedImage(int width, int height, int bytesPerPixel) {
     ASSERT_EQ(kSuccess, CreateBuffer("main", width, height, bytesPerPixel, &slot_));
+    const bool isWide = bytesPerPixel == 2 || bytesPerPixel == 6;
     for (int y = 0; y < height; ++y) {
       uint8_t* const row = BufferRow(slot_, y);
       for (int x = 0; x < width; ++x) {
-        for (int i = 0; i < bytesPerPixel; ++i) row[x * bytesPerPixel + i] = Level(x, y);
+        for (int i = 0; i < bytesPerPixel; ++i) {
+          const int at = x * bytesPerPixel + i;
+          if (!isWide) row[at] = Level(x, y);
+          if (isWide && i % 2 == 0)
+            reinterpret_cast<uint16_t*>(row)[at / 2] = static_cast<uint16_t>(Level(x, y) * 128);
+        }
       }
     }
     original_ = Pixels();
@@ -73,18 +79,70 @@ TEST_F(RemovalRunTest, TransformSizeFollowsTheLongerSide) {
   for (const auto& [side, transformSize] : expected) EXPECT_EQ(transformSize, TransformSizeFor(side)) << side;
 }
 
-TEST_F(RemovalRunTest, TakesAGridOutOfAGradient) {
-  MakePatternedImage(400, 300, 1);
-  ASSERT_EQ(kSuccess, Run());
-  double before = 0, after = 0;
-  const std::vector<uint8_t> result = Pixels();
-  for (int y = 40; y < 260; ++y) {
-    for (int x = 40; x < 360; ++x) {
-      before += std::pow(original_[y * 400 + x] - Gradient(x, y), 2);
-      after += std::pow(result[y * 400 + x] - Gradient(x, y), 2);
+TEST_F(RemovalRunTest, TakesAGridOutOfEveryChannelOfEveryKind) {
+  for (const int bytesPerPixel : {1, 2, 3, 6}) {
+    MakePatternedImage(400, 300, bytesPerPixel);
+    ASSERT_EQ(kSuccess, Run());
+    const bool isWide = bytesPerPixel % 2 == 0;
+    const int channels = bytesPerPixel / (isWide ? 2 : 1);
+    for (int channel = 0; channel < channels; ++channel) {
+      double before = 0, after = 0;
+      for (int y = 40; y < 260; ++y) {
+        for (int x = 40; x < 360; ++x) {
+          const uint8_t* const row = BufferRow(slot_, y);
+          const int at = x * channels + channel;
+          const double level = isWide ? reinterpret_cast<const uint16_t*>(row)[at] / 128.0 : row[at];
+          before += std::pow(Level(x, y) - Gradient(x, y), 2);
+          after += std::pow(level - Gradient(x, y), 2);
+        }
+      }
+      EXPECT_LT(after, before / 15) << bytesPerPixel << " bytes, channel " << channel;
     }
+    ReleaseBuffer(slot_);
   }
-  EXPECT_LT(after, before / 15);
+  slot_ = 0;
+}
+
+TEST_F(RemovalRunTest, ProgressTellsTheStepsOfBothPasses) {
+  struct Progress {
+    std::vector<std::pair<int32_t, int32_t>> calls;
+    RemovalFindings findings;
+  } progress;
+  RemovalContext context;
+  context.user = context.progress.user = &progress;
+  context.progress.progressEnabled = true;
+  context.progress.progress = [](void* user, int32_t done, int32_t total) {
+    static_cast<Progress*>(user)->calls.emplace_back(total, done);
+  };
+  context.inspect = [](void* user, const RemovalFindings& findings) {
+    static_cast<Progress*>(user)->findings = findings;
+    return true;
+  };
+  MakePatternedImage(400, 300, 3);
+  ASSERT_EQ(kSuccess, Run(context));
+  // Steps 0..3 of 6, then 8..14 of 16: a sixth of the bar is there from the start, and a step is four of its
+  // 600th.
+  std::vector<std::pair<int32_t, int32_t>> steps;
+  EXPECT_TRUE(std::is_sorted(progress.calls.begin(), progress.calls.end()));
+  for (const auto& [total, done] : progress.calls) {
+    const std::pair<int32_t, int32_t> step = {total / 600, (done - total / 6) / 400};
+    if (steps.empty() || steps.back() != step) steps.push_back(step);
+  }
+  EXPECT_EQ((std::vector<std::pair<int32_t, int32_t>>{
+                {6, 0}, {6, 1}, {6, 2}, {16, 8}, {16, 9}, {16, 10}, {16, 11}, {16, 12}, {16, 13}}),
+            steps);
+  EXPECT_EQ(1024, progress.findings.spectrum.transformSize);
+  EXPECT_EQ(16384, progress.findings.threshold);
+  EXPECT_GT(progress.findings.seedCells, 0);
+  EXPECT_GT(progress.findings.spectrum.logSpan, 1.0);
+}
+
+TEST_F(RemovalRunTest, InspectMayEndTheRun) {
+  RemovalContext context;
+  context.inspect = [](void*, const RemovalFindings&) { return false; };
+  MakePatternedImage(400, 300, 1);
+  EXPECT_EQ(kSuccess, Run(context));
+  EXPECT_EQ(original_, Pixels());
 }
 
 TEST_F(RemovalRunTest, WhereNothingIsFoundEverySampleStaysAndTheFindingsAreShown) {
@@ -177,41 +235,6 @@ TEST_F(RemovalRunTest, CancelInTheSecondPassIsNotTakenAndNobodyIsCalledOnceProgr
   EXPECT_EQ(3, progress.reports);
   EXPECT_EQ(3, progress.checks);
   EXPECT_EQ(expected, Pixels());
-}
-
-TEST_F(RemovalRunTest, ProgressRunsUpwardsWithinEachPass) {
-  struct Progress {
-    std::vector<std::pair<int32_t, int32_t>> calls;
-  } progress;
-  RemovalContext context;
-  context.progress.user = &progress;
-  context.progress.progressEnabled = true;
-  context.progress.progress = [](void* user, int32_t done, int32_t total) {
-    static_cast<Progress*>(user)->calls.emplace_back(total, done);
-  };
-  MakePatternedImage(400, 300, 3);
-  ASSERT_EQ(kSuccess, Run(context));
-  ASSERT_FALSE(progress.calls.empty());
-  EXPECT_TRUE(std::is_sorted(progress.calls.begin(), progress.calls.end()));
-  EXPECT_EQ(3600, progress.calls.front().first);  // 600 x 6 steps, then 600 x 16
-  EXPECT_EQ(9600, progress.calls.back().first);
-}
-
-TEST_F(RemovalRunTest, InspectSeesTheFindingsAndMayEndTheRun) {
-  RemovalFindings seen{};
-  RemovalContext context;
-  context.user = &seen;
-  context.inspect = [](void* user, const RemovalFindings& findings) {
-    *static_cast<RemovalFindings*>(user) = findings;
-    return false;
-  };
-  MakePatternedImage(400, 300, 1);
-  EXPECT_EQ(kSuccess, Run(context));
-  EXPECT_EQ(original_, Pixels());
-  EXPECT_EQ(1024, seen.spectrum.transformSize);
-  EXPECT_EQ(16384, seen.threshold);
-  EXPECT_GT(seen.seedCells, 0);
-  EXPECT_GT(seen.spectrum.logSpan, 1.0);
 }
 
 TEST_F(RemovalRunTest, ADetectorsSeedMapTakesThePlaceOfTheThreshold) {
