@@ -63,18 +63,6 @@ TEST(LabRows, AreTheFormulasInBothWidths) {
   ExpectLab(CopyBackLabRow16, SlowCopyBackLab, 2048, kHostScale);
 }
 
-TEST(LabRows, FetchDoesNotClampTheLightnessOfWideSamples) {
-  uint16_t white[3] = {32768, 32768, 32768};
-  FetchLabRow16(white, 1);
-  EXPECT_EQ(32803, white[0]);
-}
-
-TEST(LabRows, CopyBackTakesLevelsBeyondTheHostsRange) {
-  uint16_t row[3] = {65535, 65535, 0};
-  CopyBackLabRow16(row, 1);
-  EXPECT_EQ(32768, row[0]);
-}
-
 template <typename Sample>
 std::vector<Sample> Converted(void (*convert)(Sample*, int32_t), std::vector<Sample> row, int32_t pixels) {
   convert(row.data(), pixels);

@@ -101,12 +101,6 @@ TEST_F(ImageTransferTest, ColorSamplesComeAndGoAsTheyAreAndExtraPlanesStay) {
   }
 }
 
-TEST_F(ImageTransferTest, OneRowAndOneColumn) {
-  for (const auto& [width, height] : {std::pair{1, 9}, std::pair{9, 1}, std::pair{1, 1}}) {
-    ExpectTransfer(MakeDocument(host::kModeRgb, 8, 4, width, height), Switches{}, 3);
-  }
-}
-
 // Lab reaches the run unconverted and leaves it converted.
 TEST_F(ImageTransferTest, LabIsConvertedOnTheWayOutOnly) {
   afterFetch = KeepBuffers;
@@ -183,22 +177,6 @@ TEST_F(ImageTransferTest, FloatsStandOnTheByteScaleInside) {
   }
 }
 
-TEST_F(ImageTransferTest, ModesThatTheFetchCannotReadGiveZeros) {
-  afterFetch = KeepBuffers;
-  copiesBack = false;
-  const Document document = MakeDocument(host::kModeMultichannel, 8, 3, kWidth, kHeight);
-  const Report report = RunFilter(CopyingFilter, document, Switches{});
-  EXPECT_NO_COMPLAINTS(report);
-  EXPECT_EQ(std::vector<uint8_t>(document.pixels.size(), 0), g_main);
-}
-
-TEST_F(ImageTransferTest, FewerPlanesThanTheModeHasAreRefused) {
-  const Report report =
-      RunFilter(CopyingFilter, MakeDocument(host::kModeRgb, 8, 2, kWidth, kHeight), Switches{});
-  EXPECT_EQ(kUnknownPixelKind, report.result);
-  EXPECT_EQ(0, report.advances);
-}
-
 // -------------------------------------------------------------------------------------------------
 // selections
 
@@ -230,25 +208,6 @@ TEST_F(ImageTransferTest, SelectionStartsAtHalfCoverage) {
     EXPECT_TRUE(fetchFlags.selectionPartial);
     EXPECT_FALSE(fetchFlags.extraPlanesFetched);
   }
-}
-
-TEST_F(ImageTransferTest, FullySelectedIsNotPartial) {
-  Document document = MakeDocument(host::kModeGray, 8, 2, kWidth, kHeight);
-  document.mask.assign(kWidth * kHeight, 255);
-  EXPECT_EQ(0, RunFilter(CopyingFilter, document, Switches{}).result);
-  EXPECT_FALSE(fetchFlags.selectionPartial);
-  EXPECT_TRUE(fetchFlags.extraPlanesFetched);
-}
-
-TEST_F(ImageTransferTest, FaintSelectionInvertsTheRectangleAndMovesNothing) {
-  Document document = MakeDocument(host::kModeGray, 8, 1, kWidth, kHeight);
-  document.mask.assign(kWidth * kHeight, 127);
-  const Report report = RunFilter(CopyingFilter, document, Switches{});
-  EXPECT_EQ(-kWidth, WidthOf(workRectangle));
-  EXPECT_EQ(-kHeight, HeightOf(workRectangle));
-  EXPECT_EQ(0, report.result);
-  EXPECT_FALSE(report.isOutputTouched);
-  EXPECT_NO_COMPLAINTS(report);
 }
 
 TEST_F(ImageTransferTest, MaskThatCannotBeHadSelectsTheFilterRectangle) {
@@ -284,77 +243,6 @@ TEST_F(ImageTransferTest, EmptyOrInvertedFilterRectanglesMoveNothing) {
       EXPECT_EQ(document.pixels, report.document.pixels);
     }
   }
-}
-
-// -------------------------------------------------------------------------------------------------- failures
-
-constexpr char kCopyBackMessage[] = "_CopyBack() AdvanceState() Error: got some kind of error from the end";
-constexpr char kDontCopyBackMessage[] =
-    "_DontCopyBack() AdvanceState() Error: got some kind of error from the end";
-
-TEST_F(ImageTransferTest, HostFailingAtAnyRowEndsTheTransferWithItsCode) {
-  const Document document = MakeDocument(host::kModeLab48, 16, 4, kWidth, kHeight);
-  constexpr int32_t kLast = 2 * kHeight + 1;  // the fetch, the copy back, and the end
-  for (const int16_t code : {int16_t{-108}, int16_t{-50}}) {
-    for (int32_t at = 1; at <= kLast; ++at) {
-      SCOPED_TRACE(at);
-      messages.clear();
-      Switches switches;
-      switches.failAdvanceAt = at;
-      switches.failCode = code;
-      const Report report = RunFilter(CopyingFilter, document, switches);
-      EXPECT_EQ(at == kLast ? 0 : code, report.result);
-      EXPECT_EQ(at == kLast ? 1u : 0u, messages.size());
-      EXPECT_NO_COMPLAINTS(report);
-      EXPECT_TRUE(AllSlotsAreEmpty());
-      EXPECT_EQ(at > kHeight + 2, report.isOutputTouched);  // the failing advance stores nothing
-    }
-  }
-  EXPECT_EQ(kCopyBackMessage, messages.at(0));
-}
-
-TEST_F(ImageTransferTest, HostDeliveringNullPointersEndsTheTransfer) {
-  const Document document = MakeDocument(host::kModeRgb, 8, 4, kWidth, kHeight);
-  for (int32_t at = 1; at <= 2 * kHeight; ++at) {
-    Switches switches;
-    switches.deliverNothingAt = at;
-    const Report report = RunFilter(CopyingFilter, document, switches);
-    EXPECT_EQ(host::kHostIsInsufficient, report.result);
-    EXPECT_NO_COMPLAINTS(report);
-    EXPECT_TRUE(AllSlotsAreEmpty());
-  }
-}
-
-TEST_F(ImageTransferTest, MemoryRunningOutAtAnyBlockIsMinus108) {
-  Document document = MakeDocument(host::kModeLab, 8, 4, kWidth, kHeight);
-  document.mask.assign(kWidth * kHeight, 255);
-  constexpr int32_t kBlocks = 4;  // three buffers and the converted row
-  for (int32_t n = 0; n <= kBlocks; ++n) {
-    FailAllocationAfter(n);
-    const Report report = RunFilter(CopyingFilter, document, Switches{});
-    ClearAllocationFailure();
-    EXPECT_EQ(n < kBlocks ? kOutOfMemory : 0, report.result) << n;
-    EXPECT_EQ(n == kBlocks, report.isOutputTouched);
-    EXPECT_TRUE(AllSlotsAreEmpty());
-  }
-}
-
-TEST_F(ImageTransferTest, DontCopyBackLeavesTheOutputAlone) {
-  copiesBack = false;
-  afterFetch = KeepAndInvert;
-  const Document document = MakeDocument(host::kModeRgb48, 16, 4, kWidth, kHeight);
-  Switches switches;
-  Report report = RunFilter(CopyingFilter, document, switches);
-  EXPECT_EQ(0, report.result);
-  EXPECT_FALSE(report.isOutputTouched);
-  EXPECT_EQ(document.pixels, report.document.pixels);
-  EXPECT_TRUE(messages.empty());
-
-  switches.failAdvanceAt = kHeight + 1;
-  report = RunFilter(CopyingFilter, document, switches);
-  EXPECT_EQ(0, report.result);
-  ASSERT_EQ(1u, messages.size());
-  EXPECT_EQ(kDontCopyBackMessage, messages[0]);
 }
 
 }  // namespace

@@ -140,15 +140,6 @@ TEST_F(ScriptingTest, PlaysEveryTypeInAnyOrderAmongUnknownKeys) {
   EXPECT_EQ(0, report.handlesLeft);
 }
 
-TEST_F(ScriptingTest, EnumerationsCountFromFourZeroDigits) {
-  Play({Enumerated(kKeyBrush, kTypeBrush, 9)});  // below '0000' as it is
-  EXPECT_EQ(9, Long(kKeyBrush));
-  Play({Enumerated(kKeyBrush, kTypeBrush, 0x30303031)});  // 1: out of 2 .. 9
-  EXPECT_EQ(9, Long(kKeyBrush));
-  Play({Enumerated(kKeyBrush, kTypeBrush, 0xFFFFFFFF)});
-  EXPECT_EQ(9, Long(kKeyBrush));
-}
-
 // A getter that does not fit the stored type ends some hosts: the fake one complains, and Play looks.
 TEST_F(ScriptingTest, ValuesOfAnotherTypeAreLeftAlone) {
   Play({Float(kKeyAcceptance, 50.0), Integer(kKeyNotchRadius, 3), Integer(kKeyBrush, 4), Integer(kKeyFlag, 1),
@@ -158,17 +149,6 @@ TEST_F(ScriptingTest, ValuesOfAnotherTypeAreLeftAlone) {
   EXPECT_EQ(8.0f, Real(kKeyProtectionRadius));
   EXPECT_EQ(3, Long(kKeyBrush));
   EXPECT_EQ(0, Long(kKeyFlag));
-}
-
-TEST_F(ScriptingTest, TextIsLeftAloneWhereItsHandleCannotBeMeasured) {
-  for (const HandleTable table :
-       {HandleTable::kNull, HandleTable::kSevenRoutines, HandleTable::kMissingRoutine}) {
-    Switches switches;
-    switches.handles = table;
-    Play({PathText("new"), Integer(kKeyAcceptance, 42)}, switches);
-    EXPECT_EQ("(none)", Path());
-    EXPECT_EQ(42, Long(kKeyAcceptance));
-  }
 }
 
 TEST_F(ScriptingTest, DialogOpensOnlyWhereTheHostAsksForIt) {
@@ -207,43 +187,6 @@ TEST_F(ScriptingTest, RecordsEveryTypeInTheListsOrder) {
         report.recorded);
     EXPECT_EQ(host::kDialogOptional, report.recordInfo);
   }
-}
-
-TEST_F(ScriptingTest, LongTextIsCutToItsHandle) {
-  SetEntryText(list_, 6, std::string(2000, 'x').c_str());
-  for (const HandleTable table : {HandleTable::kWorking, HandleTable::kNull}) {
-    Switches switches;
-    switches.handles = table;
-    EXPECT_EQ(std::string(513, 'x'), Record(switches).recorded.at(6).text);
-  }
-}
-
-TEST_F(ScriptingTest, RecordingReplacesThePlayedDescriptor) {
-  Switches switches;
-  switches.hasRecording = true;
-  switches.recording = {Integer(kKeyAcceptance, 33)};
-  const Report report = Record(switches);
-  EXPECT_EQ(Integer(kKeyAcceptance, 33), report.recorded.at(0));
-}
-
-TEST_F(ScriptingTest, HostsWithoutDescriptorsLeaveTheListAlone) {
-  for (const DescriptorTables tables : {DescriptorTables::kRecordNull, DescriptorTables::kTablesNull}) {
-    Switches switches;
-    switches.descriptors = tables;
-    EXPECT_FALSE(Record(switches).wasRecorded);
-    EXPECT_EQ(60, Long(kKeyAcceptance));
-  }
-}
-
-TEST_F(ScriptingTest, EmptyListNeitherReadsNorWrites) {
-  ParameterList empty = {};
-  ParameterList* const full = std::exchange(list_, &empty);
-  Switches switches;
-  switches.hasRecording = true;
-  const Report report = Record(switches);
-  list_ = full;
-  EXPECT_EQ(0, report.failableCalls);
-  EXPECT_EQ(host::kDialogNone, report.recordInfo);
 }
 
 // Whatever fails at whichever call: no handle is lost, nothing is left open, and the result is 0.
