@@ -79,9 +79,10 @@ void OnProgress(void* user, int32_t done, int32_t total) {
   const Watch* watch = static_cast<const Watch*>(user);
   if (!watch->progress || total <= 0) return;
   const double part = static_cast<double>(done) / total;
-  // The transforms tell their place in a scale made for three channels: the first pass runs over 0..3 of 6,
-  // the second over 8..14 of 16. In transforms, of which each channel needs one and then two:
-  const double transforms = watch->isSecondPass ? watch->channels + std::max(part * 16 - 8, 0.0) : part * 6;
+  // The transforms tell 1/6 + 2/3 of their place in a scale made for three channels: the first pass begins at
+  // step 0 of 6, the second at 8 of 16. In transforms, of which each channel needs one and then two:
+  const double place = (part - 1.0 / 6) * 3 / 2;
+  const double transforms = watch->isSecondPass ? watch->channels + place * 16 - 8 : place * 6;
   watch->progress(transforms / (3.0 * watch->channels), watch->isSecondPass ? "removing" : "looking");
 }
 

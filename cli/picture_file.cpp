@@ -411,7 +411,8 @@ const void* OnFullRange(const void* row, uint32_t largest, const PageKind& kind,
 
 }  // namespace
 
-void PictureFile::ReadPage(int page, PageSamples* samples) const {
+void PictureFile::ReadPage(int page, PageSamples* samples,
+                           const std::function<void(int rows)>& rowsDone) const {
   const Refusal noMemory(ExitStatus::kOutOfMemory, path_,
                          "not enough memory for its samples; close other programs");
   if (!samples->Create(kind_)) throw noMemory;
@@ -428,6 +429,7 @@ void PictureFile::ReadPage(int page, PageSamples* samples) const {
       const void* const row = VIPS_REGION_ADDR(region.get(), 0, y);
       samples->TakeRow(y, pnmLargest_ ? OnFullRange(row, *pnmLargest_, kind_, &scaled) : row);
     }
+    if (rowsDone) rowsDone(top + strip.height);
   }
   if (format_->format == FileFormat::kJpeg) {
     const std::string warnings = TakeLibraryError();

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 #include <time.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -54,8 +55,9 @@ class PictureFile {
   std::optional<uint32_t> pnmLargest() const { return pnmLargest_; }
 
   // Decodes a page, counted from 0. Damage and truncation are refused with kUnreadable, want of memory with
-  // kOutOfMemory.
-  void ReadPage(int page, PageSamples* samples) const;
+  // kOutOfMemory. `rowsDone`, when not null, hears how far the decoding is.
+  void ReadPage(int page, PageSamples* samples,
+                const std::function<void(int rows)>& rowsDone = nullptr) const;
 
   // The file's bytes as they are. Refuses with kUnreadable when the file changed since it was opened.
   void CopyTo(OutputFile* output) const;

@@ -182,18 +182,31 @@ class PictureRun {
     return &FormatToWrite(request.output);
   }
 
+  // The share of the whole that is behind when `part` of a page is cleaned, and of the rows are written.
+  double ShareOfPages(int page, double part) const {
+    constexpr double kBeforeWriting =
+        0.7;  // PNG of 3600 x 2400; slower formats only stand a while at their end
+    return (page + part) / input_.pages() * (request_.dryRun ? 1 : kBeforeWriting);
+  }
+  void ShowProgress(double share, const std::string& doing) {
+    progress_->Show(share, FileNameOf(request_.input) + ": " + doing);
+  }
+
   void RunPage(int page) {
     const std::string ofPages =
         input_.pages() > 1 ? " page " + std::to_string(page + 1) + " of " + std::to_string(input_.pages())
                            : "";
-    const auto show = [&](double fraction, const char* doing) {
-      const double done = (page + fraction) / input_.pages();
-      progress_->Show(done, FileNameOf(request_.input) + ": " + doing + ofPages);
-    };
+    constexpr double kReading = 0.1;  // of a page's share
     const auto reading = std::chrono::steady_clock::now();
-    show(0, "reading");
-    input_.ReadPage(page, &samples_);
+    const auto showReading = [&](int rows) {
+      ShowProgress(ShareOfPages(page, kReading * rows / input_.kind().height), "reading" + ofPages);
+    };
+    showReading(0);
+    input_.ReadPage(page, &samples_, showReading);
     readSeconds_ += SecondsSince(reading);
+    const auto show = [&](double fraction, const char* doing) {
+      ShowProgress(ShareOfPages(page, kReading + (1 - kReading) * fraction), doing + ofPages);
+    };
 
     EngineWishes wishes;
     wishes.settings = request_.settings;
@@ -213,7 +226,6 @@ class PictureRun {
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
     if (store_) StorePage(!outcome.samplesChanged);
-    show(1, "writing");
     outcomes_.push_back(std::move(outcome));
   }
 
@@ -238,7 +250,11 @@ class PictureRun {
       return;
     }
     const bool isUntouched = !outcomes_[0].samplesChanged;  // one page: with more, the store is asked
+    const double begun = ShareOfPages(input_.pages(), 0);
+    const double rows = static_cast<double>(input_.kind().height) * input_.pages();
+    ShowProgress(begun, "writing");
     const RowFiller fill = [&](int32_t y, void* row) {
+      ShowProgress(begun + (1 - begun) * y / rows, "writing");
       if (store_) {
         store_->Read(y, row);
       } else {

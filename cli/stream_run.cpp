@@ -236,14 +236,11 @@ class StreamRun {
 
   void Show(double fraction, const char* doing) {
     const auto total = input_->size();
-    std::string text = "frame " + std::to_string(frameNumber_);
-    double part = fraction;
-    if (total && *total > 0) {
-      const double frames = static_cast<double>(*total) / static_cast<double>(frame_.size());
-      part = (static_cast<double>(frameNumber_) + fraction) / frames;
-      text += " of " + std::to_string(static_cast<int64_t>(frames));
-    }
-    progress_->Show(part, text + ": " + doing);
+    const std::string text = "frame " + std::to_string(frameNumber_);
+    if (!total || *total == 0) return progress_->ShowWithoutEnd(text + ": " + doing);
+    const double frames = static_cast<double>(*total) / static_cast<double>(frame_.size());
+    progress_->Show((static_cast<double>(frameNumber_) + fraction) / frames,
+                    text + " of " + std::to_string(static_cast<int64_t>(frames)) + ": " + doing);
   }
 
   Refusal ShortFrame(size_t got) const {

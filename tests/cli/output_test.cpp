@@ -117,6 +117,25 @@ TEST_F(Outputs, AllFilesOrNone) {
                     "/dev/full");
 }
 
+TEST_F(Outputs, OneBarFromReadingToWriting) {
+  SaveLarge("large.png");
+  Save(DrawScreen(1, 0, 8, 1700, 1200), folder / "grey.tif");
+  for (const char* name : {"large.png", "grey.tif"}) {
+    const std::string told =
+        RunProgram({"--progress", "-a", "97", folder / name, folder / "out.png", "-f"}).err;
+    size_t at = 0;
+    for (const char* doing : {"reading", "looking", "removing", "writing"}) {
+      at = told.find(std::string("% ") + name + ": " + doing, at);
+      ASSERT_NE(std::string::npos, at) << doing;
+    }
+    std::vector<int> percents;
+    for (size_t mark = told.find("] "); mark != std::string::npos; mark = told.find("] ", mark + 1))
+      percents.push_back(std::stoi(told.substr(mark + 2)));
+    EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end())) << told;
+    EXPECT_LT(percents.back(), 100);
+  }
+}
+
 TEST_F(Outputs, InterruptedRunLeavesNothing) {
   SaveLarge("large.png");
   for (const int signal : {SIGINT, SIGTERM}) {
