@@ -31,7 +31,7 @@ TEST(Automatic, TakesTheScreenOutAndNamesWhatIsLicensed) {
                                   folder / "report.json", "--spectrum", folder / "spectrum.png"});
   ASSERT_EQ(0, ended.status) << ended.err;
   EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), ScreenAmplitude(picture, 0) / 10);
-  EXPECT_NE(std::string::npos, ended.err.find("in.png: a screen of period 3.75 px at 45 deg was taken out"))
+  EXPECT_NE(std::string::npos, ended.err.find("in.png: a 6.8 lpi screen at 45 deg was taken out"))
       << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find(" licensed peaks, ")) << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find("auto: period 3.7")) << ended.err;
