@@ -64,7 +64,8 @@ auto Polygon(const std::array<Point, N>& corners) {
   };
 }
 
-// Rows of pixels from the top, clear at first.
+// Rows of pixels from the top, clear at first. `scale` pixels stand for 1 in the coordinates of shapes, also
+// in `width` and `height`.
 class Canvas {
  public:
   struct Pixel {
@@ -72,8 +73,11 @@ class Canvas {
     double cover = 0;                     // 0 clear, 1 opaque
   };
 
-  Canvas(int width, int height)
-      : width_(width), height_(height), pixels_(static_cast<size_t>(width) * height) {}
+  Canvas(int width, int height, int scale = 1)
+      : width_(width * scale),
+        height_(height * scale),
+        scale_(scale),
+        pixels_(static_cast<size_t>(width_) * height_) {}
 
   int width() const { return width_; }
   int height() const { return height_; }
@@ -86,8 +90,8 @@ class Canvas {
       for (int x = 0; x < width_; ++x) {
         int hits = 0;
         for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-          hits += isInside(x + (look % kLooksPerSide + 0.5) / kLooksPerSide,
-                           y + (look / kLooksPerSide + 0.5) / kLooksPerSide);
+          hits += isInside((x + (look % kLooksPerSide + 0.5) / kLooksPerSide) / scale_,
+                           (y + (look / kLooksPerSide + 0.5) / kLooksPerSide) / scale_);
         }
         Cover(x, y, colour, static_cast<double>(hits) / (kLooksPerSide * kLooksPerSide));
       }
@@ -107,6 +111,7 @@ class Canvas {
 
   int width_;
   int height_;
+  int scale_;
   std::vector<Pixel> pixels_;
 };
 

@@ -24,8 +24,8 @@ constexpr double kArrowBottom = 7;
 constexpr double kArrowMiddle = kSpinWidth / 2.0;
 constexpr double kArrowHalf = 4;
 
-Bytes DrawSpin(double tipY, double baseY) {
-  Canvas canvas(kSpinWidth, kSpinHeight);
+Bytes DrawSpin(double tipY, double baseY, int scale) {
+  Canvas canvas(kSpinWidth, kSpinHeight, scale);
   canvas.Fill(Box(0, 0, kSpinWidth, kSpinHeight, 0), kButtonFace);
   canvas.Fill(
       Polygon(std::array<Point, 3>{
@@ -39,8 +39,8 @@ Bytes DrawSpin(double tipY, double baseY) {
 constexpr int kButtonSide = 24;
 
 // A closed book with a question mark.
-Bytes DrawManual() {
-  Canvas canvas(kButtonSide, kButtonSide);
+Bytes DrawManual(int scale) {
+  Canvas canvas(kButtonSide, kButtonSide, scale);
   canvas.Fill(Box(3, 1, 21, 23, 2.5), kSpine);
   canvas.Fill(Box(4.5, 18.5, 21, 22, 1), kPageEdge);
   canvas.Fill(Box(5, 19, 21, 21.5, 0.5), kWhite);
@@ -58,8 +58,8 @@ Bytes DrawManual() {
 }
 
 // A sheet of text, and a flash for how soon it is read.
-Bytes DrawQuickGuide() {
-  Canvas canvas(kButtonSide, kButtonSide);
+Bytes DrawQuickGuide(int scale) {
+  Canvas canvas(kButtonSide, kButtonSide, scale);
   const std::array<Point, 5> sheet = {{{2, 1}, {12, 1}, {17, 6}, {17, 23}, {2, 23}}};
   const std::array<Point, 5> paper = {{{3, 2}, {11.6, 2}, {16, 6.4}, {16, 22}, {3, 22}}};
   canvas.Fill(Polygon(sheet), kPageEdge);
@@ -108,11 +108,18 @@ Bytes DrawHand() {
   return CursorFile(canvas, kHotSpotX, kHotSpotY);
 }
 
+// The large ones are what screens of more than 96 dots per inch are shown, reduced to their size.
+constexpr int kLarge = 4;
+
 constexpr Icon kIcons[] = {
-    {"spin_up.bmp", [] { return DrawSpin(kArrowTop, kArrowBottom); }},
-    {"spin_down.bmp", [] { return DrawSpin(kArrowBottom, kArrowTop); }},
-    {"manual.bmp", DrawManual},
-    {"quick_guide.bmp", DrawQuickGuide},
+    {"spin_up.bmp", [] { return DrawSpin(kArrowTop, kArrowBottom, 1); }},
+    {"spin_down.bmp", [] { return DrawSpin(kArrowBottom, kArrowTop, 1); }},
+    {"manual.bmp", [] { return DrawManual(1); }},
+    {"quick_guide.bmp", [] { return DrawQuickGuide(1); }},
+    {"spin_up_large.bmp", [] { return DrawSpin(kArrowTop, kArrowBottom, kLarge); }},
+    {"spin_down_large.bmp", [] { return DrawSpin(kArrowBottom, kArrowTop, kLarge); }},
+    {"manual_large.bmp", [] { return DrawManual(kLarge); }},
+    {"quick_guide_large.bmp", [] { return DrawQuickGuide(kLarge); }},
     {"hand.cur", DrawHand},
 };
 
