@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "dialog/control_pixels.h"
 #include "dialog/window_types.h"
 #include "platform/memory.h"
 
@@ -26,11 +27,12 @@ void BindControlToBuffer(WindowHandle dialog, int32_t controlId, int32_t slot);
 const ControlBinding* FindControlBinding(int32_t controlId);
 
 // Paints a bound control from its buffer, over whatever the control itself would paint. An unbound one gives
-// a message to the user.
-void PaintBoundControl(WindowHandle dialog, int32_t controlId);
+// a message to the user. What of the buffer lies beyond `part` is painted grey.
+void PaintBoundControl(WindowHandle dialog, int32_t controlId, PicturePart part = {});
 
 // The proxy control in two halves: its buffer above, the buffer of the untouched picture below.
-void PaintBoundControlSplit(WindowHandle dialog, int32_t controlId, int32_t untouchedSlot);
+void PaintBoundControlSplit(WindowHandle dialog, int32_t controlId, int32_t untouchedSlot,
+                            PicturePart part = {});
 
 // Forgets all bindings.
 void ReleaseControlBindings();

@@ -47,20 +47,20 @@ const ControlBinding* FindControlBinding(int32_t controlId) {
   return binding.isBound != 0 ? &binding : nullptr;
 }
 
-void PaintBoundControl(WindowHandle dialog, int32_t controlId) {
+void PaintBoundControl(WindowHandle dialog, int32_t controlId, PicturePart part) {
   const ControlBinding* const binding = FindControlBinding(controlId);
   if (binding == nullptr) return ReportUnbound();
-  DrawBufferPixels(binding->slot, binding->width, binding->height, binding->pixels.get());
+  DrawBufferPixels(binding->slot, binding->width, binding->height, binding->pixels.get(), part);
   BlitPixels(*binding, GetDlgItem(dialog, controlId));
 }
 
-void PaintBoundControlSplit(WindowHandle dialog, int32_t controlId, int32_t untouchedSlot) {
+void PaintBoundControlSplit(WindowHandle dialog, int32_t controlId, int32_t untouchedSlot, PicturePart part) {
   const ControlBinding* const binding = FindControlBinding(controlId);
   if (binding == nullptr) return ReportUnbound();
   const int32_t upperHeight = binding->height / 2;
   uint8_t* const lower = binding->pixels.get() + static_cast<size_t>(upperHeight) * binding->rowBytes;
-  DrawBufferPixels(binding->slot, binding->width, upperHeight, binding->pixels.get());
-  DrawBufferPixels(untouchedSlot, binding->width, binding->height - upperHeight, lower);
+  DrawBufferPixels(binding->slot, binding->width, upperHeight, binding->pixels.get(), part);
+  DrawBufferPixels(untouchedSlot, binding->width, binding->height - upperHeight, lower, part);
   // The edge between the two, in a grey that shows on light and dark pictures alike.
   std::fill(lower, lower + binding->rowBytes, uint8_t{128});
   BlitPixels(*binding, GetDlgItem(dialog, controlId));

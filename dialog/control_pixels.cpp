@@ -1,5 +1,6 @@
 #include "dialog/control_pixels.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "buffers/buffer_table.h"
@@ -20,6 +21,9 @@ template <typename Sample>
 uint8_t ByteOf(Sample level, float scale) {
   return sizeof(Sample) == 1 ? static_cast<uint8_t>(level) : StoreByte(static_cast<float>(level) * scale);
 }
+
+// Beside the picture: as far from its lights as from its darks.
+constexpr uint32_t kOutsidePixel = 0x808080;
 
 // One pixel as the 32 bits that are stored: blue in the lowest byte.
 template <typename Sample, int kChannels>
@@ -64,7 +68,7 @@ RowDrawer FindRowDrawer(int32_t bytesPerPixel) {
 
 }  // namespace
 
-int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* pixels) {
+int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* pixels, PicturePart part) {
   const BufferShape shape = ShapeOf(slot);
   const RowDrawer draw = FindRowDrawer(shape.bytesPerPixel);
   const size_t rowBytes = static_cast<size_t>(width) * kControlPixelBytes;
@@ -78,11 +82,16 @@ int32_t DrawBufferPixels(int32_t slot, int32_t width, int32_t height, uint8_t* p
     columns[x] = static_cast<int32_t>(int64_t{x} * shape.width / width);
   }
   const bool isSameSize = shape.width == width && shape.height == height;
+  const auto pictureWidth = static_cast<int32_t>(
+      std::lower_bound(columns.get(), columns.get() + width, part.width) - columns.get());
   const float scale = isSameSize ? kSameSizeScale : kStretchedScale;
   for (int32_t y = 0; y < height; ++y) {
     const auto sourceY = static_cast<int32_t>(int64_t{y} * shape.height / height);
-    draw(BufferRow(slot, sourceY), shape.width == width ? nullptr : columns.get(), width, scale,
-         pixels + static_cast<size_t>(y) * rowBytes);
+    const int32_t shown = sourceY < part.height ? pictureWidth : 0;
+    uint8_t* const row = pixels + static_cast<size_t>(y) * rowBytes;
+    draw(BufferRow(slot, sourceY), shape.width == width ? nullptr : columns.get(), shown, scale, row);
+    for (int32_t x = shown; x < width; ++x)
+      std::memcpy(row + x * kControlPixelBytes, &kOutsidePixel, sizeof(kOutsidePixel));
   }
   return kSuccess;
 }

@@ -118,7 +118,74 @@ INT_PTR CALLBACK QuickGuideProcedure(HWND window, UINT message, WPARAM wParam, L
   }
 }
 
+// --- pictures ---
+
+constexpr int kUsualDotsPerInch = 96;
+
+struct LargePicture {
+  int32_t controlId, bitmapId;
+};
+constexpr LargePicture kLargePictures[] = {
+    {TESSALINE_PROTECTION_UP, TESSALINE_BITMAP_SPIN_UP_LARGE},
+    {TESSALINE_PROTECTION_DOWN, TESSALINE_BITMAP_SPIN_DOWN_LARGE},
+    {TESSALINE_ACCEPTANCE_UP, TESSALINE_BITMAP_SPIN_UP_LARGE},
+    {TESSALINE_ACCEPTANCE_DOWN, TESSALINE_BITMAP_SPIN_DOWN_LARGE},
+    {TESSALINE_NOTCH_UP, TESSALINE_BITMAP_SPIN_UP_LARGE},
+    {TESSALINE_NOTCH_DOWN, TESSALINE_BITMAP_SPIN_DOWN_LARGE},
+    {TESSALINE_MANUAL, TESSALINE_BITMAP_MANUAL_LARGE},
+    {TESSALINE_QUICK_GUIDE, TESSALINE_BITMAP_QUICK_GUIDE_LARGE},
+};
+
+// A bitmap of this module in another size; null without memory.
+HBITMAP LoadReduced(HDC screen, int32_t bitmapId, int width, int height) {
+  const auto large = static_cast<HBITMAP>(
+      LoadImageA(static_cast<HINSTANCE>(OwnModule()), MAKEINTRESOURCEA(bitmapId), IMAGE_BITMAP, 0, 0, 0));
+  BITMAP size = {};
+  if (GetObjectA(large, sizeof(size), &size) == 0) return nullptr;
+  const HBITMAP reduced = CreateCompatibleBitmap(screen, width, height);
+  const HDC from = CreateCompatibleDC(screen), to = CreateCompatibleDC(screen);
+  const HGDIOBJ fromBefore = SelectObject(from, large), toBefore = SelectObject(to, reduced);
+  SetStretchBltMode(to, HALFTONE);  // each pixel the mean of what it covers
+  SetBrushOrgEx(to, 0, 0, nullptr);
+  StretchBlt(to, 0, 0, width, height, from, 0, 0, size.bmWidth, size.bmHeight, SRCCOPY);
+  SelectObject(from, fromBefore);
+  SelectObject(to, toBefore);
+  DeleteDC(from);
+  DeleteDC(to);
+  DeleteObject(large);
+  return reduced;
+}
+
 COLORREF g_customColors[16];
+
+// --- the highlight, for the module's life ---
+
+struct Highlight {
+  float mode, red, green, blue;
+  bool operator==(const Highlight&) const = default;
+};
+Highlight g_keptHighlight = {};
+
+Highlight HighlightOf(const FilterParameters& values) {
+  return {values.highlightMode, values.highlightRed, values.highlightGreen, values.highlightBlue};
+}
+
+void StoreHighlight(const Highlight& highlight, FilterParameters* values) {
+  values->highlightMode = highlight.mode;
+  values->highlightRed = highlight.red;
+  values->highlightGreen = highlight.green;
+  values->highlightBlue = highlight.blue;
+}
+
+int32_t RunUntilDone(void* owner, PreviewDialogRequest* request) {
+  do {
+    const INT_PTR result = RunDialogInContext(ChooseTemplateForScreen(), OwnerFor(owner), PreviewProcedure,
+                                              reinterpret_cast<LPARAM>(request));
+    // Cancel, no dialog (-1, or 0 for an owner that went away just now), or a dialog that was destroyed.
+    if (result != kDialogAccepted) return kUserCancelled;
+  } while (request->reopen == 1);
+  return kSuccess;
+}
 
 }  // namespace
 
@@ -135,13 +202,16 @@ int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* valu
   if (previewState.dialog != nullptr) return kUserCancelled;
   splitPreview = IsHeld(VK_SHIFT);
   PreviewDialogRequest request = {sourceSlot, values, &values, 0};
-  do {
-    const INT_PTR result = RunDialogInContext(ChooseTemplateForScreen(), OwnerFor(owner), PreviewProcedure,
-                                              reinterpret_cast<LPARAM>(&request));
-    // Cancel, no dialog (-1, or 0 for an owner that went away just now), or a dialog that was destroyed.
-    if (result != kDialogAccepted) return kUserCancelled;
-  } while (request.reopen == 1);
-  return kSuccess;
+  // A run's record is new and holds no colour: not even red, which is chosen with its own.
+  const Highlight found = HighlightOf(*values);
+  if (found == Highlight{}) StoreHighlight(g_keptHighlight, values);
+  const int32_t result = RunUntilDone(owner, &request);
+  if (result == kSuccess) {
+    g_keptHighlight = HighlightOf(*values);
+  } else {
+    StoreHighlight(found, values);
+  }
+  return result;
 }
 
 void CreateTooltips(WindowHandle dialog) {
@@ -173,6 +243,25 @@ void ShowQuickGuide() {
     return;
   }
   RunDialogInContext(TESSALINE_QUICK_GUIDE, previewState.dialog, QuickGuideProcedure, 0);
+}
+
+void ScalePictures(WindowHandle dialog) {
+  const HDC screen = GetDC(dialog);
+  if (screen == nullptr) return;
+  const int dotsPerInch = GetDeviceCaps(screen, LOGPIXELSY);
+  for (const LargePicture& picture : kLargePictures) {
+    const HWND control = GetDlgItem(dialog, picture.controlId);
+    BITMAP usual = {};
+    const auto shown = reinterpret_cast<HGDIOBJ>(SendMessageA(control, STM_GETIMAGE, IMAGE_BITMAP, 0));
+    if (dotsPerInch <= kUsualDotsPerInch || GetObjectA(shown, sizeof(usual), &usual) == 0) continue;
+    const HBITMAP scaled =
+        LoadReduced(screen, picture.bitmapId, MulDiv(usual.bmWidth, dotsPerInch, kUsualDotsPerInch),
+                    MulDiv(usual.bmHeight, dotsPerInch, kUsualDotsPerInch));
+    if (scaled == nullptr) continue;
+    SendMessageA(control, STM_SETIMAGE, IMAGE_BITMAP, reinterpret_cast<LPARAM>(scaled));
+    DeleteObject(shown);
+  }
+  ReleaseDC(dialog, screen);
 }
 
 void ReleasePictures(WindowHandle dialog) {

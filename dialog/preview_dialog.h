@@ -19,7 +19,8 @@ constexpr int32_t kDialogCancelled = 2;  // and after Cancel
 // Holding Shift splits the picture: filtered above, untouched below.
 //
 // Returns 0 after OK; kUserCancelled after Cancel and when no dialog could be opened. The three values in
-// `values` are those of the dialog in both cases; its highlight fields change with OK alone.
+// `values` are those of the dialog in both cases; its highlight fields change with OK alone. A record without
+// a highlight (all four fields 0) opens with the one that this module's last dialog was left with by OK.
 int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* values);
 
 // The number of the template for a screen. `dpiSum` is horizontal plus vertical pixels per inch.
@@ -32,7 +33,10 @@ intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wPar
 // One tooltip for every row of the table of tips.
 void CreateTooltips(WindowHandle dialog);
 
-// For WM_DESTROY: frees the bitmaps that a dialog's controls loaded for themselves. The controls of Windows
+// Gives the pictures of the preview dialog the size that goes with the screen's dots per inch.
+void ScalePictures(WindowHandle dialog);
+
+// For WM_DESTROY: frees the bitmaps that a dialog's controls show. The controls of Windows
 // do so when they go, those of Wine do not.
 void ReleasePictures(WindowHandle dialog);
 

@@ -3,10 +3,12 @@
 #include <windowsx.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cwchar>
 
 #include "dialog/control_binding.h"
 #include "dialog/control_ids.h"
+#include "dialog/control_input.h"
 #include "dialog/preview_dialog.h"
 #include "dialog/preview_picture.h"
 #include "dialog/preview_state.h"
@@ -23,6 +25,7 @@ struct DialogWindows {
   HFONT labelFont;
   HCURSOR hand, arrow;
   bool isHandShown;
+  int32_t wheelRest;  // of a turn that is not yet a whole one
 };
 DialogWindows g_windows;
 
@@ -93,6 +96,15 @@ void SetUpSliders() {
              "Low Frequency Protection Radius (Pixels)");
 }
 
+void TeachControls() {
+  for (const int32_t id : {TESSALINE_PROTECTION_EDIT, TESSALINE_ACCEPTANCE_EDIT, TESSALINE_NOTCH_EDIT})
+    TeachEdit(GetDlgItem(Dialog(), id));
+  for (const int32_t id : {TESSALINE_SPECTRUM_VIEW, TESSALINE_MANUAL, TESSALINE_QUICK_GUIDE})
+    TeachPicture(GetDlgItem(Dialog(), id));
+  // The focus that comes back with the window must not open the colour chooser.
+  SendDlgItemMessageA(Dialog(), TESSALINE_HIGHLIGHT_OTHER, BM_SETDONTCLICK, TRUE, 0);
+}
+
 void CutControl(HWND dialog, int32_t controlId, int32_t width, int32_t height) {
   const HWND control = GetDlgItem(dialog, controlId);
   if (control != nullptr)
@@ -118,12 +130,14 @@ bool Initialize(HWND dialog, PreviewDialogRequest* request) {
   previewState.dialog = dialog;
   AppendVersionToTitle();
   CreateTooltips(dialog);
+  ScalePictures(dialog);
   ShowZoomLabel();
   GiveLabelsTheirFont();
   g_windows.hand = LoadCursorA(static_cast<HINSTANCE>(OwnModule()), MAKEINTRESOURCEA(TESSALINE_CURSOR_HAND));
   g_windows.arrow = LoadCursorA(nullptr, IDC_ARROW);
   SetCursor(g_windows.arrow);
   SetUpSliders();
+  TeachControls();
   ShowHighlightMode();
   CheckDlgButton(dialog, TESSALINE_PREVIEW, BST_CHECKED);
   // Disabled, so that mouse messages over it reach the dialog.
@@ -232,7 +246,15 @@ void ChooseRedOrCyan(int32_t id) {
   ShowHighlightMode();
 }
 
-void ChooseOtherColor(int32_t) {
+// An arrow key clicks every radio button that it arrives at. The user who only walks over "Other..." wants no
+// window; Space or a click opens it.
+bool IsArrowKeyHeld() {
+  const int keys[] = {VK_LEFT, VK_UP, VK_RIGHT, VK_DOWN};
+  return std::any_of(std::begin(keys), std::end(keys), [](int key) { return GetKeyState(key) < 0; });
+}
+
+void ChooseOtherColor(int32_t id) {
+  if (id == TESSALINE_HIGHLIGHT_OTHER && IsArrowKeyHeld()) return ShowHighlightMode();
   HighlightColor color = previewState.highlight;
   if (ChooseHighlightColor(Dialog(), &color)) Repaint(ChooseHighlight(kHighlightOther, color));
   ShowHighlightMode();
@@ -314,6 +336,53 @@ void PressButton(int32_t x, int32_t y) {
   if (previewState.isDragging) SetCapture(Dialog());
 }
 
+// --- the wheel ---
+
+// Turns of the wheel are told in parts by some mice; a turn the other way starts anew.
+int32_t TakeWholeTurns(int32_t delta) {
+  int32_t& rest = g_windows.wheelRest;
+  if ((delta < 0) != (rest < 0)) rest = 0;
+  rest += delta;
+  const int32_t turns = rest / WHEEL_DELTA;
+  rest %= WHEEL_DELTA;
+  return turns;
+}
+
+// The slider under the cursor or, where none is, the one with the focus; null for none.
+const SliderRow* SliderForWheel(POINT cursor) {
+  const auto isOver = [&](int32_t id) { return AreaOf(id).Contains(cursor.x, cursor.y); };
+  for (const SliderRow& row : kSliderRows) {
+    const SliderControl& slider = *row.slider;
+    for (const int32_t id : {slider.scrollBarId, slider.labelId, slider.editId, row.upId, row.downId}) {
+      if (isOver(id)) return &row;
+    }
+  }
+  const HWND focus = GetFocus();
+  for (const SliderRow& row : kSliderRows) {
+    if (focus != nullptr && (focus == row.slider->scrollBar || focus == row.slider->edit)) return &row;
+  }
+  return nullptr;
+}
+
+// Away from the user is more: of the zoom over the picture, of the value everywhere else.
+void TurnWheel(int32_t delta, POINT cursor) {
+  if (previewState.isDragging) return;
+  ScreenToClient(Dialog(), &cursor);
+  const int32_t turns = TakeWholeTurns(delta);
+  const bool isZoom = previewState.proxyArea.Contains(cursor.x, cursor.y);
+  const SliderRow* const row = isZoom ? nullptr : SliderForWheel(cursor);
+  for (int32_t i = 0; i < std::abs(turns); ++i) {
+    if (isZoom) Zoom(turns > 0 ? TESSALINE_ZOOM_IN : TESSALINE_ZOOM_OUT);
+    if (row != nullptr) Scroll(WM_HSCROLL, turns > 0 ? SB_LINEDOWN : SB_LINEUP, row->slider->scrollBar);
+  }
+}
+
+void StepByArrowKey(int32_t editId, bool up) {
+  for (const SliderRow& row : kSliderRows) {
+    if (row.slider->editId == editId) Spin(up ? row.upId : row.downId);
+  }
+}
+
 // --- painting ---
 
 // The swatch shows its black outline only: the fill is given a pen where a brush belongs and paints nothing.
@@ -343,12 +412,14 @@ void Paint() {
   if (!previewState.cacheValid) ShowZoomLabel();
   PaintSwatch(context);
   ComputePreview();
-  if (previewState.buffers.zoomedUntouched.slot() != 0) {
-    PaintBoundControlSplit(Dialog(), TESSALINE_PROXY_VIEW, previewState.buffers.zoomedUntouched.slot());
+  const int32_t untouchedSlot = previewState.buffers.zoomedUntouched.slot();
+  if (untouchedSlot != 0) {
+    PaintBoundControlSplit(Dialog(), TESSALINE_PROXY_VIEW, untouchedSlot, ShownPicture());
   } else {
-    PaintBoundControl(Dialog(), TESSALINE_PROXY_VIEW);
+    PaintBoundControl(Dialog(), TESSALINE_PROXY_VIEW, ShownPicture());
   }
   PaintBoundControl(Dialog(), TESSALINE_SPECTRUM_VIEW);
+  PaintFocusFrame(Dialog(), context);
   SelectObject(context, previousPen);
   EndPaint(Dialog(), &paint);
 }
@@ -369,6 +440,12 @@ intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wPar
       return Scroll(message, wParam, reinterpret_cast<HWND>(lParam));
     case WM_PAINT:
       Paint();
+      return TRUE;
+    case WM_MOUSEWHEEL:
+      TurnWheel(GET_WHEEL_DELTA_WPARAM(wParam), {GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)});
+      return TRUE;
+    case kEditArrowMessage:
+      StepByArrowKey(static_cast<int32_t>(wParam), lParam > 0);
       return TRUE;
     case WM_LBUTTONDOWN:
     case WM_LBUTTONDBLCLK:

@@ -265,6 +265,14 @@ uint32_t RestoreOpeningValues() {
   return SetValues(previewState.opening);
 }
 
+PicturePart ShownPicture() {
+  const auto shown = [](const PanAxis& axis) {
+    const float pixels = static_cast<float>(axis.imageSize) - axis.position();
+    return static_cast<int32_t>(pixels * kZoomSteps[previewState.zoomIndex].factor);
+  };
+  return {shown(previewState.panX), shown(previewState.panY)};
+}
+
 const char* ZoomLabel() {
   return kZoomSteps[previewState.zoomIndex].label;
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "buffers/buffer_table.h"
+#include "dialog/control_pixels.h"
 #include "dialog/spectrum_painting.h"
 #include "dialog/window_types.h"
 #include "glue/parameters/filter_parameters.h"
@@ -182,5 +183,9 @@ uint32_t ChangeValues(const PreviewValues& values);
 uint32_t RestoreOpeningValues();
 
 const char* ZoomLabel();
+
+// What of "PrZoom" is picture. Beside and below a picture smaller than the view, the proxy repeats its edges
+// for the transform's sake, which is nothing to show.
+PicturePart ShownPicture();
 
 }  // namespace tessaline

@@ -88,6 +88,10 @@ TEST_F(Screenshots, Large) {
     });
     Press(TESSALINE_ZOOM_LABEL);
     Shoot("large-other");
+    SetFocus(Control(TESSALINE_SPECTRUM_VIEW));
+    Shoot("large-focus");
+    SetFocus(Control(TESSALINE_QUICK_GUIDE));
+    Shoot("large-focus-guide");
     Press(TESSALINE_PREVIEW);
     Shoot("large-untouched");
     Press(TESSALINE_PREVIEW);

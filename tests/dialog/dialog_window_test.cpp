@@ -183,7 +183,45 @@ TEST_F(PreviewDialogTest, TabKeyVisitsWhatCanBeUsed) {
       PressKey(VK_TAB);
       if (GetDlgCtrlID(GetFocus()) == visited[0]) break;
     }
-    EXPECT_EQ((std::vector<int32_t>{1, 2, 555, 6, 14, 13, 25, 29, 31, 7, 9, 10, 12}), visited);
+    EXPECT_EQ((std::vector<int32_t>{1, 2, 555, 6, 14, 13, 16, 25, 29, 31, 7, 9, 10, 12, 35, 3939}), visited);
+    SetFocus(Control(TESSALINE_SPECTRUM_VIEW));
+    PressKey(VK_SPACE);
+    EXPECT_TRUE(previewState.spectrum3D);
+    // The arrow keys walk over the colours and open nothing; Space does.
+    const HeldKey down(VK_DOWN);
+    SetFocus(Control(TESSALINE_HIGHLIGHT_CYAN));
+    PressKey(VK_DOWN);
+    EXPECT_EQ(Control(TESSALINE_HIGHLIGHT_OTHER), GetFocus());
+    EXPECT_EQ(Dialog(), EnabledDialog());
+    EXPECT_TRUE(IsDlgButtonChecked(Dialog(), TESSALINE_HIGHLIGHT_RED));
+  });
+}
+
+TEST_F(PreviewDialogTest, WheelAndArrowKeysStepWhatTheyAreOver) {
+  Open([] {
+    const auto turn = [](int32_t id, int delta) {
+      RECT place = {};
+      GetWindowRect(Control(id), &place);
+      SendMessageA(Control(9), WM_MOUSEWHEEL, MAKEWPARAM(0, delta),
+                   MAKELPARAM(place.left + 5, place.top + 5));
+      Settle();
+    };
+    turn(TESSALINE_PROXY_VIEW, 2 * WHEEL_DELTA);
+    EXPECT_STREQ("300%", ZoomLabel());
+    turn(TESSALINE_PROXY_VIEW, -WHEEL_DELTA / 2);
+    EXPECT_STREQ("300%", ZoomLabel());
+    turn(TESSALINE_PROXY_VIEW, -WHEEL_DELTA / 2);
+    EXPECT_STREQ("200%", ZoomLabel());
+    turn(10, WHEEL_DELTA);
+    turn(12, WHEEL_DELTA);
+    EXPECT_EQ(7.0f, previewState.current.notchRadius);
+    SetFocus(Control(9));
+    turn(TESSALINE_OK, -WHEEL_DELTA);  // over nothing that it turns: the box with the focus
+    EXPECT_EQ("59", TextOf(Control(9)));
+    PressKey(VK_UP);
+    EXPECT_EQ(65.0f, previewState.current.acceptance);
+    PressKey(VK_DOWN);
+    EXPECT_EQ(60.0f, previewState.current.acceptance);
   });
 }
 
@@ -408,12 +446,12 @@ TEST_F(PreviewDialogSliders, SpinArrowsStepAndDefaultRestoresTheOpeningValues) {
 
 // --- the other commands ---
 
-Shot ExpectedShot(int32_t slot, HWND control) {
+Shot ExpectedShot(int32_t slot, HWND control, PicturePart part = {}) {
   RECT area = {};
   GetClientRect(control, &area);
   Shot shot = {area.right, area.bottom, std::vector<uint32_t>(static_cast<size_t>(area.right) * area.bottom)};
-  EXPECT_EQ(0,
-            DrawBufferPixels(slot, area.right, area.bottom, reinterpret_cast<uint8_t*>(shot.pixels.data())));
+  EXPECT_EQ(0, DrawBufferPixels(slot, area.right, area.bottom, reinterpret_cast<uint8_t*>(shot.pixels.data()),
+                                part));
   return shot;
 }
 
@@ -422,7 +460,9 @@ void ExpectViewsShown() {
   EXPECT_TRUE(previewState.cacheValid);
   const HWND proxy = GetDlgItem(previewState.dialog, TESSALINE_PROXY_VIEW);
   const HWND spectrum = GetDlgItem(previewState.dialog, TESSALINE_SPECTRUM_VIEW);
-  EXPECT_TRUE(ExpectedShot(previewState.buffers.zoomedView.slot(), proxy) == ScreenShotOf(proxy)) << "proxy";
+  EXPECT_TRUE(ExpectedShot(previewState.buffers.zoomedView.slot(), proxy, ShownPicture()) ==
+              ScreenShotOf(proxy))
+      << "proxy";
   EXPECT_TRUE(ExpectedShot(previewState.buffers.spectrumView.slot(), spectrum) == ScreenShotOf(spectrum))
       << "spectrum";
 }
@@ -649,10 +689,15 @@ TEST_F(PreviewDialogTest, ValuesComeBackFromBothEndsTheHighlightFromOkAlone) {
   EXPECT_EQ(16.0f, values_.protectionRadius);
   EXPECT_EQ(0.0f, values_.highlightMode);
   EXPECT_EQ(0.0f, values_.highlightBlue);
+  values_.highlightRed = 0;  // as in the record of a new run
   EXPECT_EQ(kSuccess, Open(change(TESSALINE_OK)));
   EXPECT_EQ(32.0f, values_.protectionRadius);
   EXPECT_EQ(1.0f, values_.highlightMode);
   EXPECT_EQ(255.0f, values_.highlightBlue);
+  // The next run's record holds none: the choice lasts as long as the module.
+  values_ = {60, 6, 8, 0, 0, 0, 0, 0, 0, {}};
+  Open([] { EXPECT_EQ(kHighlightCyan, previewState.highlightMode); });
+  EXPECT_EQ(0.0f, values_.highlightMode);
 }
 
 // --- the dialogs that it opens ---

@@ -94,7 +94,7 @@ class PreviewDialogTest : public testing::Test {
   }
 
   HWND owner_ = nullptr;
-  FilterParameters values_ = {60, 6, 8, 0, 0, 0, 0, 0, 0, {}};
+  FilterParameters values_ = {60, 6, 8, 0, 0, 0, 255, 0, 0, {}};  // red, whatever was chosen before
   OwnedBuffer picture_, gray16_, gray8_;
 
  private:

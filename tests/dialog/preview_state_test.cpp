@@ -220,6 +220,20 @@ TEST_F(PreviewTest, ZoomStaysBetweenLifeSizeAndEightTimesAndKeepsTheCentre) {
   EXPECT_STREQ("100%", ZoomLabel());
 }
 
+TEST_F(PreviewTest, BesideASmallPictureTheViewIsGreyWhateverTheProxyRepeatsThere) {
+  MakePicture(50, 300, kGray8);
+  Open();
+  ChangeZoom(ZoomCommand::kIn);
+  ComputePreview();
+  const int32_t view = previewState.buffers.zoomedView.slot();
+  std::vector<uint8_t> shown(200 * 120 * 4);
+  EXPECT_EQ(0, DrawBufferPixels(view, 200, 120, shown.data(), ShownPicture()));
+  EXPECT_NE(0, BufferRow(view, 119)[100]);
+  for (size_t x = 0; x < 200; ++x) {
+    EXPECT_EQ(x < 100 ? BufferRow(view, 119)[x] : 128, shown[(119 * 200 + x) * 4]) << x;
+  }
+}
+
 TEST(Pan, HoldsTheBaseOneBelowItsMaximum) {
   PanAxis axis = CentredPan(1000, 300);
   EXPECT_EQ(350, axis.base);
