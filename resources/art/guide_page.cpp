@@ -17,8 +17,8 @@ constexpr Colour kText = {32, 32, 32};
 constexpr Colour kSoftText = {88, 88, 88};
 constexpr Colour kRule = {208, 208, 208};
 constexpr Colour kPanelRim = {128, 128, 128};
-constexpr Colour kTakenOut = {255, 32, 32};
-constexpr Colour kProtected = {40, 130, 255};
+constexpr Colour kHighlight = {255, 0, 0};
+constexpr Colour kProtected = {0, 0, 255};
 constexpr Colour kMark = {255, 220, 0};
 constexpr Colour kArrow = {38, 92, 160};
 
@@ -150,6 +150,17 @@ Run RunOn(const std::string& file, float acceptance, float notchRadius, float pr
 constexpr double kBlackLevel = 48.0 / kByteMax;
 constexpr double kWhiteLevel = 215.0 / kByteMax;
 
+// As the preview dialog shows a spectrum from above: dark in the highlight colour, nearly white where it is
+// taken out.
+void ShowFinding(uint8_t* pixel, double level, double mask, bool isProtected) {
+  const double highlight[3] = {kHighlight.red, kHighlight.green, kHighlight.blue};
+  const double kept[3] = {kProtected.red, kProtected.green, kProtected.blue};
+  for (int i = 0; i < 3; ++i) {
+    const double sum = isProtected ? kept[i] + level * (kept[i] + kByteMax) : level * highlight[i] + 2 * mask;
+    pixel[i] = static_cast<uint8_t>(sum / 3);
+  }
+}
+
 Picture DrawSpectrum(const Run& run, bool showsFindings) {
   const double discRadius = static_cast<double>(kSpectrumCentre) / run.protectionRadius;
   Picture picture(kSpectrumCells, kSpectrumCells);
@@ -161,8 +172,8 @@ Picture DrawSpectrum(const Run& run, bool showsFindings) {
       uint8_t* pixel = picture.At(x, y);
       std::fill_n(pixel, 3, static_cast<uint8_t>(std::lround(shown * kByteMax)));
       if (!showsFindings) continue;
-      if (std::hypot(x - kSpectrumCentre, y - kSpectrumCentre) < discRadius) Cover(pixel, kProtected, 0.55);
-      Cover(pixel, kTakenOut, 0.95 * run.mask[cell] / kByteMax);
+      const bool isProtected = std::hypot(x - kSpectrumCentre, y - kSpectrumCentre) < discRadius;
+      ShowFinding(pixel, shown, run.mask[cell], isProtected);
     }
   }
   return picture;
@@ -253,8 +264,8 @@ struct Step {
 };
 constexpr Step kSteps[kGuideSteps] = {
     {"Before", {"A print with its", "halftone dots"}},
-    {"Its power spectrum", {"What repeats stands", "out as bright peaks"}},
-    {"What is removed", {"Red is taken out,", "blue is protected"}},
+    {"Its power spectrum", {"What repeats makes", "peaks, ringed here"}},
+    {"What is removed", {"Light spots are taken out,", "blue is protected"}},
     {"After", {"The dots are gone,", "the picture is kept"}},
 };
 
