@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -45,8 +46,8 @@ void AppendFrom(int descriptor, uint64_t offset, uint64_t count, std::vector<uin
   if (!ReadAt(descriptor, offset, target.data() + before, static_cast<size_t>(count))) target.resize(before);
 }
 
-constexpr int kStartOfScan = 0xDA, kEndOfImage = 0xD9, kApp0 = 0xE0, kApp2 = 0xE2, kApp14 = 0xEE,
-              kApp15 = 0xEF, kComment = 0xFE;
+constexpr int kStartOfScan = 0xDA, kEndOfImage = 0xD9, kApp0 = 0xE0, kApp1 = 0xE1, kApp2 = 0xE2,
+              kApp14 = 0xEE, kApp15 = 0xEF, kComment = 0xFE;
 
 // All but APP14, which tells how the colours are coded.
 bool IsDescriptiveMarker(int marker) {
@@ -137,6 +138,114 @@ std::vector<uint8_t> JpegSegmentsToCarry(int descriptor) {
   return first;
 }
 
+namespace {
+
+void PutBigEndian(uint32_t value, int bytes, std::vector<uint8_t>& target) {
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+    target.push_back(static_cast<uint8_t>(value >> shift));
+}
+
+void PutText(std::string_view text, std::vector<uint8_t>& target) {
+  target.insert(target.end(), text.begin(), text.end());
+}
+
+uint32_t PngChecksum(const uint8_t* bytes, size_t count) {
+  uint32_t checksum = ~0u;
+  for (size_t i = 0; i < count; ++i) {
+    checksum ^= bytes[i];
+    for (int bit = 0; bit < 8; ++bit) checksum = checksum >> 1 ^ ((checksum & 1) != 0 ? 0xEDB88320u : 0);
+  }
+  return ~checksum;
+}
+
+void PutPngChunk(std::string_view type, const std::vector<uint8_t>& data, std::vector<uint8_t>& target) {
+  PutBigEndian(static_cast<uint32_t>(data.size()), 4, target);
+  const size_t start = target.size();
+  PutText(type, target);
+  target.insert(target.end(), data.begin(), data.end());
+  PutBigEndian(PngChecksum(target.data() + start, target.size() - start), 4, target);
+}
+
+// What does not fit into one segment is left out.
+void PutJpegSegment(int marker, std::string_view mark, const std::vector<uint8_t>& data,
+                    std::vector<uint8_t>& target) {
+  const size_t length = 2 + mark.size() + data.size();
+  if (length > 0xFFFF) return;
+  target.push_back(0xFF);
+  target.push_back(static_cast<uint8_t>(marker));
+  PutBigEndian(static_cast<uint32_t>(length), 2, target);
+  PutText(mark, target);
+  target.insert(target.end(), data.begin(), data.end());
+}
+
+}  // namespace
+
+std::vector<uint8_t> PngChunksOf(const std::optional<Resolution>& resolution,
+                                 const std::vector<uint8_t>& exif) {
+  std::vector<uint8_t> chunks;
+  if (resolution) {
+    constexpr double kInchesPerMetre = 1000 / 25.4;
+    constexpr uint8_t kPerMetre = 1;
+    std::vector<uint8_t> data;
+    PutBigEndian(static_cast<uint32_t>(std::lround(resolution->horizontal * kInchesPerMetre)), 4, data);
+    PutBigEndian(static_cast<uint32_t>(std::lround(resolution->vertical * kInchesPerMetre)), 4, data);
+    data.push_back(kPerMetre);
+    PutPngChunk("pHYs", data, chunks);
+  }
+  if (!exif.empty()) PutPngChunk("eXIf", exif, chunks);
+  return chunks;
+}
+
+std::vector<uint8_t> JpegSegmentsOf(const std::optional<Resolution>& resolution,
+                                    const std::vector<uint8_t>& exif, const std::vector<uint8_t>& xmp) {
+  using std::operator""sv;
+  const auto dots = [](double perInch) {
+    return static_cast<uint32_t>(std::clamp(std::lround(perInch), 1L, 65535L));
+  };
+  std::vector<uint8_t> segments, jfif = {1, 1};  // the version
+  // Without a resolution the two numbers are the shape of a pixel.
+  jfif.push_back(resolution ? 1 : 0);
+  PutBigEndian(resolution ? dots(resolution->horizontal) : 1, 2, jfif);
+  PutBigEndian(resolution ? dots(resolution->vertical) : 1, 2, jfif);
+  PutBigEndian(0, 2, jfif);  // no thumbnail
+  PutJpegSegment(kApp0, "JFIF\0"sv, jfif, segments);
+  if (!exif.empty()) PutJpegSegment(kApp1, "Exif\0\0"sv, exif, segments);
+  if (!xmp.empty()) PutJpegSegment(kApp1, "http://ns.adobe.com/xap/1.0/\0"sv, xmp, segments);
+  return segments;
+}
+
+void ReplaceWebpExif(const std::vector<uint8_t>& exif, std::vector<uint8_t>& file) {
+  constexpr size_t kRiffHead = 12, kHead = 8, kSizeAt = 4;
+  constexpr uint8_t kHasExif = 8;  // a flag of the extended header
+  const auto number = [&](size_t at) {
+    return size_t{file[at]} | size_t{file[at + 1]} << 8 | size_t{file[at + 2]} << 16 |
+           size_t{file[at + 3]} << 24;
+  };
+  const auto put = [](size_t value, uint8_t* at) {
+    for (int i = 0; i < 4; ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
+  };
+  for (size_t at = kRiffHead; at + kHead <= file.size();) {
+    const size_t bytes = kHead + number(at + kSizeAt) + number(at + kSizeAt) % 2;
+    const std::string_view type(reinterpret_cast<const char*>(&file[at]), 4);
+    if (at + bytes > file.size()) return;
+    if (type == "VP8X" && exif.empty()) file[at + kHead] &= static_cast<uint8_t>(~kHasExif);
+    if (type != "EXIF") {
+      at += bytes;
+      continue;
+    }
+    const auto start = file.begin() + static_cast<ptrdiff_t>(at);
+    file.erase(start, start + static_cast<ptrdiff_t>(bytes));
+    if (exif.empty()) continue;
+    std::vector<uint8_t> chunk = {'E', 'X', 'I', 'F', 0, 0, 0, 0};
+    put(exif.size(), &chunk[kSizeAt]);
+    chunk.insert(chunk.end(), exif.begin(), exif.end());
+    if (chunk.size() % 2 != 0) chunk.push_back(0);
+    file.insert(file.begin() + static_cast<ptrdiff_t>(at), chunk.begin(), chunk.end());
+    at += chunk.size();
+  }
+  put(file.size() - kHead, &file[kSizeAt]);
+}
+
 MetadataFilter::MetadataFilter(const Rules& rules, std::vector<uint8_t> carried, Write write)
     : rules_(rules), carried_(std::move(carried)), write_(std::move(write)) {
   // The lead counts as a piece of known size.
@@ -144,13 +253,15 @@ MetadataFilter::MetadataFilter(const Rules& rules, std::vector<uint8_t> carried,
   left_ = rules.leadBytes;
 }
 
-std::unique_ptr<MetadataFilter> MetadataFilter::ForPng(std::vector<uint8_t> carried, Write write) {
-  const Rules rules = {kPngSignature, kPngHead, false, JudgePng};
+std::unique_ptr<MetadataFilter> MetadataFilter::ForPng(std::vector<uint8_t> carried, Drops drops,
+                                                       Write write) {
+  const Rules rules = {kPngSignature, kPngHead, false, drops == Drops::kAll ? JudgePng : JudgePngForExif};
   return std::unique_ptr<MetadataFilter>(new MetadataFilter(rules, std::move(carried), std::move(write)));
 }
 
-std::unique_ptr<MetadataFilter> MetadataFilter::ForJpeg(std::vector<uint8_t> carried, Write write) {
-  const Rules rules = {kJpegStartMark, kJpegHead, true, JudgeJpeg};
+std::unique_ptr<MetadataFilter> MetadataFilter::ForJpeg(std::vector<uint8_t> carried, Drops drops,
+                                                        Write write) {
+  const Rules rules = {kJpegStartMark, kJpegHead, true, drops == Drops::kAll ? JudgeJpeg : JudgeJpegForExif};
   return std::unique_ptr<MetadataFilter>(new MetadataFilter(rules, std::move(carried), std::move(write)));
 }
 
@@ -163,6 +274,18 @@ MetadataFilter::Piece MetadataFilter::JudgePng(const uint8_t* head) {
 MetadataFilter::Piece MetadataFilter::JudgeJpeg(const uint8_t* head) {
   const int marker = head[1];
   return {SegmentBytes(head), !IsDescriptiveMarker(marker), false, marker == kStartOfScan};
+}
+
+MetadataFilter::Piece MetadataFilter::JudgePngForExif(const uint8_t* head) {
+  Piece piece = JudgePng(head);
+  piece.isKept = memcmp(head + 4, "pHYs", 4) != 0 && memcmp(head + 4, "eXIf", 4) != 0;
+  return piece;
+}
+
+MetadataFilter::Piece MetadataFilter::JudgeJpegForExif(const uint8_t* head) {
+  Piece piece = JudgeJpeg(head);
+  piece.isKept = head[1] != kApp0 && head[1] != kApp1;
+  return piece;
 }
 
 bool MetadataFilter::Insert() {

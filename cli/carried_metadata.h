@@ -7,10 +7,16 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 namespace tessaline::cli {
+
+struct Resolution {  // pixels per inch
+  double horizontal;
+  double vertical;
+};
 
 // Everything of a PNG file that describes the picture or its colours: profile, EXIF, texts, resolution, time.
 std::vector<uint8_t> PngChunksToCarry(int descriptor);
@@ -25,13 +31,27 @@ bool IsAnimatedPng(int descriptor);
 // pictures in it.
 std::vector<uint8_t> JpegSegmentsToCarry(int descriptor);
 
+// The same made anew, for a file of another format: what the picture library would write invents a resolution
+// and loses parts of the EXIF block (in TIFF form; empty: none).
+std::vector<uint8_t> PngChunksOf(const std::optional<Resolution>& resolution,
+                                 const std::vector<uint8_t>& exif);
+std::vector<uint8_t> JpegSegmentsOf(const std::optional<Resolution>& resolution,
+                                    const std::vector<uint8_t>& exif, const std::vector<uint8_t>& xmp);
+
+// Puts the block in place of the EXIF chunk of a whole WebP file; without one the chunk goes.
+void ReplaceWebpExif(const std::vector<uint8_t>& exif, std::vector<uint8_t>& file);
+
 // A file on its way out: what describes the picture in it is left out, what is carried put in its place.
 class MetadataFilter {
  public:
   using Write = std::function<bool(const uint8_t* bytes, size_t count)>;
 
-  static std::unique_ptr<MetadataFilter> ForPng(std::vector<uint8_t> carried, Write write);
-  static std::unique_ptr<MetadataFilter> ForJpeg(std::vector<uint8_t> carried, Write write);
+  enum class Drops {
+    kAll,           // whatever describes the picture
+    kExifAndSizes,  // EXIF and resolution (and of JPEG the XMP that stands in the same kind of segment)
+  };
+  static std::unique_ptr<MetadataFilter> ForPng(std::vector<uint8_t> carried, Drops drops, Write write);
+  static std::unique_ptr<MetadataFilter> ForJpeg(std::vector<uint8_t> carried, Drops drops, Write write);
 
   // The next bytes of the file, in pieces of any size. False when writing failed.
   bool Feed(const uint8_t* bytes, size_t count);
@@ -54,6 +74,8 @@ class MetadataFilter {
   bool Insert();
   static Piece JudgePng(const uint8_t* head);
   static Piece JudgeJpeg(const uint8_t* head);
+  static Piece JudgePngForExif(const uint8_t* head);
+  static Piece JudgeJpegForExif(const uint8_t* head);
 
   Rules rules_;
   std::vector<uint8_t> carried_;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -142,10 +143,12 @@ std::optional<JpegCompression> ReadJpegCompression(int descriptor) {
       best = quality;
     }
   }
-  const bool halvesChroma = markers->components >= 3 &&
-                            (markers->firstSampling >> 4) >= 2 * (markers->secondSampling >> 4) &&
-                            (markers->firstSampling & 15) >= 2 * (markers->secondSampling & 15);
-  return JpegCompression{best, halvesChroma, markers->isProgressive};
+  const auto ratio = [&](int first, int second) {
+    return markers->components >= 3 && second > 0 ? std::max(first / second, 1) : 1;
+  };
+  return JpegCompression{best, ratio(markers->firstSampling >> 4, markers->secondSampling >> 4),
+                         ratio(markers->firstSampling & 15, markers->secondSampling & 15),
+                         markers->isProgressive};
 }
 
 }  // namespace tessaline::cli

@@ -6,8 +6,9 @@
 namespace tessaline::cli {
 
 struct JpegCompression {
-  int quality;        // 1..100: the setting of the common encoders whose tables come nearest
-  bool halvesChroma;  // 4:2:0, colour at half the resolution both ways
+  int quality;       // 1..100: the setting of the common encoders whose tables come nearest
+  int chromaAcross;  // pixels that share a colour sample; 2 and 2: 4:2:0, 2 and 1: 4:2:2
+  int chromaDown;
   bool isProgressive;
 };
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/carried_metadata.h"
 #include "cli/jpeg_tables.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
@@ -17,11 +18,6 @@
 #include "cli/vips_library.h"
 
 namespace tessaline::cli {
-
-struct Resolution {  // pixels per inch
-  double horizontal;
-  double vertical;
-};
 
 class PictureFile {
  public:

@@ -17,7 +17,8 @@ struct FormatTraits {
   int mostBits;            // per sample, when written
   bool keepsAlpha;
   bool keepsLab;
-  bool keepsPages;  // several pictures in one file
+  bool keepsPages;        // several pictures in one file
+  bool keepsOrientation;  // of a picture that came in another format
 };
 
 // By the first bytes, whatever the file is called. Refuses: kUnreadable when it is no picture, kUnsupported

@@ -243,8 +243,12 @@ class PictureRun {
     return count;
   }
 
+  bool CopiesInput() const {
+    return PagesWithPattern() == 0 && outputFormat_->format == input_.format().format;
+  }
+
   void Write() {
-    if (PagesWithPattern() == 0 && outputFormat_->format == input_.format().format) {
+    if (CopiesInput()) {
       // Nothing to change and nothing to convert: no compression, depth or tag can come out different.
       input_.CopyTo(outputs_.picture.get());
       return;
@@ -304,6 +308,11 @@ class PictureRun {
     const bool tellsWhere = isAutomatic || PagesWithPattern() > 0;
     if (tellsWhere && !request_.dryRun) sentence += "; written to " + request_.output;
     std::vector<std::string> notes = {sentence};
+    if (!request_.dryRun && !CopiesInput()) {
+      for (const std::string& line : WhatIsNotKept(*outputFormat_, input_)) {
+        notes.push_back(request_.input + ": " + line);
+      }
+    }
     for (size_t page = 0; request_.verbose && page < outcomes_.size(); ++page) {
       std::string subject = request_.input + ": ";
       if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";

@@ -29,6 +29,10 @@ bool PictureTarget::Write(const uint8_t* bytes, size_t count) {
 gint64 PictureTarget::OnWrite(VipsTargetCustom*, const void* bytes, gint64 count, PictureTarget* self) {
   const auto* const first = static_cast<const uint8_t*>(bytes);
   const auto size = static_cast<size_t>(count);
+  if (self->gathers_) {
+    self->gathered_.insert(self->gathered_.end(), first, first + size);
+    return count;
+  }
   const bool isWritten = self->filter_ ? self->filter_->Feed(first, size) : self->Write(first, size);
   return isWritten || self->keepsFailureQuiet_ ? count : -1;
 }

@@ -11,14 +11,17 @@ namespace tessaline::cli {
 // format library makes of a failed write ranges from its own words to trying for ever.
 class PictureTarget {
  public:
-  // `filter` sees the bytes on their way, where it is not null. `keepsFailureQuiet`: the library is told that
-  // all is well, and Check alone tells.
+  // `keepsFailureQuiet`: the library is told that all is well, and Check alone tells.
   PictureTarget(OutputFile* output, bool keepsFailureQuiet);
   PictureTarget(const PictureTarget&) = delete;
   PictureTarget& operator=(const PictureTarget&) = delete;
 
   // What is written goes through the filter from now on.
   void SetFilter(std::unique_ptr<MetadataFilter> filter) { filter_ = std::move(filter); }
+
+  // What is written is kept from now on, for the caller to change and Write.
+  void Gather() { gathers_ = true; }
+  std::vector<uint8_t> TakeGathered() { return std::move(gathered_); }
 
   VipsTarget* target() const { return target_.get(); }  // null where there is no memory
   // Bytes into the file; false when that failed, now or before.
@@ -34,6 +37,8 @@ class PictureTarget {
 
   OutputFile* output_;
   bool keepsFailureQuiet_;
+  bool gathers_ = false;
+  std::vector<uint8_t> gathered_;
   int error_ = 0;
   std::unique_ptr<MetadataFilter> filter_;
   GPointer<VipsTarget> target_;

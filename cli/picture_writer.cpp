@@ -5,8 +5,10 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cli/carried_metadata.h"
@@ -78,13 +80,18 @@ int SaveTiff(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
       "tile_width", tileWidth, "tile_height", tileHeight, "bigtiff", isBig, nullptr);
 }
 
+// 4:2:0. The library writes that and 4:4:4 only.
+bool HalvesChroma(const JpegCompression& compression) {
+  return compression.chromaAcross >= 2 && compression.chromaDown >= 2;
+}
+
 int SaveJpeg(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
   // For pictures that were none before: no loss that the eye would find.
-  JpegCompression compression = {95, false, false};
+  JpegCompression compression = {95, 1, 1, false};
   if (wishes.isSameFormat) compression = wishes.input.jpegCompression().value_or(compression);
   return vips_jpegsave_target(
       image, target, "Q", compression.quality, "subsample_mode",
-      compression.halvesChroma ? VIPS_FOREIGN_SUBSAMPLE_ON : VIPS_FOREIGN_SUBSAMPLE_OFF, "interlace",
+      HalvesChroma(compression) ? VIPS_FOREIGN_SUBSAMPLE_ON : VIPS_FOREIGN_SUBSAMPLE_OFF, "interlace",
       compression.isProgressive, "optimize_coding", TRUE, nullptr);
 }
 
@@ -178,15 +185,52 @@ void CarryIptc(const FormatTraits& format, const PictureFile& input, VipsImage* 
   }
 }
 
-GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& input, RowSource* source) {
-  const PageKind& kind = input.kind();
+// True where the output's format cannot tell how the picture is to be turned.
+bool IsTurnedUpright(const FormatTraits& format, const PictureFile& input) {
+  return input.orientation() != 1 && !format.keepsOrientation && format.format != input.format().format;
+}
+
+// Colours in the input that are multiplied by their alpha, for a format that takes none such.
+bool HasToLoseAssociation(const FormatTraits& format, const PictureFile& input) {
+  constexpr uint64_t kAssociated = 1;
+  return input.tiff() && format.format != FileFormat::kTiff && input.kind().extras == 1 &&
+         input.tiff()->Value(0, kTiffExtraSamples, 0) == kAssociated;
+}
+
+// The picture as it goes into the file.
+struct Arranged {
+  PageKind kind;
+  RowFiller fillRow;
+  std::optional<Resolution> resolution;
+  int orientation;
+};
+
+Arranged Arrange(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow) {
+  Arranged arranged = {input.kind(), fillRow, input.resolution(), input.orientation()};
+  if (HasToLoseAssociation(format, input)) arranged.fillRow = RowsOfStraightAlpha(arranged.kind, fillRow);
+  if (!IsTurnedUpright(format, input)) return arranged;
+  arranged.fillRow = UprightRows(arranged.kind, arranged.orientation, arranged.fillRow);
+  arranged.kind = UprightKind(arranged.kind, arranged.orientation);
+  if (arranged.resolution && arranged.orientation > 4) {  // the axes have changed places
+    std::swap(arranged.resolution->horizontal, arranged.resolution->vertical);
+  }
+  arranged.orientation = 1;
+  return arranged;
+}
+
+GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& input, const Arranged& arranged,
+                              RowSource* source) {
+  const PageKind& kind = arranged.kind;
+  const Resolution resolution = arranged.resolution.value_or(Resolution{25.4, 25.4});  // never written
   GPointer<VipsImage> image(vips_image_new());
   vips_image_init_fields(image.get(), kind.width, kind.height * input.pages(), kind.channels(),
                          kind.bits == 16 ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
-                         InterpretationOf(kind), vips_image_get_xres(input.metadata()),
-                         vips_image_get_yres(input.metadata()));
+                         InterpretationOf(kind), resolution.horizontal / 25.4, resolution.vertical / 25.4);
   vips_image_map(input.metadata(), CarryField, image.get());
   CarryIptc(format, input, image.get());
+  if (arranged.orientation == 1 && input.orientation() != 1) {
+    vips_image_remove(image.get(), VIPS_META_ORIENTATION);
+  }
   if (input.pages() > 1) {
     vips_image_set_int(image.get(), VIPS_META_PAGE_HEIGHT, kind.height);
     vips_image_set_int(image.get(), VIPS_META_N_PAGES, input.pages());
@@ -198,28 +242,15 @@ GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& inp
   return image;
 }
 
-// A PNG or JPEG file gets the metadata of an input of its own format as it stands there.
-std::unique_ptr<MetadataFilter> FilterFor(const FormatTraits& format, const PictureFile& input,
-                                          MetadataFilter::Write write) {
-  if (format.format != input.format().format) return nullptr;
-  if (format.format == FileFormat::kPng) {
-    return MetadataFilter::ForPng(PngChunksToCarry(input.descriptor()), std::move(write));
-  }
-  if (format.format == FileFormat::kJpeg) {
-    return MetadataFilter::ForJpeg(JpegSegmentsToCarry(input.descriptor()), std::move(write));
-  }
-  return nullptr;
-}
-
 Refusal CannotWrite(const OutputFile& output) {
   return Refusal(ExitStatus::kCannotWrite, output.path(), "cannot be written; is there room on the disk?");
 }
 
 // PNM is written here: the library knows no largest level but 255 and 65535, and puts the time into the file.
-void WritePnm(const PictureFile& input, const RowFiller& fillRow, OutputFile* output) {
-  const PageKind& kind = input.kind();
+void WritePnm(const PageKind& kind, std::optional<uint32_t> inputsLargest, const RowFiller& fillRow,
+              OutputFile* output) {
   const uint32_t fullRange = kind.bits == 16 ? 65535 : 255;
-  const uint32_t largest = input.pnmLargest().value_or(fullRange);
+  const uint32_t largest = inputsLargest.value_or(fullRange);
   const std::string header = (kind.colours() == 1 ? "P5\n" : "P6\n") + std::to_string(kind.width) + " " +
                              std::to_string(kind.height) + "\n" + std::to_string(largest) + "\n";
   output->Write(header.data(), header.size());
@@ -249,6 +280,65 @@ std::vector<uint8_t> BlobOf(VipsImage* image, const char* name) {
     return {};
   const auto* bytes = static_cast<const uint8_t*>(blob);
   return {bytes, bytes + size};
+}
+
+// The two resolutions of an EXIF block change places.
+void SwapResolutions(const TiffStructure& structure, std::vector<uint8_t>& block) {
+  constexpr size_t kRationalBytes = 8;
+  std::vector<size_t> places;
+  for (const TiffStructure::Entry& entry : structure.directory(0).entries) {
+    const bool isOne = entry.tag == kTiffXResolution || entry.tag == kTiffYResolution;
+    if (isOne && entry.valueOffset + kRationalBytes <= block.size()) places.push_back(entry.valueOffset);
+  }
+  if (places.size() != 2) return;
+  const auto first = block.begin() + static_cast<ptrdiff_t>(places[0]);
+  std::swap_ranges(first, first + kRationalBytes, block.begin() + static_cast<ptrdiff_t>(places[1]));
+}
+
+// The EXIF block for a file of a format that holds one, in TIFF form; empty when the input has nothing for
+// it.
+std::vector<uint8_t> ExifFor(const PictureFile& input, int orientation) {
+  std::vector<uint8_t> block = input.exif();
+  if (input.tiff()) {
+    DescriptiveTags tags = input.tiff()->Descriptive(0);
+    std::erase_if(tags.main, [](const TiffTag& tag) { return tag.tag == kTiffIptc; });
+    constexpr uint16_t kToo[] = {kTiffOrientation, kTiffXResolution, kTiffYResolution, kTiffResolutionUnit};
+    const std::vector<TiffTag> more = input.tiff()->Tags(0, kToo);
+    tags.main.insert(tags.main.end(), more.begin(), more.end());
+    if (!tags.IsEmpty()) block = ExifBlockOf(tags);
+  }
+  const auto structure = TiffStructure::Read(ByteSource(block.data(), block.size()));
+  if (!structure) return {};
+  if (orientation == 1 && input.orientation() > 4) SwapResolutions(*structure, block);  // was turned
+  for (const uint64_t at : structure->OffsetsOfShorts(0, kTiffOrientation)) {
+    if (at + 2 > block.size()) continue;
+    block[at + (structure->isBigEndian() ? 1 : 0)] = static_cast<uint8_t>(orientation);
+    block[at + (structure->isBigEndian() ? 0 : 1)] = 0;
+  }
+  return block;
+}
+
+// A PNG or JPEG file gets the metadata of an input of its own format as it stands there. From another format
+// it gets EXIF and resolution as they are; the rest is well with the library.
+std::unique_ptr<MetadataFilter> FilterFor(const FormatTraits& format, const PictureFile& input,
+                                          const Arranged& arranged, MetadataFilter::Write write) {
+  using Drops = MetadataFilter::Drops;
+  const bool isSame = format.format == input.format().format;
+  const Drops drops = isSame ? Drops::kAll : Drops::kExifAndSizes;
+  if (format.format == FileFormat::kPng) {
+    return MetadataFilter::ForPng(
+        isSame ? PngChunksToCarry(input.descriptor())
+               : PngChunksOf(arranged.resolution, ExifFor(input, arranged.orientation)),
+        drops, std::move(write));
+  }
+  if (format.format == FileFormat::kJpeg) {
+    return MetadataFilter::ForJpeg(
+        isSame ? JpegSegmentsToCarry(input.descriptor())
+               : JpegSegmentsOf(arranged.resolution, ExifFor(input, arranged.orientation),
+                                BlobOf(input.metadata(), VIPS_META_XMP_NAME)),
+        drops, std::move(write));
+  }
+  return nullptr;
 }
 
 // What a page of a TIFF file says of itself beside its samples.
@@ -322,24 +412,95 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
 
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output) {
-  if (format.format == FileFormat::kPnm) return WritePnm(input, fillRow, output);
+  const Arranged arranged = Arrange(format, input, fillRow);
+  const PageKind& kind = arranged.kind;
+  if (format.format == FileFormat::kPnm) return WritePnm(kind, input.pnmLargest(), arranged.fillRow, output);
   TakeLibraryError();
   const StderrSilenced silenced;
-  const PageKind& kind = input.kind();
-  RowSource source = {fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width), nullptr};
-  const GPointer<VipsImage> image = MakeImage(format, input, &source);
+  RowSource source = {arranged.fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width),
+                      nullptr};
+  const GPointer<VipsImage> image = MakeImage(format, input, arranged, &source);
   // Told of a failed write, the JPEG 2000 library tries again without end.
   PictureTarget target(output, format.format == FileFormat::kJpeg2000);
-  target.SetFilter(FilterFor(
-      format, input, [&target](const uint8_t* bytes, size_t count) { return target.Write(bytes, count); }));
+  target.SetFilter(FilterFor(format, input, arranged, [&target](const uint8_t* bytes, size_t count) {
+    return target.Write(bytes, count);
+  }));
+  // The length of a WebP file stands at its beginning, and the library has it in memory anyway.
+  const bool isWebp = format.format == FileFormat::kWebp;
+  if (isWebp) target.Gather();
   const auto saver = std::find_if(std::begin(kSavers), std::end(kSavers),
                                   [&](const SaverOfFormat& row) { return row.format == format.format; });
   const SavingWishes wishes = {input, format.format == input.format().format, kind.bits};
   const bool isSaved = image && target.target() != nullptr && saver != std::end(kSavers) &&
                        saver->save(image.get(), target.target(), wishes) == 0;
   if (source.failure) std::rethrow_exception(source.failure);
+  if (isSaved && isWebp) {
+    std::vector<uint8_t> file = target.TakeGathered();
+    ReplaceWebpExif(ExifFor(input, arranged.orientation), file);
+    target.Write(file.data(), file.size());
+  }
   target.Check(!isSaved);
   if (format.format == FileFormat::kTiff) FinishTiff(input, output);
+}
+
+namespace {
+
+struct Keeps {
+  FileFormat format;
+  bool profile, exif, xmp, iptc, resolution;
+};
+constexpr Keeps kKeeps[] = {{FileFormat::kPng, true, true, true, false, true},
+                            {FileFormat::kTiff, true, true, true, true, true},
+                            {FileFormat::kJpeg, true, true, true, true, true},
+                            {FileFormat::kWebp, true, true, true, false, true},  // the resolution by its EXIF
+                            {FileFormat::kPnm, false, false, false, false, false},
+                            {FileFormat::kJpeg2000, false, false, false, false, false},
+                            {FileFormat::kJpegXl, true, false, false, false, false}};
+
+std::string Listed(const std::vector<std::string>& names) {
+  std::string text;
+  for (size_t i = 0; i < names.size(); ++i)
+    text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+  return text;
+}
+
+std::string SamplingName(const JpegCompression& compression) {
+  const auto [across, down] = std::pair(compression.chromaAcross, compression.chromaDown);
+  if (down == 1 && (across == 2 || across == 4)) return across == 2 ? "4:2:2" : "4:1:1";
+  if (across == 1 && down == 2) return "4:4:0";
+  return std::to_string(across) + " by " + std::to_string(down);
+}
+
+}  // namespace
+
+std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const PictureFile& input) {
+  std::vector<std::string> sentences;
+  const Keeps& keeps = *std::find_if(std::begin(kKeeps), std::end(kKeeps),
+                                     [&](const Keeps& row) { return row.format == format.format; });
+  const auto has = [&](const char* name) { return vips_image_get_typeof(input.metadata(), name) != 0; };
+  std::vector<std::string> lost;
+  if (!keeps.profile && has(VIPS_META_ICC_NAME)) lost.push_back("ICC profile");
+  if (!keeps.exif && (!input.exif().empty() || (input.tiff() && !input.tiff()->Descriptive(0).IsEmpty()))) {
+    lost.push_back("EXIF");
+  }
+  if (!keeps.xmp && has(VIPS_META_XMP_NAME)) lost.push_back("XMP");
+  if (!keeps.iptc && has(VIPS_META_IPTC_NAME)) lost.push_back("IPTC");
+  const bool comesByExif = format.format != FileFormat::kWebp || !ExifFor(input, 1).empty();
+  if (input.resolution() && (!keeps.resolution || !comesByExif)) lost.push_back("resolution");
+  if (!lost.empty()) {
+    sentences.push_back("lost in " + std::string(format.name) + ": " + Listed(lost) +
+                        "; a TIFF file keeps all");
+  }
+  if (format.format == FileFormat::kJpeg && input.format().format == FileFormat::kJpeg) {
+    const auto compression = input.jpegCompression();
+    const bool isCommon = !compression || compression->chromaAcross * compression->chromaDown == 1 ||
+                          (compression->chromaAcross == 2 && compression->chromaDown == 2);
+    if (!isCommon) {
+      sentences.push_back("its chroma sampling, " + SamplingName(*compression) + ", becomes " +
+                          (HalvesChroma(*compression) ? "4:2:0" : "4:4:4"));
+    }
+  }
+  return sentences;
 }
 
 void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, OutputFile* output) {
@@ -349,7 +510,10 @@ void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, O
       static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels);
   const GPointer<VipsImage> image(
       vips_image_new_from_memory(pixels, bytes, width, height, channels, VIPS_FORMAT_UCHAR));
-  const PictureTarget target(output, false);
+  PictureTarget target(output, false);
+  target.SetFilter(MetadataFilter::ForPng(
+      {}, MetadataFilter::Drops::kAll,
+      [&target](const uint8_t* piece, size_t count) { return target.Write(piece, count); }));
   if (!image || target.target() == nullptr) throw CannotWrite(*output);
   image->Type = channels == 1 ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
   target.Check(vips_pngsave_target(image.get(), target.target(), "bitdepth", 8, nullptr) != 0);

@@ -2,23 +2,26 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <string>
+#include <vector>
 
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
 #include "cli/picture_format.h"
+#include "cli/row_arrangement.h"
 
 namespace tessaline::cli {
-
-// Fills one row as it is to stand in the file; y counts on through all pages. Called from another thread.
-using RowFiller = std::function<void(int32_t y, void* row)>;
 
 // Refuses (kUnsupported) what the format cannot hold: 16 bits, alpha, Lab, more pages than one.
 void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
                           const std::string& outputPath);
 
-// Writes the picture with the input's metadata, compressed as the input is where both are of the same format.
-// Refuses with kCannotWrite.
+// What of the input WritePicture cannot keep in a file of that format, a sentence each: metadata, the chroma
+// sampling of a JPEG file.
+std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const PictureFile& input);
+
+// Writes the picture, upright where the format cannot tell its orientation, with the input's metadata,
+// compressed as the input is where both are of the same format. Refuses with kCannotWrite.
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output);
 

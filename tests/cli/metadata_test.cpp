@@ -91,6 +91,37 @@ TEST_F(Metadata, GoesAlongIntoOtherFormats) {
   }
 }
 
+TEST_F(Metadata, OrientationIsTakenUprightWhereTheFormatHasNoTagForIt) {
+  for (int orientation = 1; orientation <= 8; ++orientation) {
+    const ImagePointer image = ImageOf(DrawScreen(3, 0, 8));
+    vips_image_set_int(image.get(), VIPS_META_ORIENTATION, orientation);
+    Save(image, folder / "in.tif");
+    VipsImage* upright = nullptr;
+    ASSERT_EQ(0, vips_autorot(image.get(), &upright, nullptr));
+    Save(ImagePointer(upright), folder / "upright.png");
+    for (const char* output : {"out.png", "out.ppm", "out.jxl"}) {
+      ASSERT_EQ(0, RunProgram({"-f", "-a", "0", folder / "in.tif", folder / output}).status);
+      EXPECT_EQ(Load(folder / "upright.png"), Load(folder / output)) << orientation << " " << output;
+    }
+  }
+}
+
+TEST_F(Metadata, NothingIsInventedAndWhatIsLostIsSaid) {
+  Save(DrawScreen(3, 0, 8), folder / "bare.ppm");
+  Save(DescribedScreen(), folder / "full.jpg", "[Q=95]");
+  for (const std::string extension : {"png", "jpg", "webp", "tif", "jp2", "jxl"}) {
+    Clean("bare.ppm", "bare." + extension);
+    const Ended bare = RunProgram({"--dry-run", "--report", "-", folder / ("bare." + extension)});
+    EXPECT_NE(std::string::npos, bare.out.find("\"pixelsPerInch\": null")) << extension << bare.out;
+    EXPECT_EQ("", Blob(Open(folder / ("bare." + extension)), VIPS_META_EXIF_NAME)) << extension;
+    const Ended full = RunProgram({"-f", "-a", "99", folder / "full.jpg", folder / ("full2." + extension)});
+    const bool loses = extension == "jp2" || extension == "jxl";
+    EXPECT_EQ(loses, full.err.find("EXIF, XMP and resolution; a TIFF file keeps all") != std::string::npos)
+        << full.err;
+    EXPECT_EQ(loses ? 2 : 1, full.ErrorLines()) << full.err;
+  }
+}
+
 uint32_t PngChecksum(const std::string& bytes) {
   uint32_t checksum = ~0u;
   for (char c : bytes) {
@@ -146,7 +177,8 @@ TEST_F(Metadata, JpegKeepsItsQualityAndChroma) {
       const int file = open((folder / name).c_str(), O_RDONLY);
       const auto compression = ReadJpegCompression(file).value();
       close(file);
-      return std::tuple(compression.quality, compression.halvesChroma, compression.isProgressive);
+      return std::tuple(compression.quality, compression.chromaAcross, compression.chromaDown,
+                        compression.isProgressive);
     };
     EXPECT_EQ(facts("in.jpg"), facts("out.jpg")) << options;
     std::filesystem::remove(folder / "out.jpg");
