@@ -21,8 +21,13 @@ namespace tessaline {
 // their files together.
 void SetPrivateFolder(const char* path);
 
-// Reads the first bytes of the file `name`, at most `bytes`, and returns how many there were; -1 when it
-// cannot be opened or is no ordinary file. On POSIX neither follows a symbolic link nor waits for a pipe.
+// What ReadPrivateFile returns without a file.
+constexpr int64_t kFileIsMissing = -1;     // there is none of that name
+constexpr int64_t kFileIsUnreadable = -2;  // there may be one, with things in it that somebody wants to keep
+
+// Reads the first bytes of the file `name`, at most `bytes`, and returns how many there were, or one of the
+// two above: unreadable is what cannot be opened for another reason than being absent, fails while it is
+// read, or is no ordinary file. On POSIX neither follows a symbolic link nor waits for a pipe.
 int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes);
 
 // Makes `source` the whole content of the file `name`: written under another name beside it, then renamed, so

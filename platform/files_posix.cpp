@@ -137,11 +137,13 @@ void SetPrivateFolder(const char* path) {
 
 int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes) {
   const Descriptor folder = OpenFolder();
-  if (!folder.isOpen()) return -1;
+  if (!folder.isOpen()) return kFileIsUnreadable;
   const Descriptor file(openat(folder.number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file.isOpen()) return errno == ENOENT ? kFileIsMissing : kFileIsUnreadable;
   struct stat status {};
-  if (!file.isOpen() || fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return -1;
-  return TransferAll(read, file.number(), static_cast<char*>(destination), bytes);
+  if (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return kFileIsUnreadable;
+  const int64_t done = TransferAll(read, file.number(), static_cast<char*>(destination), bytes);
+  return done >= 0 ? done : kFileIsUnreadable;
 }
 
 bool ReplacePrivateFile(const char* name, const void* source, size_t bytes) {

@@ -125,12 +125,19 @@ void SetPrivateFolder(const char* path) {
 
 int64_t ReadPrivateFile(const char* name, void* destination, size_t bytes) {
   const std::string folder = Folder();
-  if (folder.empty()) return -1;
+  if (folder.empty()) return kFileIsUnreadable;
+  const std::string path = folder + name;
   const Turn turn;
   File file;
-  if (!RetryWhileShared([&] { return file.Open(folder + name, GENERIC_READ, OPEN_EXISTING); })) return -1;
+  if (!RetryWhileShared([&] { return file.Open(path, GENERIC_READ, OPEN_EXISTING); })) {
+    const DWORD error = GetLastError();
+    const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return isMissing ? kFileIsMissing : kFileIsUnreadable;
+  }
   DWORD done = 0;
-  if (ReadFile(file.handle(), destination, static_cast<DWORD>(bytes), &done, nullptr) == 0) return -1;
+  if (ReadFile(file.handle(), destination, static_cast<DWORD>(bytes), &done, nullptr) == 0) {
+    return kFileIsUnreadable;
+  }
   return done;
 }
 

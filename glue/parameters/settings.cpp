@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "buffers/result_codes.h"
 #include "platform/files.h"
@@ -23,8 +24,8 @@ namespace {
 
 constexpr char kPreferencesName[] = "Plug-In Preferences.xyz";
 
-// Set while the file may hold text records that memory could not take.
-bool g_textRecordsAreIncomplete = false;
+// Set while the file may hold what memory does not: it could not be read, or its text records not be taken.
+bool g_fileMustStay = false;
 
 bool AllocateTextRecords() {
   FreeTextRecords();
@@ -37,6 +38,24 @@ bool AllocateTextRecords() {
 
 uint8_t* TextRecordIn(uint8_t* file, int32_t index) {
   return file + kSettingsBytes + ptrdiff_t{index} * kTextRecordBytes;
+}
+
+// The platform names files by strings, and one that has no memory for them throws. To a run that is what any
+// other trouble with the file is.
+int64_t ReadFileInto(uint8_t* file) {
+  try {
+    return ReadPrivateFile(kPreferencesName, file, kPreferencesFileBytes);
+  } catch (const std::bad_alloc&) {
+    return kFileIsUnreadable;
+  }
+}
+
+bool ReplaceFile(const uint8_t* file) {
+  try {
+    return ReplacePrivateFile(kPreferencesName, file, kPreferencesFileBytes);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -59,11 +78,11 @@ void ClearSettings() {
 
 int32_t ReadPreferences() {
   const OwnedBlock<uint8_t> file = AllocateBlock<uint8_t>(kPreferencesFileBytes);
-  g_textRecordsAreIncomplete = !AllocateTextRecords() || !file;
-  if (g_textRecordsAreIncomplete) return kInvalidSlotOrFile;
+  g_fileMustStay = !AllocateTextRecords() || !file;
+  if (g_fileMustStay) return kInvalidSlotOrFile;
 
-  const auto bytes =
-      static_cast<int32_t>(ReadPrivateFile(kPreferencesName, file.get(), kPreferencesFileBytes));
+  const auto bytes = static_cast<int32_t>(ReadFileInto(file.get()));
+  g_fileMustStay = bytes == kFileIsUnreadable;
   if (bytes < 0) return kInvalidSlotOrFile;
   std::memcpy(&imageInfo.settings, file.get(), static_cast<size_t>(std::min(bytes, kSettingsBytes)));
   if (bytes < kSettingsBytes) return kInvalidSlotOrFile;
@@ -77,13 +96,13 @@ int32_t ReadPreferences() {
 int32_t WritePreferences() {
   const OwnedBlock<uint8_t> file = AllocateBlock<uint8_t>(kPreferencesFileBytes);
   bool isWritten = false;
-  if (file && !g_textRecordsAreIncomplete) {
+  if (file && !g_fileMustStay) {
     std::memcpy(file.get(), &imageInfo.settings, kSettingsBytes);
     for (int32_t i = 0; i < kTextRecords; ++i) {
       if (textRecords[i] == nullptr) continue;
       std::memcpy(TextRecordIn(file.get(), i), textRecords[i], strnlen(textRecords[i], kTextRecordBytes));
     }
-    isWritten = ReplacePrivateFile(kPreferencesName, file.get(), kPreferencesFileBytes);
+    isWritten = ReplaceFile(file.get());
   }
   FreeTextRecords();
   return isWritten ? kSuccess : kInvalidSlotOrFile;

@@ -62,8 +62,9 @@ int32_t ReadPreferences();
 
 // Writes the file anew (a text is cut to 1024 bytes) and frees the text records, also on failure. 0, or
 // kInvalidSlotOrFile, with the file that was there before untouched. The file appears whole or not at all,
-// also with two processes at once. Also refused while ReadPreferences could not hold the text records, which
-// would otherwise be lost from the file.
+// also with two processes at once. Also refused after a ReadPreferences that found a file it could not read,
+// or could not hold its text records: what is in the file would otherwise be lost. A missing file is no such
+// file.
 int32_t WritePreferences();
 
 // Gives a settings record whose setting at offset 8 is zero or not a number its two defaults there.

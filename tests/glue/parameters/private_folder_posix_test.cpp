@@ -75,11 +75,23 @@ TEST_F(PrivateFolderTest, ALinkedFileIsReplacedNotFollowed) {
   std::ofstream(folder.File("victim")) << "old";
   fs::create_symlink(folder.File("victim"), folder.File("file"));
   char bytes[8];
-  EXPECT_EQ(-1, ReadPrivateFile("file", bytes, sizeof bytes));
+  EXPECT_EQ(kFileIsUnreadable, ReadPrivateFile("file", bytes, sizeof bytes));
   EXPECT_TRUE(Write());
   EXPECT_EQ("old", Content(folder.File("victim")));
   EXPECT_FALSE(fs::is_symlink(folder.File("file")));
   EXPECT_EQ(3, ReadPrivateFile("file", bytes, sizeof bytes));
+}
+
+// Its texts would be lost: nothing that memory holds is worth as much.
+TEST_F(PrivateFolderTest, PreferencesThatCannotBeReadAreLeftAlone) {
+  std::ofstream(folder.File("elsewhere")) << std::string(kPreferencesFileBytes, 'x');
+  fs::create_symlink(folder.File("elsewhere"), PreferencesPath());
+  EXPECT_EQ(kInvalidSlotOrFile, ReadPreferences());
+  EXPECT_EQ(kInvalidSlotOrFile, WritePreferences());
+  EXPECT_TRUE(fs::is_symlink(PreferencesPath()));
+  fs::remove(PreferencesPath());  // missing is another thing
+  EXPECT_EQ(kInvalidSlotOrFile, ReadPreferences());
+  EXPECT_EQ(kSuccess, WritePreferences());
 }
 
 TEST_F(PrivateFolderTest, FoldersThatOthersCouldSteerAreRefused) {
@@ -101,7 +113,8 @@ TEST_F(PrivateFolderTest, FoldersThatOthersCouldSteerAreRefused) {
 TEST_F(PrivateFolderTest, APipeInTheFilesPlaceDoesNotStopTheProgram) {
   ASSERT_EQ(0, mkfifo(folder.File("file").c_str(), 0600));
   char byte;
-  EXPECT_EQ(-1, ReadPrivateFile("file", &byte, 1));
+  EXPECT_EQ(kFileIsUnreadable, ReadPrivateFile("file", &byte, 1));
+  EXPECT_EQ(kFileIsMissing, ReadPrivateFile("no file", &byte, 1));
 }
 
 }  // namespace

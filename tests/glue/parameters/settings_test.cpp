@@ -111,8 +111,7 @@ TEST_F(SettingsTest, TextsThatMemoryCouldNotTakeStayInTheFile) {
 
 TEST_F(SettingsTest, AFailedWriteLeavesTheOldFileAndNothingBesideIt) {
   std::filesystem::create_directories(PreferencesPath() + "/in the way");
-  EXPECT_EQ(kInvalidSlotOrFile, ReadPreferences());
-  EXPECT_EQ(kInvalidSlotOrFile, WritePreferences());
+  EXPECT_FALSE(ReplacePrivateFile("Plug-In Preferences.xyz", "new", 3));
   const auto files = std::filesystem::directory_iterator(folder.path());
   EXPECT_EQ(1, std::distance(begin(files), end(files)));
 }
