@@ -72,14 +72,30 @@ void TakeInteger(int64_t value, ParameterEntry* entry) {
   entry->valueBits = static_cast<uint32_t>(value);
 }
 
+// The number at hand by the getter for the type that it has: scripts write 3 where 3.0 is meant, and the
+// other way round. Where the host does not tell, by the getter for the type of the entry.
+bool ReadNumber(Reader& reader, host::OSType entryType, double* value) {
+  const host::OSType type = reader.type != 0 ? reader.type : entryType;
+  if (type == host::kDescriptorFloat) return reader.Get(type, reader.procs->getFloatProc, value);
+  int32_t integer = 0;
+  if (!reader.Get(host::kDescriptorInteger, reader.procs->getIntegerProc, &integer)) return false;
+  *value = integer;
+  return true;
+}
+
+// A float is truncated, as everywhere, but must itself lie in the range.
 void ReadLong(Reader& reader, ParameterEntry* entry) {
-  int32_t value = 0;
-  if (reader.Get(host::kDescriptorInteger, reader.procs->getIntegerProc, &value)) TakeInteger(value, entry);
+  double value = 0.0;
+  if (!ReadNumber(reader, host::kDescriptorInteger, &value)) return;
+  if (value >= static_cast<int32_t>(entry->minimumBits) &&
+      value <= static_cast<int32_t>(entry->maximumBits)) {
+    entry->valueBits = static_cast<uint32_t>(static_cast<int32_t>(value));
+  }
 }
 
 void ReadFloat(Reader& reader, ParameterEntry* entry) {
   double value = 0.0;
-  if (!reader.Get(host::kDescriptorFloat, reader.procs->getFloatProc, &value)) return;
+  if (!ReadNumber(reader, host::kDescriptorFloat, &value)) return;
   if (value >= std::bit_cast<float>(entry->minimumBits) &&
       value <= std::bit_cast<float>(entry->maximumBits)) {
     entry->valueBits = std::bit_cast<uint32_t>(static_cast<float>(value));

@@ -102,23 +102,26 @@ TEST_F(ScriptingTest, ValuesAreTakenUpToTheEndsOfTheirRangesAndNotBeyond) {
     DescriptorValue value;
     bool isTaken;
   };
-  const Case longs[] = {{Integer(kKeyAcceptance, 0), true},
-                        {Integer(kKeyAcceptance, 100), true},
-                        {Integer(kKeyAcceptance, 101), false},
-                        {Integer(kKeyAcceptance, -1), false}};
+  const Case longs[] = {{Integer(kKeyAcceptance, 0), true},          {Integer(kKeyAcceptance, 100), true},
+                        {Integer(kKeyAcceptance, 101), false},       {Integer(kKeyAcceptance, -1), false},
+                        {Float(kKeyAcceptance, 50.7), true},         {Float(kKeyAcceptance, 100.5), false},
+                        {Float(kKeyAcceptance, std::nan("")), false}};
   for (const Case& c : longs) {
     SetLong(kKeyAcceptance, 60);
     Play({c.value});
-    EXPECT_EQ(c.isTaken ? c.value.integer : 60, Long(kKeyAcceptance));
+    const int64_t played = c.value.integer + static_cast<int64_t>(c.isTaken ? c.value.real : 0.0);
+    EXPECT_EQ(c.isTaken ? played : 60, Long(kKeyAcceptance));
   }
   const Case floats[] = {
       {Float(kKeyNotchRadius, 1.0), true},       {Float(kKeyNotchRadius, 16.0), true},
       {Float(kKeyNotchRadius, 20.0), false},     {Float(kKeyNotchRadius, 16.000000001), false},
-      {Float(kKeyNotchRadius, 0.999999), false}, {Float(kKeyNotchRadius, std::nan("")), false}};
+      {Float(kKeyNotchRadius, 0.999999), false}, {Float(kKeyNotchRadius, std::nan("")), false},
+      {Integer(kKeyNotchRadius, 3), true},       {Integer(kKeyNotchRadius, 17), false}};
   for (const Case& c : floats) {
     SetFloat(kKeyNotchRadius, 6.0f);
     Play({c.value});
-    EXPECT_EQ(c.isTaken ? static_cast<float>(c.value.real) : 6.0f, Real(kKeyNotchRadius));
+    const double played = c.value.real + static_cast<double>(c.value.integer);
+    EXPECT_EQ(c.isTaken ? static_cast<float>(played) : 6.0f, Real(kKeyNotchRadius));
   }
 }
 
@@ -142,10 +145,9 @@ TEST_F(ScriptingTest, PlaysEveryTypeInAnyOrderAmongUnknownKeys) {
 
 // A getter that does not fit the stored type ends some hosts: the fake one complains, and Play looks.
 TEST_F(ScriptingTest, ValuesOfAnotherTypeAreLeftAlone) {
-  Play({Float(kKeyAcceptance, 50.0), Integer(kKeyNotchRadius, 3), Integer(kKeyBrush, 4), Integer(kKeyFlag, 1),
-        Integer(kKeyPath, 1), Enumerated(kKeyProtectionRadius, kEnumType, 9)});
+  Play({Boolean(kKeyAcceptance, 1), Integer(kKeyBrush, 4), Integer(kKeyFlag, 1), Integer(kKeyPath, 1),
+        Enumerated(kKeyProtectionRadius, kEnumType, 9)});
   EXPECT_EQ(60, Long(kKeyAcceptance));
-  EXPECT_EQ(6.0f, Real(kKeyNotchRadius));
   EXPECT_EQ(8.0f, Real(kKeyProtectionRadius));
   EXPECT_EQ(3, Long(kKeyBrush));
   EXPECT_EQ(0, Long(kKeyFlag));
