@@ -46,6 +46,7 @@ constexpr CodeMeaning kCodeMeanings[] = {
     {-30100, "bad parameters for a filter"},
     {-30101, "bad mode for a filter"},
     {-30900, "the host lacks something that it needs"},
+    {-30904, "it says why"},
 };
 
 std::string Meaning(int32_t code) {

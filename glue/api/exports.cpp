@@ -5,6 +5,7 @@
 #include "glue/api/frame_stream.h"
 #include "glue/api/programmatic_interface.h"
 #include "glue/api/tessaline.h"
+#include "glue/parameters/door.h"
 
 // Records are laid out as callers in other languages declare them: natural alignment, 64-bit pointers.
 static_assert(sizeof(TessalineInstance) == 24);
@@ -22,30 +23,27 @@ static_assert(int32_t{TESSALINE_CANCELLED} == tessaline::kUserCancelled);
 
 namespace {
 
-// No exception may reach a caller that was not built for them. Only a failed allocation throws in here.
+// For the calls that work in what all instances share. The other two touch nothing but their instance.
 template <typename Call>
-int32_t AtBoundary(Call call) {
-  try {
-    return call();
-  } catch (...) {
-    return tessaline::kOutOfMemory;
-  }
+int32_t InTurn(Call call) {
+  const tessaline::EngineTurn turn;
+  return turn.IsMine() ? tessaline::WithoutExceptions(call) : tessaline::kRefused;
 }
 
 int32_t Process(TessalineInstance* instance, const TessalineImage* image, int64_t showDialog,
                 uint32_t caller) {
-  return AtBoundary([&] { return tessaline::ProcessImage(instance, image, showDialog != 0, caller); });
+  return InTurn([&] { return tessaline::ProcessImage(instance, image, showDialog != 0, caller); });
 }
 
 int32_t ProcessStream(TessalineInstance* instance, const TessalineStream* stream, int64_t showDialog,
                       uint32_t caller) {
-  return AtBoundary([&] { return tessaline::ProcessStream(instance, stream, showDialog != 0, caller); });
+  return InTurn([&] { return tessaline::ProcessStream(instance, stream, showDialog != 0, caller); });
 }
 
 }  // namespace
 
 int32_t OSAPI_CreateInstance(TessalineInstance* instance) {
-  return tessaline::CreateInstance(instance);
+  return tessaline::WithoutExceptions([&] { return tessaline::CreateInstance(instance); });
 }
 int32_t MTAPI_CreateInstance(TessalineInstance* instance) {
   return OSAPI_CreateInstance(instance);

@@ -29,6 +29,7 @@ bool HasFailed();
 // As if the library had just been loaded. For tests alone: outside callers count on the state lasting.
 void ResetInterface();
 
+// Behind the exports, which hold the turn (glue/parameters/door.h) and let no exception out.
 int32_t CreateInstance(TessalineInstance* instance);
 void FreeInstance(TessalineInstance* instance);
 int32_t ProcessImage(TessalineInstance* instance, const TessalineImage* image, bool showDialog,

@@ -4,11 +4,14 @@
  * Order of calls: OSAPI_CreateInstance, any number of OSAPI_Process and OSAPI_ProcessStream,
  * OSAPI_FreeInstance.
  *
- * One call at a time in a process, from any one thread: buffers, settings and the failed state (see
- * OSAPI_Process) are shared by all instances and are not locked.
+ * One Process or ProcessStream at a time in a process: buffers, settings and the failed state (see
+ * OSAPI_Process) are shared by all instances. A second one while the first is at work, from another thread or
+ * from a dialog that is open, is refused with 2 at once, with nothing touched; nothing is waited for. An
+ * instance is used by one thread at a time.
  *
  * Every run reads the user's preferences file before and writes it after (where it lies: platform/files.h). A
- * file that is missing or cannot be written is no error.
+ * file that is missing or cannot be written is no error; one that cannot be read is left as it is. What the
+ * file says counts from the SECOND run of a process on: the first starts from 60, 6 and 8.
  */
 #ifndef TESSALINE_H
 #define TESSALINE_H
@@ -67,7 +70,7 @@ enum {
  * only the first three lines are read. A line with an unknown key, a value outside its range or no number is
  * ignored without a word. Numbers have a point, whatever the locale. A parameter without a line has the value
  * of the settings (the last preferences read); where that leaves the protection radius at zero, all three are
- * 60, 6 and 8.
+ * 60, 6 and 8, and where it leaves the notch radius alone at zero, that one is 6.
  *
  * After every run the text holds all three lines with the values that the run used. */
 typedef struct TessalineInstance {
@@ -114,8 +117,8 @@ TESSALINE_API void OSAPI_FreeInstance(TessalineInstance* instance);
  * 2: refused, pixels unchanged.
  *   - width or height below 1, an unknown kind or null pixels. THIS IS REMEMBERED: from then on every Process
  * and ProcessStream of the process returns 2, until the library is unloaded. Programs depend on it.
- *   - Refused for this call only: a null instance or image, an instance that was freed, a byte size of 2^31
- * or more, and height 1 with the second-row kinds.
+ *   - Refused for this call only: a call while another is at work, a null instance or image, an instance that
+ * was freed, a byte size of 2^31 or more, and height 1 with the second-row kinds.
  *
  * Otherwise the code of the run, for example -128; the pixels are unchanged. */
 TESSALINE_API int32_t OSAPI_Process(TessalineInstance* instance, const TessalineImage* image,
@@ -126,9 +129,9 @@ TESSALINE_API int32_t OSAPI_Process(TessalineInstance* instance, const Tessaline
  *
  * 0: done, also when the input ended before lastFrame.
  *
- * 2 with no file touched: lastFrame below firstFrame, a null instance or record, an instance that was freed,
- * a path that is not terminated, a frame of 2^31 bytes or more, height 1 with the second-row kinds, the
- * failed state, and one file under both paths.
+ * 2 with no file touched: another call at work, lastFrame below firstFrame, a null instance or record, an
+ * instance that was freed, a path that is not terminated, a frame of 2^31 bytes or more, height 1 with the
+ * second-row kinds, the failed state, and one file under both paths.
  *
  * 2 with an EMPTY output file: width or height below 1, or an unknown kind (not remembered, other than by
  * OSAPI_Process).

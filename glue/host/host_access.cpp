@@ -123,12 +123,13 @@ host::VRect FindWorkRectangle(host::FilterRecord* record) {
   return box;
 }
 
-void SetErrorString(const host::FilterRecord& record, const char* text) {
+bool SetErrorString(const host::FilterRecord& record, const char* text) {
   host::Str255* const message = record.errorString;
-  if (message == nullptr) return;
+  if (message == nullptr) return false;
   const size_t length = std::min(std::strlen(text), sizeof message->text);
   message->length = static_cast<uint8_t>(length);
   std::memcpy(message->text, text, length);
+  return true;
 }
 
 }  // namespace tessaline

@@ -41,7 +41,8 @@ const uint8_t* MaskRow(const host::FilterRecord& record, int64_t bytes);
 // positive. Where the host cannot deliver the mask, it is the filter rectangle again.
 host::VRect FindWorkRectangle(host::FilterRecord* record);
 
-// The message for the user in the host's place for one, where it has it.
-void SetErrorString(const host::FilterRecord& record, const char* text);
+// Puts the message for the user into the host's place for one, for the code kReportString. False where the
+// host has none.
+bool SetErrorString(const host::FilterRecord& record, const char* text);
 
 }  // namespace tessaline

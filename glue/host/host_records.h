@@ -120,6 +120,7 @@ constexpr OSType kDescriptorNull = 0x6E756C6C;     // 'null'
 // Result codes of hosts that the engine itself does not use (buffers/result_codes.h has the others).
 constexpr OSErr kParameterError = -50;
 constexpr OSErr kHostIsInsufficient = -30900;
+constexpr OSErr kReportString = -30904;  // the host shows the text in its errorString
 
 // ------------------------------------------------------------------------------- tables of the host's
 // routines

@@ -8,6 +8,7 @@
 #include "glue/host/image_mode.h"
 #include "glue/host/image_transfer.h"
 #include "glue/host/scripting.h"
+#include "glue/parameters/door.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
 #include "glue/parameters/settings.h"
@@ -21,10 +22,11 @@ HostCall hostCall;
 namespace {
 
 constexpr char kTitle[] = "_MainGlueProcess";
-constexpr char kRefusal[] =
+constexpr char kModeRefusal[] =
     "Tessaline works on greyscale, RGB and Lab pictures of 8 or 16 bits per channel. Convert the picture to "
-    "one "
-    "of these modes first.";
+    "one of these modes first.";
+constexpr char kSecondStart[] =
+    "Tessaline is still at work on another picture. Finish that run or close its dialog, then start again.";
 
 DialogOpener g_openDialog = nullptr;
 
@@ -83,12 +85,13 @@ RemovalContext MakeContext(host::FilterRecord* record) {
   return context;
 }
 
-void Continue(host::FilterRecord* record) {
-  RequestNothing(record);
+// In the host's own words where it takes some: it would show most other codes as one of its own troubles.
+int32_t Refuse(const host::FilterRecord& record, const char* text, int32_t codeWithoutText) {
+  return SetErrorString(record, text) ? host::kReportString : codeWithoutText;
 }
 
-int16_t Start(host::FilterRecord* record) {
-  return static_cast<int16_t>(MainGlueProcess(record));
+void Continue(host::FilterRecord* record) {
+  RequestNothing(record);
 }
 
 // Stores what the host passed. From now on its rectangles are those of 32 bits, where it offers them.
@@ -104,7 +107,9 @@ void EnterCall(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* 
   if (record->bigDocumentData != nullptr) record->bigDocumentData->PluginUsing32BitCoordinates = 1;
 }
 
-int16_t Dispatch(int16_t selector, host::FilterRecord* record) {
+// `isMyTurn`: no other call is at work. Only a start needs that, the other selectors touch their record
+// alone.
+int32_t Dispatch(int16_t selector, host::FilterRecord* record, const int16_t* result, bool isMyTurn) {
   switch (selector) {
     case host::kSelectorAbout:  // no about box; some hosts come with a result of 1
     case host::kSelectorParameters:
@@ -112,13 +117,14 @@ int16_t Dispatch(int16_t selector, host::FilterRecord* record) {
     case host::kSelectorFinish:
       return kSuccess;
     case host::kSelectorStart:
-      return record != nullptr ? Start(record) : host::kParameterError;
+      if (record == nullptr) return host::kParameterError;
+      return isMyTurn ? MainGlueProcess(record) : Refuse(*record, kSecondStart, kUserCancelled);
     case host::kSelectorContinue:
       if (record == nullptr) return host::kParameterError;
       Continue(record);
       return kSuccess;
     default:
-      return hostCall.result != nullptr ? *hostCall.result : int16_t{kSuccess};
+      return result != nullptr ? *result : int16_t{kSuccess};
   }
 }
 
@@ -141,8 +147,7 @@ int32_t MainGlueProcess(host::FilterRecord* record) {
 
   const Treatment treatment = TreatmentOf(layout);
   if (treatment == Treatment::kRefuse) {
-    SetErrorString(*record, kRefusal);
-    return kUnknownPixelKind;
+    return Refuse(*record, kModeRefusal, kUnknownPixelKind);
   }
   const bool isCleaned = treatment == Treatment::kClean && HasPixels(area);
   if (isCleaned) {
@@ -162,6 +167,10 @@ int32_t MainGlueProcess(host::FilterRecord* record) {
   run.parameters = MakeParameters(*run.list);
   if (run.parameters == nullptr) return kOutOfMemory;
 
+  // What is recorded are the values that the run uses, defaults included: an action with zeros in it would
+  // play them. A dialog that ends with OK puts the user's values over these.
+  StoreInList(*ParametersOf(run.parameters), run.list);
+
   const bool isKnownWidth = layout.channelBytes == 1 || layout.channelBytes == 2 || layout.channelBytes == 4;
   if (!isKnownWidth) ShowMessage("info->channelbytes is wrong", kTitle);
   if (isCleaned) {
@@ -173,21 +182,23 @@ int32_t MainGlueProcess(host::FilterRecord* record) {
   // A picture that was not cleaned is not written back either: floats would not come through x 255 and x
   // 1/255 with the same bits, and the brightest not at all.
   const bool isWrittenBack = isCleaned && run.list->noCopyBack == 0;
-  int32_t result = isWrittenBack ? CopyBack(record, area, layout) : DontCopyBack(record);
-  if (result != kSuccess) return result;
-  result = WriteDescriptor(record, *run.list);
+  const int32_t result = isWrittenBack ? CopyBack(record, area, layout) : DontCopyBack(record);
+  // Also when the host could not take the picture: the values that a user chose are not chosen twice.
+  const int32_t recordResult = WriteDescriptor(record, *run.list);
   WritePreferences();  // a failure costs nothing but the memory of this run
-  return result;
+  return result != kSuccess ? result : recordResult;
 }
 
 }  // namespace tessaline
 
 intptr_t PluginMain(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* result) {
   using namespace tessaline;
-  EnterCall(selector, parameterBlock, data, result);
-  const int16_t code =
-      Dispatch(selector,
-               selector == host::kSelectorAbout ? nullptr : static_cast<host::FilterRecord*>(parameterBlock));
+  const EngineTurn turn;
+  if (turn.IsMine()) EnterCall(selector, parameterBlock, data, result);
+  auto* const record =
+      selector == host::kSelectorAbout ? nullptr : static_cast<host::FilterRecord*>(parameterBlock);
+  const auto code = static_cast<int16_t>(
+      WithoutExceptions([&] { return Dispatch(selector, record, result, turn.IsMine()); }));
   if (result != nullptr) *result = code;
   return code;
 }

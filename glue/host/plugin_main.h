@@ -8,7 +8,12 @@
 // What the host calls, once per selector. Returns, and stores through `result`, the selector's 16-bit code: 0
 // done, negative a host's error code, -128 cancelled (glue/host/host_records.h tells the selectors and
 // records). An unknown selector leaves the host's result as it is. Null is allowed for `data` and `result`; a
-// start or continue selector without a parameter block is kParameterError. One thread at a time.
+// start or continue selector without a parameter block is kParameterError. No exception leaves it: what
+// throws ends with kOutOfMemory, cleaned up.
+//
+// A start while another call into the module is at work, from another thread or out of its open dialog, is
+// refused at once with nothing touched: kReportString with the reason in the host's error string, or
+// kUserCancelled in a host without one.
 //
 // The name is the one in the module's resources: C linkage, no decoration.
 extern "C" intptr_t PluginMain(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* result);
@@ -37,9 +42,10 @@ DialogOpener SetDialogOpener(DialogOpener opener);
 // parameters and preferences back. Whatever the result, all buffers and handles are released.
 //
 // Returns 0; the code of a host that fails to deliver or to take the picture; kUserCancelled; kOutOfMemory;
-// or kUnknownPixelKind for planes that a run cannot take (CMYK and every mode but greyscale, RGB and Lab),
-// with the reason in the host's error string. On anything but 0 nothing was recorded and no preferences
-// written, and nothing was written back, unless the host itself failed half way through taking the picture.
+// or, for planes that a run cannot take (CMYK and every mode but greyscale, RGB and Lab), kReportString with
+// the reason in the host's error string (kUnknownPixelKind in a host without one). On anything but 0 nothing
+// was recorded, no preferences written and nothing written back; unless the host itself failed in taking the
+// picture: its code is the result then, and the values are recorded and kept as after any other run.
 //
 // 32-bit pictures end with 0 unchanged, as do those of a bitmap or unknown mode (after a message) and a
 // selection without a pixel of coverage 128 or more.

@@ -30,6 +30,11 @@ uint32_t ValueBits(const ParameterList& list, uint32_t key) {
   return entry != nullptr ? entry->valueBits : 0;
 }
 
+// Neither zero nor not-a-number.
+bool IsSet(float value) {
+  return value < 0.0f || value > 0.0f;
+}
+
 void SetValueBits(ParameterList* list, uint32_t key, uint32_t bits) {
   ParameterEntry* const entry = FindEntry(list, key);
   if (entry != nullptr) entry->valueBits = bits;
@@ -81,13 +86,14 @@ ProgramHandle* MakeParameters(const ParameterList& list) {
   parameters->notchRadius = std::bit_cast<float>(ValueBits(list, kKeyNotchRadius));
   parameters->protectionRadius = std::bit_cast<float>(ValueBits(list, kKeyProtectionRadius));
   // The protection radius alone tells that nothing was ever set: 0 is a fair wish for the acceptance, so the
-  // others must not be tested. Written so that not-a-number counts as unset.
-  const bool isSet = parameters->protectionRadius < 0.0f || parameters->protectionRadius > 0.0f;
-  if (!isSet) {
+  // others must not be tested.
+  if (!IsSet(parameters->protectionRadius)) {
     parameters->acceptance = kAcceptanceRange.standard;
     parameters->notchRadius = kNotchRadiusRange.standard;
     parameters->protectionRadius = kProtectionRadiusRange.standard;
   }
+  // A protection radius may come without it, by a text or an action before there were any settings.
+  if (!IsSet(parameters->notchRadius)) parameters->notchRadius = kNotchRadiusRange.standard;
   return handle;
 }
 

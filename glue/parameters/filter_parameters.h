@@ -56,8 +56,9 @@ void DisposeHandle(ProgramHandle* handle);
 int32_t HandleSize(const ProgramHandle* handle);
 
 // A new handle whose block is a FilterParameters with the list's values. When the protection radius in the
-// list is zero or not a number, all three values take their defaults; no other value is tested (an acceptance
-// of 0 beside a set protection radius is a wish, not an absence). Null without memory.
+// list is zero or not a number, all three values take their defaults; no other value is tested for that (an
+// acceptance of 0 beside a set protection radius is a wish, not an absence). A notch radius that is zero or
+// not a number takes its own default: no mask can be made with it. Null without memory.
 ProgramHandle* MakeParameters(const ParameterList& list);
 
 // The record in a handle of MakeParameters; null for a null handle.

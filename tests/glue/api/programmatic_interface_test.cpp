@@ -4,7 +4,9 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <numeric>
+#include <thread>
 
 #include "buffers/result_codes.h"
 #include "glue/parameters/filter_parameters.h"
@@ -226,7 +228,7 @@ TEST_F(ProgrammaticInterfaceTest, TheTextNamesTheValuesThatWereUsed) {
   EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
   SetText("<long>epsT,0\r\n<doub>NoRd,17\r\n<doub>LFct,2.5\r\n");
   EXPECT_EQ(0, Process(2, 2, 1, pixels));
-  EXPECT_STREQ("<long>epsT,0\r\n<doub>NoRd,0.000000\r\n<doub>LFct,2.500000\r\n", instance.parameterText);
+  EXPECT_STREQ("<long>epsT,0\r\n<doub>NoRd,6.000000\r\n<doub>LFct,2.500000\r\n", instance.parameterText);
   EXPECT_EQ(53248u, std::filesystem::file_size(PreferencesPath()));
 }
 
@@ -273,6 +275,32 @@ TEST_F(ProgrammaticInterfaceTest, TheDialogsValuesReachTextAndSettings) {
   EXPECT_EQ(1, dialogs);
   EXPECT_STREQ("<long>epsT,33\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
   EXPECT_EQ(33.5f, imageInfo.settings.acceptance);
+}
+
+TEST_F(ProgrammaticInterfaceTest, ASecondCallIsRefusedAtOnceAndExceptionsEndInACode) {
+  static int opened;
+  opened = 0;
+  RemovalContext context;
+  context.user = &instance;
+  context.openDialog = [](void* user, int32_t sourceSlot, FilterParameters*) -> int32_t {
+    const auto call = [user] {
+      auto* const shared = static_cast<TessalineInstance*>(user);
+      const TessalineImage bad = {};  // refused before it is looked at, so it is not remembered
+      const TessalineStream stream = {1, 1, 1, 0, 0, -1, "no input", "no output"};
+      EXPECT_EQ(2, OSAPI_Process(shared, &bad, 0));
+      EXPECT_EQ(2, MTAPI_ProcessStream(shared, &stream, 0));
+    };
+    call();
+    std::thread(call).join();
+    EXPECT_NE(0, ShapeOf(sourceSlot).width);
+    if (++opened == 2) throw std::bad_alloc();
+    return 0;
+  };
+  SetInterfaceContext(context);
+  uint8_t pixels[4] = {1, 2, 3, 4};
+  for (const int32_t expected : {0, int32_t{kOutOfMemory}, 0})
+    EXPECT_EQ(expected, Process(2, 2, 1, pixels, 1));
+  EXPECT_EQ(0, liveBufferCount);
 }
 
 TEST_F(ProgrammaticInterfaceTest, ACancelledDialogLeavesPixelsAndValues) {

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <fstream>
 #include <limits>
+#include <new>
+#include <thread>
 
 #include "glue/host/host_access.h"
 #include "glue/parameters/filter_parameters.h"
@@ -311,7 +313,7 @@ TEST_F(PluginMainTest, PlanesThatNoRunTakesAreRefusedWithTheReason) {
       Switches switches;
       switches.callbacksAreNull = !hasErrorString;
       const Report report = RunFilter(PluginMain, source, switches);
-      EXPECT_EQ(-36, report.result);
+      EXPECT_EQ(hasErrorString ? host::kReportString : -36, report.result);
       ExpectUnchanged(source, report);
       EXPECT_EQ(hasErrorString, report.errorString.find("greyscale, RGB and Lab") != std::string::npos);
     }
@@ -373,7 +375,61 @@ TEST_F(PluginMainTest, DialogsChoiceIsRecordedKeptAndUsedByTheNextRun) {
   // What is kept is the file: a run starts from the values in memory, and then has those of the file.
   std::remove(PreferencesPath().c_str());
   EXPECT_EQ(RecordingOf({90, 3.5f, 20}), RunFilter(PluginMain, source, Switches{}).recorded);
-  EXPECT_EQ(RecordingOf({0, 0, 0}), RunFilter(PluginMain, source, Switches{}).recorded);
+  EXPECT_EQ(RecordingOf(kDefaults), RunFilter(PluginMain, source, Switches{}).recorded);
+}
+
+// The third row of the copy back fails; the failure is the result, and the user's values are kept all the
+// same.
+TEST_F(PluginMainTest, AFailedCopyBackKeepsTheDialogsValues) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  SetDialogOpener(AcceptValues);
+  Switches switches;
+  switches.playInfo = host::kDialogDisplay;
+  switches.window = &g_window;
+  switches.failAdvanceAt = 33;
+  const Report report = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(-108, report.result);
+  EXPECT_EQ(source.pixels, report.document.pixels);
+  EXPECT_EQ(90.75f, imageInfo.settings.acceptance);
+  EXPECT_TRUE(PreferencesExist());
+}
+
+// A start out of the open dialog or from another thread, while a run is at work.
+int32_t StartASecondRun(void*, int32_t sourceSlot, FilterParameters*) {
+  const auto start = [] {
+    host::Str255 text = {};
+    host::FilterRecord record = {};
+    int16_t result = 0;
+    EXPECT_EQ(kUserCancelled, PluginMain(host::kSelectorStart, &record, nullptr, &result));
+    record.errorString = &text;
+    EXPECT_EQ(host::kReportString, PluginMain(host::kSelectorStart, &record, nullptr, &result));
+    EXPECT_EQ(host::kReportString, result);
+    EXPECT_NE(std::string::npos, std::string(text.text, text.length).find("still at work"));
+    EXPECT_EQ(0, PluginMain(host::kSelectorAbout, nullptr, nullptr, &result));
+  };
+  const HostCall callBefore = hostCall;
+  start();
+  std::thread(start).join();
+  EXPECT_EQ(callBefore.parameterBlock, hostCall.parameterBlock);
+  EXPECT_NE(0, ShapeOf(sourceSlot).width);
+  return 0;
+}
+
+TEST_F(PluginMainTest, SecondStartsAreRefusedAndExceptionsEndInACode) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  Switches switches;
+  switches.playInfo = host::kDialogDisplay;
+  SetDialogOpener([](void*, int32_t, FilterParameters*) -> int32_t { throw std::bad_alloc(); });
+  const Report thrown = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(kOutOfMemory, thrown.result);
+  ExpectUnchanged(source, thrown);
+  EXPECT_TRUE(AllSlotsAreEmpty());
+
+  SetDialogOpener(StartASecondRun);
+  const Report report = RunFilter(PluginMain, source, switches);
+  EXPECT_EQ(0, report.result);
+  EXPECT_NO_COMPLAINTS(report);
+  EXPECT_EQ(Cleaned(source, 1, {0, 0, 30, 40}, kDefaults).pixels, report.document.pixels);
 }
 
 int32_t CancelAlways(void*, int32_t, FilterParameters* parameters) {

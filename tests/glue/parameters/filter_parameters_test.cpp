@@ -36,13 +36,14 @@ class FilterParametersTest : public PreferencesTest {
   }
 };
 
-TEST_F(FilterParametersTest, OnlyTheProtectionRadiusDecidesAboutDefaults) {
+TEST_F(FilterParametersTest, TheProtectionRadiusDecidesAboutAllDefaultsTheNotchRadiusAboutItsOwn) {
   const float notANumber = std::numeric_limits<float>::quiet_NaN();
   const Values standard = {60, 6, 8};
   EXPECT_EQ(standard, ValuesFromSettings({0, 0, 0}));
   EXPECT_EQ(standard, ValuesFromSettings({80, 3, 0}));
   EXPECT_EQ(standard, ValuesFromSettings({80, 3, notANumber}));
-  EXPECT_EQ((Values{0, 0, 5}), ValuesFromSettings({0, 0, 5}));
+  EXPECT_EQ((Values{0, 6, 5}), ValuesFromSettings({0, 0, 5}));
+  EXPECT_EQ((Values{90, 6, 8}), ValuesFromSettings({90, notANumber, 8}));
   EXPECT_EQ((Values{37, 2.5f, -1}), ValuesFromSettings({37.9f, 2.5f, -1}));
 }
 
