@@ -147,11 +147,12 @@ int32_t RunWithParameterText(TessalineInstance* instance, bool showDialog) {
   const std::unique_ptr<ProgramHandle, HandleDeleter> handle(MakeParameters(*list));
   if (!handle) return kOutOfMemory;
 
-  // The text must name the values that the run really used, defaults included: zeros in it would be taken for
-  // wishes by the next call. A dialog that ends with OK puts the user's values over these.
+  // The text must name the values that the run used, defaults included: zeros in it would be taken for wishes
+  // by the next call. A run that is not done leaves those that it was given.
   StoreInList(*ParametersOf(handle.get()), list.get());
   const int32_t result =
       RunRemoval(imageInfo.mainBuffer, ParametersOf(handle.get()), list.get(), !showDialog, g_context);
+  if (result == kSuccess) StoreInList(*ParametersOf(handle.get()), list.get());
   WriteParameterText(*list, instance->parameterText, instance->textCapacity);
   WritePreferences();
   return result;

@@ -167,10 +167,6 @@ int32_t MainGlueProcess(host::FilterRecord* record) {
   run.parameters = MakeParameters(*run.list);
   if (run.parameters == nullptr) return kOutOfMemory;
 
-  // What is recorded are the values that the run uses, defaults included: an action with zeros in it would
-  // play them. A dialog that ends with OK puts the user's values over these.
-  StoreInList(*ParametersOf(run.parameters), run.list);
-
   const bool isKnownWidth = layout.channelBytes == 1 || layout.channelBytes == 2 || layout.channelBytes == 4;
   if (!isKnownWidth) ShowMessage("info->channelbytes is wrong", kTitle);
   if (isCleaned) {
@@ -178,6 +174,9 @@ int32_t MainGlueProcess(host::FilterRecord* record) {
                                       suppressDialog, MakeContext(record));
     if (result != kSuccess) return result;
   }
+  // What is recorded are the values that the run used, defaults included: an action with zeros in it would
+  // play them.
+  StoreInList(*ParametersOf(run.parameters), run.list);
 
   // A picture that was not cleaned is not written back either: floats would not come through x 255 and x
   // 1/255 with the same bits, and the brightest not at all.

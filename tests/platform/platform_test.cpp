@@ -37,7 +37,7 @@ TEST(Files, AreReplacedWholeAndToldApartByWhatTheyAre) {
   fs::remove_all(folder);
   SetPrivateFolder(folder.string().c_str());
   char bytes[8] = {};
-  EXPECT_EQ(-1, ReadPrivateFile("file", bytes, sizeof bytes));
+  EXPECT_EQ(kFileIsMissing, ReadPrivateFile("file", bytes, sizeof bytes));
   for (const std::string content : {"first", "2nd"}) {
     ASSERT_TRUE(ReplacePrivateFile("file", content.data(), content.size()));
     EXPECT_EQ(static_cast<int64_t>(content.size()), ReadPrivateFile("file", bytes, sizeof bytes));
@@ -45,6 +45,7 @@ TEST(Files, AreReplacedWholeAndToldApartByWhatTheyAre) {
   }
   fs::create_directory(folder / "taken");
   EXPECT_FALSE(ReplacePrivateFile("taken", "x", 1));
+  EXPECT_EQ(kFileIsUnreadable, ReadPrivateFile("taken", bytes, sizeof bytes));
   EXPECT_EQ(2, std::distance(fs::directory_iterator(folder), {})) << "a temporary file was left";
 
   ASSERT_TRUE(ReplacePrivateFile("other", "2nd", 3));

@@ -109,13 +109,6 @@ TEST_F(SettingsTest, TextsThatMemoryCouldNotTakeStayInTheFile) {
   EXPECT_EQ(kSuccess, WritePreferences());
 }
 
-TEST_F(SettingsTest, AFailedWriteLeavesTheOldFileAndNothingBesideIt) {
-  std::filesystem::create_directories(PreferencesPath() + "/in the way");
-  EXPECT_FALSE(ReplacePrivateFile("Plug-In Preferences.xyz", "new", 3));
-  const auto files = std::filesystem::directory_iterator(folder.path());
-  EXPECT_EQ(1, std::distance(begin(files), end(files)));
-}
-
 TEST_F(SettingsTest, ReadersSeeOneWritersFileOrTheOthersNeverAMixture) {
   constexpr int kRounds = 60;
   const auto writeOften = [](char letter) {
