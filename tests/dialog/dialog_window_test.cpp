@@ -152,7 +152,11 @@ class PreviewDialogLayout : public PreviewDialogTest {
       }
       EXPECT_EQ(nullptr, control);
       for (const int32_t id : kPictureControls) {
-        EXPECT_NE(0, SendDlgItemMessageA(Dialog(), id, STM_GETIMAGE, IMAGE_BITMAP, 0)) << id;
+        const auto picture = SendDlgItemMessageA(Dialog(), id, STM_GETIMAGE, IMAGE_BITMAP, 0);
+        BITMAP bitmap = {};
+        EXPECT_NE(0, GetObjectA(reinterpret_cast<HGDIOBJ>(picture), sizeof(bitmap), &bitmap)) << id;
+        const bool isIcon = id == TESSALINE_MANUAL || id == TESSALINE_QUICK_GUIDE;
+        EXPECT_EQ(MulDiv(isIcon ? 24 : 10, static_cast<int>(GetDpiForWindow(Dialog())), 96), bitmap.bmHeight);
       }
       ExpectTidyLayout(Dialog());
     });
