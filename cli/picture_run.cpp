@@ -56,7 +56,8 @@ class PageStore {
   void Read(int32_t y, void* row) const {
     const auto offset = static_cast<off_t>(y) * static_cast<off_t>(rowBytes_);
     if (pread(descriptor_, row, rowBytes_, offset) != static_cast<ssize_t>(rowBytes_)) {
-      throw std::runtime_error("stored rows cannot be read back");
+      throw Refusal(ExitStatus::kCannotWrite, outputPath_,
+                    "cannot be written: its finished pages cannot be read back");
     }
   }
 
@@ -316,7 +317,8 @@ class PictureRun {
     for (size_t page = 0; request_.verbose && page < outcomes_.size(); ++page) {
       std::string subject = request_.input + ": ";
       if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";
-      for (const std::string& line : DescribeInLines(outcomes_[page], input_.resolution()))
+      for (const std::string& line :
+           DescribeInLines(outcomes_[page], input_.resolution(static_cast<int>(page))))
         notes.push_back(subject + line);
     }
     return notes;

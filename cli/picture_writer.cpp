@@ -288,7 +288,7 @@ void SwapResolutions(const TiffStructure& structure, std::vector<uint8_t>& block
   std::vector<size_t> places;
   for (const TiffStructure::Entry& entry : structure.directory(0).entries) {
     const bool isOne = entry.tag == kTiffXResolution || entry.tag == kTiffYResolution;
-    if (isOne && entry.valueOffset + kRationalBytes <= block.size()) places.push_back(entry.valueOffset);
+    if (isOne && entry.valueOffset <= block.size() - kRationalBytes) places.push_back(entry.valueOffset);
   }
   if (places.size() != 2) return;
   const auto first = block.begin() + static_cast<ptrdiff_t>(places[0]);
@@ -308,10 +308,10 @@ std::vector<uint8_t> ExifFor(const PictureFile& input, int orientation) {
     if (!tags.IsEmpty()) block = ExifBlockOf(tags);
   }
   const auto structure = TiffStructure::Read(ByteSource(block.data(), block.size()));
-  if (!structure) return {};
+  if (!structure) return {};  // otherwise a header of 8 bytes at the least
   if (orientation == 1 && input.orientation() > 4) SwapResolutions(*structure, block);  // was turned
   for (const uint64_t at : structure->OffsetsOfShorts(0, kTiffOrientation)) {
-    if (at + 2 > block.size()) continue;
+    if (at > block.size() - 2) continue;
     block[at + (structure->isBigEndian() ? 1 : 0)] = static_cast<uint8_t>(orientation);
     block[at + (structure->isBigEndian() ? 0 : 1)] = 0;
   }

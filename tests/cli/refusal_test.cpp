@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "cli/pnm_extent.h"
+#include "cli/tiff_tags.h"
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
 
@@ -51,6 +52,15 @@ TEST_F(Refusals, KindsThatTheRunDoesNotTake) {
   };
   saveAs(VIPS_FORMAT_FLOAT, "float.tif");
   saveAs(VIPS_FORMAT_INT, "int.tif");
+  saveAs(VIPS_FORMAT_USHORT,
+         "half.tif");  // floating-point samples of 16 bits, which the decoder does not know
+  const int half = open((folder / "half.tif").c_str(), O_RDWR);
+  const TiffTag floats = {kTiffSampleFormat, 3, 4, {3, 0, 3, 0, 3, 0, 3, 0}};
+  EXPECT_TRUE(EditTiffPages(half, [&](size_t) {
+    return TiffPageEdit{{kTiffSampleFormat}, {{floats}, {}, {}, {}}};
+  }));
+  close(half);
+  ExpectRefusal(4, "half.tif", "floating-point");
   VipsImage* cmyk = nullptr;
   ASSERT_EQ(0, vips_copy(image.get(), &cmyk, "interpretation", VIPS_INTERPRETATION_CMYK, nullptr));
   const ImagePointer inks(cmyk);
