@@ -239,7 +239,10 @@ class StreamRun {
     const std::string text = "frame " + std::to_string(frameNumber_);
     if (!total || *total == 0) return progress_->ShowWithoutEnd(text + ": " + doing);
     const double frames = static_cast<double>(*total) / static_cast<double>(frame_.size());
-    progress_->Show((static_cast<double>(frameNumber_) + fraction) / frames,
+    // The look ahead at the frame that decides for all is the first of the work, whatever that frame's
+    // number.
+    const int64_t done = output_->frames() == 0 ? 0 : frameNumber_;
+    progress_->Show((static_cast<double>(done) + fraction) / frames,
                     text + " of " + std::to_string(static_cast<int64_t>(frames)) + ": " + doing);
   }
 
