@@ -75,20 +75,6 @@ TEST(Automatic, LeavesAPageOfTextAsItIsAndMarksItsLines) {
   EXPECT_EQ(230, square.blue);
 }
 
-TEST(Automatic, SensitivityHasItsRangeAndItsPlace) {
-  for (const auto& arguments : {std::vector<std::string>{"-a", "auto", "--sensitivity", "2"},
-                                {"-a", "auto", "--sensitivity", "0.5"},
-                                {"-a", "auto", "--sensitivity", "nan"},
-                                {"-a", "90", "--sensitivity", "1"},
-                                {"-a", "automatic"}}) {
-    std::vector<std::string> all = arguments;
-    all.insert(all.end(), {"in.png", "out.png"});
-    const Ended ended = RunProgram(all);
-    EXPECT_EQ(2, ended.status) << ended.err;
-    EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
-  }
-}
-
 // Frames of a film: a plain one, one with a screen, a plain one.
 class FrozenStreams : public testing::Test {
  protected:
@@ -119,14 +105,6 @@ class FrozenStreams : public testing::Test {
   TemporaryFolder folder_;
   std::string plain_, screen_;
 };
-
-TEST_F(FrozenStreams, WithoutFreezeEveryFrameDecidesForItself) {
-  const Ended ended = Run({folder_ / "in.raw", "-"});
-  ASSERT_EQ(0, ended.status) << ended.err;
-  EXPECT_EQ(plain_, FrameOf(ended.out, 0));
-  EXPECT_NE(screen_, FrameOf(ended.out, 1));
-  EXPECT_EQ(plain_, FrameOf(ended.out, 2));
-}
 
 TEST_F(FrozenStreams, TheFirstFrameWithAPatternDecidesForAllThatFollow) {
   const Ended alone = Run({"-", "-"}, screen_);

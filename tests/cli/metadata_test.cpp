@@ -115,37 +115,6 @@ TEST_F(Metadata, NothingIsInventedAndWhatIsLostIsSaid) {
   }
 }
 
-uint32_t PngChecksum(const std::string& bytes) {
-  uint32_t checksum = ~0u;
-  for (char c : bytes) {
-    checksum ^= static_cast<uint8_t>(c);
-    for (int bit = 0; bit < 8; ++bit) checksum = checksum >> 1 ^ (checksum & 1 ? 0xEDB88320u : 0);
-  }
-  return ~checksum;
-}
-
-std::string BigEndian(uint32_t value) {
-  std::string bytes;
-  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
-  return bytes;
-}
-
-TEST_F(Metadata, PngChunksGoAlongByteForByte) {
-  // A name with a blank, and one that only some programs know: both are lost when the file is written anew.
-  const std::string data = std::string("tEXtRaw profile type iptc") + '\0' + "\n iptc\n 2\n1c02\n";
-  const std::string chunk =
-      BigEndian(static_cast<uint32_t>(data.size()) - 4) + data + BigEndian(PngChecksum(data));
-  Save(DrawScreen(1, 0, 8), folder / "in.png");
-  std::string file = ReadWholeFile(folder / "in.png");
-  constexpr size_t kBehindHeader = 33;
-  WriteWholeFile(folder / "in.png", file.insert(kBehindHeader, chunk));
-  Clean("in.png", "out.png");
-  const std::string clean = ReadWholeFile(folder / "out.png");
-  EXPECT_NE(std::string::npos, clean.find(chunk));
-  EXPECT_EQ(clean.find("pHYs"), clean.rfind("pHYs")) << "once";
-  EXPECT_LT(ScreenAmplitude(Load(folder / "out.png"), 0), kGone);
-}
-
 TEST_F(Metadata, JpegSegmentsGoAlongByteForByte) {
   Save(DescribedScreen(), folder / "in.jpg", "[Q=97]");
   std::string file = ReadWholeFile(folder / "in.jpg");

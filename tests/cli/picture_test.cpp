@@ -91,32 +91,6 @@ TEST(Pictures, NothingFoundGivesTheSameSamplesInEveryFormat) {
   }
 }
 
-TEST(Pictures, NothingFoundInTheSameFormatGivesTheSameBytes) {
-  const TemporaryFolder folder;
-  for (const char* name : {"in.jpg", "in.png", "in.webp", "in.tif"}) {
-    Save(DrawScreen(3, 0, 8), folder / name);
-    ASSERT_EQ(0, RunProgram({"-a", "0", folder / name, folder / ("out-" + std::string(name))}).status);
-    EXPECT_EQ(ReadWholeFile(folder / name), ReadWholeFile(folder / ("out-" + std::string(name)))) << name;
-  }
-}
-
-TEST(Pictures, TruncatedDecisionIsTheEnginesBothDepthsAgree) {
-  // The same picture in 8 and in 16 bits loses the same screen: what stays differs by rounding only.
-  const TemporaryFolder folder;
-  Picture shallow = DrawScreen(1, 0, 8), deep = shallow;
-  deep.bits = 16;
-  for (uint16_t& sample : deep.samples) sample = static_cast<uint16_t>(sample * 257);
-  Save(shallow, folder / "8.png");
-  Save(deep, folder / "16.png");
-  ASSERT_EQ(0, RunProgram(Finding({folder / "8.png", folder / "clean8.png"})).status);
-  ASSERT_EQ(0, RunProgram(Finding({folder / "16.png", folder / "clean16.png"})).status);
-  shallow = Load(folder / "clean8.png");
-  deep = Load(folder / "clean16.png");
-  for (size_t i = 0; i < shallow.samples.size(); ++i) {
-    ASSERT_NEAR(shallow.samples[i] + 0.5, deep.samples[i] / 257.0, 0.6);  // 8-bit stores truncate
-  }
-}
-
 TEST(Pictures, LabKeepsItsTagsAndLosesTheScreen) {
   for (const char* form : {"labq", "labs"}) {
     const TemporaryFolder folder;
@@ -214,17 +188,6 @@ TEST(Pictures, PnmKeepsItsLargestLevelAndTheSamplesTheirBrightness) {
   EXPECT_EQ(file, ReadWholeFile(folder / "same.ppm"));
 }
 
-TEST(Pictures, PalettesAndBitmapsAreExpanded) {
-  const TemporaryFolder folder;
-  Save(DrawScreen(3, 0, 8), folder / "palette.png", "[palette]");
-  Save(DrawScreen(1, 0, 8), folder / "bitmap.tif", "[bitdepth=1]");
-  ASSERT_EQ(0, RunProgram(Finding({folder / "palette.png", folder / "p.png"})).status);
-  EXPECT_EQ(3, Load(folder / "p.png").channels);
-  EXPECT_LT(ScreenAmplitude(Load(folder / "p.png"), 0), kGone);
-  ASSERT_EQ(0, RunProgram(Finding({folder / "bitmap.tif", folder / "b.tif"})).status);
-  EXPECT_EQ(1, Load(folder / "b.tif").channels);
-}
-
 TEST(Pictures, ReportTellsPeriodAngleAndLinesPerInch) {
   const TemporaryFolder folder;
   ImagePointer image = ImageOf(DrawScreen(1, 0, 8));
@@ -248,24 +211,6 @@ TEST(Pictures, ReportTellsPeriodAngleAndLinesPerInch) {
   EXPECT_EQ(nullptr, picture["output"]);
   EXPECT_GT(picture["peakMemoryBytes"], 1 << 20);
   EXPECT_EQ(std::vector<std::string>{"in.png"}, folder.Names()) << "a dry run writes no picture";
-}
-
-TEST(Pictures, SpectrumAndMaskShowTheNotches) {
-  const TemporaryFolder folder;
-  Save(DrawScreen(1, 0, 8), folder / "in.png");
-  ASSERT_EQ(0, RunProgram(Finding({folder / "in.png", folder / "out.png", "--spectrum", folder / "s.png",
-                                   "--mask", folder / "m.png"}))
-                   .status);
-  const Picture mask = Load(folder / "m.png"), spectrum = Load(folder / "s.png");
-  ASSERT_EQ(512, mask.width);
-  ASSERT_EQ(1, mask.channels);
-  ASSERT_EQ(3, spectrum.channels);
-  const int offset = static_cast<int>(512 / (kScreenPeriod * 1.41421356));  // cells from the zero frequency
-  EXPECT_GT(mask.At(256 + offset, 256 - offset, 0), 150);
-  EXPECT_EQ(0, mask.At(256, 256, 0));
-  EXPECT_GT(spectrum.At(256 + offset, 256 - offset, 0), spectrum.At(256 + offset, 256 - offset, 2) + 80)
-      << "red";
-  EXPECT_GT(spectrum.At(256 + 20, 256 + 20, 2), spectrum.At(256 + 20, 256 + 20, 0)) << "blue";
 }
 
 }  // namespace

@@ -69,25 +69,6 @@ TEST(Streams, EveryPixelFormatGivesWhatThePictureGives) {
   }
 }
 
-TEST(Streams, FrameWithoutPatternIsUnchanged) {
-  for (const PixelFormat& format : kPixelFormats) {
-    const std::string frame = FrameOf(DrawScreen(format.colours, 0, format.bits));
-    std::vector<std::string> arguments = Stream(format.name, {"-a", "0", "-", "-"});
-    EXPECT_EQ(frame, RunProgram(arguments, frame).out) << format.name;
-  }
-}
-
-TEST(Streams, FramesOutsideTheRangeAreDropped) {
-  const TemporaryFolder folder;
-  std::string frames;
-  for (int i = 0; i < 5; ++i) frames += std::string(kWidth * kHeight, static_cast<char>('0' + i));
-  WriteWholeFile(folder / "in.raw", frames);
-  const Ended ended =
-      RunProgram(Stream("gray", {"--first", "2", "--last", "3", folder / "in.raw", folder / "out.raw"}));
-  ASSERT_EQ(0, ended.status) << ended.err;
-  EXPECT_EQ(frames.substr(2 * kWidth * kHeight, 2 * kWidth * kHeight), ReadWholeFile(folder / "out.raw"));
-}
-
 TEST(Streams, FramesFlowOneByOne) {
   RunningProgram program(Stream("gray", {"-", "-"}));
   const std::string frame = ScreenFrame();
@@ -112,26 +93,6 @@ TEST(Streams, ShortLastFrameIsLeftOutAndWholeOnesStay) {
             RunProgram(Stream("gray", {"-f", "--last", "1", folder / "in.raw", folder / "out.raw"})).status);
 }
 
-TEST(Streams, NoWholeFrameGivesNoFile) {
-  const TemporaryFolder folder;
-  for (const std::string& input : {std::string(), std::string(1000, 'x')}) {
-    EXPECT_EQ(3, RunProgram(Stream("gray", {"-", folder / "out.raw"}), input).status);
-    EXPECT_TRUE(folder.Names().empty());
-  }
-  EXPECT_EQ(3, RunProgram(Stream("gray", {"--first", "4", "-", folder / "out.raw"}), ScreenFrame()).status);
-  EXPECT_TRUE(folder.Names().empty());
-}
-
-TEST(Streams, InterruptedWithAFrameOnItsWayLeavesNothing) {
-  const TemporaryFolder folder;
-  RunningProgram program(Stream("gray", {"--progress", "-", folder / "out.raw"}));
-  program.Write(ScreenFrame());
-  ASSERT_TRUE(program.WaitForError("removing"));
-  program.Signal(SIGTERM);
-  EXPECT_EQ(130, program.Wait().status);
-  EXPECT_TRUE(folder.Names().empty());
-}
-
 TEST(Streams, ReaderThatWentAwayAndFilesThatCannotBe) {
   const TemporaryFolder folder;
   RunningProgram program(Stream("gray", {"-", "-"}));
@@ -152,33 +113,6 @@ TEST(Streams, ReaderThatWentAwayAndFilesThatCannotBe) {
   EXPECT_EQ(3, RunProgram(Stream("gray", {folder / "none.raw", "-"})).status);
   EXPECT_EQ(5,
             RunProgram({"stream", "--width", "7501", "--height", "1", "--pix-fmt", "gray", "-", "-"}).status);
-}
-
-TEST(Streams, ReportTellsOfEveryFrame) {
-  const TemporaryFolder folder;
-  const std::string input = ScreenFrame() + std::string(kWidth * kHeight, 'x');
-  ASSERT_EQ(
-      0, RunProgram(Stream("gray", {"-", folder / "out.raw", "--report", folder / "r.json"}), input).status);
-  const auto frames = nlohmann::json::parse(ReadWholeFile(folder / "r.json"))["stream"]["frames"];
-  ASSERT_EQ(2u, frames.size());
-  EXPECT_TRUE(frames[0]["patternFound"]);
-  EXPECT_NEAR(kScreenPeriod, frames[0]["notches"][0]["periodPixels"].get<double>(), 0.02);
-  EXPECT_FALSE(frames[1]["patternFound"]);
-}
-
-TEST(Streams, StandBetweenTwoFfmpegs) {
-  const TemporaryFolder folder;
-  const std::string command =
-      "set -o pipefail; ffmpeg -loglevel error -f lavfi -i testsrc=size=160x120:rate=5:duration=1 -f "
-      "rawvideo -pix_fmt "
-      "rgb24 - | '" TESSALINE_PROGRAM
-      "' stream --width 160 --height 120 --pix-fmt rgb24 -q -a 90 - - | ffmpeg -loglevel error -f rawvideo "
-      "-pix_fmt "
-      "rgb24 -s 160x120 -r 5 -i - -c:v ffv1 '" +
-      (folder / "out.mkv") + "' && ffmpeg -loglevel error -i '" + (folder / "out.mkv") +
-      "' -f rawvideo -pix_fmt rgb24 '" + (folder / "back.raw") + "'";
-  ASSERT_EQ(0, system(("bash -c \"" + command + "\"").c_str()));
-  EXPECT_EQ(5u * 160 * 120 * 3, ReadWholeFile(folder / "back.raw").size());
 }
 
 }  // namespace

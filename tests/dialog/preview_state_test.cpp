@@ -156,47 +156,6 @@ TEST_F(PreviewTest, FilteredProxyIsThatOfASlowTwinForEveryKindAndPlace) {
   }
 }
 
-TEST_F(PreviewTest, WithoutFilterTheProxyIsThePicture) {
-  MakePicture(640, 480, kRgb8);
-  Open();
-  TogglePreview();
-  ComputePreview();
-  const PreviewState& state = previewState;
-  EXPECT_EQ((640 - 200) / 2, state.panX.base);
-  EXPECT_EQ((480 - 120) / 2, state.panY.base);
-  for (int32_t y = 0; y < 120; ++y) {
-    const uint8_t* const wanted = BufferRow(picture_.slot(), state.panY.base + y) + state.panX.base * 3;
-    EXPECT_TRUE(std::equal(wanted, wanted + 600, BufferRow(state.buffers.proxy.slot(), y))) << y;
-  }
-  EXPECT_EQ(PixelsOf(state.buffers.proxy.slot()), PixelsOf(state.buffers.zoomedView.slot()));
-}
-
-TEST_F(PreviewTest, ViewHasTheKindOfTheSourceAndShowsItsLevels) {
-  for (const int32_t kind : {kGray8, kGray16, kRgb8, kRgb16}) {
-    MakePicture(300, 300, kind);
-    Open();
-    TogglePreview();
-    ComputePreview();
-    const PreviewBuffers& buffers = previewState.buffers;
-    EXPECT_EQ(kind, ShapeOf(buffers.zoomedView.slot()).bytesPerPixel);
-    // On the screen, the view shows the levels of the proxy.
-    std::vector<uint8_t> shown(200 * 120 * 4);
-    EXPECT_EQ(0, DrawBufferPixels(buffers.zoomedView.slot(), 200, 120, shown.data()));
-    const std::vector<uint8_t> proxy = PixelsOf(buffers.proxy.slot());
-    int32_t largestDifference = 0;
-    for (size_t i = 0; i < 200 * 120; ++i) {
-      for (size_t c = 0; c < 3; ++c) {
-        largestDifference = std::max(largestDifference, std::abs(shown[4 * i + 2 - c] - proxy[3 * i + c]));
-      }
-    }
-    EXPECT_LE(largestDifference, kind == kGray8 || kind == kRgb8 ? 0 : 1) << kind;
-    Close(false);
-    picture_.Release();
-    gray16_.Release();
-    gray8_.Release();
-  }
-}
-
 TEST_F(PreviewTest, ZoomStaysBetweenLifeSizeAndEightTimesAndKeepsTheCentre) {
   MakePicture(640, 480, kGray8);
   Open();
@@ -272,30 +231,6 @@ TEST(Pan, PictureSmallerThanTheProxyMovesWithinIt) {
   EXPECT_LT(axis.remainder, 100);
 }
 
-TEST_F(PreviewTest, DraggingShowsTheUntouchedPictureAndGivesTheFilterBack) {
-  MakePicture(640, 480, kRgb8);
-  Open();
-  ComputePreview();
-  EXPECT_EQ(kRepaintNothing, BeginDrag(5, 5));  // beside the proxy
-  EXPECT_FALSE(previewState.isDragging);
-  EXPECT_EQ(kRepaintNothing, ContinueDrag(50, 50));
-  BeginDrag(100, 100);
-  EXPECT_TRUE(previewState.isDragging);
-  EXPECT_FALSE(previewState.previewOn);
-  EXPECT_TRUE(previewState.cacheValid);
-  EXPECT_EQ(kRepaintProxy, ContinueDrag(90, 120));
-  EXPECT_FALSE(previewState.cacheValid);
-  EXPECT_EQ(220 + 10, previewState.panX.position());
-  EXPECT_EQ(180 - 20, previewState.panY.position());
-  EXPECT_EQ(kRepaintProxy, EndDrag());
-  EXPECT_TRUE(previewState.previewOn);
-  EXPECT_EQ(kRepaintNothing, EndDrag());
-  TogglePreview();
-  BeginDrag(100, 100);
-  EndDrag();
-  EXPECT_FALSE(previewState.previewOn);
-}
-
 TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
   MakePicture(64, 64, kGray8);
   parameters_.highlightMode = 2.7f;
@@ -315,49 +250,6 @@ TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
   Close(true);
   EXPECT_EQ(2.0f, parameters_.highlightMode);
   EXPECT_EQ(2.0f, parameters_.highlightGreen);
-}
-
-TEST_F(PreviewTest, DefaultRestoresTheOpeningValuesAndEveryEndWritesTheCurrentOnes) {
-  MakePicture(64, 64, kGray8);
-  parameters_.acceptance = 77;
-  Open();
-  EXPECT_EQ(0, request_.reopen);
-  EXPECT_EQ(kRepaintNothing, ChangeValues({77, 6, 8}));
-  EXPECT_EQ(kRepaintBoth, ChangeValues({80, 7, 9}));
-  EXPECT_EQ(kRepaintBoth, RestoreOpeningValues());
-  EXPECT_EQ((PreviewValues{77, 6, 8}), previewState.current);
-  ChangeValues({81, 2, 3});
-  Close(false);
-  EXPECT_EQ(81.0f, parameters_.acceptance);
-  EXPECT_EQ(3.0f, parameters_.protectionRadius);
-}
-
-TEST_F(PreviewTest, SpectrumViewFollowsMaskHighlightAndView) {
-  MakePicture(64, 64, kGray8);
-  Open();
-  ComputePreview();
-  const int32_t slot = previewState.buffers.spectrumView.slot();
-  const std::vector<uint8_t> red = PixelsOf(slot);
-  auto isRepainted = [&, last = red]() mutable {
-    ComputePreview();
-    const std::vector<uint8_t> now = PixelsOf(slot);
-    const bool isChanged = now != last;
-    last = now;
-    return isChanged;
-  };
-  ChooseHighlight(kHighlightCyan, {});
-  EXPECT_TRUE(isRepainted());
-  ToggleSpectrumView();
-  EXPECT_TRUE(isRepainted());
-  ChangeValues({60, 12, 8});
-  EXPECT_TRUE(isRepainted());
-  ChangeZoom(ZoomCommand::kIn);
-  EXPECT_FALSE(isRepainted());
-  ToggleSpectrumView();
-  RestoreOpeningValues();
-  ChooseHighlight(kHighlightRed, {});
-  ComputePreview();
-  EXPECT_EQ(red, PixelsOf(slot));
 }
 
 TEST_F(PreviewTest, SplitShowsTheUntouchedPictureInTheOtherHalf) {

@@ -65,28 +65,6 @@ TEST(FormatNumber, WritesSixDigitsAtMost) {
   for (const Case& c : cases) EXPECT_EQ(c.text, Formatted(c.value, c.decimals)) << c.value;
 }
 
-TEST(FormatNumber, SurvivesWhatIsNoNumber) {
-  EXPECT_EQ("0.0", Formatted(std::numeric_limits<double>::quiet_NaN(), 2));
-  uint8_t text[kFormattedNumberBytes];
-  for (const double value : {HUGE_VAL, -HUGE_VAL, 5e-324, 1.7e308}) {
-    FormatNumber(value, text, 2);
-    EXPECT_LT(text[0], kFormattedNumberBytes);
-    EXPECT_GT(text[0], 2);
-  }
-}
-
-TEST(Slider, PositionsAreLimitedByStepAndBar) {
-  EXPECT_EQ(101, Acceptance(0).positions);
-  EXPECT_EQ(31, NotchRadius(1).positions);
-  EXPECT_EQ(255, ProtectionRadius(1).positions);
-  EXPECT_EQ(44, MakeSlider(0, 100, 0, SliderMapping::kLinear, 2, 1, 100).positions);
-  EXPECT_EQ(2, MakeSlider(0, 100, 0, SliderMapping::kLinear, 2, 1, 0, 0).positions);
-  EXPECT_EQ(32767, MakeSlider(0, 1e6f, 0, SliderMapping::kLinear, 2, 1, 100000).positions);
-  EXPECT_EQ(100, LastSliderPosition(Acceptance(0)));
-  EXPECT_EQ(255, LastSliderPosition(ProtectionRadius(1)));
-  EXPECT_TRUE(MakeSlider(0, 1, 0, SliderMapping::kLinear, 1, 1, 20, 200).isVertical);
-}
-
 TEST(Slider, ValueAndPositionFollowTheMapping) {
   const SliderControl root = ProtectionRadius(8);
   EXPECT_EQ(static_cast<int32_t>(std::sqrt(7.0 / 127.0) * 255), root.position);
@@ -116,16 +94,6 @@ TEST(Slider, ValueAndPositionFollowTheMapping) {
   const SliderControl free = MakeSlider(0, 10, 4, SliderMapping::kLinearClamped, 1, 1);
   EXPECT_EQ(11.0f, ClampSliderValue(free, 11));
   EXPECT_EQ(free.positions, SliderPositionOf(free, 1000, PositionRounding::kTruncate));
-}
-
-TEST(Slider, EditShowsWholeNumbersForAcceptanceAndTwoDecimalsForRadii) {
-  EXPECT_EQ("60", SliderText(Acceptance(60), TextMoment::kSetUp));
-  EXPECT_EQ("61", SliderText(Acceptance(60.5f), TextMoment::kLater));
-  EXPECT_EQ("6.00", SliderText(NotchRadius(6), TextMoment::kSetUp));
-  EXPECT_EQ("128.00", SliderText(ProtectionRadius(128), TextMoment::kSetUp));
-  const SliderControl negative = MakeSlider(-10, 10, -3.6f, SliderMapping::kLinear, 1, 1);
-  EXPECT_EQ("-3", SliderText(negative, TextMoment::kSetUp));
-  EXPECT_EQ("-4", SliderText(negative, TextMoment::kLater));
 }
 
 TEST(Slider, TypedTextIsReadAsFarAsItIsANumberAndClamped) {

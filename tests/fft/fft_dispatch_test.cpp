@@ -41,12 +41,6 @@ TEST(FftDispatch, RefusesOtherLengthsAndWritesNothing) {
   EXPECT_TRUE(std::equal(kept.begin(), kept.end(), FftResultArray));
 }
 
-TEST(FftDispatch, AnyDirectionCountsByItsSign) {
-  const std::vector<double> data = NoiseRow<double>(16);
-  for (const int32_t direction : {0, 77}) EXPECT_EQ(ResultOf(16, +1, data), ResultOf(16, direction, data));
-  EXPECT_EQ(ResultOf(16, -1, data), ResultOf(16, INT32_MIN, data));
-}
-
 TEST(FftComplexFloat, RoundsTheDoubleTransformOnceAndLeavesOtherLengthsAlone) {
   for (const uint32_t n : {0u, 1u, 2u, 3u, 4u, 5u, 32u, 64u, 100u, 8192u}) {
     for (const bool inverse : {false, true}) {
@@ -60,29 +54,6 @@ TEST(FftComplexFloat, RoundsTheDoubleTransformOnceAndLeavesOtherLengthsAlone) {
       FftComplexFloat(inverse, row.data(), n, scratch.data());
       EXPECT_EQ(expected, row) << n;
     }
-  }
-}
-
-TEST(MakeCosineTable, HoldsTheQuarterWaveOfAnyLengthAndItsEndIsNotQuiteZero) {
-  const struct {
-    int32_t n;
-    uint32_t log2n;
-    std::vector<float> table;
-  } cases[] = {{8, 3, {1.0f, 0.70710678f, 6.123234e-17f}},
-               {11, 3, {1.0f, 0.8412535f, 0.41541502f}},
-               {3, 2, {1.0f}},
-               {1, 0, {1.0f}},
-               {0, 0, {1.0f}},
-               {-3, 0, {1.0f}},
-               {-4, 0, {}}};
-  for (const auto& expected : cases) {
-    uint32_t log2n = 99;
-    std::vector<float> table(5, 9.0f);
-    EXPECT_EQ(0, MakeCosineTable(&log2n, expected.n, table.data()));
-    EXPECT_EQ(expected.log2n, log2n) << expected.n;
-    EXPECT_EQ(9.0f, table[expected.table.size()]) << expected.n;
-    table.resize(expected.table.size());
-    EXPECT_EQ(expected.table, table) << expected.n;
   }
 }
 

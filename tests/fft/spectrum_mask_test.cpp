@@ -77,21 +77,5 @@ TEST(InverseMaskedRows, HasTheBitsOfTheThreeStepsItStandsFor) {
   EXPECT_EQ(kUnequalSizes, InverseMaskedRows(0, 0, 0, 0, 1));
 }
 
-TEST(ApplySpectrumMask, RefusesOtherSizesAndKindsAndChangesNothing) {
-  OwnedBuffer spectrum;
-  ASSERT_EQ(0, spectrum.Create("spectrum", 4, 4, kGrayComplex));
-  const float value[2] = {1.0f, 2.0f};
-  WriteBufferRow(spectrum.slot(), 0, 0, sizeof value, value);
-  for (const auto& [width, height, bytes] :
-       {std::tuple{5, 4, 1}, std::tuple{4, 3, 1}, std::tuple{4, 4, 8}, std::tuple{4, 4, 12},
-        std::tuple{4, 4, 5}, std::tuple{4, 4, 24}}) {
-    OwnedBuffer mask;
-    ASSERT_EQ(0, mask.Create("mask", width, height, bytes));
-    EXPECT_EQ(kUnequalSizes, ApplySpectrumMask(spectrum.slot(), mask.slot()));
-  }
-  EXPECT_EQ(kUnequalSizes, ApplySpectrumMask(0, 0));
-  EXPECT_EQ(0, std::memcmp(BufferRow(spectrum.slot(), 0), value, sizeof value));
-}
-
 }  // namespace
 }  // namespace tessaline

@@ -137,14 +137,6 @@ TEST_F(RemovalRunTest, ProgressTellsTheStepsOfBothPasses) {
   EXPECT_GT(progress.findings.spectrum.logSpan, 1.0);
 }
 
-TEST_F(RemovalRunTest, InspectMayEndTheRun) {
-  RemovalContext context;
-  context.inspect = [](void*, const RemovalFindings&) { return false; };
-  MakePatternedImage(400, 300, 1);
-  EXPECT_EQ(kSuccess, Run(context));
-  EXPECT_EQ(original_, Pixels());
-}
-
 TEST_F(RemovalRunTest, WhereNothingIsFoundEverySampleStaysAndTheFindingsAreShown) {
   int32_t seedCells = -1;
   RemovalContext context;
@@ -192,15 +184,6 @@ TEST_F(RemovalRunTest, SmallestAndBlackImagesPass) {
     EXPECT_EQ(std::vector<uint8_t>(static_cast<size_t>(width * height * 6)), Pixels());
     ReleaseBuffer(slot_);
   }
-}
-
-TEST_F(RemovalRunTest, CancelInTheFirstPassLeavesTheSourceAlone) {
-  MakePatternedImage(400, 300, 3);
-  RemovalContext context;
-  context.progress.progressEnabled = true;
-  context.progress.abortCheck = [](void*) { return true; };
-  EXPECT_EQ(kUserCancelled, Run(context));
-  EXPECT_EQ(original_, Pixels());
 }
 
 TEST_F(RemovalRunTest, CancelInTheSecondPassIsNotTakenAndNobodyIsCalledOnceProgressIsSwitchedOff) {

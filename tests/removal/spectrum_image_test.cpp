@@ -68,16 +68,5 @@ TEST_F(SpectrumImageTest, TheCentreCrossIsLeftOutOfTheRangeButNotOfTheScaling) {
   EXPECT_NEAR(8192, Level(256, 256), 1);
 }
 
-TEST_F(SpectrumImageTest, WithoutARangeTheImageIsBlack) {
-  for (const double level : {0.0, 7.0}) {
-    FillSums(level);
-    Sum(256, 256) = 1e9;
-    reinterpret_cast<uint16_t*>(BufferRow(gray16_.slot(), 3))[3] = 99;
-    EXPECT_EQ(0.0, ScaleSpectrumByLog(sums_.slot(), gray16_.slot()));
-    EXPECT_EQ(0, Level(3, 3));
-    EXPECT_EQ(0, Level(256, 256));
-  }
-}
-
 }  // namespace
 }  // namespace tessaline

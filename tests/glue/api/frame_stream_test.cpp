@@ -62,16 +62,6 @@ TEST_F(FrameStreamTest, WritesTheFramesOfTheRangeAndDropsTheOthers) {
   EXPECT_EQ("", Output());
 }
 
-TEST_F(FrameStreamTest, EachFamilyHasItsCallerCode) {
-  WriteInput(kFrameBytes);
-  const std::pair<int32_t (*)(TessalineInstance*, const TessalineStream*, int64_t), uint32_t> families[] = {
-      {OSAPI_ProcessStream, kCallerOsapi}, {MTAPI_ProcessStream, kCallerMtapi}, {_Cedar, kCallerAlias}};
-  for (const auto& [process, code] : families) {
-    EXPECT_EQ(0, process(&instance, &stream, 0));
-    EXPECT_EQ(code, callerCode);
-  }
-}
-
 TEST_F(FrameStreamTest, AFrameCutShortIsNotMadeUp) {
   const std::string input = WriteInput(2 * kFrameBytes + kFrameBytes / 2);
   EXPECT_EQ(2, ProcessFrames(0, 9));
@@ -131,13 +121,6 @@ TEST_F(FrameStreamTest, OnlyTheDialogFrameShowsTheDialogAndItsCancelEndsTheStrea
   SetText("<long>epsT,0\r\n<doub>NoRd,6\r\n<doub>LFct,8\r\n");
   EXPECT_EQ(kUserCancelled, ProcessFrames(0, 3, 1));
   EXPECT_EQ(Expected(input, 0, 1), Output());
-}
-
-TEST_F(FrameStreamTest, AnUnwritableOutputIsRefused) {
-  WriteInput(kFrameBytes);
-  Point(stream.outputPath, folder.File("no such folder/out.raw"));
-  EXPECT_EQ(2, ProcessFrames(0, 0));
-  EXPECT_FALSE(HasFailed());
 }
 
 }  // namespace

@@ -113,29 +113,6 @@ TEST_F(ProgrammaticInterfaceTest, AnInstanceIsCreatedAndFreedAnyNumberOfTimes) {
   EXPECT_EQ(2, MTAPI_CreateInstance(nullptr));
 }
 
-TEST_F(ProgrammaticInterfaceTest, AnInstanceWithoutMemoryCountsAsFreed) {
-  for (const int allocation : {0, 1}) {
-    TessalineInstance other{};
-    FailAllocationAfter(allocation);
-    EXPECT_EQ(kOutOfMemory, OSAPI_CreateInstance(&other));
-    ClearAllocationFailure();
-    EXPECT_EQ(0u, other.textCapacity);
-    OSAPI_FreeInstance(&other);
-  }
-}
-
-TEST_F(ProgrammaticInterfaceTest, AReleasedBlockSaysSoAsFarAsItHasRoom) {
-  char block[40];
-  std::memset(block, '#', sizeof block);
-  MarkReleased(block, 25);
-  EXPECT_STREQ("Memory has been released", block);
-  EXPECT_EQ('#', block[25]);
-  MarkReleased(block, 7);
-  EXPECT_STREQ("Memory", block);
-  MarkReleased(block, 1);
-  EXPECT_STREQ("", block);
-}
-
 TEST_F(ProgrammaticInterfaceTest, BoundKindsGetThePixelsOfTheRun) {
   ExpectSamePixelsAsTheRun(1, Screen<uint8_t>(1, 1));
   ExpectSamePixelsAsTheRun(3, Screen<uint8_t>(3, 1));
@@ -298,17 +275,6 @@ TEST_F(ProgrammaticInterfaceTest, ASecondCallIsRefusedAtOnceAndExceptionsEndInAC
   uint8_t pixels[4] = {1, 2, 3, 4};
   for (const int32_t expected : {0, int32_t{kOutOfMemory}, 0})
     EXPECT_EQ(expected, Process(2, 2, 1, pixels, 1));
-  EXPECT_EQ(0, liveBufferCount);
-}
-
-TEST_F(ProgrammaticInterfaceTest, ACancelledDialogLeavesPixelsAndValues) {
-  OfferDialog(1);
-  uint16_t pixels[2][2] = {{1, 3}, {5, 7}};
-  EXPECT_EQ(kUserCancelled, Process(2, 2, 2, pixels, 1));
-  EXPECT_EQ(5, pixels[1][0]);
-  EXPECT_EQ(7, pixels[1][1]);
-  EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
-  EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
   EXPECT_EQ(0, liveBufferCount);
 }
 

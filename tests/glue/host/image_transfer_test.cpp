@@ -122,38 +122,6 @@ TEST_F(ImageTransferTest, LabIsConvertedOnTheWayOutOnly) {
   EXPECT_EQ(0, std::memcmp(words.data(), report.document.pixels.data(), wide.pixels.size()));
 }
 
-// CMYK fills three quarters of a row of "main", and alpha behind it comes back as it was.
-template <typename Sample>
-void ExpectCmyk(const Document& document, void (*fetch)(Sample*, int32_t), void (*copyBack)(Sample*, int32_t),
-                const Report& report) {
-  EXPECT_NO_COMPLAINTS(report);
-  for (int32_t y = 0; y < document.height; ++y) {
-    std::vector<Sample> row(4 * kWidth), back(5 * kWidth);
-    for (int32_t x = 0; x < kWidth; ++x) {
-      std::memcpy(&row[4 * x], PixelAt(document, x, y), 4 * sizeof(Sample));
-    }
-    fetch(row.data(), kWidth);
-    std::fill(row.begin() + 3 * kWidth, row.end(), Sample{0});
-    EXPECT_EQ(0, std::memcmp(row.data(), g_main.data() + y * 4 * kWidth * sizeof(Sample),
-                             4 * kWidth * sizeof(Sample)));
-    copyBack(row.data(), kWidth);
-    for (int32_t x = 0; x < kWidth; ++x) {
-      std::copy_n(&row[4 * x], 4, &back[5 * x]);
-      std::memcpy(&back[5 * x + 4], PixelAt(document, x, y) + 4 * sizeof(Sample), sizeof(Sample));
-    }
-    EXPECT_EQ(0, std::memcmp(back.data(), report.document.pixels.data() + y * document.RowBytes(),
-                             back.size() * sizeof(Sample)));
-  }
-}
-
-TEST_F(ImageTransferTest, CmykIsConvertedOnBothWays) {
-  afterFetch = KeepBuffers;
-  const Document narrow = MakeDocument(host::kModeCmyk, 8, 5, kWidth, kHeight);
-  ExpectCmyk(narrow, FetchCmykRow8, CopyBackCmykRow8, RunFilter(CopyingFilter, narrow, Switches{}));
-  const Document wide = MakeDocument(host::kModeCmyk64, 16, 5, kWidth, kHeight);
-  ExpectCmyk(wide, FetchCmykRow16, CopyBackCmykRow16, RunFilter(CopyingFilter, wide, Switches{}));
-}
-
 TEST_F(ImageTransferTest, FloatsStandOnTheByteScaleInside) {
   for (const auto& [mode, planes] : {std::pair{host::kModeRgb96, 4}, std::pair{host::kModeGray, 2}}) {
     const int32_t colorPlanes = planes - 1;
@@ -226,23 +194,6 @@ TEST_F(ImageTransferTest, MaskThatCannotBeHadSelectsTheFilterRectangle) {
   report = RunFilter(CopyingFilter, document, failing);
   EXPECT_EQ(0, report.result);
   EXPECT_EQ(kHeight, HeightOf(workRectangle));
-}
-
-TEST_F(ImageTransferTest, EmptyOrInvertedFilterRectanglesMoveNothing) {
-  for (const host::VRect& area :
-       {host::VRect{3, 3, 3, 9}, host::VRect{5, 9, 2, 3}, host::VRect{1, 4, 5, 4}}) {
-    for (const bool hasMask : {false, true}) {
-      Document document = MakeDocument(host::kModeRgb, 8, 3, kWidth, kHeight);
-      if (hasMask) document.mask.assign(kWidth * kHeight, 255);
-      Switches switches;
-      switches.hasFilterRectangle = true;
-      switches.filterRectangle = area;
-      const Report report = RunFilter(CopyingFilter, document, switches);
-      EXPECT_EQ(0, report.result);
-      EXPECT_NO_COMPLAINTS(report);
-      EXPECT_EQ(document.pixels, report.document.pixels);
-    }
-  }
 }
 
 }  // namespace

@@ -47,13 +47,6 @@ TEST_F(FilterParametersTest, TheProtectionRadiusDecidesAboutAllDefaultsTheNotchR
   EXPECT_EQ((Values{37, 2.5f, -1}), ValuesFromSettings({37.9f, 2.5f, -1}));
 }
 
-TEST_F(FilterParametersTest, AcceptanceFromADamagedRecordBecomesSomeWholeNumber) {
-  EXPECT_EQ(0.0f, ValuesFromSettings({std::nanf(""), 1, 1}).acceptance);
-  EXPECT_EQ(2147483648.0f, ValuesFromSettings({1e30f, 1, 1}).acceptance);
-  EXPECT_EQ(-2147483648.0f, ValuesFromSettings({-1e30f, 1, 1}).acceptance);
-  EXPECT_EQ(-37.0f, ValuesFromSettings({-37.9f, 1, 1}).acceptance);
-}
-
 TEST_F(FilterParametersTest, StoreParametersTruncatesForTheListOnly) {
   ParameterList* const list = MakeParameterList();
   FilterParameters parameters{};
@@ -68,18 +61,6 @@ TEST_F(FilterParametersTest, StoreParametersTruncatesForTheListOnly) {
   EXPECT_EQ(4.5f, imageInfo.settings.notchRadius);
   EXPECT_EQ(16.25f, imageInfo.settings.protectionRadius);
   FreeParameterList(list);
-}
-
-TEST_F(FilterParametersTest, HandlesCarryTheirSignatureAndSize) {
-  lastMemoryError = kNullHandle;
-  ProgramHandle* const handle = MakeHandle(514);
-  ASSERT_NE(nullptr, handle);
-  EXPECT_EQ(kSuccess, lastMemoryError);
-  EXPECT_EQ(0, std::memcmp(reinterpret_cast<const char*>(handle) + 8, "OTOF", 4));
-  EXPECT_EQ(514, HandleSize(handle));
-  for (int i = 0; i < 514; ++i) ASSERT_EQ(0, static_cast<const char*>(handle->block)[i]);
-  DisposeHandle(handle);
-  EXPECT_EQ(kSuccess, lastMemoryError);
 }
 
 TEST_F(FilterParametersTest, HandleFailuresAreTold) {

@@ -22,20 +22,6 @@ class ParameterListTest : public PreferencesTest {
   ParameterList* list;
 };
 
-TEST_F(ParameterListTest, LiesInMemoryAsItsReadersExpect) {
-  EXPECT_EQ(3u, Word(3));
-  EXPECT_EQ(0u, Word(4));
-  EXPECT_EQ(0x7473496Eu, Word(5));
-  const uint32_t firstEntry[6] = {0x65707354, 0x6C6F6E67, 1, 0, 100, 0};
-  const uint32_t secondEntry[6] = {0x4E6F5264, 0x646F7562, 1, 0x3F800000, 0x41800000, 0};
-  const uint32_t thirdEntry[6] = {0x4C466374, 0x646F7562, 1, 0x3F800000, 0x43000000, 0};
-  for (size_t i = 0; i < 6; ++i) {
-    EXPECT_EQ(firstEntry[i], Word(12 + i));
-    EXPECT_EQ(secondEntry[i], Word(18 + i));
-    EXPECT_EQ(thirdEntry[i], Word(24 + i));
-  }
-}
-
 TEST_F(ParameterListTest, TextsAreCopiesOfTheirOwn) {
   list->entries[3] = {FourCharCode("file"), kTypePath, 1, 0, 0, 0};
   list->entryCount = 4;
