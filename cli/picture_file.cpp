@@ -250,6 +250,12 @@ std::vector<PictureFile::Patch> PictureFile::PatchesFor(int page) const {
     present(tiff_->directory(0).pointerOffset, directory.offset, bytes);
     present(directory.nextPointerOffset, 0, bytes);
   }
+  // Colours multiplied by alpha would be divided by it and rounded; they are wanted as they are.
+  constexpr uint64_t kAssociated = 1, kUnassociated = 2;
+  const std::vector<uint64_t> extras = tiff_->OffsetsOfShorts(index, kTiffExtraSamples);
+  if (!extras.empty() && tiff_->Value(index, kTiffExtraSamples, 0) == kAssociated) {
+    present(extras[0], kUnassociated, 2);
+  }
   // The library unpacks Lab into its own forms, which drop alpha and the lowest bit of 16-bit lightness. To
   // it, the three planes are shown as RGB: sample for sample what is in the file.
   if (!IsLabPage(page)) return patches;

@@ -115,6 +115,26 @@ TEST_F(Metadata, NothingIsInventedAndWhatIsLostIsSaid) {
   }
 }
 
+TEST_F(Metadata, AssociatedAlphaStaysWhatItIsSampleForSample) {
+  Save(DrawScreen(1, 1, 8), folder / "plain.tif");
+  std::filesystem::copy_file(folder / "plain.tif", folder / "in.tif");
+  const auto setAlpha = [&](const char* name, uint8_t kind) {
+    const int file = open((folder / name).c_str(), O_RDWR);
+    const TiffTag tag = {kTiffExtraSamples, 3, 1, {kind, 0}};
+    const uint64_t before = TiffStructure::Read(ByteSource(file))->Value(0, kTiffExtraSamples, 0);
+    EXPECT_TRUE(EditTiffPages(file, [&](size_t) {
+      return TiffPageEdit{{kTiffExtraSamples}, {{tag}, {}, {}, {}}};
+    }));
+    close(file);
+    return before;
+  };
+  setAlpha("in.tif", 1);
+  Clean("plain.tif", "plain-out.tif");
+  Clean("in.tif", "out.tif");
+  EXPECT_EQ(1u, setAlpha("out.tif", 2));
+  EXPECT_EQ(Load(folder / "plain-out.tif"), Load(folder / "out.tif"));
+}
+
 TEST_F(Metadata, JpegSegmentsGoAlongByteForByte) {
   Save(DescribedScreen(), folder / "in.jpg", "[Q=97]");
   std::string file = ReadWholeFile(folder / "in.jpg");
