@@ -49,6 +49,7 @@ int32_t OnDetect(void* user, const SpectrumFacts& spectrum, const FilterParamete
     }
     return kSuccess;
   }
+  if (watch->wishes.gathersInto != nullptr) return watch->wishes.gathersInto->Add(spectrum, seedSlot);
   return DetectPeaksAutomatically(spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan,
                                   spectrum.transformSize, watch->wishes.settings.sensitivity,
                                   parameters.protectionRadius, seedSlot, &watch->outcome.peaks);
@@ -67,7 +68,8 @@ bool OnFindings(void* user, const RemovalFindings& findings) {
   if (watch->wishes.collectsNotches) outcome.notches = CollectNotches(findings);
   if (watch->wishes.collectsSeeds) outcome.seeds = CopyCells(findings.seedSlot);
   if (watch->wishes.drawsSpectrum) {
-    outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius, outcome.peaks);
+    outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius,
+                                           outcome.isAutomatic ? &outcome.peaks : nullptr);
     outcome.maskPicture = CopyCells(findings.maskSlot);
   }
   watch->isSecondPass = true;
@@ -96,7 +98,9 @@ EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EnginePr
   context.progress.progressEnabled = static_cast<bool>(progress);
   context.progress.progress = OnProgress;
   context.progress.user = &watch;
-  if (wishes.settings.isAutomatic || wishes.frozenSeeds != nullptr) context.detect = OnDetect;
+  if (wishes.settings.isAutomatic || wishes.frozenSeeds != nullptr || wishes.gathersInto != nullptr) {
+    context.detect = OnDetect;
+  }
   context.inspect = OnFindings;
   context.enterStage = OnStage;
   context.user = &watch;

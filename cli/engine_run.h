@@ -6,16 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "cli/film_decision.h"
 #include "cli/notches.h"
 #include "cli/options.h"
 
 namespace tessaline::cli {
 
-using SeedMap = std::vector<uint8_t>;  // 512 x 512 cells, 255 pattern
-
 struct EngineWishes {
   RemovalSettings settings;
   const SeedMap* frozenSeeds = nullptr;  // a decision made before, in place of looking; null: look
+  FilmDecision* gathersInto = nullptr;   // looks for a decision to be made later; finds nothing itself
   bool onlyLook = false;                 // the samples stay as they are, whatever is found
   bool drawsSpectrum = false;            // fill the picture fields below
   bool collectsNotches = true;
@@ -34,7 +34,7 @@ struct EngineOutcome {
   std::vector<Notch> notches;
   std::vector<SpectrumPeak> peaks;  // all that stood out, highest first; only where automatic
   SeedMap seeds;
-  std::vector<uint8_t> spectrumPicture;  // 512 x 512 RGB
+  std::vector<uint8_t> spectrumPicture;  // RGB in rows of 512 (see DrawSpectrum)
   std::vector<uint8_t> maskPicture;      // 512 x 512 grey
   double stageSeconds[static_cast<size_t>(RemovalStage::kCount)] = {};
 };

@@ -218,8 +218,9 @@ constexpr const char* kStreamFooter = R"(
 INPUT and OUTPUT are files of raw frames, one after the other, or - for stdin and stdout. Frames outside
 --first..--last are read and dropped. 16-bit samples are little-endian and use the full range 0..65535.
 
-With --freeze all frames get the decision of the first in which something is found (frames before it stay as they
-are); with --freeze F that of frame F, which from a pipe must not lie behind --first.
+With --freeze all frames get one decision, gathered over the first eight in which something is found (they wait
+for it; frames before them stay as they are); with --freeze F that of frame F, which from a pipe must not lie
+behind --first.
 
 Example:
   ffmpeg -i in.mkv -f rawvideo -pix_fmt rgb24 - |
@@ -382,7 +383,7 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   AddLastWins(app, "--first", first, "First frame to take, counted from 0 (default 0)", "A");
   AddLastWins(app, "--last", last, "Last frame to take (default: to the end)", "B");
   AddLastWins(app, "--freeze", freeze,
-              "One decision for all frames: of the first that shows a pattern, or of frame F", "[F]");
+              "One decision for all frames: over the first that show a pattern, or of frame F", "[F]");
   AddSharedOptions(app, shared);
   std::vector<std::string> joined = JoinFreezeFrame(argc, argv);
   std::vector<const char*> pointers;

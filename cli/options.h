@@ -64,10 +64,10 @@ struct StreamCommand {
   FramePixels pixels = kFramePixels[0];
   int64_t firstFrame = 0;            // counted from 0; frames before it are read and dropped
   std::optional<int64_t> lastFrame;  // included; absent: to the end
-  // One decision for all frames, so that a film does not flicker: of the first frame in which something is
-  // found, or of a frame by its number.
+  // One decision for all frames, so that a film does not flicker: gathered over several of them, or of a
+  // frame by its number.
   bool isFrozen = false;
-  std::optional<int64_t> frozenFrame;  // absent: the first in which something is found
+  std::optional<int64_t> frozenFrame;  // absent: gathered over the first frames in which something is found
   RemovalSettings settings;
   std::string reportFile;
   bool overwrite = false;

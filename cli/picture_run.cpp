@@ -217,8 +217,8 @@ class PictureRun {
     EngineOutcome outcome = RunEngine(samples_.slot(), wishes, show, request_.input);
     const auto index = static_cast<size_t>(page);
     if (!outputs_.spectra.empty()) {
-      WritePlainPng(outcome.spectrumPicture.data(), kSpectrumCells, kSpectrumCells, 3,
-                    outputs_.spectra[index].get());
+      const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
+      WritePlainPng(outcome.spectrumPicture.data(), kSpectrumCells, rows, 3, outputs_.spectra[index].get());
     }
     if (!outputs_.masks.empty()) {
       WritePlainPng(outcome.maskPicture.data(), kSpectrumCells, kSpectrumCells, 1,

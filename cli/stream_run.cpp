@@ -6,13 +6,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 #include "buffers/buffer_table.h"
+#include "buffers/result_codes.h"
 #include "cli/engine_run.h"
+#include "cli/film_decision.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/report.h"
@@ -116,10 +120,17 @@ PageKind KindOf(const StreamCommand& command) {
   return kind;
 }
 
+// A frame that has been looked at and waits for the decision of several.
+struct WaitingFrame {
+  int64_t number;
+  std::vector<uint8_t> bytes;
+  EngineOutcome outcome;  // of the look: nothing found, for nothing was decided
+};
+
 class StreamRun {
  public:
   StreamRun(const StreamCommand& command, ProgressBar* progress)
-      : command_(command), progress_(progress), kind_(KindOf(command)) {
+      : command_(command), progress_(progress), kind_(KindOf(command)), decision_(command.settings) {
     if (command.width > kLargestSide || command.height > kLargestSide) {
       throw TooLarge(command.input == "-" ? "standard input" : command.input, command.width, command.height);
     }
@@ -140,9 +151,11 @@ class StreamRun {
       }
     } catch (const Refusal& refusal) {
       // What cannot be written is not worth keeping; whole frames before a fault of the input are.
+      if (refusal.status() == ExitStatus::kUnreadable) DecideTogether();
       if (refusal.status() != ExitStatus::kCannotWrite) output_->Finish();
       throw;
     }
+    DecideTogether();
     if (output_->frames() == 0) throw NothingToWrite();
     if (!command_.reportFile.empty()) WriteReport();
     output_->Finish();
@@ -156,11 +169,57 @@ class StreamRun {
     if (command_.lastFrame && frameNumber_ > *command_.lastFrame) return false;
     const size_t got = input_->Read(frame_.data(), frame_.size());
     if (got == 0) return false;
-    if (got < frame_.size()) throw ShortFrame(got);
+    if (got < frame_.size()) {
+      DecideTogether();
+      throw ShortFrame(got);
+    }
     if (command_.frozenFrame == frameNumber_ && !isDecided_) Decide();
-    if (frameNumber_ >= command_.firstFrame) CleanFrame();
+    if (frameNumber_ >= command_.firstFrame) {
+      if (command_.isFrozen && !isDecided_) {
+        Gather();
+      } else {
+        FinishFrame(CleanFrame());
+      }
+    }
     ++frameNumber_;
     return true;
+  }
+
+  // How many frames decide together: as many as even out grain and scenery, but no more than a pipe's may
+  // wait in memory.
+  size_t FramesToGather() const {
+    constexpr size_t kFrames = 8;
+    constexpr size_t kMostBytes = size_t{256} << 20;
+    return std::clamp(kMostBytes / frame_.size(), size_t{1}, kFrames);
+  }
+
+  // Looks at the frame at hand and lets it wait for the decision.
+  void Gather() {
+    if (waiting_.empty() && decision_.Begin() != kSuccess) throw NoMemoryToDecide();
+    EngineWishes wishes;
+    wishes.gathersInto = &decision_;
+    waiting_.push_back({frameNumber_, {}, RunOnFrame(wishes)});
+    waiting_.back().bytes.swap(frame_);
+    frame_.resize(waiting_.back().bytes.size());
+    if (waiting_.size() == FramesToGather()) DecideTogether();
+  }
+
+  // Decides for the frames that wait, and lets them go. Where nothing is found they are as they came, and the
+  // next ones gather anew.
+  void DecideTogether() {
+    if (waiting_.empty()) return;
+    SeedMap seeds;
+    if (decision_.Make(&seeds) != kSuccess) throw NoMemoryToDecide();
+    const bool isFound = std::any_of(seeds.begin(), seeds.end(), [](uint8_t seed) { return seed != 0; });
+    if (isFound) Keep(std::move(seeds), waiting_.front().number, waiting_.size());
+    const int64_t next = frameNumber_;
+    const std::vector<WaitingFrame> frames = std::exchange(waiting_, {});
+    for (const WaitingFrame& waiting : frames) {
+      frameNumber_ = waiting.number;
+      frame_ = waiting.bytes;
+      FinishFrame(isFound ? CleanFrame() : waiting.outcome);
+    }
+    frameNumber_ = next;
   }
 
   // One run over the frame at hand.
@@ -185,12 +244,13 @@ class StreamRun {
     wishes.onlyLook = true;
     wishes.collectsNotches = false;
     wishes.collectsSeeds = true;
-    Keep(RunOnFrame(wishes));
+    Keep(RunOnFrame(wishes).seeds, frameNumber_, 1);
   }
 
-  void Keep(const EngineOutcome& outcome) {
-    frozenSeeds_ = outcome.seeds;
-    decidingFrame_ = frameNumber_;
+  void Keep(SeedMap seeds, int64_t firstFrame, size_t frames) {
+    frozenSeeds_ = std::move(seeds);
+    decidingFrame_ = firstFrame;
+    decidingFrames_ = static_cast<int64_t>(frames);
     isDecided_ = true;
   }
 
@@ -211,20 +271,23 @@ class StreamRun {
     frameNumber_ = 0;
   }
 
-  void CleanFrame() {
+  // Cleans the frame at hand: by the decision kept, or by its own.
+  EngineOutcome CleanFrame() {
     const size_t rowBytes = kind_.RowBytes();
-    const bool stillLooks = command_.isFrozen && !command_.frozenFrame && !isDecided_;
     EngineWishes wishes;
     wishes.collectsNotches = !command_.reportFile.empty();
-    wishes.collectsSeeds = stillLooks;
     if (isDecided_) wishes.frozenSeeds = &frozenSeeds_;
-    const EngineOutcome outcome = RunOnFrame(wishes);
-    if (stillLooks && outcome.patternFound) Keep(outcome);
+    EngineOutcome outcome = RunOnFrame(wishes);
     if (outcome.samplesChanged) {  // otherwise the frame goes out as it came in
       for (int32_t y = 0; y < kind_.height; ++y) {
         samples_.FillRow(y, false, frame_.data() + static_cast<size_t>(y) * rowBytes);
       }
     }
+    return outcome;
+  }
+
+  // Writes the frame at hand, after the run over it.
+  void FinishFrame(const EngineOutcome& outcome) {
     output_->Write(frame_);
     framesWithPattern_ += outcome.patternFound;
     if (!command_.reportFile.empty()) {
@@ -254,6 +317,11 @@ class StreamRun {
                        " whole frames were written. Are the frames really " + SizeText(command_) + "?");
   }
 
+  Refusal NoMemoryToDecide() const {
+    return Refusal(ExitStatus::kOutOfMemory, input_->name(),
+                   "not enough memory to decide over several frames; close other programs");
+  }
+
   Refusal NothingToWrite() const {
     const std::string what = frameNumber_ == 0
                                  ? "holds no frame"
@@ -276,7 +344,10 @@ class StreamRun {
     } else {
       text << "pattern taken out of " << framesWithPattern_;
     }
-    if (isDecided_) text << ", decided by frame " << decidingFrame_;
+    if (isDecided_ && decidingFrames_ == 1) text << ", decided by frame " << decidingFrame_;
+    if (isDecided_ && decidingFrames_ > 1) {
+      text << ", decided by frames " << decidingFrame_ << " to " << decidingFrame_ + decidingFrames_ - 1;
+    }
     std::vector<std::string> notes = {text.str()};
     if (command_.lastFrame && frameNumber_ <= *command_.lastFrame) {
       notes.push_back(input_->name() + ": ended after frame " + std::to_string(frameNumber_ - 1) +
@@ -294,6 +365,7 @@ class StreamRun {
         {"pixelFormat", command_.pixels.name},
         {"parameters", DescribeSettings(command_.settings)},
         {"frozenFrame", isDecided_ ? Json(decidingFrame_) : Json(nullptr)},
+        {"frozenFrames", decidingFrames_},
         {"frames", frameReports_},
         {"peakMemoryBytes", PeakMemoryBytes()},
     });
@@ -318,7 +390,10 @@ class StreamRun {
   int64_t framesWithPattern_ = 0;
   bool isDecided_ = false;  // frozen: the map below serves every frame from now on
   int64_t decidingFrame_ = 0;
+  int64_t decidingFrames_ = 0;  // that many from there on decided together; 0: none has
   SeedMap frozenSeeds_;
+  FilmDecision decision_;  // being gathered
+  std::vector<WaitingFrame> waiting_;
   Json frameReports_ = Json::array();
 };
 

@@ -404,18 +404,24 @@ bool IsGrid(const LogSpectrum& spectrum, const Candidate& candidate) {
          onColumn - spectrum.MedianAlong(0, peak.dy, 0, 1) >= 0.3 * peak.height;
 }
 
-bool GiveLicences(const LogSpectrum& spectrum, const Limits& limits, std::vector<Candidate>* candidates) {
+bool GiveLicences(const LogSpectrum& spectrum, const Limits& limits,
+                  const std::vector<SpectrumPeak>& licensedBefore, std::vector<Candidate>* candidates) {
   const auto farRing = MakeRing(8, 16);
   bool anyLicence = false;
   for (Candidate& candidate : *candidates) {
     if (candidate.isOut) continue;
     SpectrumPeak& peak = candidate.peak;
     const bool isOnAxis = candidate.axis != Axis::kNone;
-    const double need = isOnAxis ? limits.strongOnAxis : limits.strong;
+    const bool isKept = std::any_of(licensedBefore.begin(), licensedBefore.end(),
+                                    [&](const SpectrumPeak& before) { return IsSamePeak(peak, before); });
+    const double share = isKept ? 0.5 : 1.0;
+    const double strong = isOnAxis ? limits.strongOnAxis : limits.strong;
+    const double need = limits.weak + share * (strong - limits.weak);
+    const double isolation = share * limits.isolation;
     if (peak.height < need) continue;
-    const bool isIsolated = peak.isolation >= limits.isolation ||
-                            (peak.height >= need + limits.smear &&
-                             spectrum.IsolationOver(peak.dx, peak.dy, farRing) >= limits.isolation);
+    const bool isIsolated =
+        peak.isolation >= isolation || (peak.height >= need + limits.smear &&
+                                        spectrum.IsolationOver(peak.dx, peak.dy, farRing) >= isolation);
     if (!isIsolated) continue;
     peak.isGrid = !isOnAxis && IsGrid(spectrum, candidate);
     peak.isLicensed = !peak.isGrid;
@@ -462,7 +468,8 @@ void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumP
 }
 
 void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t transformSize,
-            double sensitivity, float protectionRadius, int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
+            double sensitivity, float protectionRadius, int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
+            const std::vector<SpectrumPeak>& licensedBefore) {
   const double discRadius = kSpectrumCentre / std::min(double{protectionRadius}, 127.9);
   const LogSpectrum spectrum(rawGray16Slot, logSpan, discRadius);
   const Limits limits(sensitivity, std::max(transformSize / kSpectrumCells, 1));
@@ -470,7 +477,7 @@ void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t t
   LeaveOutTextLines(discRadius, &candidates);
   LeaveOutBlocks(limits, &candidates);
   LeaveOutSkirts(&candidates);
-  const bool anyLicence = GiveLicences(spectrum, limits, &candidates);
+  const bool anyLicence = GiveLicences(spectrum, limits, licensedBefore, &candidates);
   ChooseUsed(anyLicence, &candidates);
   if (peaks != nullptr) {
     peaks->clear();
@@ -486,15 +493,21 @@ void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t t
 
 }  // namespace
 
+bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b) {
+  return IsWithin(a, b, 2);
+}
+
 int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
                                  int32_t transformSize, double sensitivity, float protectionRadius,
-                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks) {
+                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
+                                 const std::vector<SpectrumPeak>* licensedBefore) {
   if (!IsSpectrumGrid(rawGray16Slot, kGray16) || !IsSpectrumGrid(gray16Slot, kGray16) ||
       !IsSpectrumGrid(seedSlot, kGray8)) {
     return kUnequalSizes;
   }
   try {
-    Detect(rawGray16Slot, gray16Slot, logSpan, transformSize, sensitivity, protectionRadius, seedSlot, peaks);
+    Detect(rawGray16Slot, gray16Slot, logSpan, transformSize, sensitivity, protectionRadius, seedSlot, peaks,
+           licensedBefore != nullptr ? *licensedBefore : std::vector<SpectrumPeak>{});
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

@@ -49,9 +49,16 @@ struct SpectrumPeak {
 // 512, (512 - y) mod 512) and holds nothing inside the protected disc.
 //
 // `peaks`, when not null, receives every peak that stands out, highest first (then by row and column).
-// Returns 0; kUnequalSizes when a buffer has another shape; kOutOfMemory; the map is unchanged on an error.
+// `licensedBefore`, when not null, are peaks that had a licence in other pictures with the same pattern: at
+// their places half of what a licence asks for beyond the weak level keeps it, so that a peak on the edge
+// does not come and go. Returns 0; kUnequalSizes when a buffer has another shape; kOutOfMemory; the map is
+// unchanged on an error.
 int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
                                  int32_t transformSize, double sensitivity, float protectionRadius,
-                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks);
+                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
+                                 const std::vector<SpectrumPeak>* licensedBefore = nullptr);
+
+// Whether two peaks are the same repeat, as near as two pictures tell: at most 2 cells apart.
+bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b);
 
 }  // namespace tessaline
