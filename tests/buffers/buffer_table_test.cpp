@@ -69,7 +69,8 @@ TEST_F(BufferTableTest, RefusesWhatItCannotHoldAndLeavesTheSlotFree) {
 }
 
 TEST_F(BufferTableTest, ReadsClipToWholePixelsAndZeroFill) {
-  const int32_t gray = CreateCountingRow(10, 1), rgb = CreateCountingRow(4, 3);
+  const int32_t gray = CreateCountingRow(10, 1), rgb = CreateCountingRow(4, 3), two = Create(4, 2, 1);
+  std::memset(BufferRow(two, 1), 77, 4);  // never part of the row before
   const struct {
     int32_t slot, offset, row;
     std::vector<int> expected;
@@ -77,6 +78,7 @@ TEST_F(BufferTableTest, ReadsClipToWholePixelsAndZeroFill) {
       {gray, -6, 0, {0, 0, 0, 0, 0, 0, 1, 2, 3}},
       {gray, 8, 0, {9, 10, 0, 0, 0, 0}},
       {gray, 10, 0, {0, 0, 0}},
+      {two, 2, 0, {0, 0, 0, 0, 0}},
       {gray, -4, 0, {0, 0, 0}},
       {gray, 0, -1, {0, 0, 0}},
       {gray, 0, 1, {0, 0, 0}},

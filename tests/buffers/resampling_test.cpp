@@ -32,6 +32,9 @@ TEST_F(ResamplingTest, MagnifiesFromAnOffsetAndShowsBlackOutside) {
   EXPECT_EQ((std::vector<int>{2, 2, 3, 3, 0, 0}), Row(view.slot(), 0));
   EXPECT_EQ((std::vector<int>{2, 2, 3, 3, 0, 0}), Row(view.slot(), 1));
   EXPECT_EQ((std::vector<int>{5, 5, 6, 6, 0, 0}), Row(view.slot(), 3));
+  EXPECT_EQ(kSuccess,
+            ResampleBuffer(source.slot(), 0.0f, 0.0f, 0.5f, view.slot()));  // the middle of two is the second
+  EXPECT_EQ((std::vector<int>{5, 0, 0, 0, 0, 0}), Row(view.slot(), 0));
   EXPECT_EQ(kSuccess, ResampleBuffer(source.slot(), -1.0f, -1.0f, 1.0f, view.slot()));
   EXPECT_EQ((std::vector<int>{0, 0, 0, 0, 0, 0}), Row(view.slot(), 0));
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 0, 0}), Row(view.slot(), 1));

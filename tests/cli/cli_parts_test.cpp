@@ -27,22 +27,5 @@ TEST(JpegCompression, EveryQualityIsRecognised) {
   }
 }
 
-TEST(RunEngine, WantOfMemoryIsRefusedAndTheSamplesStay) {
-  ResetBufferTable();
-  int32_t slot = 0;
-  ASSERT_EQ(0, CreateBuffer("main", 64, 48, 1, &slot));
-  for (int failing = 0; failing < 6; ++failing) {
-    FailAllocationAfter(failing);
-    try {
-      RunEngine(slot, EngineWishes(), nullptr, "a.png");
-      ADD_FAILURE() << "not refused at allocation " << failing;
-    } catch (const Refusal& refusal) {
-      EXPECT_EQ(ExitStatus::kOutOfMemory, refusal.status());
-    }
-    ClearAllocationFailure();
-  }
-  ReleaseBuffer(slot);
-}
-
 }  // namespace
 }  // namespace tessaline::cli

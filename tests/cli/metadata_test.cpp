@@ -42,6 +42,7 @@ ImagePointer DescribedScreen() {
   vips_area_unref(VIPS_AREA(profile));
   SetBlob(image, VIPS_META_XMP_NAME, "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>");
   vips_image_set_int(image.get(), VIPS_META_ORIENTATION, 6);
+  vips_image_set_string(image.get(), "png-comment-0-Title", "a chunk of PNG alone");
   vips_image_set_string(image.get(), "exif-ifd0-Make", "ScanCo (ScanCo, ASCII, 7 components, 7 bytes)");
   vips_image_set_string(image.get(), "exif-ifd2-UserComment", "kept (kept, ASCII, 4 components, 4 bytes)");
   return image;
@@ -75,6 +76,8 @@ TEST_F(Metadata, ProfileExifXmpResolutionAndOrientationGoAlong) {
     // The library itself writes no orientation into a PNG.
     if (extension != "png") {
       EXPECT_EQ(6, vips_image_get_orientation(after.get()));
+    } else {
+      EXPECT_NE(std::string::npos, ReadWholeFile(folder / "out.png").find("a chunk of PNG alone"));
     }
     EXPECT_EQ(400, vips_image_get_width(after.get())) << "turned, though the tag still says so";
   }

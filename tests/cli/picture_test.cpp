@@ -188,30 +188,5 @@ TEST(Pictures, PnmKeepsItsLargestLevelAndTheSamplesTheirBrightness) {
   EXPECT_EQ(file, ReadWholeFile(folder / "same.ppm"));
 }
 
-TEST(Pictures, ReportTellsPeriodAngleAndLinesPerInch) {
-  const TemporaryFolder folder;
-  ImagePointer image = ImageOf(DrawScreen(1, 0, 8));
-  image->Xres = image->Yres = 300 / 25.4;
-  Save(image, folder / "in.png");
-  const Ended ended = RunProgram(Finding({"--dry-run", folder / "in.png", "--report", "-"}));
-  ASSERT_EQ(0, ended.status) << ended.err;
-  const auto picture = nlohmann::json::parse(ended.out)["pictures"][0];
-  const auto notches = picture["pages"][0]["notches"];
-  ASSERT_EQ(2u, notches.size());
-  std::vector<double> angles;
-  for (const auto& notch : notches) {
-    EXPECT_NEAR(kScreenPeriod, notch["periodPixels"].get<double>(), 0.02);
-    EXPECT_NEAR(300 / kScreenPeriod, notch["linesPerInch"].get<double>(), 0.5);
-    EXPECT_GT(notch["aboveThreshold"], 0);
-    angles.push_back(notch["angleDegrees"]);
-  }
-  std::sort(angles.begin(), angles.end());
-  EXPECT_NEAR(45, angles[0], 0.3);
-  EXPECT_NEAR(135, angles[1], 0.3);
-  EXPECT_EQ(nullptr, picture["output"]);
-  EXPECT_GT(picture["peakMemoryBytes"], 1 << 20);
-  EXPECT_EQ(std::vector<std::string>{"in.png"}, folder.Names()) << "a dry run writes no picture";
-}
-
 }  // namespace
 }  // namespace tessaline::cli

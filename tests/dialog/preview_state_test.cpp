@@ -156,29 +156,6 @@ TEST_F(PreviewTest, FilteredProxyIsThatOfASlowTwinForEveryKindAndPlace) {
   }
 }
 
-TEST_F(PreviewTest, ZoomStaysBetweenLifeSizeAndEightTimesAndKeepsTheCentre) {
-  MakePicture(640, 480, kGray8);
-  Open();
-  EXPECT_STREQ("100%", ZoomLabel());
-  ChangeZoom(ZoomCommand::kOut);
-  EXPECT_STREQ("100%", ZoomLabel());
-  const float centreX = previewState.panX.position() + 100;
-  for (const char* label : {"200%", "300%", "400%", "600%", "800%", "800%"}) {
-    EXPECT_EQ(kRepaintProxy, ChangeZoom(ZoomCommand::kIn));
-    EXPECT_STREQ(label, ZoomLabel());
-    const float shown = 200 / kZoomSteps[previewState.zoomIndex].factor;
-    EXPECT_NEAR(centreX, previewState.panX.position() + shown / 2, 5.0f) << label;  // positions are whole
-  }
-  ComputePreview();
-  // 8 x 8 pixels of the view are one of the proxy.
-  const PreviewBuffers& buffers = previewState.buffers;
-  const int32_t left = previewState.panX.remainder, top = previewState.panY.remainder;
-  EXPECT_EQ(BufferRow(buffers.proxy.slot(), top + 2)[3 * (left + 3)],
-            BufferRow(buffers.zoomedView.slot(), 23)[31]);
-  ChangeZoom(ZoomCommand::kLifeSize);
-  EXPECT_STREQ("100%", ZoomLabel());
-}
-
 TEST_F(PreviewTest, BesideASmallPictureTheViewIsGreyWhateverTheProxyRepeatsThere) {
   MakePicture(50, 300, kGray8);
   Open();

@@ -21,7 +21,6 @@ constexpr HighlightColor kRed = {255, 0, 0};
 constexpr HighlightColor kCyan = {0, 255, 255};
 constexpr int kCells = 512;
 using Painter = int32_t (*)(const SpectrumSource&, float, HighlightColor);
-constexpr Painter kPainters[] = {PaintFlatSpectrum, PaintSpectrum3D};
 
 struct View {
   int width, height;
@@ -172,77 +171,6 @@ TEST_F(SpectrumPaintingTest, FlatShowsTheDiscInItsColourAndNothingElseInIt) {
   for (const float noProtection : {0.0f, -8.0f, std::numeric_limits<float>::quiet_NaN()}) {
     const View view = Paint(PaintFlatSpectrum, kCells, kCells, 1.0f, kRed, noProtection);
     EXPECT_EQ(0, Find(view, [](const uint8_t* pixel) { return pixel[2] > 0; }).count);
-  }
-}
-
-// ---- both ----
-
-TEST_F(SpectrumPaintingTest, EveryKindShowsTheSamePictureAsBytes) {
-  Scatter();
-  const int32_t bytesSpectrum = spectrum_.slot(), bytesMask = mask_.slot();
-  for (const Painter paint : kPainters) {
-    const View expected = Paint(paint, 100, 100, 100 / 512.0f, kRed, 8);
-    for (const int32_t spectrumKind : {1, 2, 3, 4, 6, 12}) {
-      for (const int32_t maskKind : {1, 2, 4}) {
-        OwnedBuffer spectrum, mask, view;
-        spectrum.Create("spectrum", kCells, kCells, spectrumKind);
-        mask.Create("mask", kCells, kCells, maskKind);
-        view.Create("view", 100, 100, 3);
-        ASSERT_EQ(kSuccess, ConvertBuffer(bytesSpectrum, spectrum.slot()));
-        ASSERT_EQ(kSuccess, ConvertBuffer(bytesMask, mask.slot()));
-        ASSERT_EQ(kSuccess, paint({spectrum.slot(), mask.slot(), view.slot(), 8}, 100 / 512.0f, kRed));
-        int largest = 0;
-        for (size_t i = 0; i < expected.bytes.size(); ++i)
-          largest = std::max(largest, std::abs(expected.bytes[i] - BufferRow(view.slot(), 0)[i]));
-        EXPECT_LE(largest, 2) << "kind " << spectrumKind * 100 + maskKind;
-      }
-    }
-  }
-}
-
-TEST_F(SpectrumPaintingTest, RefusalsLeaveTheViewAlone) {
-  OwnedBuffer view, complexGrid, rgbGrid;
-  view.Create("view", 50, 50, 3);
-  complexGrid.Create("complex", kCells, kCells, 8);
-  rgbGrid.Create("rgb", kCells, kCells, 3);
-  const int32_t spectrum = spectrum_.slot(), mask = mask_.slot();
-  const float infinity = std::numeric_limits<float>::infinity();
-  const struct {
-    SpectrumSource source;
-    float scale;
-    int32_t result;
-  } cases[] = {
-      {{0, mask, view.slot(), 8}, 0.1f, kInvalidSlotOrFile},
-      {{spectrum, 5000, view.slot(), 8}, 0.1f, kInvalidSlotOrFile},
-      {{spectrum, mask, -1, 8}, 0.1f, kInvalidSlotOrFile},
-      {{complexGrid.slot(), mask, view.slot(), 8}, 0.1f, kUnknownPixelKind},
-      {{spectrum, rgbGrid.slot(), view.slot(), 8}, 0.1f, kUnknownPixelKind},
-      {{spectrum, mask, mask, 8}, 0.1f, kUnknownPixelKind},
-      {{spectrum, mask, view.slot(), 8}, 0.0f, kUnequalSizes},
-      {{spectrum, mask, view.slot(), 8}, -1.0f, kUnequalSizes},
-      {{spectrum, mask, view.slot(), 8}, infinity, kUnequalSizes},
-      {{spectrum, mask, view.slot(), 8}, infinity - infinity, kUnequalSizes},
-  };
-  std::memset(BufferRow(view.slot(), 0), 77, 50 * 50 * 3);
-  const auto isUntouched = [&] {
-    const uint8_t* const bytes = BufferRow(view.slot(), 0);
-    return std::all_of(bytes, bytes + 50 * 50 * 3, [](uint8_t byte) { return byte == 77; });
-  };
-  for (const Painter paint : kPainters) {
-    for (const auto& refused : cases) EXPECT_EQ(refused.result, paint(refused.source, refused.scale, kRed));
-    // Memory that runs out at any point: told, and nothing left behind.
-    const int32_t before = liveBufferCount;
-    int32_t result = kOutOfMemory;
-    for (int allocations = 0; result == kOutOfMemory; ++allocations) {
-      ASSERT_LT(allocations, 50);
-      EXPECT_TRUE(isUntouched());
-      FailAllocationAfter(allocations);
-      result = paint({spectrum, mask, view.slot(), 8}, 0.1f, kRed);
-      ClearAllocationFailure();
-      EXPECT_EQ(before, liveBufferCount);
-    }
-    EXPECT_EQ(kSuccess, result);
-    std::memset(BufferRow(view.slot(), 0), 77, 50 * 50 * 3);
   }
 }
 

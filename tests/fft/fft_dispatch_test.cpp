@@ -41,21 +41,5 @@ TEST(FftDispatch, RefusesOtherLengthsAndWritesNothing) {
   EXPECT_TRUE(std::equal(kept.begin(), kept.end(), FftResultArray));
 }
 
-TEST(FftComplexFloat, RoundsTheDoubleTransformOnceAndLeavesOtherLengthsAlone) {
-  for (const uint32_t n : {0u, 1u, 2u, 3u, 4u, 5u, 32u, 64u, 100u, 8192u}) {
-    for (const bool inverse : {false, true}) {
-      std::vector<float> row = NoiseRow<float>(n + 1);
-      std::vector<float> expected = row;
-      if (n >= 4 && FftDispatch(static_cast<int32_t>(n), inverse ? -1 : +1,
-                                std::vector<double>(row.begin(), row.end()).data()) == 0) {
-        std::copy(FftResultArray, FftResultArray + 2 * n, expected.begin());
-      }
-      std::vector<double> scratch(2 * n + 4);
-      FftComplexFloat(inverse, row.data(), n, scratch.data());
-      EXPECT_EQ(expected, row) << n;
-    }
-  }
-}
-
 }  // namespace
 }  // namespace tessaline

@@ -111,40 +111,6 @@ Picture PatternedPicture(ColourSpace space, int32_t extraPlanes, uint16_t white)
 
 // --- parameters ---
 
-TEST_F(Module, RecordsWhatItUsedAndPlaysItBack) {
-  WritePictureFile(Path("in.pam"), PatternedPicture(ColourSpace::kGrey, 0, kWhite8));
-  std::ofstream(Path("play.txt"))
-      << "LFct doub 16\nabcd text nobody asked for this\nNoRd doub 20\nepsT long 98\n";
-  ASSERT_EQ(ExitStatus::kDone, Filter({"--play", Path("play.txt"), "--record", Path("record.txt")}))
-      << err_.str();
-  // A notch radius of 20 is out of range, and the settings, still empty, have none either.
-  EXPECT_EQ("epsT long 98\nNoRd doub 6\nLFct doub 16\n",
-            DescriptorText(ReadDescriptorFile(Path("record.txt"))));
-}
-
-// The settings are the module's, not the run's: the preferences that a run reads are where the next one
-// begins, as long as the module stays loaded.
-TEST_F(Module, SettingsLiveAsLongAsTheModule) {
-  WritePictureFile(Path("in.pam"), PatternedPicture(ColourSpace::kGrey, 0, kWhite8));
-  SettingsRecord settings = {};
-  settings.acceptance = 85;
-  settings.notchRadius = 3;
-  settings.protectionRadius = 12;
-  std::vector<char> preferences(kPreferencesFileBytes);
-  std::memcpy(preferences.data(), &settings, sizeof settings);
-  const auto record = [&](std::vector<std::string> options) {
-    std::ofstream(Path("Plug-In Preferences.xyz"), std::ios::binary)
-        .write(preferences.data(), static_cast<std::streamsize>(preferences.size()));
-    options.insert(options.end(), {"--record", Path("record.txt")});
-    // The second run of a loaded module cleans with other values, and so gives other pixels.
-    Filter(options);
-    return DescriptorText(ReadDescriptorFile(Path("record.txt")));
-  };
-  EXPECT_EQ("epsT long 60\nNoRd doub 6\nLFct doub 8\n", record({}));
-  EXPECT_EQ("epsT long 85\nNoRd doub 3\nLFct doub 12\n", record({"--runs", "2"}));
-  EXPECT_EQ("epsT long 60\nNoRd doub 6\nLFct doub 8\n", record({"--runs", "2", "--reload"}));
-}
-
 // --- soak ---
 
 int64_t PrivateBytes() {

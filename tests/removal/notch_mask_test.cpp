@@ -143,21 +143,5 @@ TEST_F(NotchMaskTest, EnlargementInterpolatesFromTheCellsFirstColumn) {
   }
 }
 
-TEST_F(NotchMaskTest, BuildMaskJoinsTheStepsAndFreesItsOwnWorkingMask) {
-  OwnedBuffer spectrum, full, seeds;
-  spectrum.Create("spectrum", kSide, kSide, 2);
-  full.Create("full", 2 * kSide, 2 * kSide, 1);
-  reinterpret_cast<uint16_t*>(BufferRow(spectrum.slot(), 100))[100] = 30000;
-  const int32_t before = liveBufferCount;
-  EXPECT_EQ(kSuccess, BuildMask(spectrum.slot(), 127.5f, 8, 6, 0, full.slot()));
-  EXPECT_EQ(before, liveBufferCount);
-  EXPECT_EQ(kSuccess, BuildMask(spectrum.slot(), 127.5f, 8, 6, mask_.slot(), 0));
-  EXPECT_GT(BufferRow(mask_.slot(), 100)[100], 200);
-  EXPECT_EQ(BufferRow(mask_.slot(), 100)[100], BufferRow(full.slot(), 200)[200]);
-  EXPECT_EQ(BufferRow(mask_.slot(), 412)[412], BufferRow(full.slot(), 824)[824]);
-  FailAllocationAfter(0);
-  EXPECT_EQ(kOutOfMemory, BuildMask(spectrum.slot(), 127.5f, 8, 6, 0, full.slot()));
-}
-
 }  // namespace
 }  // namespace tessaline

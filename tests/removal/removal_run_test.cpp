@@ -220,34 +220,6 @@ TEST_F(RemovalRunTest, CancelInTheSecondPassIsNotTakenAndNobodyIsCalledOnceProgr
   EXPECT_EQ(expected, Pixels());
 }
 
-TEST_F(RemovalRunTest, ADetectorsSeedMapTakesThePlaceOfTheThreshold) {
-  RemovalContext context;
-  context.detect = [](void*, const SpectrumFacts& spectrum, const FilterParameters& parameters,
-                      int32_t seedSlot) {
-    EXPECT_EQ(1024, spectrum.transformSize);
-    EXPECT_EQ(2, ShapeOf(spectrum.rawGray16Slot).bytesPerPixel);
-    EXPECT_EQ(0.0f, parameters.acceptance);
-    return DetectPeaks(spectrum.gray16Slot, ThresholdOfAcceptance(100), parameters.protectionRadius,
-                       seedSlot);
-  };
-  MakePatternedImage(400, 300, 1);
-  ASSERT_EQ(kSuccess, Run());
-  const std::vector<uint8_t> expected = Pixels();
-  ReleaseBuffer(slot_);
-  MakePatternedImage(400, 300, 1);
-  parameters_.acceptance = 0;
-  EXPECT_EQ(kSuccess, Run(context));
-  EXPECT_EQ(expected, Pixels());
-
-  ReleaseBuffer(slot_);
-  MakePatternedImage(400, 300, 1);
-  context.detect = [](void*, const SpectrumFacts&, const FilterParameters&, int32_t) {
-    return int32_t{kOutOfMemory};
-  };
-  EXPECT_EQ(kOutOfMemory, Run(context));
-  EXPECT_EQ(original_, Pixels());
-}
-
 TEST_F(RemovalRunTest, TheDialogsValuesAreUsedAndStoredOnlyAfterOk) {
   RemovalContext context;
   int32_t answer = 2;

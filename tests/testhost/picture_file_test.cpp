@@ -79,24 +79,6 @@ TEST_F(PictureFile, EveryFormatGivesBackWhatItWasGiven) {
   }
 }
 
-TEST_F(PictureFile, WritesNothingThatTheFormatCannotHold) {
-  const auto refuses = [this](const std::string& name, const Picture& picture) {
-    try {
-      WritePictureFile(Path(name), picture);
-    } catch (const Refusal& refusal) {
-      return refusal.status() == ExitStatus::kCannotWrite && !std::filesystem::exists(Path(name));
-    }
-    return false;
-  };
-  EXPECT_TRUE(refuses("a.png", MakePicture(ColourSpace::kCmyk, 0, kWhite8)));
-  EXPECT_TRUE(refuses("a.png", MakePicture(ColourSpace::kRgb, 2, kWhite8)));
-  EXPECT_TRUE(refuses("a.ppm", MakePicture(ColourSpace::kRgb, 1, kWhite8)));
-  EXPECT_TRUE(refuses("a.ppm", MakePicture(ColourSpace::kGrey, 0, kWhite8)));
-  EXPECT_TRUE(refuses("a.tif", MakePicture(ColourSpace::kGrey, 0, kWhite8)));
-  EXPECT_TRUE(refuses("missing/a.png", MakePicture(ColourSpace::kGrey, 0, kWhite8)));
-  EXPECT_TRUE(std::filesystem::is_empty(folder_.path())) << "a partial file was left";
-}
-
 TEST_F(PictureFile, RefusalsSayWhatIsWrong) {
   EXPECT_EQ(": is neither PNG nor PNM nor PAM", FaultOf("a", "GIF89a"));
   EXPECT_EQ(": ends before its last pixel", FaultOf("a", "P5\n3 2\n255\n12345"));

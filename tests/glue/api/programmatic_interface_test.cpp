@@ -18,9 +18,6 @@ namespace {
 
 // What a run saw when it began.
 struct Observed {
-  uint32_t callerCode = 0;
-  ImageInfo info{};
-  std::string bufferName;
   std::vector<uint16_t> firstRow, lastRow;
 };
 
@@ -69,11 +66,8 @@ class ProgrammaticInterfaceTest : public InterfaceTest {
     context.user = &observed;
     context.enterStage = [](void* user, RemovalStage) {
       auto* const seen = static_cast<Observed*>(user);
-      if (!seen->bufferName.empty()) return;
+      if (!seen->firstRow.empty()) return;
       const int32_t slot = imageInfo.mainBuffer;
-      seen->callerCode = callerCode;
-      seen->info = imageInfo;
-      seen->bufferName = BufferTable[slot].name;
       const BufferShape shape = ShapeOf(slot);
       const auto row = [&](int32_t y) {
         const auto* const bytes = BufferRow(slot, y);
@@ -118,37 +112,6 @@ TEST_F(ProgrammaticInterfaceTest, BoundKindsGetThePixelsOfTheRun) {
   ExpectSamePixelsAsTheRun(3, Screen<uint8_t>(3, 1));
   ExpectSamePixelsAsTheRun(-2, Screen<uint16_t>(1, 128.5f));
   ExpectSamePixelsAsTheRun(-6, Screen<uint16_t>(3, 128.5f));
-}
-
-TEST_F(ProgrammaticInterfaceTest, TheRunSeesTheCallersKindAndCode) {
-  struct Case {
-    int32_t kind, channelBytes;
-    int32_t (*process)(TessalineInstance*, const TessalineImage*, int64_t);
-    uint32_t callerCode;
-    const char* bufferName;
-  };
-  const Case cases[] = {
-      {1, 1, OSAPI_Process, 0x496E7041, "Bound Memory DLL"},
-      {3, 1, MTAPI_Process, 0x4D6F7246, "Bound Memory DLL"},
-      {6, 2, _Alder, FourCharCode("Altr"), "transformed Memory DLL"},
-      {-6, 2, OSAPI_Process, 0x496E7041, "Bound Memory DLL"},
-  };
-  std::vector<uint8_t> pixels(5 * 4 * 6, 100);
-  for (const Case& c : cases) {
-    const Observed* const seen = Observe();
-    imageInfo.maskBuffer = 17;
-    const TessalineImage image = {5, 4, c.kind, pixels.data()};
-    EXPECT_EQ(0, c.process(&instance, &image, 0));
-    EXPECT_EQ(c.callerCode, seen->callerCode);
-    EXPECT_EQ(c.bufferName, seen->bufferName);
-    EXPECT_EQ(c.kind, seen->info.colorPlanes);
-    EXPECT_EQ(c.channelBytes, seen->info.channelBytes);
-    EXPECT_EQ(5, seen->info.width);
-    EXPECT_EQ(4, seen->info.height);
-    EXPECT_EQ(0, seen->info.maskBuffer);
-    EXPECT_EQ(0, liveBufferCount);
-    EXPECT_EQ(0, ShapeOf(1).width);
-  }
 }
 
 TEST_F(ProgrammaticInterfaceTest, FullRangeKindsReadAndWriteTheSecondRowOnly) {
@@ -207,38 +170,6 @@ TEST_F(ProgrammaticInterfaceTest, TheTextNamesTheValuesThatWereUsed) {
   EXPECT_EQ(0, Process(2, 2, 1, pixels));
   EXPECT_STREQ("<long>epsT,0\r\n<doub>NoRd,6.000000\r\n<doub>LFct,2.500000\r\n", instance.parameterText);
   EXPECT_EQ(53248u, std::filesystem::file_size(PreferencesPath()));
-}
-
-TEST_F(ProgrammaticInterfaceTest, ThePreferencesCountFromTheSecondRunOn) {
-  const float notANumber = std::numeric_limits<float>::quiet_NaN();
-  struct Case {
-    float acceptance, notchRadius, protectionRadius;
-    const char* text;
-  };
-  const Case cases[] = {
-      {37.9f, 2.5f, 4.0f, "<long>epsT,37\r\n<doub>NoRd,2.500000\r\n<doub>LFct,4.000000\r\n"},
-      {80.0f, 3.0f, notANumber, "<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n"},
-      // A damaged file must not bring the program down.
-      {notANumber, notANumber, 1e30f, "<long>epsT,0\r\n<doub>NoRd,6.000000\r\n<doub>LFct,128.000000\r\n"},
-      {-1e30f, -1e30f, -1e30f, "<long>epsT,0\r\n<doub>NoRd,1.000000\r\n<doub>LFct,1.000000\r\n"},
-  };
-  uint8_t pixels[6] = {1, 2, 3, 4, 5, 6};
-  for (const Case& c : cases) {
-    ClearSettings();
-    SettingsRecord record{};
-    record.acceptance = c.acceptance;
-    record.notchRadius = c.notchRadius;
-    record.protectionRadius = c.protectionRadius;
-    std::ofstream(PreferencesPath(), std::ios::binary)
-        .write(reinterpret_cast<const char*>(&record), sizeof record);
-    SetText("");
-    EXPECT_EQ(0, Process(3, 2, 1, pixels));
-    EXPECT_STREQ("<long>epsT,60\r\n<doub>NoRd,6.000000\r\n<doub>LFct,8.000000\r\n", instance.parameterText);
-    SetText("");
-    EXPECT_EQ(0, Process(3, 2, 1, pixels));
-    EXPECT_STREQ(c.text, instance.parameterText);
-    EXPECT_EQ(6.0f, imageInfo.settings.unusedSetting);
-  }
 }
 
 TEST_F(ProgrammaticInterfaceTest, TheDialogsValuesReachTextAndSettings) {

@@ -90,30 +90,5 @@ TEST(CmykRows, KnownPixels) {
   EXPECT_EQ((Words{32768, 32768, 32768, 32768}), Converted(CopyBackCmykRow16, Words{0, 0, 0, 9}, 1));
 }
 
-// Packing runs from the front and expansion from the back, or one pixel would overwrite the next.
-template <typename Sample>
-void ExpectRowsAreTheirPixels(void (*convert)(Sample*, int32_t), int32_t samplesIn, int32_t samplesOut) {
-  constexpr int32_t kPixels = 50;
-  std::vector<Sample> row(4 * kPixels), expected;
-  for (size_t i = 0; i < row.size(); ++i)
-    row[i] = static_cast<Sample>(i * 7919 % 255 * (sizeof(Sample) == 1 ? 1 : 128));
-  for (int32_t x = 0; x < kPixels; ++x) {
-    Sample pixel[4] = {};
-    std::copy_n(row.begin() + x * samplesIn, samplesIn, pixel);
-    convert(pixel, 1);
-    expected.insert(expected.end(), pixel, pixel + samplesOut);
-  }
-  convert(row.data(), kPixels);
-  row.resize(expected.size());
-  EXPECT_EQ(expected, row);
-}
-
-TEST(CmykRows, ConvertInPlace) {
-  ExpectRowsAreTheirPixels(FetchCmykRow8, 4, 3);
-  ExpectRowsAreTheirPixels(FetchCmykRow16, 4, 3);
-  ExpectRowsAreTheirPixels(CopyBackCmykRow8, 3, 4);
-  ExpectRowsAreTheirPixels(CopyBackCmykRow16, 3, 4);
-}
-
 }  // namespace
 }  // namespace tessaline

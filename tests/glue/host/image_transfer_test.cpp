@@ -122,29 +122,6 @@ TEST_F(ImageTransferTest, LabIsConvertedOnTheWayOutOnly) {
   EXPECT_EQ(0, std::memcmp(words.data(), report.document.pixels.data(), wide.pixels.size()));
 }
 
-TEST_F(ImageTransferTest, FloatsStandOnTheByteScaleInside) {
-  for (const auto& [mode, planes] : {std::pair{host::kModeRgb96, 4}, std::pair{host::kModeGray, 2}}) {
-    const int32_t colorPlanes = planes - 1;
-    const Document document = MakeDocument(mode, 32, planes, kWidth, kHeight);
-    afterFetch = KeepBuffers;
-    const Report report = RunFilter(CopyingFilter, document, Switches{});
-    EXPECT_NO_COMPLAINTS(report);
-    for (int32_t i = 0; i < kWidth * kHeight; ++i) {
-      for (int32_t s = 0; s < planes; ++s) {
-        float before, after, inside;
-        std::memcpy(&before, document.pixels.data() + (i * planes + s) * 4, 4);
-        std::memcpy(&after, report.document.pixels.data() + (i * planes + s) * 4, 4);
-        const std::vector<uint8_t>& buffer = s < colorPlanes ? g_main : g_alpha;
-        const int32_t at = s < colorPlanes ? i * colorPlanes + s : i;
-        std::memcpy(&inside, buffer.data() + at * 4, 4);
-        ASSERT_EQ(before * 255.0f, inside);
-        ASSERT_EQ(inside * 0.003921569f, after);
-        ASSERT_NEAR(before, after, 3e-7);
-      }
-    }
-  }
-}
-
 // -------------------------------------------------------------------------------------------------
 // selections
 

@@ -142,28 +142,6 @@ TEST(HostAccess, RowsShorterThanAskedAreNoneAndNarrowRectanglesAreClamped) {
       (std::vector<int>{record.inRect.top, record.inRect.left, record.inRect.bottom, record.inRect.right}));
 }
 
-TEST_F(PluginMainTest, ContinueZeroesTheRectanglesInUseAndNoOthers) {
-  host::FilterRecord record = {};
-  host::BigDocumentStruct big = {};
-  const host::Rect narrow = {1, 2, 3, 4};
-  const host::VRect wide = {5, 6, 7, 8};
-  const auto sum = [](const auto& r) { return r.top + r.left + r.bottom + r.right; };
-  for (const bool isWide : {false, true}) {
-    record.inRect = record.outRect = record.maskRect = narrow;
-    big.inRect32 = big.outRect32 = big.maskRect32 = wide;
-    record.bigDocumentData = isWide ? &big : nullptr;
-    EXPECT_EQ(0, PluginMain(host::kSelectorContinue, &record, nullptr, nullptr));
-    for (const host::Rect r :
-         {host::Rect(record.inRect), host::Rect(record.outRect), host::Rect(record.maskRect)}) {
-      EXPECT_EQ(isWide ? sum(narrow) : 0, sum(r));
-    }
-    for (const host::VRect& r : {big.inRect32, big.outRect32, big.maskRect32}) {
-      EXPECT_EQ(isWide ? 0 : sum(wide), sum(r));
-    }
-  }
-  EXPECT_EQ(1, big.PluginUsing32BitCoordinates);
-}
-
 // ------------------------------------------------------------------------------------------------- whole
 // runs
 
@@ -238,6 +216,7 @@ TEST_F(PluginMainTest, SelectionIsCleanedInItsBoxAndBlendedByTheHost) {
   const Document cleaned = Cleaned(source, 1, {10, 5, 330, 435}, kSharp);
   Switches switches = Playing(kSharp);
   EXPECT_EQ(cleaned.pixels, RunFilter(PluginMain, source, switches).document.pixels);
+  EXPECT_TRUE(fetchFlags.selectionPartial);
 
   switches.autoMask = true;
   const Report blended = RunFilter(PluginMain, source, switches);
@@ -343,6 +322,7 @@ TEST_F(PluginMainTest, PlayedValuesAreUsedAndRecordedAgain) {
   EXPECT_EQ(RecordingOf(kSharp), report.recorded);
   EXPECT_EQ(host::kDialogOptional, report.recordInfo);
   EXPECT_TRUE(PreferencesExist());
+  EXPECT_EQ(6.0f, imageInfo.settings.unusedSetting);
   // Values from scripting are those of this run alone.
   EXPECT_EQ(0.0f, imageInfo.settings.acceptance);
 }

@@ -191,21 +191,5 @@ TEST_F(ScriptingTest, RecordsEveryTypeInTheListsOrder) {
   }
 }
 
-// Whatever fails at whichever call: no handle is lost, nothing is left open, and the result is 0.
-TEST_F(ScriptingTest, FailureOfAnyCallCostsItsValueOnly) {
-  SetEntryText(list_, 6, "D:\\b.txt");
-  Switches switches;
-  switches.hasRecording = true;
-  switches.recording = {PathText("new"), Boolean(kKeyFlag, 1), Integer(kKeyAcceptance, 33),
-                        Float(kKeyNotchRadius, 3.0), Enumerated(kKeyBrush, kTypeBrush, 0x30303038)};
-  const int32_t calls = Record(switches).failableCalls;
-  ASSERT_GT(calls, 15);
-  for (int32_t at = 1; at <= calls; ++at) {
-    SCOPED_TRACE(at);
-    switches.failCallAt = at;
-    Record(switches);
-  }
-}
-
 }  // namespace
 }  // namespace tessaline
