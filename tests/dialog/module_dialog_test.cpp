@@ -7,7 +7,6 @@
 // After windows.h.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -65,25 +64,6 @@ TEST_F(ModuleDialog, OkGivesThePictureOfTheValuesChosenThroughBothDoors) {
     EXPECT_TRUE(wanted == BytesOf(folder_.File("chosen.png")));
   }
   EXPECT_FALSE(wanted == BytesOf(kPicture));
-}
-
-TEST_F(ModuleDialog, CancelWritesAndRecordsNothingOkBoth) {
-  const auto change = [](int end) {
-    return [end](HWND dialog) {
-      EXPECT_EQ("60", TextOf(GetDlgItem(dialog, 9)));
-      Type(GetDlgItem(dialog, 9), "77");
-      Command(dialog, end);
-    };
-  };
-  const std::string recorded = folder_.File("recorded.txt");
-  EXPECT_EQ(ExitStatus::kFilterFailed,
-            FilterWithDialog({"--record", recorded}, "none.png", change(IDCANCEL)));
-  EXPECT_NE(std::string::npos, err_.str().find("-128")) << err_.str();
-  EXPECT_FALSE(std::filesystem::exists(folder_.File("none.png")));
-  EXPECT_EQ("", BytesOf(recorded));
-
-  EXPECT_EQ(ExitStatus::kDone, FilterWithDialog({"--record", recorded}, "some.png", change(IDOK)));
-  EXPECT_NE(std::string::npos, BytesOf(recorded).find("epsT long 77")) << BytesOf(recorded);
 }
 
 }  // namespace

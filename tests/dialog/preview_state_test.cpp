@@ -229,19 +229,6 @@ TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
   EXPECT_EQ(2.0f, parameters_.highlightGreen);
 }
 
-TEST_F(PreviewTest, SplitShowsTheUntouchedPictureInTheOtherHalf) {
-  MakePicture(640, 480, kRgb8);
-  splitPreview = true;
-  Open();
-  EXPECT_EQ(60, previewState.proxyArea.height());
-  ComputePreview();
-  const PreviewBuffers& buffers = previewState.buffers;
-  const uint8_t* const wanted =
-      BufferRow(picture_.slot(), previewState.panY.base) + previewState.panX.base * 3;
-  EXPECT_TRUE(std::equal(wanted, wanted + 600, BufferRow(buffers.zoomedUntouched.slot(), 0)));
-  EXPECT_NE(PixelsOf(buffers.zoomedUntouched.slot()), PixelsOf(buffers.zoomedView.slot()));
-}
-
 TEST_F(PreviewTest, WideAreasAreCutAndNothingNeedsMemoryOrAPicture) {
   MakePicture(1, 7500, kRgb16);
   Open({0, 0, 2000, 3000});

@@ -7,21 +7,15 @@
 #include <psapi.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "glue/parameters/settings.h"
 #include "resources/resource_bytes.h"
 #include "testhost/descriptor_file.h"
-#include "testhost/filterhost.h"
+#include "testhost/fake_host.h"
 #include "testhost/loaded_module.h"
-#include "testhost/picture_document.h"
-#include "testhost/picture_file.h"
 #include "tests/glue/scratch_folder.h"
 
 namespace tessaline::testhost {
@@ -34,20 +28,7 @@ class Module : public testing::Test {
  protected:
   void SetUp() override { SetEnvironmentVariableA("TMP", folder_.path().c_str()); }
 
-  std::string Path(const std::string& name) const { return folder_.path() + "\\" + name; }
-
-  // filterhost OPTIONS MODULE INPUT OUTPUT
-  ExitStatus Filter(const std::vector<std::string>& options, const std::string& input = "in.pam",
-                    const std::string& output = "out.pam") {
-    std::vector<std::string> arguments = options;
-    arguments.insert(arguments.end(), {kModule, Path(input), Path(output)});
-    out_.str("");
-    err_.str("");
-    return FilterHost(arguments, out_, err_);
-  }
-
   ScratchFolder folder_;
-  std::ostringstream out_, err_;
 };
 
 TEST_F(Module, ResourcesArriveInTheFileAsTheyWereMade) {
@@ -86,32 +67,18 @@ TEST_F(Module, LoadingAndFreeingLeavesNothingBehind) {
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
 }
 
-// --- pictures ---
-
 constexpr int32_t kWidth = 260, kHeight = 210;
 
-// A gradient with a strong grid and some noise, in which a run finds the grid, and extra planes. In much
-// smaller pictures, or with less noise, no pattern stands out enough.
-Picture PatternedPicture(ColourSpace space, int32_t extraPlanes, uint16_t white) {
-  Picture picture = {kWidth, kHeight, space, extraPlanes, white, {}};
-  const int32_t colourPlanes = ColourPlanesOf(space);
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      for (int32_t plane = 0; plane < picture.Planes(); ++plane) {
-        const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 * 5 - 35;
-        const double level = plane < colourPlanes ? 100 + 10 * plane + (x + y) / 32.0 + noise +
-                                                        50 * std::cos(x * 1.2) * std::cos(y * 1.3)
-                                                  : (x * 3 + y * 5 + plane) % 256;
-        picture.samples.push_back(static_cast<uint16_t>(level / 255 * white));
-      }
-    }
+// A grid under noise, in which a run finds the grid.
+Document Patterned(int16_t mode, int32_t depth, int16_t planes) {
+  Document document = {mode, depth, planes, kWidth, kHeight, {}, {}};
+  for (int32_t i = 0; i < kWidth * kHeight * planes * depth / 8; ++i) {
+    const int32_t pixel = i * 8 / depth / planes, x = pixel % kWidth, y = pixel / kWidth;
+    const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 * 5 - 35;
+    document.pixels.push_back(static_cast<uint8_t>(110 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3)));
   }
-  return picture;
+  return document;
 }
-
-// --- parameters ---
-
-// --- soak ---
 
 int64_t PrivateBytes() {
   PROCESS_MEMORY_COUNTERS counters = {};
@@ -125,12 +92,11 @@ int64_t PrivateBytes() {
 TEST_F(Module, TwoHundredRunsInOneLoadedModuleKeepTheirMemory) {
   const LoadedModule module(kModule);
   const auto entry = module.Export<host::EntryPoint>("PluginMain");
-  Document picture = MakeDocument(PatternedPicture(ColourSpace::kGrey, 1, kWhite8), {});
+  Document picture = Patterned(host::kModeGray, 8, 2);
   for (int32_t i = 0; i < kWidth * kHeight; ++i) {
     picture.mask.push_back(static_cast<uint8_t>(i % kWidth < 20 ? 100 : i % 128 + 128));
   }
-  Document floats = MakeDocument(PatternedPicture(ColourSpace::kRgb, 0, kWhite8), {std::nullopt, 32});
-  Document inks = MakeDocument(PatternedPicture(ColourSpace::kCmyk, 0, kWhite8), {});
+  const Document floats = Patterned(host::kModeRgb, 32, 3), inks = Patterned(host::kModeCmyk, 8, 4);
 
   Switches whole;
   whole.hasRecording = true;

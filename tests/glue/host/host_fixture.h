@@ -1,5 +1,4 @@
-// What the tests of this room share: documents, a clean state around every test, and a filter that only
-// copies.
+// What the tests of this room share: documents, and a clean state around every test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -52,7 +51,6 @@ class HostTest : public PreferencesTest {
     messages = {};
     SetMessageHandler(
         [](const char* text, const char* title) { messages.push_back(std::string(title) + ": " + text); });
-    afterFetch = nullptr;
   }
   ~HostTest() override {
     ClearAllocationFailure();
@@ -68,33 +66,7 @@ class HostTest : public PreferencesTest {
     return imageInfo.mainBuffer == 0 && imageInfo.maskBuffer == 0 && imageInfo.alphaBuffer == 0;
   }
 
-  // A filter that fetches, calls afterFetch, and copies back (or not); other selectors as PluginMain.
-  static intptr_t CopyingFilter(int16_t selector, void* block, intptr_t* data, int16_t* result) {
-    if (selector != host::kSelectorStart) return PluginMain(selector, block, data, result);
-    auto* const record = static_cast<host::FilterRecord*>(block);
-    ResetBufferTable();
-    layout = LayoutOf(*record);
-    workRectangle = FindWorkRectangle(record);
-    int32_t code = FetchImage(record, workRectangle, layout);
-    if (code == kSuccess) {
-      if (afterFetch != nullptr) afterFetch();
-      code = copiesBack ? CopyBack(record, workRectangle, layout) : DontCopyBack(record);
-    }
-    return *result = static_cast<int16_t>(code);
-  }
-
-  static std::vector<uint8_t> PixelsOf(int32_t slot) {
-    const BufferShape shape = ShapeOf(slot);
-    const uint8_t* const data = BufferRow(slot, 0);
-    if (data == nullptr) return {};
-    return {data, data + int64_t{shape.width} * shape.height * shape.bytesPerPixel};
-  }
-
   inline static std::vector<std::string> messages;
-  inline static PixelLayout layout;
-  inline static host::VRect workRectangle;
-  inline static bool copiesBack = true;
-  inline static void (*afterFetch)() = nullptr;
 };
 
 // The samples of one pixel in a document.

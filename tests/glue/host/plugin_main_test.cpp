@@ -7,6 +7,7 @@
 #include <new>
 #include <thread>
 
+#include "glue/host/color_rows.h"
 #include "glue/host/host_access.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
@@ -178,6 +179,13 @@ TEST_F(PluginMainTest, GivesThePixelsOfTheRunItself) {
     EXPECT_GT(report.abortCalls, 0);
   }
   EXPECT_TRUE(messages.empty()) << Joined(messages);
+}
+
+TEST_F(PluginMainTest, LabReachesTheRunAsItIsAndLeavesItConverted) {
+  const Document source = MakePatterned(host::kModeLab, 8, 3, 64, 64);
+  Document expected = Cleaned(source, 3, {0, 0, 64, 64}, kSharp);
+  CopyBackLabRow8(expected.pixels.data(), 64 * 64);
+  EXPECT_EQ(expected.pixels, RunFilter(PluginMain, source, Playing(kSharp)).document.pixels);
 }
 
 TEST_F(PluginMainTest, EveryStyleOfHostAndEveryMissingTableGivesTheSamePicture) {

@@ -63,21 +63,5 @@ TEST_F(FilterParametersTest, StoreParametersTruncatesForTheListOnly) {
   FreeParameterList(list);
 }
 
-TEST_F(FilterParametersTest, HandleFailuresAreTold) {
-  DisposeHandle(nullptr);
-  EXPECT_EQ(kNullHandle, lastMemoryError);
-  for (const int allocation : {0, 1}) {  // the record, then its block
-    lastMemoryError = kSuccess;
-    FailAllocationAfter(allocation);
-    EXPECT_EQ(nullptr, MakeHandle(84));
-    EXPECT_EQ(kOutOfMemory, lastMemoryError);
-    ClearAllocationFailure();
-  }
-  EXPECT_EQ(nullptr, MakeHandle(-1));
-  EXPECT_EQ(0, HandleSize(nullptr));
-  EXPECT_EQ(kNullHandle, lastMemoryError);
-  EXPECT_EQ(nullptr, ParametersOf(nullptr));
-}
-
 }  // namespace
 }  // namespace tessaline
