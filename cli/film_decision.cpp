@@ -1,6 +1,7 @@
 #include "cli/film_decision.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "buffers/buffer_table.h"
 #include "buffers/levels.h"
@@ -23,25 +24,9 @@ int32_t FilmDecision::Add(const SpectrumFacts& spectrum, int32_t seedSlot) {
       spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan, spectrum.transformSize,
       settings_.sensitivity, settings_.protectionRadius, seedSlot, &peaks);
   ClearBuffer(seedSlot);
-  std::erase_if(peaks, [](const SpectrumPeak& peak) { return !peak.isLicensed; });
-  licensed_.push_back(std::move(peaks));
+  std::copy_if(peaks.begin(), peaks.end(), std::back_inserter(licensed_),
+               [](const SpectrumPeak& peak) { return peak.isLicensed; });
   return result;
-}
-
-std::vector<SpectrumPeak> FilmDecision::OftenLicensed() const {
-  constexpr size_t kOneIn = 4;  // frames; a peak that only chance has lifted does not come back so often
-  std::vector<SpectrumPeak> often;
-  for (const auto& frame : licensed_) {
-    for (const SpectrumPeak& peak : frame) {
-      size_t frames = 0;
-      for (const auto& other : licensed_) {
-        frames += std::any_of(other.begin(), other.end(),
-                              [&](const SpectrumPeak& same) { return IsSamePeak(peak, same); });
-      }
-      if (kOneIn * frames >= licensed_.size()) often.push_back(peak);
-    }
-  }
-  return often;
 }
 
 int32_t FilmDecision::Make(SeedMap* seeds) {
@@ -51,10 +36,9 @@ int32_t FilmDecision::Make(SeedMap* seeds) {
   if (result == kSuccess) result = gathering_.Mean(&mean);
   if (result != kSuccess) return result;
   if (settings_.isAutomatic) {
-    const std::vector<SpectrumPeak> often = OftenLicensed();
     result = DetectPeaksAutomatically(mean.rawGray16Slot, mean.gray16Slot, mean.logSpan, mean.transformSize,
                                       settings_.sensitivity, settings_.protectionRadius, map.slot(), nullptr,
-                                      &often);
+                                      &licensed_);
   } else if (mean.logSpan > 0) {
     // The acceptance is a share of a picture's whole log range, and the mean's is narrower than a frame's.
     const double share = gathering_.meanLogSpan() / mean.logSpan;

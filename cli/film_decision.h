@@ -2,7 +2,7 @@
 //
 // A single frame is a poor judge of a faint pattern: grain and what moves through the view lift a peak above
 // its limit in one frame and not in the next. So the frames' spectra are averaged before deciding, and a peak
-// that had a licence of its own in a quarter of them keeps it (see DetectPeaksAutomatically).
+// that had a licence in one of them keeps it where the mean bears it out (see DetectPeaksAutomatically).
 #pragma once
 
 #include <cstdint>
@@ -30,11 +30,9 @@ class FilmDecision {
   int32_t Make(SeedMap* seeds);
 
  private:
-  std::vector<SpectrumPeak> OftenLicensed() const;
-
   RemovalSettings settings_;
   SpectrumGathering gathering_;
-  std::vector<std::vector<SpectrumPeak>> licensed_;  // by frame
+  std::vector<SpectrumPeak> licensed_;  // in any of the frames
 };
 
 }  // namespace tessaline::cli

@@ -12,7 +12,7 @@ namespace tessaline::samples {
 namespace {
 
 constexpr int kPan = 3;  // pixels a frame
-constexpr int kPanStart = 140;
+constexpr int kPanStart = 210;
 constexpr int kViewBeyond = 372;  // how much wider than a frame the view is
 constexpr double kCyclesPerRow = 0.33;
 constexpr double kTurn = 2 * std::numbers::pi;

@@ -23,7 +23,7 @@ constexpr FilmFaults kRollingPattern = {7.5, 1.5, 0.2};
 
 // Interference in level lines, three rows a period, over a camera's slow pan along rough ground. The pattern
 // is as high as the ground's own spectrum just allows to be sure of, so that a single frame now finds it and
-// now does not. Up to 70 frames; the same arguments give the same film.
+// now does not. Up to 50 frames; the same arguments give the same film.
 Film ShootFilm(int width, int height, int frames, const FilmFaults& faults);
 
 // Frames as raw samples, one byte each.

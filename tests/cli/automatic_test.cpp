@@ -129,8 +129,8 @@ TEST_F(FrozenStreams, SeveralFramesDecideForAll) {
 }
 
 TEST_F(FrozenStreams, AFaintPatternDoesNotFlicker) {
-  constexpr int kFrames = 16;
-  const samples::Film film = samples::ShootFilm(kWidth, kHeight, kFrames, samples::kRollingPattern);
+  constexpr int kFrames = 24;
+  const samples::Film film = samples::ShootFilm(kWidth, kHeight, kFrames, samples::kStandingPattern);
   const std::string bytes = samples::ToBytes(film.frames);
   const double unfrozen = samples::FlickerOf(Run({"-", "-"}, bytes).out, film.originals);
   EXPECT_LT(samples::FlickerOf(Run({"--freeze", "-", "-"}, bytes).out, film.originals), 0.8 * unfrozen);
