@@ -44,26 +44,4 @@ std::vector<T> NoiseRow(size_t complexValues) {
   return row;
 }
 
-template <typename T>
-std::vector<Wide> Widen(const T* interleaved, size_t complexValues) {
-  std::vector<Wide> wide(complexValues);
-  for (size_t m = 0; m < complexValues; ++m) wide[m] = {interleaved[2 * m], interleaved[2 * m + 1]};
-  return wide;
-}
-
-// The largest distance of `result` from the slow transform of `data`, over the root mean square of the
-// transform's values for noise. Looks at no more than about 500 of the results.
-template <typename T>
-double WorstError(const std::vector<T>& data, const T* result, int sign, long double scale = 1) {
-  const size_t n = data.size() / 2;
-  const std::vector<Wide> wide = Widen(data.data(), n);
-  const std::vector<Wide> circle = CircleOf(n, sign);
-  long double worst = 0;
-  for (size_t k = 0; k < n; k += 1 + n / 512) {
-    const Wide expected = SlowDftAt(wide, circle, k) * scale;
-    worst = std::max(worst, std::abs(Wide(result[2 * k], result[2 * k + 1]) - expected));
-  }
-  return static_cast<double>(worst / (std::sqrt(static_cast<long double>(n)) * scale));
-}
-
 }  // namespace tessaline::test

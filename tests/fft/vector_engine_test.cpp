@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "fft/fft_dispatch.h"
@@ -59,6 +60,16 @@ TEST(VectorEngine, EveryInstructionSetGivesTheSameBitsFromEveryFrame) {
       }
     }
   }
+}
+
+TEST(FftDispatch, RefusesOtherLengthsAndWritesNothing) {
+  const std::vector<double> data = NoiseRow<double>(128);
+  ASSERT_EQ(0, FftDispatch(128, -1, data.data()));
+  const std::vector<double> kept(FftResultArray, FftResultArray + 256);
+  for (const int32_t n : {0, 1, 3, 6, 63, 65, 100, 129, 8191, 16384, 1 << 30, -2, -8192, INT32_MIN}) {
+    EXPECT_EQ(1, FftDispatch(n, -1, data.data())) << n;
+  }
+  EXPECT_TRUE(std::equal(kept.begin(), kept.end(), FftResultArray));
 }
 
 // A checksum of bytes (FNV-1a): results that differ in one bit differ in it.

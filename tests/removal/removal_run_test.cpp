@@ -12,6 +12,7 @@
 #include "glue/parameters/settings.h"
 #include "platform/memory.h"
 #include "platform/message.h"
+#include "removal/padding_fill.h"
 
 namespace tessaline {
 namespace {
@@ -283,6 +284,20 @@ TEST_F(RemovalRunTest, WithoutMemoryTheSourceStaysAsItWas) {
   EXPECT_EQ(kSuccess, result);
   EXPECT_NE(original_, Pixels());
   EXPECT_GT(failing, 10);
+}
+
+TEST(PaddingFill, LeavesThePictureAndClearsEveryImaginaryPart) {
+  ResetBufferTable();
+  OwnedBuffer plane;
+  ASSERT_EQ(kSuccess, plane.Create("plane", 64, 64, 8));
+  auto* const values = reinterpret_cast<float*>(BufferRow(plane.slot(), 0));
+  for (int i = 0; i < 64 * 64; ++i) values[2 * i] = static_cast<float>(i % 7), values[2 * i + 1] = 77.0f;
+  ASSERT_EQ(kSuccess, FillPadding(plane.slot(), 64 - 40, 64 - 30, nullptr));
+  for (int i = 0; i < 64 * 64; ++i) {
+    ASSERT_EQ(0.0f, values[2 * i + 1]) << i;
+    const bool isPicture = i % 64 < 40 && i / 64 < 30;
+    ASSERT_TRUE(!isPicture || values[2 * i] == static_cast<float>(i % 7)) << i;
+  }
 }
 
 }  // namespace

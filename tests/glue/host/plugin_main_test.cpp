@@ -236,15 +236,6 @@ TEST_F(PluginMainTest, SelectionIsCleanedInItsBoxAndBlendedByTheHost) {
   EXPECT_FALSE(differsFrom(335, source));
 }
 
-TEST_F(PluginMainTest, FaintSelectionLeavesThePictureAsItIs) {
-  Document source = MakePatterned(host::kModeRgb, 8, 3, 30, 20);
-  source.mask.assign(30 * 20, 127);
-  const Report report = RunFilter(PluginMain, source, Switches{});
-  EXPECT_EQ(0, report.result);
-  ExpectUnchanged(source, report);
-  EXPECT_TRUE(messages.empty());
-}
-
 // ------------------------------------------------------------------------------- pictures that no run can
 // take
 

@@ -10,7 +10,6 @@
 namespace tessaline {
 namespace {
 
-using testhost::DescriptorTables;
 using testhost::DescriptorValue;
 using testhost::HandleTable;
 
@@ -70,7 +69,7 @@ class ScriptingTest : public HostTest {
   static intptr_t ReadAndWrite(int16_t selector, void* block, intptr_t* data, int16_t* result) {
     if (selector != host::kSelectorStart) return PluginMain(selector, block, data, result);
     auto* const record = static_cast<host::FilterRecord*>(block);
-    suppressDialog = ReadDescriptor(record, list_);
+    ReadDescriptor(record, list_);
     if (writes) *result = static_cast<int16_t>(WriteDescriptor(record, *list_));
     return *result;
   }
@@ -93,7 +92,6 @@ class ScriptingTest : public HostTest {
   }
 
   inline static ParameterList* list_ = nullptr;
-  inline static bool suppressDialog = false;
   inline static bool writes = false;
 };
 
@@ -151,26 +149,6 @@ TEST_F(ScriptingTest, ValuesOfAnotherTypeAreLeftAlone) {
   EXPECT_EQ(8.0f, Real(kKeyProtectionRadius));
   EXPECT_EQ(3, Long(kKeyBrush));
   EXPECT_EQ(0, Long(kKeyFlag));
-}
-
-TEST_F(ScriptingTest, DialogOpensOnlyWhereTheHostAsksForIt) {
-  struct Case {
-    DescriptorTables tables;
-    int16_t playInfo;
-    bool isSuppressed;
-  };
-  for (const Case& c : {Case{DescriptorTables::kWorking, host::kDialogDontDisplay, true},
-                        Case{DescriptorTables::kWorking, host::kDialogDisplay, false},
-                        Case{DescriptorTables::kWorking, host::kDialogSilent, true},
-                        Case{DescriptorTables::kTablesNull, host::kDialogDisplay, false},
-                        Case{DescriptorTables::kTablesNull, host::kDialogDontDisplay, true},
-                        Case{DescriptorTables::kRecordNull, host::kDialogDisplay, true}}) {
-    Switches switches;
-    switches.descriptors = c.tables;
-    switches.playInfo = c.playInfo;
-    Record(switches);
-    EXPECT_EQ(c.isSuppressed, suppressDialog);
-  }
 }
 
 TEST_F(ScriptingTest, RecordsEveryTypeInTheListsOrder) {
