@@ -169,6 +169,12 @@ TEST_F(ProgrammaticInterfaceTest, TheTextNamesTheValuesThatWereUsed) {
   SetText("<long>epsT,0\r\n<doub>NoRd,17\r\n<doub>LFct,2.5\r\n");
   EXPECT_EQ(0, Process(2, 2, 1, pixels));
   EXPECT_STREQ("<long>epsT,0\r\n<doub>NoRd,6.000000\r\n<doub>LFct,2.500000\r\n", instance.parameterText);
+  // Settings of a damaged file: the text has what the run made of them.
+  imageInfo.settings.acceptance = imageInfo.settings.protectionRadius = 500;
+  imageInfo.settings.notchRadius = 3;
+  SetText("");
+  EXPECT_EQ(0, Process(2, 2, 1, pixels));
+  EXPECT_STREQ("<long>epsT,100\r\n<doub>NoRd,3.000000\r\n<doub>LFct,128.000000\r\n", instance.parameterText);
   EXPECT_EQ(53248u, std::filesystem::file_size(PreferencesPath()));
 }
 
