@@ -154,9 +154,10 @@ TEST_F(Metadata, JpegSegmentsGoAlongByteForByte) {
       "comment"s +
       "\xFF\xE9\x00\x08"
       "private"s.substr(0, 10);
-  WriteWholeFile(folder / "in.jpg", file.insert(2, segments));
+  WriteWholeFile(folder / "in.jpg", file.insert(2, segments + "\xFF\xE0\x00\x10JFIF\0\1\1\0\0\1\0\1\0\0"s));
   Clean("in.jpg", "out.jpg");
   EXPECT_NE(std::string::npos, ReadWholeFile(folder / "out.jpg").find(segments));
+  EXPECT_EQ(6u, ReadWholeFile(folder / "out.jpg").find("JFIF"));  // the format wants its own segment in front
   const ImagePointer before = Open(folder / "in.jpg"), after = Open(folder / "out.jpg");
   EXPECT_EQ(Blob(before, VIPS_META_EXIF_NAME), Blob(after, VIPS_META_EXIF_NAME));
 }
@@ -189,7 +190,8 @@ TEST_F(Metadata, TiffTagsThatTheLibraryDropsGoAlong) {
                {kTiffIptc, kUndefined, 7, {0x1C, 2, 105, 0, 2, 'h', 'h'}}};
   tags.exif = {{33434, kRational, 1, {1, 0, 0, 0, 100, 0, 0, 0}}, ascii(36867, "2019:01:02 03:04:05")};
   tags.gps = {ascii(1, "N")};
-  Save(DrawScreen(3, 0, 8), folder / "in.tif", "[compression=lzw,tile,tile-width=128,tile-height=64]");
+  Save(DrawScreen(3, 0, 8), folder / "in.tif",
+       "[compression=lzw,predictor=horizontal,tile,tile-width=128,tile-height=64]");
   int file = open((folder / "in.tif").c_str(), O_RDWR);
   ASSERT_TRUE(EditTiffPages(file, [&](size_t) { return TiffPageEdit{{}, tags}; }));
   close(file);
@@ -211,6 +213,7 @@ TEST_F(Metadata, TiffTagsThatTheLibraryDropsGoAlong) {
   constexpr uint64_t kLzw = 5;
   EXPECT_EQ(kLzw, structure->Value(0, kTiffCompression, 0));
   EXPECT_EQ(128u, structure->Value(0, kTiffTileWidth, 0));
+  EXPECT_EQ(2u, structure->Value(0, kTiffPredictor, 1));
   close(file);
   EXPECT_LT(ScreenAmplitude(Load(folder / "out.tif"), 0), kGone);
 }
