@@ -6,9 +6,8 @@
 
 #include <string>
 
-#include "buffers/buffer_table.h"
-#include "removal/automatic_detection.h"
-#include "removal/removal_run.h"
+#include "removal/peak_detection.h"
+#include "removal/steps.h"
 #include "tests/support/picture_files.h"
 
 namespace tessaline {
@@ -19,17 +18,12 @@ constexpr const char* kPictures[] = {"halftone-grey8", "rosette-rgb8", "weave-rg
 constexpr double kSpan = 10.0;  // of these pictures 9.4 to 10.9; the time does not depend on it much
 
 struct Spectra {
-  int32_t gray16, enhanced;
-  OwnedBuffer seeds;
+  Image gray16, enhanced, seeds;
 
   explicit Spectra(const std::string& name)
-      : gray16(MakeBuffer(ReadPicture(name + "/gray16.png"))),
-        enhanced(MakeBuffer(ReadPicture(name + "/enhanced.png"))) {
-    seeds.Create("seeds", kSpectrumCells, kSpectrumCells, 1);
-  }
-  ~Spectra() {
-    ReleaseBuffer(gray16);
-    ReleaseBuffer(enhanced);
+      : gray16(ImageOf(ReadPicture(name + "/gray16.png"))),
+        enhanced(ImageOf(ReadPicture(name + "/enhanced.png"))) {
+    seeds.Create(kSpectrumCells, kSpectrumCells, 1);
   }
 };
 
@@ -38,27 +32,34 @@ void AutomaticDetection(benchmark::State& state) {
   state.SetLabel(name);
   Spectra spectra(name);
   for (auto _ : state) {
-    DetectPeaksAutomatically(spectra.gray16, spectra.enhanced, kSpan, 1024, 1.0, 8, spectra.seeds.slot(),
-                             nullptr);
+    DetectPeaksAutomatically(spectra.gray16.view(), spectra.enhanced.view(), kSpan, 1024, 1.0, 8,
+                             spectra.seeds.view(), nullptr);
   }
 }
 BENCHMARK(AutomaticDetection)->DenseRange(0, std::size(kPictures) - 1)->Unit(benchmark::kMillisecond);
 
 void ThresholdTest(benchmark::State& state) {
   Spectra spectra(kPictures[0]);
-  for (auto _ : state) DetectPeaks(spectra.enhanced, 127.5f, 8, spectra.seeds.slot());
+  for (auto _ : state) DetectPeaks(spectra.enhanced.view(), 127.5f, 8, spectra.seeds.view());
 }
 BENCHMARK(ThresholdTest)->Unit(benchmark::kMillisecond);
 
 void WholeRun(benchmark::State& state) {
   const char* const name = kPictures[state.range(0)];
   state.SetLabel(name);
-  const int32_t slot = MakeBuffer(ReadPicture(std::string(name) + "/input.png"));
+  Image picture = ImageOf(ReadPicture(std::string(name) + "/input.png"));
+  const PictureView view = PictureOf(picture.view());
+  const Settings settings = {false, 98, 1, 6, 8};
+  Workspace workspace;
   for (auto _ : state) {
-    FilterParameters parameters{98, 6, 8};
-    RunRemoval(slot, &parameters, nullptr, true, RemovalContext{});
+    Analysis analysis;
+    Findings findings;
+    Mask mask;
+    Analyse(view, workspace, {}, &analysis);
+    Decide(analysis, settings, &findings);
+    Shape(findings, settings, &mask);
+    Apply(view, view, mask, workspace, {Rounding::kTruncate, analysis.chain}, {});
   }
-  ReleaseBuffer(slot);
 }
 BENCHMARK(WholeRun)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
+#include "buffers/buffer_transforms.h"
 #include "buffers/pixel_conversion.h"
 #include "dialog/control_pixels.h"
 #include "dialog/preview_picture.h"
 #include "dialog/preview_state.h"
-#include "fft/fft_2d.h"
-#include "removal/removal_run.h"
+#include "glue/run/removal_run.h"
+#include "image/pixel_kind.h"
 
 namespace {
 
@@ -139,7 +139,7 @@ int main(int argc, char** argv) {
     if (picture.Create("main", 2000, 1500, kind) != 0) return 1;
     DrawPicture(picture.slot());
     FilterParameters parameters = {90.0f, 6.0f, 8.0f};
-    RemovalContext context;
+    RunDoor context;
     int32_t wantedRounds = rounds;
     context.user = &wantedRounds;
     context.openDialog = [](void* user, int32_t sourceSlot, FilterParameters* values) {

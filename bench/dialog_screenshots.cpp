@@ -4,7 +4,7 @@
 //
 #include <filesystem>
 
-#include "removal/removal_run.h"
+#include "glue/run/removal_run.h"
 #include "tests/support/picture_files.h"
 
 #define STB_IMAGE_WRITE_IMPLEMENTATION
@@ -20,7 +20,10 @@ class Screenshots : public PreviewDialogTest {
  protected:
   // The dialog on a scanned picture, as a run opens it.
   void OpenOn(const char* sample, const Steps& steps) {
-    const int32_t slot = MakeBuffer(ReadPicture(std::string("../../samples/") + sample));
+    const Image picture = ImageOf(ReadPicture(std::string("../../samples/") + sample));
+    int32_t slot = 0;
+    CreateBuffer(sample, picture.view().width, picture.view().height, picture.view().bytesPerPixel, &slot);
+    CopyImage(picture.view(), ViewOf(slot));
     const Steps shoot = [&] {
       ShowWindow(Dialog(), SW_SHOWNORMAL);
       Settle();
@@ -31,7 +34,7 @@ class Screenshots : public PreviewDialogTest {
       HWND owner;
       const Steps* steps;
     } call = {owner_, &shoot};
-    RemovalContext context;
+    RunDoor context;
     context.user = &call;
     context.openDialog = [](void* user, int32_t source, FilterParameters* parameters) {
       const auto& [owner, inside] = *static_cast<const Call*>(user);

@@ -18,10 +18,10 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "fft/fft_2d.h"
+#include "buffers/buffer_transforms.h"
 #include "fft/fft_dispatch.h"
 #include "fft/float_fft.h"
+#include "image/pixel_kind.h"
 
 namespace {
 

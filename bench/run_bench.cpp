@@ -1,28 +1,30 @@
-// Whole runs: seconds per stage and peak memory, one process per size so that each has a peak of its own.
+// Whole runs against the transforms of FFTW that they stand for, and peak memory; one process per size so
+// that each has a peak of its own.
 //
-//   build/native/bench/run_bench [--runs N] [WIDTHxHEIGHT ...]      default 3 runs; the sizes of
-//   docs/performance.md
+//   build/native/bench/run_bench [--runs N] [--threads N] [WIDTHxHEIGHT ...]
 //
-// Times are processor seconds, medians over the runs. "fill / transforms" holds the padding fills against the
-// transforms of the same channels, the peer that they must not exceed.
+// Default: 5 runs, 2 threads, the sizes of docs/performance.md. Every round times, one after the other, the
+// run with one thread, the run with N threads, the run that applies a mask kept from before, and nine
+// single-precision complex transforms of the same side by FFTW (planned with FFTW_MEASURE, in place, one
+// thread): a plain RGB run takes as many, three to look and six to remove. Ratios are medians of the rounds'
+// ratios. Times are processor time of one thread, wall time for N.
+#include <fftw3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "buffers/buffer_table.h"
 #include "platform/cpu.h"
-#include "removal/removal_run.h"
+#include "removal/steps.h"
 
 namespace tessaline {
 namespace {
@@ -31,47 +33,32 @@ struct Size {
   int32_t width, height;
 };
 
-// Processor time: the run is single-threaded, and what else the machine does must not count.
-struct Clock {
-  using duration = std::chrono::nanoseconds;
-  using time_point = std::chrono::time_point<Clock, duration>;
-  static time_point now() {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-  }
-};
-constexpr size_t kStages = static_cast<size_t>(RemovalStage::kCount);
+double SecondsBy(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
 
-// Where the time goes: stages of the two passes apart.
-struct StageClock {
-  bool inSecondPass = false;
-  RemovalStage stage = RemovalStage::kCount;
-  Clock::time_point entered = Clock::now();
-  std::array<double, kStages> firstPass{}, secondPass{};
+double TimeOf(clockid_t clock, const std::function<void()>& work) {
+  const double begun = SecondsBy(clock);
+  work();
+  return SecondsBy(clock) - begun;
+}
 
-  void Enter(RemovalStage next) {
-    const Clock::time_point now = Clock::now();
-    if (stage != RemovalStage::kCount) {
-      (inSecondPass ? secondPass : firstPass)[static_cast<size_t>(stage)] +=
-          std::chrono::duration<double>(now - entered).count();
-    }
-    if (stage == RemovalStage::kMask) inSecondPass = true;
-    stage = next;
-    entered = now;
-  }
-};
+double MedianOf(std::vector<double> values) {
+  std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end());
+  return values[values.size() / 2];
+}
 
-struct Timing {
-  double load, fill, forward, spectrum, mask, secondPass, secondFill, secondTransforms, total;
-};
+void Demand(int32_t result) {
+  if (result != kSuccess) std::abort();
+}
 
-Timing TimeOneRun(Size size) {
-  ResetBufferTable();
-  int32_t slot = 0;
-  if (CreateBuffer("main", size.width, size.height, 3, &slot) != 0) std::abort();
+Image MakePicture(Size size) {
+  Image picture;
+  if (!picture.Create(size.width, size.height, 3)) std::abort();
   for (int32_t y = 0; y < size.height; ++y) {
-    uint8_t* const row = BufferRow(slot, y);
+    uint8_t* const row = picture.view().Row(y);
     for (int32_t x = 0; x < size.width; ++x) {
       const double screen = std::cos(x * 1.3 + y * 0.4) * std::cos(y * 1.3 - x * 0.4);
       for (int32_t c = 0; c < 3; ++c) {
@@ -80,50 +67,65 @@ Timing TimeOneRun(Size size) {
       }
     }
   }
-  StageClock clock;
-  RemovalContext context;
-  context.user = &clock;
-  context.enterStage = [](void* user, RemovalStage stage) { static_cast<StageClock*>(user)->Enter(stage); };
-  FilterParameters parameters{95, 6, 8};
-  const Clock::time_point start = Clock::now();
-  if (RunRemoval(slot, &parameters, nullptr, true, context) != 0) std::abort();
-  clock.Enter(RemovalStage::kCount);
-  const double total = std::chrono::duration<double>(Clock::now() - start).count();
-  ReleaseBuffer(slot);
-  const auto first = [&](RemovalStage stage) { return clock.firstPass[static_cast<size_t>(stage)]; };
-  const auto second = [&](RemovalStage stage) { return clock.secondPass[static_cast<size_t>(stage)]; };
-  double secondPass = 0;
-  for (const double seconds : clock.secondPass) secondPass += seconds;
-  return {first(RemovalStage::kLoad),
-          first(RemovalStage::kPaddingFill),
-          first(RemovalStage::kForward),
-          first(RemovalStage::kSpectrum),
-          first(RemovalStage::kMask),
-          secondPass,
-          second(RemovalStage::kPaddingFill),
-          second(RemovalStage::kForward) + second(RemovalStage::kInverse),
-          total};
+  return picture;
 }
 
-double MedianOf(const std::vector<Timing>& timings, double Timing::*field) {
-  std::vector<double> values;
-  for (const Timing& timing : timings) values.push_back(timing.*field);
-  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-  return values[values.size() / 2];
+constexpr Settings kSettings = {false, 95, 1, 6, 8};
+
+// A run from picture to picture.
+void RunOver(const PictureView& from, const PictureView& to, Workspace& workspace, Mask* mask) {
+  Analysis analysis;
+  Findings findings;
+  Demand(Analyse(from, workspace, {}, &analysis));
+  Demand(Decide(analysis, kSettings, &findings));
+  Demand(Shape(findings, kSettings, mask));
+  Demand(Apply(from, to, *mask, workspace, {Rounding::kTruncate, analysis.chain}, {}));
 }
 
-void PrintRow(Size size, int runs) {
-  std::vector<Timing> timings;
-  for (int i = 0; i < runs; ++i) timings.push_back(TimeOneRun(size));
-  const auto median = [&](double Timing::*field) { return MedianOf(timings, field); };
+void PrintRow(Size size, int runs, int32_t threads) {
+  const Image original = MakePicture(size);
+  Image picture = MakePicture(size);
+  const PictureView view = PictureOf(picture.view());
+  const auto restore = [&] { CopyImage(original.view(), picture.view()); };
+  Mask mask;
+  {
+    Workspace workspace;
+    RunOver(view, view, workspace, &mask);
+  }
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  const double firstRatio = median(&Timing::fill) / median(&Timing::forward);
-  const double secondRatio = median(&Timing::secondFill) / median(&Timing::secondTransforms);
-  std::printf("| %d x %d | %.3f | %.3f | %.3f | %.3f | %.3f | %.3f | %.3f | %.2f / %.2f | %.0f MiB |\n",
-              size.width, size.height, median(&Timing::load), median(&Timing::fill), median(&Timing::forward),
-              median(&Timing::spectrum), median(&Timing::mask), median(&Timing::secondPass),
-              median(&Timing::total), firstRatio, secondRatio, static_cast<double>(usage.ru_maxrss) / 1024.0);
+
+  const auto pool = MakeThreadPool(threads);
+  const int32_t n = TransformSizeFor(view);
+  auto* const plane = fftwf_alloc_complex(static_cast<size_t>(n) * static_cast<size_t>(n));
+  const fftwf_plan plan = fftwf_plan_dft_2d(n, n, plane, plane, FFTW_FORWARD, FFTW_MEASURE);
+  std::memset(plane, 0, sizeof(fftwf_complex) * static_cast<size_t>(n) * static_cast<size_t>(n));
+  std::vector<double> run, frozen, fftw, runWall, pooled;
+  for (int i = 0; i < runs; ++i) {
+    Workspace one, several(*pool);
+    restore();
+    const double begun = SecondsBy(CLOCK_MONOTONIC);
+    run.push_back(TimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] { RunOver(view, view, one, &mask); }));
+    runWall.push_back(SecondsBy(CLOCK_MONOTONIC) - begun);
+    restore();
+    pooled.push_back(TimeOf(CLOCK_MONOTONIC, [&] { RunOver(view, view, several, &mask); }));
+    several.Release();
+    restore();
+    frozen.push_back(TimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] { Demand(Apply(view, view, mask, one, {}, {})); }));
+    fftw.push_back(TimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] {
+      for (int transform = 0; transform < 9; ++transform) fftwf_execute(plan);
+    }));
+  }
+  const auto ratio = [](const std::vector<double>& a, const std::vector<double>& b) {
+    std::vector<double> ratios;
+    for (size_t i = 0; i < a.size(); ++i) ratios.push_back(a[i] / b[i]);
+    return MedianOf(ratios);
+  };
+  std::printf("| %d x %d | %.3f | %.3f | %.2f | %.2f | %.2f | %.0f MiB |\n", size.width, size.height,
+              MedianOf(run), MedianOf(fftw), ratio(run, fftw), ratio(pooled, runWall), ratio(frozen, run),
+              static_cast<double>(usage.ru_maxrss) / 1024.0);
+  fftwf_destroy_plan(plan);
+  fftwf_free(plane);
 }
 
 bool ParseSize(const char* text, Size* size) {
@@ -131,32 +133,35 @@ bool ParseSize(const char* text, Size* size) {
 }
 
 int Main(int argc, char** argv) {
-  int runs = 3;
+  int runs = 5;
+  int threads = 2;
   std::vector<Size> sizes;
   for (int i = 1; i < argc; ++i) {
     Size size{};
     if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
       runs = std::max(1, std::atoi(argv[++i]));
+    } else if (std::strcmp(argv[i], "--threads") == 0 && i + 1 < argc) {
+      threads = std::max(1, std::atoi(argv[++i]));
     } else if (ParseSize(argv[i], &size)) {
       sizes.push_back(size);
     } else {
-      std::fprintf(stderr, "usage: run_bench [--runs N] [WIDTHxHEIGHT ...]\n");
+      std::fprintf(stderr, "usage: run_bench [--runs N] [--threads N] [WIDTHxHEIGHT ...]\n");
       return 2;
     }
   }
   if (sizes.empty()) sizes = {{700, 500}, {1700, 1200}, {3600, 2400}, {7400, 7400}};
   constexpr const char* kLevelNames[] = {"SSE2", "AVX2", "AVX-512"};
-  std::printf("RGB 8-bit, median of %d runs, processor seconds; vectors: %s\n\n", runs,
+  std::printf("RGB 8-bit, medians of %d rounds; vectors: %s\n\n", runs,
               kLevelNames[static_cast<int>(DetectVectorLevel())]);
   std::printf(
-      "| picture | load | padding fill | forward | spectrum | mask | second pass | whole run | fill / "
-      "transforms,"
-      " first / second pass | peak memory |\n|---|---|---|---|---|---|---|---|---|---|\n");
+      "| picture | run, s | nine FFTW transforms, s | run / FFTW | %d threads / 1 | mask kept / run | "
+      "peak memory, 1 thread |\n|---|---|---|---|---|---|---|\n",
+      threads);
   for (const Size size : sizes) {
     std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
-      PrintRow(size, runs);
+      PrintRow(size, runs, threads);
       std::fflush(stdout);
       _exit(0);
     }

@@ -22,7 +22,7 @@
 #include "glue/host/image_transfer.h"
 #include "glue/host/plugin_main.h"
 #include "glue/parameters/settings.h"
-#include "removal/removal_run.h"
+#include "glue/run/removal_run.h"
 #include "testhost/fake_host.h"
 
 namespace tessaline {
@@ -71,7 +71,7 @@ intptr_t TimedFilter(int16_t selector, void* block, intptr_t* data, int16_t* res
   if (g_runs) {
     start = Now();
     FilterParameters parameters{95, 6, 8};
-    if (RunRemoval(imageInfo.mainBuffer, &parameters, nullptr, true, RemovalContext{}) != 0) std::abort();
+    if (RunRemoval(imageInfo.mainBuffer, &parameters, nullptr, true, RunDoor{}) != 0) std::abort();
     g_timing.run = Now() - start;
   }
   start = Now();

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {
@@ -264,6 +264,12 @@ BufferShape ShapeOf(int32_t slot) {
   const ImageBuffer& buffer = BufferTable[slot];
   return {static_cast<int32_t>(buffer.width), static_cast<int32_t>(buffer.height),
           static_cast<int32_t>(buffer.bytesPerPixel)};
+}
+
+ImageView ViewOf(int32_t slot) {
+  const BufferShape shape = ShapeOf(slot);
+  if (shape.width == 0) return {};
+  return PackedView(BufferTable[slot].data, shape.width, shape.height, shape.bytesPerPixel);
 }
 
 uint8_t* BufferRow(int32_t slot, int32_t row) {

@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/image_view.h"
+
 namespace tessaline {
 
 constexpr int32_t kBufferSlots = 2048;  // slot 0 is never handed out
@@ -84,6 +86,10 @@ struct BufferShape {
   int32_t bytesPerPixel;
 };
 BufferShape ShapeOf(int32_t slot);
+
+// The buffer's pixels in place: an empty view for a slot without a buffer. Valid until the slot is released.
+// Writers call MarkDirty.
+ImageView ViewOf(int32_t slot);
 
 // The row's bytes in place, for loops that would otherwise copy every row in and out: null unless the slot
 // holds a buffer and the row lies inside it. Valid until the slot is released. Writers call MarkDirty.

@@ -1,5 +1,5 @@
 // Copies between buffers of different pixel kinds, with the level scaling, replication and averaging that the
-// two kinds need. Kinds and scales: levels.h.
+// two kinds need. Kinds and scales: image/pixel_kind.h.
 #pragma once
 
 #include <cstdint>
@@ -14,14 +14,7 @@ namespace tessaline {
 //
 // Returns 0; kInvalidSlotOrFile when a slot is below 1 or holds no buffer (nothing changed);
 // kUnknownPixelKind when the source's bytes per pixel is not one of the eight kinds (the destination may be
-// cleared already); kOutOfMemory when the two rows cannot be had (destination unchanged).
+// cleared already).
 int32_t ConvertBuffer(int32_t sourceSlot, int32_t destinationSlot);
-
-// Converts `pixels` pixels from one row to another. Rows do not overlap.
-using RowConverter = void (*)(const void* source, void* destination, int32_t pixels);
-
-// The converter from one kind to another, by their bytes per pixel; null where either is none of the eight
-// kinds, and from a kind to itself.
-RowConverter FindRowConverter(int32_t sourceBytesPerPixel, int32_t destinationBytesPerPixel);
 
 }  // namespace tessaline

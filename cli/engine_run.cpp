@@ -3,114 +3,41 @@
 #include <algorithm>
 #include <chrono>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
 #include "cli/refusal.h"
-#include "cli/spectrum_picture.h"
+#include "removal/spectrum_picture.h"
 
 namespace tessaline::cli {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// What the callbacks of one run know.
-struct Watch {
-  const EngineWishes& wishes;
-  const EngineProgress& progress;
-  int32_t channels;
-  EngineOutcome outcome;
-  RemovalStage stage = RemovalStage::kCount;  // kCount: not begun
-  Clock::time_point entered;
-  bool isSecondPass = false;
-
-  void Enter(RemovalStage next) {
-    const Clock::time_point now = Clock::now();
-    if (stage != RemovalStage::kCount) {
-      outcome.stageSeconds[static_cast<size_t>(stage)] +=
-          std::chrono::duration<double>(now - entered).count();
-    }
-    stage = next;
-    entered = now;
+// Seconds since the last time it was asked.
+class StepClock {
+ public:
+  double Lap() {
+    const auto now = std::chrono::steady_clock::now();
+    const double seconds = std::chrono::duration<double>(now - begun_).count();
+    begun_ = now;
+    return seconds;
   }
+
+ private:
+  std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
 };
 
-void OnStage(void* user, RemovalStage stage) {
-  static_cast<Watch*>(user)->Enter(stage);
-}
+// A stretch of the run, told as the user's progress.
+struct Told {
+  const EngineProgress& progress;
+  const char* doing;
+  double begin, end;
 
-int32_t OnDetect(void* user, const SpectrumFacts& spectrum, const FilterParameters& parameters,
-                 int32_t seedSlot) {
-  Watch* watch = static_cast<Watch*>(user);
-  if (watch->wishes.frozenSeeds != nullptr) {
-    const uint8_t* row = watch->wishes.frozenSeeds->data();
-    for (int32_t y = 0; y < kSpectrumCells; ++y, row += kSpectrumCells) {
-      WriteBufferRow(seedSlot, 0, y, kSpectrumCells, row);
-    }
-    return kSuccess;
+  static bool Report(void* user, double part) {
+    const Told& told = *static_cast<Told*>(user);
+    if (told.progress) told.progress(told.begin + (told.end - told.begin) * part, told.doing);
+    return false;
   }
-  if (watch->wishes.gathersInto != nullptr) return watch->wishes.gathersInto->Add(spectrum, seedSlot);
-  return DetectPeaksAutomatically(spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan,
-                                  spectrum.transformSize, watch->wishes.settings.sensitivity,
-                                  parameters.protectionRadius, seedSlot, &watch->outcome.peaks);
-}
+  Progress progressOfStep() { return {Report, this}; }
+};
 
-bool OnFindings(void* user, const RemovalFindings& findings) {
-  Watch* watch = static_cast<Watch*>(user);
-  EngineOutcome& outcome = watch->outcome;
-  outcome.patternFound = findings.seedCells > 0;
-  outcome.transformSize = findings.spectrum.transformSize;
-  outcome.threshold = findings.threshold;
-  outcome.seedCells = findings.seedCells;
-  outcome.logSpan = findings.spectrum.logSpan;
-  outcome.hasThreshold = !watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
-  outcome.isAutomatic = watch->wishes.settings.isAutomatic && watch->wishes.frozenSeeds == nullptr;
-  if (watch->wishes.collectsNotches) outcome.notches = CollectNotches(findings);
-  if (watch->wishes.collectsSeeds) outcome.seeds = CopyCells(findings.seedSlot);
-  if (watch->wishes.drawsSpectrum) {
-    outcome.spectrumPicture = DrawSpectrum(findings, watch->wishes.settings.protectionRadius,
-                                           outcome.isAutomatic ? &outcome.peaks : nullptr);
-    outcome.maskPicture = CopyCells(findings.maskSlot);
-  }
-  watch->isSecondPass = true;
-  outcome.samplesChanged = outcome.patternFound && !watch->wishes.onlyLook;
-  return !watch->wishes.onlyLook;
-}
-
-void OnProgress(void* user, int32_t done, int32_t total) {
-  const Watch* watch = static_cast<const Watch*>(user);
-  if (!watch->progress || total <= 0) return;
-  const double part = static_cast<double>(done) / total;
-  // The transforms tell 1/6 + 2/3 of their place in a scale made for three channels: the first pass begins at
-  // step 0 of 6, the second at 8 of 16. In transforms, of which each channel needs one and then two:
-  const double place = (part - 1.0 / 6) * 3 / 2;
-  const double transforms = watch->isSecondPass ? watch->channels + place * 16 - 8 : place * 6;
-  watch->progress(transforms / (3.0 * watch->channels), watch->isSecondPass ? "removing" : "looking");
-}
-
-}  // namespace
-
-EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EngineProgress& progress,
-                        const std::string& name) {
-  const BufferShape shape = ShapeOf(slot);
-  Watch watch = {wishes, progress, shape.bytesPerPixel == kRgb8 || shape.bytesPerPixel == kRgb16 ? 3 : 1, {}};
-  RemovalContext context;
-  context.progress.progressEnabled = static_cast<bool>(progress);
-  context.progress.progress = OnProgress;
-  context.progress.user = &watch;
-  if (wishes.settings.isAutomatic || wishes.frozenSeeds != nullptr || wishes.gathersInto != nullptr) {
-    context.detect = OnDetect;
-  }
-  context.inspect = OnFindings;
-  context.enterStage = OnStage;
-  context.user = &watch;
-  FilterParameters parameters = {};
-  parameters.acceptance = wishes.settings.acceptance;
-  parameters.notchRadius = wishes.settings.notchRadius;
-  parameters.protectionRadius = wishes.settings.protectionRadius;
-
-  const int32_t result = RunRemoval(slot, &parameters, nullptr, true, context);
-  watch.Enter(RemovalStage::kCount);  // ends the last stage
+void Demand(int32_t result, const std::string& name) {
   if (result == kOutOfMemory) {
     throw Refusal(ExitStatus::kOutOfMemory, name,
                   "not enough memory for the transform; close other programs or give it a "
@@ -119,14 +46,69 @@ EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EnginePr
   if (result != kSuccess) {
     throw Refusal(ExitStatus::kUnsupported, name, "the run refused it (code " + std::to_string(result) + ")");
   }
-  return watch.outcome;
 }
 
-const char* StageName(RemovalStage stage) {
-  constexpr const char* kNames[] = {"load", "paddingFill", "forward", "spectrum", "dialog",
-                                    "mask", "applyMask",   "inverse", "store"};
-  static_assert(std::size(kNames) == static_cast<size_t>(RemovalStage::kCount));
-  return kNames[static_cast<size_t>(stage)];
+int32_t FrozenFindings(const SeedMap& seeds, Findings* findings) {
+  *findings = {};
+  if (!findings->seeds.Create(kSpectrumCells, kSpectrumCells, 1)) return kOutOfMemory;
+  std::copy(seeds.begin(), seeds.end(), findings->seeds.view().data);
+  findings->seedCells = static_cast<int32_t>(std::count(seeds.begin(), seeds.end(), uint8_t{255}));
+  return kSuccess;
+}
+
+}  // namespace
+
+EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const EngineWishes& wishes,
+                        const EngineProgress& progress, const std::string& name) {
+  // Looking costs about as much as removing.
+  const double looked = wishes.frozenSeeds != nullptr ? 0.0 : 0.5;
+  const bool isFrozen = wishes.frozenSeeds != nullptr;
+  EngineOutcome outcome;
+  outcome.transformSize = TransformSizeFor(picture);
+  StepClock clock;
+  Analysis analysis;
+  Findings findings;
+  if (isFrozen) {
+    Demand(FrozenFindings(*wishes.frozenSeeds, &findings), name);
+  } else {
+    Told looking{progress, "looking", 0.0, looked};
+    Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis), name);
+    outcome.seconds.analyse = clock.Lap();
+    if (wishes.gathersInto != nullptr) {
+      Demand(wishes.gathersInto->Add(analysis), name);
+      outcome.logSpan = analysis.logSpan;
+      return outcome;
+    }
+    Demand(Decide(analysis, wishes.settings, &findings), name);
+    outcome.seconds.decide = clock.Lap();
+  }
+  Mask mask;
+  Demand(Shape(findings, wishes.settings, &mask), name);
+  outcome.seconds.shape = clock.Lap();
+
+  outcome.patternFound = findings.seedCells > 0;
+  outcome.threshold = findings.threshold;
+  outcome.seedCells = findings.seedCells;
+  outcome.logSpan = analysis.logSpan;
+  outcome.hasThreshold = !wishes.settings.isAutomatic && !isFrozen;
+  outcome.isAutomatic = findings.isAutomatic;
+  if (wishes.collectsNotches && !isFrozen) outcome.notches = CollectNotches(analysis, findings);
+  if (wishes.collectsSeeds) outcome.seeds = CellsOf(findings.seeds);
+  if (wishes.drawsSpectrum && !isFrozen) {
+    outcome.spectrumPicture = DrawSpectrum(analysis, findings, mask, wishes.settings.protectionRadius);
+    outcome.maskPicture = CellsOf(mask.cells);
+  }
+  outcome.peaks = std::move(findings.peaks);
+  outcome.samplesChanged = outcome.patternFound && !wishes.onlyLook;
+  if (!outcome.samplesChanged) return outcome;
+
+  clock.Lap();
+  ApplyOptions options;
+  options.chain = analysis.chain;
+  Told removing{progress, "removing", looked, 1.0};
+  Demand(Apply(picture, picture, mask, workspace, options, removing.progressOfStep()), name);
+  outcome.seconds.apply = clock.Lap();
+  return outcome;
 }
 
 }  // namespace tessaline::cli

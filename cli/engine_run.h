@@ -1,4 +1,4 @@
-// One run of the removal over a buffer, watched: what it found, how long its stages took.
+// One run of the removal over a picture, watched: what it found, how long its steps took.
 #pragma once
 
 #include <cstdint>
@@ -7,24 +7,29 @@
 #include <vector>
 
 #include "cli/film_decision.h"
-#include "cli/notches.h"
-#include "cli/options.h"
+#include "removal/notches.h"
+#include "removal/steps.h"
 
 namespace tessaline::cli {
 
 struct EngineWishes {
-  RemovalSettings settings;
+  Settings settings;
   const SeedMap* frozenSeeds = nullptr;  // a decision made before, in place of looking; null: look
   FilmDecision* gathersInto = nullptr;   // looks for a decision to be made later; finds nothing itself
   bool onlyLook = false;                 // the samples stay as they are, whatever is found
-  bool drawsSpectrum = false;            // fill the picture fields below
-  bool collectsNotches = true;
+  bool drawsSpectrum = false;            // fill the picture fields below; not with a frozen decision
+  bool collectsNotches = true;           // likewise
   bool collectsSeeds = false;
+};
+
+// Of the four steps, in seconds; 0 for a step that was left out.
+struct StepSeconds {
+  double analyse = 0, decide = 0, shape = 0, apply = 0;
 };
 
 struct EngineOutcome {
   bool patternFound = false;
-  bool samplesChanged = false;  // false: the buffer is untouched
+  bool samplesChanged = false;  // false: the picture is untouched
   int32_t transformSize = 0;
   bool isAutomatic = false;   // the peaks below are this picture's
   bool hasThreshold = false;  // decided by an acceptance in percent
@@ -36,17 +41,14 @@ struct EngineOutcome {
   SeedMap seeds;
   std::vector<uint8_t> spectrumPicture;  // RGB in rows of 512 (see DrawSpectrum)
   std::vector<uint8_t> maskPicture;      // 512 x 512 grey
-  double stageSeconds[static_cast<size_t>(RemovalStage::kCount)] = {};
+  StepSeconds seconds;
 };
 
 // How far the run is, 0..1, and what it does.
 using EngineProgress = std::function<void(double fraction, const char* doing)>;
 
-// One run over the buffer in `slot`. Refuses with kOutOfMemory; `name` is for the message.
-EngineOutcome RunEngine(int32_t slot, const EngineWishes& wishes, const EngineProgress& progress,
-                        const std::string& name);
-
-// Name of a stage in reports.
-const char* StageName(RemovalStage stage);
+// One run over a picture, in place. Refuses with kOutOfMemory; `name` is for the message.
+EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const EngineWishes& wishes,
+                        const EngineProgress& progress, const std::string& name);
 
 }  // namespace tessaline::cli

@@ -3,10 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
-#include "cli/spectrum_picture.h"
 #include "removal/peak_detection.h"
 
 namespace tessaline::cli {
@@ -16,37 +12,30 @@ int32_t FilmDecision::Begin() {
   return gathering_.Create();
 }
 
-int32_t FilmDecision::Add(const SpectrumFacts& spectrum, int32_t seedSlot) {
-  gathering_.Add(spectrum);
+int32_t FilmDecision::Add(const Analysis& analysis) {
+  gathering_.Add(analysis);
   if (!settings_.isAutomatic) return kSuccess;
-  std::vector<SpectrumPeak> peaks;
-  const int32_t result = DetectPeaksAutomatically(
-      spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan, spectrum.transformSize,
-      settings_.sensitivity, settings_.protectionRadius, seedSlot, &peaks);
-  ClearBuffer(seedSlot);
-  std::copy_if(peaks.begin(), peaks.end(), std::back_inserter(licensed_),
+  Findings findings;
+  const int32_t result = Decide(analysis, settings_, &findings);
+  std::copy_if(findings.peaks.begin(), findings.peaks.end(), std::back_inserter(licensed_),
                [](const SpectrumPeak& peak) { return peak.isLicensed; });
   return result;
 }
 
 int32_t FilmDecision::Make(SeedMap* seeds) {
-  OwnedBuffer map;
-  int32_t result = map.Create("Film seeds", kSpectrumCells, kSpectrumCells, kGray8);
-  SpectrumFacts mean = {};
-  if (result == kSuccess) result = gathering_.Mean(&mean);
+  Analysis mean;
+  Findings findings;
+  Settings settings = settings_;
+  int32_t result = gathering_.Mean(&mean);
   if (result != kSuccess) return result;
-  if (settings_.isAutomatic) {
-    result = DetectPeaksAutomatically(mean.rawGray16Slot, mean.gray16Slot, mean.logSpan, mean.transformSize,
-                                      settings_.sensitivity, settings_.protectionRadius, map.slot(), nullptr,
-                                      &licensed_);
-  } else if (mean.logSpan > 0) {
+  if (!settings.isAutomatic && mean.logSpan > 0) {
     // The acceptance is a share of a picture's whole log range, and the mean's is narrower than a frame's.
     const double share = gathering_.meanLogSpan() / mean.logSpan;
-    const double threshold = ThresholdOfAcceptance(settings_.acceptance) * share;
-    result = DetectPeaks(mean.gray16Slot, static_cast<float>(std::min(threshold, double{kByteMax})),
-                         settings_.protectionRadius, map.slot());
+    const double threshold = ThresholdOfAcceptance(settings.acceptance) * share;
+    settings.acceptance = AcceptanceOfThreshold(static_cast<float>(threshold));
   }
-  if (result == kSuccess) *seeds = CopyCells(map.slot());
+  result = Decide(mean, settings, &findings, &licensed_);
+  if (result == kSuccess) *seeds = CellsOf(findings.seeds);
   return result;
 }
 

@@ -8,29 +8,32 @@
 #include <cstdint>
 #include <vector>
 
-#include "cli/options.h"
-#include "removal/automatic_detection.h"
 #include "removal/spectrum_gathering.h"
 
 namespace tessaline::cli {
 
 using SeedMap = std::vector<uint8_t>;  // 512 x 512 cells, 255 pattern
 
+// The bytes of a 512 x 512 grid.
+inline std::vector<uint8_t> CellsOf(const Image& grid) {
+  const uint8_t* const cells = grid.view().data;
+  return {cells, cells + size_t{kSpectrumCells} * kSpectrumCells};
+}
+
 class FilmDecision {
  public:
-  explicit FilmDecision(const RemovalSettings& settings) : settings_(settings) {}
+  explicit FilmDecision(const Settings& settings) : settings_(settings) {}
 
   // Begins anew. Returns 0 or kOutOfMemory.
   int32_t Begin();
-  // During a run's detect call; the seed map stays empty, for nothing is decided yet. Returns 0, or a result
-  // that ends the run.
-  int32_t Add(const SpectrumFacts& spectrum, int32_t seedSlot);
+  // One frame's. Returns 0 or kOutOfMemory.
+  int32_t Add(const Analysis& analysis);
   // The decision of all frames added, point-symmetric; empty cells throughout where nothing is found. Returns
   // 0 or kOutOfMemory.
   int32_t Make(SeedMap* seeds);
 
  private:
-  RemovalSettings settings_;
+  Settings settings_;
   SpectrumGathering gathering_;
   std::vector<SpectrumPeak> licensed_;  // in any of the frames
 };

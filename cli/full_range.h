@@ -1,4 +1,4 @@
-// 16-bit samples of files use 0..65535, those of the run 0..32768 (buffers/levels.h). Both ways round to
+// 16-bit samples of files use 0..65535, those of the run 0..32768 (image/pixel_kind.h). Both ways round to
 // nearest; there and back a sample is at most one level off, 0 and 65535 come back exactly.
 #pragma once
 

@@ -80,7 +80,7 @@ double Checked(const NumberOption& option, const std::string& text, const char* 
   return *value;
 }
 
-NumberOption FromRange(const char* name, const char* unit, const ParameterRange& range) {
+NumberOption FromRange(const char* name, const char* unit, const SettingRange& range) {
   return {name, unit, range.minimum, range.maximum, false};
 }
 
@@ -90,7 +90,7 @@ struct SharedTexts {
   bool progress = false, quiet = false, overwrite = false;
 };
 
-std::string Describe(const char* what, const ParameterRange& range, const char* unit) {
+std::string Describe(const char* what, const SettingRange& range, const char* unit) {
   return std::string(what) + ", " + Plain(range.minimum) + ".." + Plain(range.maximum) + " " + unit +
          " (default " + Plain(range.standard) + ")";
 }
@@ -108,8 +108,8 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
                   "; or auto, found from the picture itself",
               "PERCENT|auto");
   AddLastWins(app, "--sensitivity", texts.sensitivity,
-              "With -a auto: higher takes fainter patterns, " + Plain(kLeastSensitivity) + ".." +
-                  Plain(kMostSensitivity) + " (default " + Plain(kStandardSensitivity) + ")",
+              "With -a auto: higher takes fainter patterns, " + Plain(kSensitivityRange.minimum) + ".." +
+                  Plain(kSensitivityRange.maximum) + " (default " + Plain(kSensitivityRange.standard) + ")",
               "S");
   AddLastWins(app, "-n,--notch-radius", texts.notchRadius,
               Describe("Radius of what is taken out round each peak", kNotchRadiusRange, "spectrum cells"),
@@ -123,8 +123,8 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
   app.add_flag("-f,--force", texts.overwrite, "Overwrite existing output files");
 }
 
-RemovalSettings ReadSettings(const SharedTexts& texts, const char* usage) {
-  RemovalSettings settings;
+Settings ReadSettings(const SharedTexts& texts, const char* usage) {
+  Settings settings;
   const auto read = [usage](const std::string& text, const NumberOption& option, float& value) {
     if (!text.empty()) value = static_cast<float>(Checked(option, text, usage));
   };
@@ -136,7 +136,8 @@ RemovalSettings ReadSettings(const SharedTexts& texts, const char* usage) {
   if (!texts.sensitivity.empty()) {
     if (!settings.isAutomatic) throw WrongUsage("--sensitivity belongs to --acceptance auto", usage);
     settings.sensitivity =
-        Checked({"--sensitivity", "", kLeastSensitivity, kMostSensitivity, false}, texts.sensitivity, usage);
+        Checked({"--sensitivity", "", kSensitivityRange.minimum, kSensitivityRange.maximum, false},
+                texts.sensitivity, usage);
   }
   read(texts.notchRadius, FromRange("--notch-radius", "spectrum cells", kNotchRadiusRange),
        settings.notchRadius);

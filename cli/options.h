@@ -7,18 +7,9 @@
 #include <variant>
 #include <vector>
 
-#include "glue/parameters/filter_parameters.h"
-#include "removal/automatic_detection.h"
+#include "removal/settings.h"
 
 namespace tessaline::cli {
-
-struct RemovalSettings {
-  bool isAutomatic = false;                        // the acceptance is found from the picture itself
-  float acceptance = kAcceptanceRange.standard;    // percent; unused where automatic
-  double sensitivity = kStandardSensitivity;       // only where automatic
-  float notchRadius = kNotchRadiusRange.standard;  // spectrum cells
-  float protectionRadius = kProtectionRadiusRange.standard;  // image pixels
-};
 
 struct Talk {
   bool quiet = false;         // no notes, only errors
@@ -33,7 +24,7 @@ struct PictureCommand {
   };
   std::vector<Files> pictures;  // at least one; output names differ
   bool isBatch = false;         // several pictures, or a folder to put them in
-  RemovalSettings settings;
+  Settings settings;
   std::string spectrumFile;  // empty: not wanted; only with one picture
   std::string maskFile;      // likewise
   std::string reportFile;    // "-" is stdout
@@ -68,7 +59,7 @@ struct StreamCommand {
   // frame by its number.
   bool isFrozen = false;
   std::optional<int64_t> frozenFrame;  // absent: gathered over the first frames in which something is found
-  RemovalSettings settings;
+  Settings settings;
   std::string reportFile;
   bool overwrite = false;
   Talk talk;

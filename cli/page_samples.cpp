@@ -3,7 +3,6 @@
 #include <cstring>
 #include <new>
 
-#include "buffers/result_codes.h"
 #include "cli/full_range.h"
 
 namespace tessaline::cli {
@@ -27,7 +26,7 @@ bool PageSamples::Create(const PageKind& kind) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  return main_.Create("main", kind.width, kind.height, kind.colours() * kind.bits / 8) == kSuccess;
+  return main_.Create(kind.width, kind.height, kind.colours() * kind.bits / 8);
 }
 
 namespace {
@@ -47,7 +46,7 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
   const int32_t colours = kind_.colours();
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
-  auto* main = reinterpret_cast<Sample*>(BufferRow(main_.slot(), y));
+  auto* main = main_.view().Row<Sample>(y);
   auto* extra = reinterpret_cast<Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
   uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
   if constexpr (sizeof(Sample) == 2) memset(lowestBits, 0, lowestBitsPerRow_);
@@ -65,7 +64,6 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
     }
     for (size_t i = 0; i < extras; ++i) *extra++ = *in++;
   }
-  MarkDirty(main_.slot());
 }
 
 template <typename Sample>
@@ -73,7 +71,7 @@ void PageSamples::FillRowAs(int32_t y, bool isUntouched, Sample* out) const {
   const int32_t colours = kind_.colours();
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
-  const auto* main = reinterpret_cast<const Sample*>(BufferRow(main_.slot(), y));
+  const auto* main = main_.view().Row<Sample>(y);
   const auto* extra =
       reinterpret_cast<const Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
   const uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "buffers/buffer_table.h"
+#include "removal/picture.h"
 
 namespace tessaline::cli {
 
@@ -33,7 +33,8 @@ class PageSamples {
   bool Create(const PageKind& kind);
 
   const PageKind& kind() const { return kind_; }
-  int32_t slot() const { return main_.slot(); }  // in the buffer table, of kind 1, 2, 3 or 6
+  // The colour planes, of kind 1, 2, 3 or 6; without channels before Create.
+  PictureView picture() { return PictureOf(main_.view()); }
 
   // A row as it stands in the file. 16-bit colours are scaled to the run's range.
   void TakeRow(int32_t y, const void* fileRow);
@@ -49,7 +50,7 @@ class PageSamples {
   void FillRowAs(int32_t y, bool isUntouched, Sample* out) const;
 
   PageKind kind_;
-  OwnedBuffer main_;
+  Image main_;
   std::vector<uint8_t> extras_;      // of all rows, in file order
   std::vector<uint8_t> lowestBits_;  // of 16-bit colour samples, one bit each, rows padded to bytes
   size_t lowestBitsPerRow_ = 0;      // bytes

@@ -14,7 +14,7 @@
 #include "cli/full_range.h"
 #include "cli/pnm_extent.h"
 #include "cli/refusal.h"
-#include "removal/removal_run.h"
+#include "removal/steps.h"
 
 namespace tessaline::cli {
 namespace {

@@ -13,7 +13,6 @@
 #include <memory>
 #include <sstream>
 
-#include "buffers/buffer_table.h"
 #include "cli/engine_run.h"
 #include "cli/found_words.h"
 #include "cli/output_file.h"
@@ -83,7 +82,7 @@ std::string Plain(float value) {
 }
 
 // What a user whose pattern was not found can try.
-std::string Advice(const RemovalSettings& settings) {
+std::string Advice(const Settings& settings) {
   if (settings.acceptance < kAcceptanceRange.maximum) {
     return "try a higher acceptance (on small pictures 80 to 95 is usual) or -a auto";
   }
@@ -148,7 +147,6 @@ class PictureRun {
   }
 
   PictureOutcome Run() {
-    ResetBufferTable();
     const int pages = input_.pages();
     if (pages > 1 && !request_.dryRun) {
       store_ =
@@ -214,7 +212,7 @@ class PictureRun {
     wishes.onlyLook = request_.dryRun;
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     show(0, "looking");
-    EngineOutcome outcome = RunEngine(samples_.slot(), wishes, show, request_.input);
+    EngineOutcome outcome = RunEngine(samples_.picture(), workspace_, wishes, show, request_.input);
     const auto index = static_cast<size_t>(page);
     if (!outputs_.spectra.empty()) {
       const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
@@ -274,8 +272,8 @@ class PictureRun {
     const size_t found = PagesWithPattern();
     if (found == 0) {
       std::string text = "auto: no regular pattern found, image unchanged";
-      if (request_.settings.sensitivity < kMostSensitivity) {
-        text += " (--sensitivity " + Plain(static_cast<float>(kMostSensitivity)) + " takes fainter ones)";
+      if (request_.settings.sensitivity < kSensitivityRange.maximum) {
+        text += " (--sensitivity " + Plain(kSensitivityRange.maximum) + " takes fainter ones)";
       }
       return text;
     }
@@ -369,6 +367,7 @@ class PictureRun {
   PictureFile input_;
   Outputs outputs_;
   PageSamples samples_;
+  Workspace workspace_;
   std::unique_ptr<PageStore> store_;  // only with several pages
   std::vector<EngineOutcome> outcomes_;
   double readSeconds_ = 0;

@@ -13,7 +13,7 @@ namespace tessaline::cli {
 struct PictureRequest {
   std::string input;
   std::string output;  // may be empty in a dry run
-  RemovalSettings settings;
+  Settings settings;
   std::string spectrumFile;  // empty: not wanted. Further pages get "-2", "-3", ... before the extension
   std::string maskFile;
   std::string reportFile;  // "-" is stdout

@@ -65,7 +65,7 @@ Json DescribeNotch(const Notch& notch, bool hasThreshold, const std::optional<Re
 
 }  // namespace
 
-Json DescribeSettings(const RemovalSettings& settings) {
+Json DescribeSettings(const Settings& settings) {
   Json parameters = {
       {"acceptance", settings.isAutomatic ? Json("auto") : Json(AsWritten(settings.acceptance))},
       {"notchRadius", AsWritten(settings.notchRadius)},
@@ -81,10 +81,12 @@ Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& 
     notches.push_back(DescribeNotch(notch, outcome.hasThreshold, resolution));
   }
   Json seconds = Json::object();
-  for (size_t stage = 0; stage < static_cast<size_t>(RemovalStage::kCount); ++stage) {
-    if (outcome.stageSeconds[stage] > 0) {
-      seconds[StageName(static_cast<RemovalStage>(stage))] = outcome.stageSeconds[stage];
-    }
+  const std::pair<const char*, double> steps[] = {{"analyse", outcome.seconds.analyse},
+                                                  {"decide", outcome.seconds.decide},
+                                                  {"shape", outcome.seconds.shape},
+                                                  {"apply", outcome.seconds.apply}};
+  for (const auto& [name, spent] : steps) {
+    if (spent > 0) seconds[name] = spent;
   }
   Json run = {
       {"transformSize", outcome.transformSize},

@@ -13,8 +13,6 @@
 #include <sstream>
 #include <utility>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "cli/engine_run.h"
 #include "cli/film_decision.h"
 #include "cli/output_file.h"
@@ -143,7 +141,6 @@ class StreamRun {
   }
 
   std::vector<std::string> Run() {
-    ResetBufferTable();
     frame_.resize(kind_.RowBytes() * static_cast<size_t>(kind_.height));
     if (command_.frozenFrame && *command_.frozenFrame > command_.firstFrame) DecideAhead();
     try {
@@ -225,7 +222,7 @@ class StreamRun {
   // One run over the frame at hand.
   EngineOutcome RunOnFrame(EngineWishes wishes) {
     const std::string name = "frame " + std::to_string(frameNumber_) + " of " + input_->name();
-    if (samples_.slot() == 0 && !samples_.Create(kind_)) {
+    if (samples_.picture().channels == 0 && !samples_.Create(kind_)) {
       throw Refusal(ExitStatus::kOutOfMemory, name,
                     "not enough memory for its samples; close other programs");
     }
@@ -235,7 +232,7 @@ class StreamRun {
     }
     wishes.settings = command_.settings;
     const auto show = [&](double fraction, const char* doing) { Show(fraction, doing); };
-    return RunEngine(samples_.slot(), wishes, show, name);
+    return RunEngine(samples_.picture(), workspace_, wishes, show, name);
   }
 
   // Keeps the decision of the frame at hand for all.
@@ -386,6 +383,7 @@ class StreamRun {
   std::unique_ptr<OutputFile> report_;
   std::vector<uint8_t> frame_;
   PageSamples samples_;
+  Workspace workspace_;
   int64_t frameNumber_ = 0;
   int64_t framesWithPattern_ = 0;
   bool isDecided_ = false;  // frozen: the map below serves every frame from now on

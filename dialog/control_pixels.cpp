@@ -4,16 +4,16 @@
 #include <cstring>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 
 namespace {
 
 // 16-bit levels to bytes, in a buffer of the control's own size and in a stretched one. The two differ from
-// each other and from the scale of buffers/levels.h in their last digits. Deliberate, keep both: every pixel
-// of a 16-bit preview depends on them, and the next one up or down moves whole levels.
+// each other and from the scale of image/pixel_kind.h in their last digits. Deliberate, keep both: every
+// pixel of a 16-bit preview depends on them, and the next one up or down moves whole levels.
 constexpr float kSameSizeScale = 0.0077821012f;
 constexpr float kStretchedScale = 0.007781982f;
 

@@ -6,13 +6,13 @@
 
 #include <cstdio>
 
-#include "buffers/result_codes.h"
 #include "dialog/activation_context.h"
 #include "dialog/control_ids.h"
 #include "dialog/preview_dialog.h"
 #include "dialog/preview_state.h"
 #include "dialog/tooltip_texts.h"
 #include "dialog/window_geometry.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 

@@ -5,12 +5,13 @@
 #include <iterator>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/resampling.h"
-#include "buffers/result_codes.h"
+#include "buffers/buffer_transforms.h"
 #include "dialog/preview_state.h"
 #include "dialog/spectrum_painting.h"
 #include "fft/fft_2d.h"
+#include "image/pixel_kind.h"
+#include "image/resampling.h"
+#include "image/result_codes.h"
 #include "removal/notch_mask.h"
 #include "removal/peak_detection.h"
 
@@ -158,8 +159,8 @@ bool FilterSpectra(PreviewState& state) {
   if (!state.cache.hasMask || !MakeSpectra(state)) return false;
   for (int32_t c = 0; c < state.channels; ++c) {
     const int32_t result =
-        InverseMaskedRows(state.buffers.spectra[c].slot(), state.buffers.fullMask.slot(),
-                          state.buffers.maskedSpectra[c].slot(), state.padY, state.panY.proxySize);
+        InverseMaskedRows(ViewOf(state.buffers.spectra[c].slot()), ViewOf(state.buffers.fullMask.slot()),
+                          ViewOf(state.buffers.maskedSpectra[c].slot()), state.padY, state.panY.proxySize);
     if (result != kSuccess) return false;
   }
   return true;
@@ -204,11 +205,12 @@ void MakeMask(PreviewState& state) {
   if (cache.hasMask && cache.maskValues == state.current) return;
   const PreviewBuffers& buffers = state.buffers;
   cache.hasSpectrumView = false;
-  // Slot 0 would make the builder create masks of its own, or leave the enlarged one out.
-  cache.hasMask = buffers.gridMask.slot() != 0 && buffers.fullMask.slot() != 0 &&
-                  BuildMask(state.spectrumSlot, ThresholdOfAcceptance(state.current.acceptance),
-                            state.current.protectionRadius, state.current.notchRadius,
-                            buffers.gridMask.slot(), buffers.fullMask.slot()) == kSuccess;
+  const ImageView gridMask = ViewOf(buffers.gridMask.slot());
+  cache.hasMask =
+      DetectPeaks(ViewOf(state.spectrumSlot), ThresholdOfAcceptance(state.current.acceptance),
+                  state.current.protectionRadius, gridMask) == kSuccess &&
+      ShapeNotches(gridMask, state.current.protectionRadius, state.current.notchRadius) == kSuccess &&
+      EnlargeMask(gridMask, ViewOf(buffers.fullMask.slot())) == kSuccess;
   cache.maskValues = state.current;
 }
 
@@ -225,8 +227,9 @@ void MakeSpectrumView(PreviewState& state) {
 }
 
 void Magnify(const PreviewState& state, int32_t proxySlot, int32_t viewSlot) {
-  ResampleBuffer(proxySlot, static_cast<float>(state.panX.remainder),
-                 static_cast<float>(state.panY.remainder), kZoomSteps[state.zoomIndex].factor, viewSlot);
+  ResampleImage(ViewOf(proxySlot), static_cast<float>(state.panX.remainder),
+                static_cast<float>(state.panY.remainder), kZoomSteps[state.zoomIndex].factor,
+                ViewOf(viewSlot));
 }
 
 }  // namespace

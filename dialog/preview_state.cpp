@@ -4,9 +4,8 @@
 #include <cmath>
 #include <memory>
 
-#include "buffers/levels.h"
+#include "image/pixel_kind.h"
 #include "removal/peak_detection.h"
-#include "removal/removal_run.h"
 
 namespace tessaline {
 
@@ -62,7 +61,7 @@ void TakeSource(int32_t slot, PreviewState* state) {
   const BufferShape shape = ShapeOf(slot);
   state->sourceSlot = slot;
   const int32_t bytesPerPixel = shape.bytesPerPixel;
-  const bool isUsable = CanRemoveFrom(bytesPerPixel);
+  const bool isUsable = IsPictureKind(bytesPerPixel);
   state->sourceBytesPerPixel = isUsable ? bytesPerPixel : 0;
   state->channels = !isUsable ? 0 : bytesPerPixel == kGray8 || bytesPerPixel == kGray16 ? 1 : 3;
 }

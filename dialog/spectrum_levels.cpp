@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 

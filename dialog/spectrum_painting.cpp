@@ -4,10 +4,10 @@
 #include <cmath>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/resampling.h"
-#include "buffers/result_codes.h"
 #include "dialog/spectrum_levels.h"
+#include "image/pixel_kind.h"
+#include "image/resampling.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {
@@ -107,7 +107,7 @@ int32_t PaintFlatSpectrum(const SpectrumSource& source, float scale, HighlightCo
       for (int32_t c = 0; c < 3; ++c) row[3 * x + c] = planes[static_cast<size_t>(c) * width + x];
     }
   }
-  return ResampleBuffer(picture.slot(), 0.0f, 0.0f, scale, source.viewSlot);
+  return ResampleImage(ViewOf(picture.slot()), 0.0f, 0.0f, scale, ViewOf(source.viewSlot));
 }
 
 }  // namespace tessaline

@@ -8,10 +8,10 @@
 #include <cstddef>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
 #include "dialog/spectrum_levels.h"
 #include "dialog/spectrum_painting.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {

@@ -3,40 +3,41 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
 #include "fft/mask_factor.h"
-#include "fft/progress_steps.h"
 #include "fft/transpose_square.h"
 #include "fft/vector_engine.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {
 
 namespace {
 
-// A buffer of complex values, one or three of them per pixel.
+// An image of complex values, one or three of them per pixel.
 struct Plane {
-  int32_t slot;
+  ImageView view;
   int32_t width;     // pixels
   int32_t height;    // rows
   int32_t channels;  // 1 or 3
 
+  explicit Plane(const ImageView& image)
+      : view(image), width(image.width), height(image.height), channels(image.bytesPerPixel / kGrayComplex) {}
   int32_t RowValues() const { return width * channels; }
-  uint64_t* Row(int32_t y) const { return reinterpret_cast<uint64_t*>(BufferRow(slot, y)); }
-  float* RowFloats(int32_t y) const { return reinterpret_cast<float*>(BufferRow(slot, y)); }
+  size_t RowStride() const { return static_cast<size_t>(view.rowBytes) / sizeof(uint64_t); }
+  uint64_t* Row(int32_t y) const { return view.Row<uint64_t>(y); }
+  float* RowFloats(int32_t y) const { return view.Row<float>(y); }
 };
 
 // Everything one call works with. Every pass returns true when the user cancelled.
 class Transform2D {
  public:
-  Transform2D(const Plane& plane, Direction direction, const ProgressSteps& steps, TransformMemory* memory)
-      : plane_(plane), source_(plane), direction_(direction), steps_(steps), memory_(*memory) {}
+  Transform2D(const Plane& plane, Direction direction, const Progress& progress, TransformMemory* memory)
+      : plane_(plane), source_(plane), direction_(direction), progress_(progress), memory_(*memory) {}
 
   // The column passes read `source` instead, multiplied by what the mask leaves of it, and write no more than
   // the wanted rows of the plane (and some around them). False: no memory.
-  bool ReadMasked(const Plane& source, int32_t maskSlot, int32_t firstRow, int32_t rows) {
+  bool ReadMasked(const Plane& source, const ConstImageView& image, int32_t firstRow, int32_t rows) {
     source_ = source;
     firstStoredRow_ = firstRow / kColumnGroup * kColumnGroup;
     storedRows_ =
@@ -45,7 +46,7 @@ class Transform2D {
     maskRows_ = AllocateBlock<MaskRow>(static_cast<size_t>(plane_.height));
     if (maskRows_ == nullptr) return false;
     for (int32_t y = 0; y < plane_.height; ++y) {
-      const uint8_t* const mask = BufferRow(maskSlot, y);
+      const uint8_t* const mask = image.Row(y);
       if (!IsAllZero(mask, plane_.width)) maskRows_[maskRowCount_++] = {mask, y};
     }
     return true;
@@ -54,11 +55,11 @@ class Transform2D {
   // Both even: the quadrants are swapped on the way of the columns.
   bool CanSwapWithColumns() const { return plane_.width % 2 == 0 && plane_.height % 2 == 0; }
 
-  bool TransformRows(int32_t fifth) { return TransformRows(fifth, 0, plane_.height); }
+  bool TransformRows() { return TransformRows(0, plane_.height); }
 
-  bool TransformRows(int32_t fifth, int32_t firstRow, int32_t rows) {
+  bool TransformRows(int32_t firstRow, int32_t rows) {
     for (int32_t y = firstRow; y < firstRow + rows; ++y) {
-      if (ReportAndAsk(steps_, fifth, y, plane_.height)) return true;
+      if (Advance(1)) return true;
       float* const row = plane_.RowFloats(y);
       if (plane_.channels == 1) {
         memory_.alongRows(row, direction_);
@@ -69,16 +70,16 @@ class Transform2D {
     return false;
   }
 
-  bool TransposeColour(int32_t fifth) {
-    return TransposeSquareColour(plane_.slot, fifth, steps_) != kSuccess;
+  bool TransposeColour() {
+    TransposeSquareColour(plane_.view);
+    return false;
   }
 
   // Transforms the columns where they are.
-  bool TransformColumns(int32_t fifth) {
-    LoopReporter reporter(steps_, {fifth, plane_.width});
+  bool TransformColumns() {
     for (int32_t first = 0; first < plane_.RowValues(); first += kStripColumns) {
       const int32_t count = std::min(kStripColumns, plane_.RowValues() - first);
-      if (reporter.AdvanceTo(first + count, plane_.RowValues())) return true;
+      if (Advance(double(plane_.width) * count / plane_.RowValues())) return true;
       GatherStrip(first, count, 0, memory_.strips[0].get());
       TransformStrip(count, memory_.strips[0].get());
       ScatterStrip(first, count, 0, memory_.strips[0].get());
@@ -89,15 +90,14 @@ class Transform2D {
   // Transforms the columns and swaps the quadrants, after the transform or before it: strips of the left and
   // the right half go to each other's place, with their upper and lower halves swapped as they are stored (or
   // read).
-  bool TransformColumnsAndSwapQuadrants(ReportedLoop columns, ReportedLoop centring, bool isSwapFirst) {
-    LoopReporter reporter(steps_, isSwapFirst ? centring : columns, isSwapFirst ? columns : centring);
+  bool TransformColumnsAndSwapQuadrants(bool isSwapFirst) {
     const int32_t halfRow = plane_.RowValues() / 2;
     const int32_t halfHeight = plane_.height / 2;
     const int32_t shiftRead = isSwapFirst ? halfHeight : 0;
     const int32_t shiftStored = halfHeight - shiftRead;
     for (int32_t first = 0; first < halfRow; first += kStripColumns) {
       const int32_t count = std::min(kStripColumns, halfRow - first);
-      if (reporter.AdvanceTo(first + count, halfRow)) return true;
+      if (Advance((plane_.width + 0.5 * plane_.height) * count / halfRow)) return true;
       const int32_t places[2] = {first, halfRow + first};
       for (int side = 0; side < 2; ++side) {
         GatherStrip(places[side], count, shiftRead, memory_.strips[side].get());
@@ -113,12 +113,12 @@ class Transform2D {
 
   // Trades row and column i with i + half of their number. The last of an odd number has no partner and keeps
   // its place along that axis, so that the swap is its own inverse and 0 always meets the half.
-  bool SwapQuadrants(int32_t fifth) {
+  bool SwapQuadrants() {
     const int32_t halfHeight = plane_.height / 2;
     const ptrdiff_t halfRow = ptrdiff_t{plane_.channels} * (plane_.width / 2);
     const auto swapHalves = [&](uint64_t* row) { std::swap_ranges(row, row + halfRow, row + halfRow); };
     for (int32_t y = 0; y < halfHeight; ++y) {
-      if (ReportAndAsk(steps_, fifth, y, halfHeight)) return true;
+      if (Advance(1)) return true;
       uint64_t* const upper = plane_.Row(y);
       uint64_t* const lower = plane_.Row(y + halfHeight);
       std::swap_ranges(upper, upper + plane_.RowValues(), lower);
@@ -130,6 +130,12 @@ class Transform2D {
   }
 
  private:
+  // The work in rows' worth: rows, columns and swapped rows. True when it is to stop.
+  bool Advance(double work) {
+    done_ += work;
+    return progress_.Advance(done_, plane_.height + plane_.width + plane_.height / 2);
+  }
+
   void TransformChannel(float* firstValue) {
     const OwnedBlock<float>& channelRow = memory_.channelRow;
     for (int32_t x = 0; x < plane_.width; ++x) {
@@ -199,7 +205,7 @@ class Transform2D {
   template <typename Move>
   void ForBothParts(int32_t shift, int32_t columns, const Move& move) {
     ColumnStrip part{static_cast<size_t>(plane_.height - shift), static_cast<size_t>(columns),
-                     static_cast<size_t>(plane_.RowValues()), memory_.columnStride};
+                     plane_.RowStride(), memory_.columnStride};
     move(0, shift, part);
     part.rows = static_cast<size_t>(shift);
     if (shift > 0) move(plane_.height - shift, 0, part);
@@ -216,96 +222,58 @@ class Transform2D {
   int32_t maskRowCount_ = 0;
   int32_t firstStoredRow_ = 0;
   int32_t storedRows_ = 0;  // 0: all
-  ProgressSteps steps_;
+  Progress progress_;
+  double done_ = 0.0;
   TransformMemory& memory_;
 };
 
-// The fifths of the reports are those of five loops over the plane: rows, transposition, rows (which are the
-// columns then), transposition and centring, or centring first. Callers are told about these whatever path is
-// taken; the transpositions never report.
-bool RunForward(Transform2D& work, const Plane& plane, bool isTransposed) {
+bool RunForward(Transform2D& work, bool isTransposed) {
   if (isTransposed) {
-    return work.TransformRows(0) || work.TransposeColour(1) || work.TransformRows(2) ||
-           work.TransposeColour(3) || work.SwapQuadrants(4);
+    return work.TransformRows() || work.TransposeColour() || work.TransformRows() || work.TransposeColour() ||
+           work.SwapQuadrants();
   }
-  if (work.CanSwapWithColumns()) {
-    return work.TransformRows(0) ||
-           work.TransformColumnsAndSwapQuadrants({2, plane.width}, {4, plane.height / 2}, false);
-  }
-  return work.TransformRows(0) || work.TransformColumns(2) || work.SwapQuadrants(4);
+  if (work.CanSwapWithColumns()) return work.TransformRows() || work.TransformColumnsAndSwapQuadrants(false);
+  return work.TransformRows() || work.TransformColumns() || work.SwapQuadrants();
 }
 
-bool RunInverse(Transform2D& work, const Plane& plane, bool isTransposed) {
+bool RunInverse(Transform2D& work, bool isTransposed) {
   if (isTransposed) {
-    return work.SwapQuadrants(0) || work.TransformRows(1) || work.TransposeColour(2) ||
-           work.TransformRows(3) || work.TransposeColour(4);
+    return work.SwapQuadrants() || work.TransformRows() || work.TransposeColour() || work.TransformRows() ||
+           work.TransposeColour();
   }
-  if (work.CanSwapWithColumns()) {
-    return work.TransformColumnsAndSwapQuadrants({1, plane.width}, {0, plane.height / 2}, true) ||
-           work.TransformRows(3);
-  }
-  return work.SwapQuadrants(0) || work.TransformColumns(1) || work.TransformRows(3);
-}
-
-int32_t Run(int32_t slot, Direction direction, bool useDoubleKernels, const ProgressSteps& steps,
-            TransformMemory* memory) {
-  const BufferShape shape = ShapeOf(slot);
-  if (shape.width == 0) return kSuccess;
-  if (shape.bytesPerPixel != kGrayComplex && shape.bytesPerPixel != kRgbComplex) return kUnknownPixelKind;
-  TransformMemory ownMemory;
-  if (memory == nullptr) {
-    const int32_t result = ownMemory.Take(shape, useDoubleKernels);
-    if (result != kSuccess) return result;
-    memory = &ownMemory;
-  }
-  if (!memory->IsFor(shape, useDoubleKernels)) return kUnequalSizes;
-  const Plane plane{slot, shape.width, shape.height, shape.bytesPerPixel / kGrayComplex};
-  Transform2D work(plane, direction, steps, memory);
-  MarkDirty(slot);
-  const auto run = direction == Direction::kForward ? RunForward : RunInverse;
-  const bool isCancelled = run(work, plane, memory->IsTransposed());
-  return isCancelled ? kUserCancelled : kSuccess;
+  if (work.CanSwapWithColumns()) return work.TransformColumnsAndSwapQuadrants(true) || work.TransformRows();
+  return work.SwapQuadrants() || work.TransformColumns() || work.TransformRows();
 }
 
 }  // namespace
 
-int32_t ForwardFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps, TransformMemory* memory) {
-  return Run(slot, Direction::kForward, useDoubleKernels,
-             {showProgress, context, firstStep, lastStep, totalSteps}, memory);
+int32_t Transform(const ImageView& image, Direction direction, Precision precision,
+                  const Progress& progress) {
+  TransformMemory memory;
+  const int32_t result = memory.Take(image, precision);
+  if (result != kSuccess) return result;
+  Transform2D work(Plane(image), direction, progress, &memory);
+  const auto run = direction == Direction::kForward ? RunForward : RunInverse;
+  return run(work, memory.IsTransposed()) ? kUserCancelled : kSuccess;
 }
 
-int32_t InverseFft2D(int32_t slot, bool showProgress, bool useDoubleKernels, const RunContext* context,
-                     int32_t firstStep, int32_t lastStep, int32_t totalSteps, TransformMemory* memory) {
-  return Run(slot, Direction::kInverse, useDoubleKernels,
-             {showProgress, context, firstStep, lastStep, totalSteps}, memory);
-}
-
-int32_t InverseMaskedRows(int32_t spectrumSlot, int32_t maskSlot, int32_t destinationSlot, int32_t firstRow,
-                          int32_t rows) {
-  const BufferShape shape = ShapeOf(spectrumSlot);
-  const auto hasShape = [&](int32_t slot, int32_t bytesPerPixel) {
-    const BufferShape other = ShapeOf(slot);
-    return other.width == shape.width && other.height == shape.height && other.bytesPerPixel == bytesPerPixel;
-  };
-  if (!hasShape(spectrumSlot, kGrayComplex) || !hasShape(destinationSlot, kGrayComplex) ||
-      !hasShape(maskSlot, kGray8) || shape.width % 2 != 0 || shape.height % 2 != 0) {
+int32_t InverseMaskedRows(const ImageView& spectrum, const ConstImageView& mask, const ImageView& destination,
+                          int32_t firstRow, int32_t rows) {
+  const int32_t width = spectrum.width, height = spectrum.height;
+  if (!spectrum.HasShape(width, height, kGrayComplex) || !destination.HasShape(width, height, kGrayComplex) ||
+      !mask.HasShape(width, height, kGray8) || width % 2 != 0 || height % 2 != 0) {
     return kUnequalSizes;
   }
-  const int32_t first = std::clamp(firstRow, 0, shape.height);
-  const int32_t count = std::clamp(rows, 0, shape.height - first);
+  const int32_t first = std::clamp(firstRow, 0, height);
+  const int32_t count = std::clamp(rows, 0, height - first);
   if (count == 0) return kSuccess;
-  const Plane destination{destinationSlot, shape.width, shape.height, 1};
-  Plane source = destination;
-  source.slot = spectrumSlot;
   TransformMemory memory;
-  const int32_t result = memory.Take(shape, false);
+  const int32_t result = memory.Take(destination, Precision::kSingle);
   if (result != kSuccess) return result;
-  Transform2D work(destination, Direction::kInverse, {}, &memory);
-  if (!work.ReadMasked(source, maskSlot, first, count)) return kOutOfMemory;
-  MarkDirty(destinationSlot);
-  work.TransformColumnsAndSwapQuadrants({1, shape.width}, {0, shape.height / 2}, true);
-  work.TransformRows(3, first, count);
+  Transform2D work(Plane(destination), Direction::kInverse, {}, &memory);
+  if (!work.ReadMasked(Plane(spectrum), mask, first, count)) return kOutOfMemory;
+  work.TransformColumnsAndSwapQuadrants(true);
+  work.TransformRows(first, count);
   return kSuccess;
 }
 

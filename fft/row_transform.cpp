@@ -9,9 +9,9 @@
 
 namespace tessaline {
 
-bool RowTransform::Prepare(int32_t length, bool useDoubleKernels) {
+bool RowTransform::Prepare(int32_t length, Precision precision) {
   length_ = static_cast<uint32_t>(length);
-  useDoubleKernels_ = useDoubleKernels;
+  useDoubleKernels_ = precision == Precision::kDouble;
   if (!useDoubleKernels_) {
     table_ = AllocateBlock<float>(size_t{length_} + 2);
     if (table_ == nullptr) return false;

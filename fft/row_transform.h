@@ -8,11 +8,12 @@
 namespace tessaline {
 
 enum class Direction { kForward, kInverse };
+enum class Precision { kSingle, kDouble };  // of the arithmetic; values are floats either way
 
 class RowTransform {
  public:
   // Takes the tables and the scratch of both directions. False: no memory.
-  bool Prepare(int32_t length, bool useDoubleKernels);
+  bool Prepare(int32_t length, Precision precision);
 
   // `row`: `length` complex values, in place. Lengths that have no transform leave the row as it is.
   void operator()(float* row, Direction direction) const;

@@ -1,10 +1,9 @@
 #include <algorithm>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
 #include "fft/fft_2d.h"
 #include "fft/mask_factor.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 
@@ -74,18 +73,15 @@ RowAttenuator AttenuatorFor(int32_t maskBytesPerPixel) {
 
 }  // namespace
 
-int32_t ApplySpectrumMask(int32_t spectrumSlot, int32_t maskSlot) {
-  const BufferShape spectrum = ShapeOf(spectrumSlot);
-  const BufferShape mask = ShapeOf(maskSlot);
+int32_t MultiplyByMask(const ImageView& spectrum, const ConstImageView& mask) {
   const RowAttenuator attenuate = AttenuatorFor(mask.bytesPerPixel);
   if (spectrum.width != mask.width || spectrum.height != mask.height || attenuate == nullptr ||
       spectrum.bytesPerPixel != kGrayComplex) {
     return kUnequalSizes;
   }
   for (int32_t y = 0; y < spectrum.height; ++y) {
-    attenuate(reinterpret_cast<float*>(BufferRow(spectrumSlot, y)), BufferRow(maskSlot, y), spectrum.width);
+    attenuate(spectrum.Row<float>(y), mask.Row(y), spectrum.width);
   }
-  MarkDirty(spectrumSlot);
   return kSuccess;
 }
 

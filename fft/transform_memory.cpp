@@ -1,18 +1,17 @@
 #include "fft/transform_memory.h"
 
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
 #include "fft/transpose_square.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 
-int32_t TransformMemory::Take(const BufferShape& wanted, bool useDoubleKernels) {
+int32_t TransformMemory::Take(const ConstImageView& image, Precision precision) {
   *this = {};
-  if (wanted.bytesPerPixel != kGrayComplex && wanted.bytesPerPixel != kRgbComplex) return kUnknownPixelKind;
-  shape = wanted;
-  isForDoubleKernels = useDoubleKernels;
+  if (image.bytesPerPixel != kGrayComplex && image.bytesPerPixel != kRgbComplex) return kUnknownPixelKind;
+  shape = image;
   channelRow = AllocateBlock<float>(2 * (static_cast<size_t>(shape.width) + 2));
-  if (channelRow == nullptr || !alongRows.Prepare(shape.width, useDoubleKernels)) return kOutOfMemory;
+  if (channelRow == nullptr || !alongRows.Prepare(shape.width, precision)) return kOutOfMemory;
   if (IsTransposed()) return kSuccess;
   // A cache line more than the column: columns of a power of two would crowd into a few cache sets.
   columnStride = static_cast<size_t>(shape.height) + kColumnGroup;
@@ -20,12 +19,7 @@ int32_t TransformMemory::Take(const BufferShape& wanted, bool useDoubleKernels) 
     strip = AllocateBlock<uint64_t>(kStripColumns * columnStride);
     if (strip == nullptr) return kOutOfMemory;
   }
-  return alongColumns.Prepare(shape.height, useDoubleKernels) ? kSuccess : kOutOfMemory;
-}
-
-bool TransformMemory::IsFor(const BufferShape& wanted, bool useDoubleKernels) const {
-  return wanted.width == shape.width && wanted.height == shape.height &&
-         wanted.bytesPerPixel == shape.bytesPerPixel && useDoubleKernels == isForDoubleKernels;
+  return alongColumns.Prepare(shape.height, precision) ? kSuccess : kOutOfMemory;
 }
 
 bool TransformMemory::IsTransposed() const {

@@ -5,11 +5,9 @@
 #include <cstdlib>
 #include <new>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
-#include "platform/memory.h"
-#include "removal/peak_detection.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
+#include "removal/spectrum_grid.h"
 
 namespace tessaline {
 
@@ -64,11 +62,10 @@ std::vector<Offset> MakeRing(double innerRadius, double outerRadius) {
 // repeats it beyond each edge as far as any neighbourhood reaches, so that rings are plain offsets.
 class LogSpectrum {
  public:
-  LogSpectrum(int32_t rawGray16Slot, double logSpan, double discRadius)
+  LogSpectrum(const ConstImageView& rawGray16, double logSpan, double discRadius)
       : levels_(size_t{kSide} * kSide), logSpan_(logSpan), discRadiusSquared_(discRadius * discRadius) {
     for (int32_t y = 0; y < kSide; ++y) {
-      const auto* const row =
-          reinterpret_cast<const uint16_t*>(BufferRow(rawGray16Slot, (y - kReach) & kWrap));
+      const auto* const row = rawGray16.Row<uint16_t>((y - kReach) & kWrap);
       for (int32_t x = 0; x < kSide; ++x) levels_[y * kSide + x] = row[(x - kReach) & kWrap];
     }
   }
@@ -188,14 +185,13 @@ bool IsHigher(const Candidate& a, const Candidate& b) {
 }
 
 // All cells of the upper half that stand `weak` or more above their surroundings, highest first.
-std::vector<Candidate> FindCandidates(const LogSpectrum& spectrum, int32_t gray16Slot, double logSpan,
-                                      const Limits& limits) {
+std::vector<Candidate> FindCandidates(const LogSpectrum& spectrum, const ConstImageView& gray16,
+                                      double logSpan, const Limits& limits) {
   const auto backgroundRing = MakeRing(3.5, 9.5);
   const auto isolationRing = MakeRing(4, 12);
   std::vector<Candidate> candidates;
   for (int32_t dy = -kSpectrumCentre; dy <= 0; ++dy) {
-    const auto* const enhanced =
-        reinterpret_cast<const uint16_t*>(BufferRow(gray16Slot, dy + kSpectrumCentre));
+    const auto* const enhanced = gray16.Row<uint16_t>(dy + kSpectrumCentre);
     const int32_t endX = dy == 0 ? 0 : kSpectrumCentre;  // of the centre row only the left half
     for (int32_t dx = -kSpectrumCentre; dx < endX; ++dx) {
       if (spectrum.IsInsideDisc(dx, dy)) continue;
@@ -451,7 +447,8 @@ void ChooseUsed(bool anyLicence, std::vector<Candidate>* candidates) {
 }
 
 // A peak with its skirt: seeding the cells around widens the notch exactly where the peak is broad.
-void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumPeak& peak, uint8_t* seeds) {
+void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumPeak& peak,
+              const ImageView& seeds) {
   constexpr int32_t kReach = 10;
   const double least = std::max(limits.weak, 0.4 * peak.height);
   for (int32_t y = -kReach; y <= kReach; ++y) {
@@ -461,19 +458,19 @@ void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumP
       if (spectrum.IsInsideDisc(dx, dy) || spectrum.Log(dx, dy) - peak.background < least) continue;
       const int32_t column = (dx + kSpectrumCentre) & kWrap;
       const int32_t row = (dy + kSpectrumCentre) & kWrap;
-      seeds[row * kSpectrumCells + column] = 255;
-      seeds[(-row & kWrap) * kSpectrumCells + (-column & kWrap)] = 255;
+      seeds.Row(row)[column] = 255;
+      seeds.Row(-row & kWrap)[-column & kWrap] = 255;
     }
   }
 }
 
-void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t transformSize,
-            double sensitivity, float protectionRadius, int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
-            const std::vector<SpectrumPeak>& licensedBefore) {
+void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, double logSpan,
+            int32_t transformSize, double sensitivity, float protectionRadius, const ImageView& seeds,
+            std::vector<SpectrumPeak>* peaks, const std::vector<SpectrumPeak>& licensedBefore) {
   const double discRadius = kSpectrumCentre / std::min(double{protectionRadius}, 127.9);
-  const LogSpectrum spectrum(rawGray16Slot, logSpan, discRadius);
+  const LogSpectrum spectrum(rawGray16, logSpan, discRadius);
   const Limits limits(sensitivity, std::max(transformSize / kSpectrumCells, 1));
-  std::vector<Candidate> candidates = FindCandidates(spectrum, gray16Slot, logSpan, limits);
+  std::vector<Candidate> candidates = FindCandidates(spectrum, gray16, logSpan, limits);
   LeaveOutTextLines(discRadius, &candidates);
   LeaveOutBlocks(limits, &candidates);
   LeaveOutSkirts(&candidates);
@@ -483,10 +480,10 @@ void Detect(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan, int32_t t
     peaks->clear();
     for (const Candidate& candidate : candidates) peaks->push_back(candidate.peak);
   }
-  ClearBuffer(seedSlot);
+  ClearImage(seeds);
   for (const Candidate& candidate : candidates) {
     if (candidate.peak.verdict == PeakVerdict::kUsed) {
-      SeedPeak(spectrum, limits, candidate.peak, BufferRow(seedSlot, 0));
+      SeedPeak(spectrum, limits, candidate.peak, seeds);
     }
   }
 }
@@ -497,16 +494,17 @@ bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b) {
   return IsWithin(a, b, 2);
 }
 
-int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
-                                 int32_t transformSize, double sensitivity, float protectionRadius,
-                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
+int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstImageView& gray16,
+                                 double logSpan, int32_t transformSize, double sensitivity,
+                                 float protectionRadius, const ImageView& seeds,
+                                 std::vector<SpectrumPeak>* peaks,
                                  const std::vector<SpectrumPeak>* licensedBefore) {
-  if (!IsSpectrumGrid(rawGray16Slot, kGray16) || !IsSpectrumGrid(gray16Slot, kGray16) ||
-      !IsSpectrumGrid(seedSlot, kGray8)) {
+  if (!IsSpectrumGrid(rawGray16, kGray16) || !IsSpectrumGrid(gray16, kGray16) ||
+      !IsSpectrumGrid(seeds, kGray8)) {
     return kUnequalSizes;
   }
   try {
-    Detect(rawGray16Slot, gray16Slot, logSpan, transformSize, sensitivity, protectionRadius, seedSlot, peaks,
+    Detect(rawGray16, gray16, logSpan, transformSize, sensitivity, protectionRadius, seeds, peaks,
            licensedBefore != nullptr ? *licensedBefore : std::vector<SpectrumPeak>{});
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;

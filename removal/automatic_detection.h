@@ -12,11 +12,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace tessaline {
+#include "image/image_view.h"
 
-constexpr double kStandardSensitivity = 1.0;
-constexpr double kLeastSensitivity = 0.7;  // range offered to users; more than 1.3 does harm
-constexpr double kMostSensitivity = 1.3;
+namespace tessaline {
 
 // Why a peak is left out.
 enum class PeakVerdict : int32_t {
@@ -41,9 +39,9 @@ struct SpectrumPeak {
   PeakVerdict verdict;
 };
 
-// Makes the seed map (512 x 512 bytes, 255 pattern, 0 keep) from the log spectrum before (`rawGray16Slot`)
+// Makes the seed map (512 x 512 bytes, 255 pattern, 0 keep) from the log spectrum before (`rawGray16`)
 // and after
-// (`gray16Slot`) the peak enhancement, both 512 x 512, 16-bit, 0..32768. `logSpan` is the natural log range
+// (`gray16`) the peak enhancement, both 512 x 512, 16-bit, 0..32768. `logSpan` is the natural log range
 // that 32768 stands for, `transformSize` the side of the transform that the spectrum was summed from,
 // `protectionRadius` in image pixels. The map is exactly point-symmetric (cell x, y with cell (512 - x) mod
 // 512, (512 - y) mod 512) and holds nothing inside the protected disc.
@@ -51,11 +49,12 @@ struct SpectrumPeak {
 // `peaks`, when not null, receives every peak that stands out, highest first (then by row and column).
 // `licensedBefore`, when not null, are peaks that had a licence in other pictures with the same pattern: at
 // their places half of what a licence asks for beyond the weak level keeps it, so that a peak on the edge
-// does not come and go. Returns 0; kUnequalSizes when a buffer has another shape; kOutOfMemory; the map is
+// does not come and go. Returns 0; kUnequalSizes when an image has another shape; kOutOfMemory; the map is
 // unchanged on an error.
-int32_t DetectPeaksAutomatically(int32_t rawGray16Slot, int32_t gray16Slot, double logSpan,
-                                 int32_t transformSize, double sensitivity, float protectionRadius,
-                                 int32_t seedSlot, std::vector<SpectrumPeak>* peaks,
+int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstImageView& gray16,
+                                 double logSpan, int32_t transformSize, double sensitivity,
+                                 float protectionRadius, const ImageView& seeds,
+                                 std::vector<SpectrumPeak>* peaks,
                                  const std::vector<SpectrumPeak>* licensedBefore = nullptr);
 
 // Whether two peaks are the same repeat, as near as two pictures tell: at most 2 cells apart.

@@ -5,8 +5,7 @@
 #include <bit>
 #include <cstring>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 #include "removal/peak_detection.h"
 #include "removal/portable_math.h"
@@ -37,8 +36,8 @@ constexpr ChamferStep kChamferSteps[] = {
 constexpr int32_t kBorderColumns = 2;  // cells whose neighbours may lie beside the grid
 
 // The distance rows, border included: row -2 .. 513.
-uint16_t* DistanceRow(int32_t distanceSlot, int32_t y) {
-  return reinterpret_cast<uint16_t*>(BufferRow(distanceSlot, y + kBorderRows));
+uint16_t* DistanceRow(uint16_t* distances, int32_t y) {
+  return distances + static_cast<size_t>(y + kBorderRows) * kSpectrumCells;
 }
 
 using RowFlags = std::array<bool, kSpectrumCells>;
@@ -55,10 +54,10 @@ RowFlags Widened(const RowFlags& flags, int32_t reach) {
 }
 
 // Flags the rows of the mask that hold anything but 0.
-RowFlags RowsInUse(int32_t maskSlot) {
+RowFlags RowsInUse(const ConstImageView& image) {
   RowFlags flags;
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
-    const uint8_t* const mask = BufferRow(maskSlot, y);
+    const uint8_t* const mask = image.Row(y);
     uint8_t any = 0;
     for (int32_t x = 0; x < kSpectrumCells; ++x) any |= mask[x];
     flags[y] = any != 0;
@@ -92,13 +91,13 @@ void NearestOfInnerCells(uint16_t* __restrict row, const uint16_t* __restrict be
 
 // One raster pass over the rows in question; direction +1 goes down and right, -1 up and left. A cell depends
 // on the rows before and on the cell before it: first all that the rows give, then the run along the row.
-void PropagateDistances(int32_t distanceSlot, int32_t direction, const RowFlags& rowsInReach) {
+void PropagateDistances(uint16_t* distances, int32_t direction, const RowFlags& rowsInReach) {
   for (int32_t i = 0; i < kSpectrumCells; ++i) {
     const int32_t y = direction > 0 ? i : kSpectrumCells - 1 - i;
     if (!rowsInReach[y]) continue;
-    uint16_t* const row = DistanceRow(distanceSlot, y);
-    const uint16_t* const rows[3] = {row, DistanceRow(distanceSlot, y - direction),
-                                     DistanceRow(distanceSlot, y - 2 * direction)};
+    uint16_t* const row = DistanceRow(distances, y);
+    const uint16_t* const rows[3] = {row, DistanceRow(distances, y - direction),
+                                     DistanceRow(distances, y - 2 * direction)};
     for (int32_t border = 0; border < kBorderColumns; ++border) {
       row[border] = NearestOfBorderCell(rows, border);
       row[kSpectrumCells - 1 - border] = NearestOfBorderCell(rows, kSpectrumCells - 1 - border);
@@ -113,14 +112,14 @@ void PropagateDistances(int32_t distanceSlot, int32_t direction, const RowFlags&
   }
 }
 
-int32_t GrowNotches(int32_t maskSlot, float notchRadius) {
-  OwnedBuffer distances;
-  const int32_t result =
-      distances.Create("EDM-Erode", kSpectrumCells, kSpectrumCells + 2 * kBorderRows, sizeof(uint16_t));
-  if (result != kSuccess) return result;
+int32_t GrowNotches(const ImageView& image, float notchRadius) {
+  const auto block = AllocateBlock<uint16_t>(kSpectrumCells * (kSpectrumCells + 2 * kBorderRows));
+  if (!block) return kOutOfMemory;
+  uint16_t* const distances = block.get();
   for (int32_t y = -kBorderRows; y < kSpectrumCells + kBorderRows; ++y) {
-    uint16_t* const row = DistanceRow(distances.slot(), y);
-    const uint8_t* const mask = BufferRow(maskSlot, y);  // null on the border rows
+    uint16_t* const row = DistanceRow(distances, y);
+    const bool isBorder = y < 0 || y >= kSpectrumCells;
+    const uint8_t* const mask = isBorder ? nullptr : image.Row(y);
     for (int32_t x = 0; x < kSpectrumCells; ++x) row[x] = mask != nullptr && mask[x] != 0 ? 0 : kFar;
   }
   // A senseless radius (a damaged settings record) must not reach the far cells of an empty map.
@@ -128,24 +127,24 @@ int32_t GrowNotches(int32_t maskSlot, float notchRadius) {
   const auto notchDistance = static_cast<uint16_t>(reach);
   // Every step costs a cell's distance per row at least, so the walks that count stay within these rows. The
   // others keep "far", which is all that the threshold below asks of them.
-  const RowFlags rowsInReach = Widened(RowsInUse(maskSlot), notchDistance / kCellDistance);
-  PropagateDistances(distances.slot(), +1, rowsInReach);
-  PropagateDistances(distances.slot(), -1, rowsInReach);
+  const RowFlags rowsInReach = Widened(RowsInUse(image), notchDistance / kCellDistance);
+  PropagateDistances(distances, +1, rowsInReach);
+  PropagateDistances(distances, -1, rowsInReach);
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
-    const uint16_t* const row = DistanceRow(distances.slot(), y);
-    uint8_t* const mask = BufferRow(maskSlot, y);
+    const uint16_t* const row = DistanceRow(distances, y);
+    uint8_t* const mask = image.Row(y);
     for (int32_t x = 0; x < kSpectrumCells; ++x) mask[x] = row[x] <= notchDistance ? kPattern : 0;
   }
   return kSuccess;
 }
 
-void ClearProtectedDisc(int32_t maskSlot, float protectionRadius) {
+void ClearProtectedDisc(const ImageView& image, float protectionRadius) {
   const float discRadius = ProtectedDiscRadius(protectionRadius);
   const float discRadiusSquared = discRadius * discRadius;
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
     const int32_t dy = y - kSpectrumCentre;
     if (static_cast<float>(dy * dy) >= discRadiusSquared) continue;
-    uint8_t* const mask = BufferRow(maskSlot, y);
+    uint8_t* const mask = image.Row(y);
     for (int32_t x = 0; x < kSpectrumCells; ++x) {
       const int32_t dx = x - kSpectrumCentre;
       if (static_cast<float>(dx * dx + dy * dy) < discRadiusSquared) mask[x] = 0;
@@ -187,18 +186,18 @@ void SoftenBlock(const double* const values[kSofteningTaps], const double* weigh
   std::copy(block, block + kBlockCells, sums);
 }
 
-int32_t SoftenMask(int32_t maskSlot) {
+int32_t SoftenMask(const ImageView& image) {
   constexpr size_t kCells = size_t{kSpectrumCells} * kSpectrumCells;
   const auto alongRows = AllocateBlock<double>(kCells);
   const auto blocksInUse = AllocateBlock<BlockFlags>(kSpectrumCells);
   if (!alongRows || !blocksInUse) return kOutOfMemory;
   const auto rowOf = [&](int32_t y) { return alongRows.get() + static_cast<size_t>(y) * kSpectrumCells; };
   const auto weights = SofteningWeights();
-  const RowFlags rowsInUse = RowsInUse(maskSlot);
+  const RowFlags rowsInUse = RowsInUse(image);
   const double* values[kSofteningTaps];
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
     if (!rowsInUse[y]) continue;
-    const uint8_t* const mask = BufferRow(maskSlot, y);
+    const uint8_t* const mask = image.Row(y);
     BlockFlags own{};
     double extended[kSpectrumCells + 2 * kSofteningReach];
     for (int32_t x = 0; x < kSpectrumCells; ++x) {
@@ -221,7 +220,7 @@ int32_t SoftenMask(int32_t maskSlot) {
   const RowFlags rowsReached = Widened(rowsInUse, kSofteningReach);
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
     if (!rowsReached[y]) continue;  // the mask is 0 there already
-    uint8_t* const mask = BufferRow(maskSlot, y);
+    uint8_t* const mask = image.Row(y);
     for (int32_t block = 0; block < kBlocks; ++block) {
       const int32_t x = block * kBlockCells;
       bool isReached = false;
@@ -242,15 +241,14 @@ int32_t SoftenMask(int32_t maskSlot) {
 
 }  // namespace
 
-int32_t ShapeNotches(int32_t maskSlot, float protectionRadius, float notchRadius) {
-  if (!IsSpectrumGrid(maskSlot, 1)) return kUnequalSizes;
-  int32_t result = GrowNotches(maskSlot, notchRadius);
+int32_t ShapeNotches(const ImageView& image, float protectionRadius, float notchRadius) {
+  if (!IsSpectrumGrid(image, 1)) return kUnequalSizes;
+  int32_t result = GrowNotches(image, notchRadius);
   if (result != kSuccess) return result;
-  ClearProtectedDisc(maskSlot, protectionRadius);
-  result = SoftenMask(maskSlot);
+  ClearProtectedDisc(image, protectionRadius);
+  result = SoftenMask(image);
   if (result != kSuccess) return result;
-  BufferRow(maskSlot, kSpectrumCentre)[kSpectrumCentre] = 0;  // the mean level is never touched
-  MarkDirty(maskSlot);
+  image.Row(kSpectrumCentre)[kSpectrumCentre] = 0;  // the mean level is never touched
   return kSuccess;
 }
 
@@ -273,9 +271,8 @@ void BlendRows(const int32_t* upper, const int32_t* lower, int32_t i, int32_t fa
 
 }  // namespace
 
-int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
-  const BufferShape full = ShapeOf(fullMaskSlot);
-  if (!IsSpectrumGrid(maskSlot, 1) || full.bytesPerPixel != 1 || full.width != full.height)
+int32_t EnlargeMask(const ConstImageView& grid, const ImageView& full) {
+  if (!IsSpectrumGrid(grid, 1) || full.IsEmpty() || full.bytesPerPixel != 1 || full.width != full.height)
     return kUnequalSizes;
   const int32_t factor = std::max(full.width / kSpectrumCells, 1);
   const auto lower = AllocateBlock<int32_t>(static_cast<size_t>(kSpectrumCells) * factor);
@@ -284,7 +281,7 @@ int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
   // The weights k/D are fractions of a power of two, so the interpolation is done in whole numbers of 1/D and
   // gives what exact arithmetic gives.
   const auto stretchRow = [&](int32_t y, int32_t* stretched) {
-    const uint8_t* const mask = BufferRow(maskSlot, y);
+    const uint8_t* const mask = grid.Row(y);
     for (int32_t x = 0; x < kSpectrumCells; ++x) {
       const int32_t next = mask[std::min(x + 1, kSpectrumCells - 1)];
       for (int32_t k = 0; k < factor; ++k) *stretched++ = mask[x] * (factor - k) + next * k;
@@ -292,7 +289,7 @@ int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
   };
   const int32_t columns = std::min(full.width, kSpectrumCells * factor);
   // Between two rows that are 0 there is nothing to compute; a row beside one that is not is still needed.
-  const RowFlags inUse = RowsInUse(maskSlot);
+  const RowFlags inUse = RowsInUse(grid);
   const RowFlags isNeeded = Widened(inUse, 1);
   int32_t* current = upper.get();
   int32_t* next = lower.get();
@@ -301,8 +298,8 @@ int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
     const int32_t lowerY = std::min(y + 1, kSpectrumCells - 1);
     if (isNeeded[lowerY]) stretchRow(lowerY, next);
     for (int32_t i = 0; i < factor; ++i) {
-      uint8_t* const row = BufferRow(fullMaskSlot, y * factor + i);
-      if (row == nullptr) continue;
+      if (y * factor + i >= full.height) continue;
+      uint8_t* const row = full.Row(y * factor + i);
       if (inUse[y] || inUse[lowerY]) {
         BlendRows(current, next, i, factor, columns, row);
       } else {
@@ -311,29 +308,7 @@ int32_t EnlargeMask(int32_t maskSlot, int32_t fullMaskSlot) {
     }
     std::swap(current, next);
   }
-  MarkDirty(fullMaskSlot);
   return kSuccess;
-}
-
-int32_t BuildMaskFromSeeds(float protectionRadius, float notchRadius, int32_t workingMaskSlot,
-                           int32_t fullMaskSlot) {
-  const int32_t result = ShapeNotches(workingMaskSlot, protectionRadius, notchRadius);
-  if (result != kSuccess) return result;
-  const bool hasFullMask = fullMaskSlot >= 1 && fullMaskSlot < kBufferSlots;
-  return hasFullMask ? EnlargeMask(workingMaskSlot, fullMaskSlot) : kSuccess;
-}
-
-int32_t BuildMask(int32_t spectrumSlot, float threshold, float protectionRadius, float notchRadius,
-                  int32_t workingMaskSlot, int32_t fullMaskSlot) {
-  OwnedBuffer ownMask;
-  if (workingMaskSlot == 0) {
-    const int32_t result = ownMask.Create("Temp Mask", kSpectrumCells, kSpectrumCells, 1);
-    if (result != kSuccess) return result;
-    workingMaskSlot = ownMask.slot();
-  }
-  const int32_t result = DetectPeaks(spectrumSlot, threshold, protectionRadius, workingMaskSlot);
-  if (result != kSuccess) return result;
-  return BuildMaskFromSeeds(protectionRadius, notchRadius, workingMaskSlot, fullMaskSlot);
 }
 
 }  // namespace tessaline

@@ -4,8 +4,6 @@
 #include <array>
 #include <cstring>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "removal/portable_math.h"
 
 namespace tessaline {
@@ -183,13 +181,13 @@ void BlurPadding(const Gaussian& gaussian, Surface* surface, float* ring, float*
 }
 
 // Only a margin of the image: no blur of the padding looks deeper into it.
-void PlaceImageMargin(int32_t planeSlot, const Surface& surface) {
+void PlaceImageMargin(const RealPlane& plane, const Surface& surface) {
   const Area& image = surface.image;
   for (int32_t y = image.top; y < image.bottom; ++y) {
-    const auto* const plane = reinterpret_cast<const float*>(BufferRow(planeSlot, y - image.top));
+    const float* const samples = plane.Row(y - image.top);
     float* const row = surface.Row(y);
     const auto place = [&](int32_t begin, int32_t end) {
-      for (int32_t x = begin; x < end; ++x) row[x] = plane[2 * (x - image.left)];
+      for (int32_t x = begin; x < end; ++x) row[x] = samples[2 * (x - image.left)];
     };
     const bool inMargin = y < image.top + kMostHalfWidth || y >= image.bottom - kMostHalfWidth;
     const int32_t leftEnd = inMargin ? image.right : std::min(image.left + kMostHalfWidth, image.right);
@@ -198,102 +196,73 @@ void PlaceImageMargin(int32_t planeSlot, const Surface& surface) {
   }
 }
 
-// Real parts of the padding from the surface, turned round so that the image starts at (0, 0); the image has
-// its own already. Imaginary parts 0.
-void WriteBack(const Surface& surface, int32_t planeSlot) {
+// The padding of one row of the plane from the surface, turned round so that the image starts at (0, 0); the
+// image has its own samples already.
+void WriteBackRow(const Surface& surface, const RealPlane& plane, int32_t y) {
   const int32_t n = surface.size;
   const Area& image = surface.image;
-  for (int32_t y = 0; y < n; ++y) {
-    const int32_t surfaceY = (y + image.top) % n;
-    const float* const row = surface.Row(surfaceY);
-    auto* plane = reinterpret_cast<float*>(BufferRow(planeSlot, y));
-    const auto writeBeyond = [&](int32_t begin, int32_t end) {
-      for (int32_t x = begin; x < end; ++x, plane += 2) {
-        plane[0] = surface.beyond;
-        plane[1] = 0.0f;
-      }
-    };
-    const auto writeReached = [&](int32_t begin, int32_t end) {
-      for (int32_t x = begin; x < end; ++x, plane += 2) {
-        plane[0] = row[x];
-        plane[1] = 0.0f;
-      }
-    };
-    const auto write = [&](int32_t begin, int32_t end) {
-      if (!HasRow(surface.reached, surfaceY)) return writeBeyond(begin, end);
-      const int32_t reached = std::clamp(surface.reached.left, begin, end);
-      const int32_t reachedEnd = std::clamp(surface.reached.right, begin, end);
-      writeBeyond(begin, reached);
-      writeReached(reached, reachedEnd);
-      writeBeyond(reachedEnd, end);
-    };
-    if (HasRow(image, surfaceY)) {
-      for (int32_t x = image.left; x < image.right; ++x, plane += 2) plane[1] = 0.0f;
-    } else {
-      write(image.left, image.right);
-    }
-    write(image.right, n);
-    write(0, image.left);
+  const int32_t surfaceY = (y + image.top) % n;
+  const float* const row = surface.Row(surfaceY);
+  const bool isReached = HasRow(surface.reached, surfaceY);
+  float* sample = plane.Row(y);
+  const auto writeBeyond = [&](int32_t begin, int32_t end) {
+    for (int32_t x = begin; x < end; ++x, sample += 2) *sample = surface.beyond;
+  };
+  const auto write = [&](int32_t begin, int32_t end) {
+    if (!isReached) return writeBeyond(begin, end);
+    const int32_t reached = std::clamp(surface.reached.left, begin, end);
+    const int32_t reachedEnd = std::clamp(surface.reached.right, begin, end);
+    writeBeyond(begin, reached);
+    for (int32_t x = reached; x < reachedEnd; ++x, sample += 2) *sample = row[x];
+    writeBeyond(reachedEnd, end);
+  };
+  if (HasRow(image, surfaceY)) {
+    sample += 2 * static_cast<ptrdiff_t>(image.right - image.left);
+  } else {
+    write(image.left, image.right);
   }
-  MarkDirty(planeSlot);
+  write(image.right, n);
+  write(0, image.left);
+}
+
+// The rows of the plane that the image's edges do not reach, whole lines of them.
+ConstantRows UnreachedRows(const Surface& surface, const RealPlane& plane) {
+  const int32_t first = surface.reached.bottom - surface.image.top;
+  const int32_t last = surface.size + surface.reached.top - surface.image.top;
+  const int32_t perLine = plane.rowsPerLine;
+  const int32_t wholeFirst = (first + perLine - 1) / perLine * perLine;
+  const int32_t wholeLast = last / perLine * perLine;
+  return {wholeFirst, std::max(wholeFirst, wholeLast), surface.beyond};
 }
 
 }  // namespace
 
-float MeanLevel(int32_t planeSlot) {
-  const BufferShape plane = ShapeOf(planeSlot);
-  if (plane.width == 0 || plane.bytesPerPixel != 8) return 0.0f;
-  double total = 0.0;
-  for (int32_t y = 0; y < plane.height; ++y) {
-    const auto* const row = reinterpret_cast<const float*>(BufferRow(planeSlot, y));
-    // Eight running sums in a fixed order: one alone would wait for each addition.
-    double sums[8] = {};
-    int32_t x = 0;
-    for (; x + 8 <= plane.width; x += 8) {
-      for (int32_t i = 0; i < 8; ++i) sums[i] += double{row[2 * (x + i)]};
-    }
-    for (; x < plane.width; ++x) sums[0] += double{row[2 * x]};
-    for (const double sum : sums) total += sum;
-  }
-  return static_cast<float>(total / (double(plane.width) * plane.height));
+bool PaddingFill::Prepare(int32_t size) {
+  if (size == size_) return true;
+  size_ = 0;
+  const auto n = static_cast<size_t>(size);
+  surface_ = AllocateBlock<float>(n * n);
+  ring_ = AllocateBlock<float>(kRingRows * n);
+  extended_ = AllocateBlock<float>(n + kMostTaps);
+  if (!surface_ || !ring_ || !extended_) return false;
+  size_ = size;
+  return true;
 }
 
-int32_t PaddingMemory::Take(int32_t n) {
-  const int32_t result = surface.Create("FT padding float", n, n, sizeof(float));
-  if (result != kSuccess) return result;
-  ring = AllocateBlock<float>(static_cast<size_t>(kRingRows) * n);
-  extended = AllocateBlock<float>(static_cast<size_t>(n) + kMostTaps);
-  return ring != nullptr && extended != nullptr ? kSuccess : kOutOfMemory;
-}
-
-int32_t FillPadding(int32_t planeSlot, int32_t horizontalPadding, int32_t verticalPadding,
-                    PaddingMemory* memory) {
-  const BufferShape plane = ShapeOf(planeSlot);
-  const int32_t n = plane.width;
-  if (n == 0 || plane.height != n || plane.bytesPerPixel != 8 || horizontalPadding < 0 ||
-      horizontalPadding >= n || verticalPadding < 0 || verticalPadding >= n) {
-    return kUnequalSizes;
-  }
-  PaddingMemory ownMemory;
-  if (memory == nullptr) {
-    const int32_t result = ownMemory.Take(n);
-    if (result != kSuccess) return result;
-    memory = &ownMemory;
-  }
-  if (ShapeOf(memory->surface.slot()).width != n) return kUnequalSizes;
-
-  // The mean takes in the padding as it stands: in the first channel zeros right of the image and copies of
-  // its last row below, in later channels what the previous channel's transform left right of the image.
-  // Deliberate: results depend on it.
-  const float mean = MeanLevel(planeSlot);
+ConstantRows PaddingFill::Fill(const RealPlane& plane, int32_t horizontalPadding, int32_t verticalPadding,
+                               float mean) {
+  const int32_t n = size_;
   const int32_t left = horizontalPadding / 2, top = verticalPadding / 2;
   const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
-  Surface surface = {reinterpret_cast<float*>(BufferRow(memory->surface.slot(), 0)), n, image, image, mean};
-  PlaceImageMargin(planeSlot, surface);
+  Surface surface = {surface_.get(), n, image, image, mean};
+  PlaceImageMargin(plane, surface);
   for (const float scale : kBlurScales)
-    BlurPadding(MakeGaussian(scale), &surface, memory->ring.get(), memory->extended.get());
-  WriteBack(surface, planeSlot);
-  return kSuccess;
+    BlurPadding(MakeGaussian(scale), &surface, ring_.get(), extended_.get());
+  const ConstantRows constant = UnreachedRows(surface, plane);
+  for (int32_t y = 0; y < n; ++y) {
+    if (y < constant.first || y >= constant.last) WriteBackRow(surface, plane, y);
+  }
+  return constant;
 }
 
 }  // namespace tessaline

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {
@@ -29,39 +28,38 @@ constexpr int32_t kReach = kTaps / 2;
 
 // Loads one row as floats with `kReach` pixels of repeated edge on both sides.
 template <typename Sample>
-void LoadExtendedRow(int32_t slot, int32_t y, int32_t width, int32_t channels, float* extended) {
-  const auto* const row = reinterpret_cast<const Sample*>(BufferRow(slot, y));
-  for (int32_t x = -kReach; x < width + kReach; ++x) {
-    const Sample* const pixel = row + std::clamp(x, 0, width - 1) * channels;
+void LoadExtendedRow(const ImageView& image, int32_t y, int32_t channels, float* extended) {
+  const auto* const row = image.Row<const Sample>(y);
+  for (int32_t x = -kReach; x < image.width + kReach; ++x) {
+    const Sample* const pixel = row + std::clamp(x, 0, image.width - 1) * channels;
     for (int32_t c = 0; c < channels; ++c) *extended++ = static_cast<float>(pixel[c]);
   }
 }
 
 template <typename Sample>
-void Convolve(int32_t slot, int32_t channels, float maximum, const float* weights, float* ring, float* sums) {
-  const BufferShape shape = ShapeOf(slot);
-  const size_t rowFloats = static_cast<size_t>(shape.width + 2 * kReach) * channels;
-  const int32_t rowSamples = shape.width * channels;
+void Convolve(const ImageView& image, int32_t channels, float maximum, const float* weights, float* ring,
+              float* sums) {
+  const size_t rowFloats = static_cast<size_t>(image.width + 2 * kReach) * channels;
+  const int32_t rowSamples = image.width * channels;
   const auto ringRow = [&](int32_t y) { return ring + (y % kTaps) * rowFloats; };
-  for (int32_t y = 0; y < std::min(kReach, shape.height); ++y) {
-    LoadExtendedRow<Sample>(slot, y, shape.width, channels, ringRow(y));
+  for (int32_t y = 0; y < std::min(kReach, image.height); ++y) {
+    LoadExtendedRow<Sample>(image, y, channels, ringRow(y));
   }
-  for (int32_t y = 0; y < shape.height; ++y) {
-    if (y + kReach < shape.height) {
-      LoadExtendedRow<Sample>(slot, y + kReach, shape.width, channels, ringRow(y + kReach));
+  for (int32_t y = 0; y < image.height; ++y) {
+    if (y + kReach < image.height) {
+      LoadExtendedRow<Sample>(image, y + kReach, channels, ringRow(y + kReach));
     }
     std::fill(sums, sums + rowSamples, 0.0f);
     for (int32_t tap = 0; tap < kTaps * kTaps; ++tap) {
       const float weight = weights[tap];
       if (weight == 0.0f) continue;
-      const int32_t sourceY = std::clamp(y + tap / kTaps - kReach, 0, shape.height - 1);
+      const int32_t sourceY = std::clamp(y + tap / kTaps - kReach, 0, image.height - 1);
       const float* const source = ringRow(sourceY) + (tap % kTaps) * channels;
       for (int32_t i = 0; i < rowSamples; ++i) sums[i] += weight * source[i];
     }
-    auto* const row = reinterpret_cast<Sample*>(BufferRow(slot, y));
+    auto* const row = image.Row<Sample>(y);
     for (int32_t i = 0; i < rowSamples; ++i) row[i] = StoreLevel<Sample>(sums[i], maximum);
   }
-  MarkDirty(slot);
 }
 
 // One row of decisions.
@@ -84,53 +82,41 @@ void MirrorRow(const Cell* decisions, Cell* mirrored) {
 }
 
 template <typename Cell>
-int32_t FillSeedMap(int32_t spectrumSlot, int32_t threshold, float discRadiusSquared, Cell pattern,
-                    int32_t seedSlot) {
-  const auto decisions = AllocateBlock<Cell>(kSpectrumCells);
-  const auto mirrored = AllocateBlock<Cell>(kSpectrumCells);
-  if (!decisions || !mirrored) return kOutOfMemory;
-  constexpr int32_t kRowBytes = kSpectrumCells * sizeof(Cell);
+void FillSeedMap(const ConstImageView& spectrum, int32_t threshold, float discRadiusSquared, Cell pattern,
+                 const ImageView& seeds) {
   // On the centre row both writes meet and the mirrored decisions win, which makes the map exactly
   // point-symmetric there too. Column 0 of rows 256..511 ends as 0. Both deliberate.
+  Cell decisions[kSpectrumCells];
   for (int32_t y = 0; y <= kSpectrumCentre; ++y) {
-    const auto* const spectrum = reinterpret_cast<const uint16_t*>(BufferRow(spectrumSlot, y));
-    DecideRow(spectrum, y, threshold, discRadiusSquared, pattern, decisions.get());
-    WriteBufferRow(seedSlot, 0, y, kRowBytes, decisions.get());
-    if (y == 0) continue;
-    MirrorRow(decisions.get(), mirrored.get());
-    WriteBufferRow(seedSlot, 0, kSpectrumCells - y, kRowBytes, mirrored.get());
+    DecideRow(spectrum.Row<uint16_t>(y), y, threshold, discRadiusSquared, pattern, decisions);
+    std::copy(decisions, decisions + kSpectrumCells, seeds.Row<Cell>(y));
+    if (y > 0) MirrorRow(decisions, seeds.Row<Cell>(kSpectrumCells - y));
   }
-  return kSuccess;
 }
 
 }  // namespace
 
-bool IsSpectrumGrid(int32_t slot, int32_t bytesPerPixel) {
-  const BufferShape shape = ShapeOf(slot);
-  return shape.width == kSpectrumCells && shape.height == kSpectrumCells &&
-         shape.bytesPerPixel == bytesPerPixel;
-}
-
-int32_t EnhanceSpectrum(int32_t slot, const float weights[49]) {
-  const BufferShape shape = ShapeOf(slot);
-  if (shape.width == 0) return kInvalidSlotOrFile;
-  const int32_t kind = shape.bytesPerPixel;
-  if (kind != kGray8 && kind != kGray16 && kind != kRgb8 && kind != kRgb16) return kUnknownPixelKind;
-  const int32_t channels = kind == kGray8 || kind == kGray16 ? 1 : 3;
-  const size_t rowFloats = static_cast<size_t>(shape.width + 2 * kReach) * channels;
+int32_t EnhanceSpectrum(const ImageView& image, const float weights[49]) {
+  const KindTraits* const kind = FindPixelKind(image.bytesPerPixel);
+  if (kind == nullptr || !kind->isPicture()) return kUnknownPixelKind;
+  const size_t rowFloats = static_cast<size_t>(image.width + 2 * kReach) * kind->channels;
   const auto ring = AllocateBlock<float>(kTaps * rowFloats);
   const auto sums = AllocateBlock<float>(rowFloats);
   if (!ring || !sums) return kOutOfMemory;
-  if (kind == kGray8 || kind == kRgb8) {
-    Convolve<uint8_t>(slot, channels, kByteMax, weights, ring.get(), sums.get());
+  if (kind->sample == SampleType::kByte) {
+    Convolve<uint8_t>(image, kind->channels, kByteMax, weights, ring.get(), sums.get());
   } else {
-    Convolve<uint16_t>(slot, channels, kHostMax, weights, ring.get(), sums.get());
+    Convolve<uint16_t>(image, kind->channels, kHostMax, weights, ring.get(), sums.get());
   }
   return kSuccess;
 }
 
 float ThresholdOfAcceptance(float acceptancePercent) {
   return 255.0f - 1.275f * acceptancePercent;
+}
+
+float AcceptanceOfThreshold(float threshold) {
+  return (255.0f - threshold) / 1.275f;
 }
 
 int32_t HostThreshold(float threshold) {
@@ -145,19 +131,21 @@ float ProtectedDiscRadius(float protectionRadius) {
   return static_cast<float>(kSpectrumCentre) / std::min(protectionRadius, kLargestProtectionRadius);
 }
 
-int32_t DetectPeaks(int32_t spectrumSlot, float threshold, float protectionRadius, int32_t seedSlot) {
-  if (ShapeOf(spectrumSlot).width == 0 || ShapeOf(seedSlot).width == 0) return kSuccess;
-  const bool hasByteSeeds = IsSpectrumGrid(seedSlot, kGray8);
-  if (!IsSpectrumGrid(spectrumSlot, kGray16) || !(hasByteSeeds || IsSpectrumGrid(seedSlot, kGray16))) {
+int32_t DetectPeaks(const ConstImageView& spectrum, float threshold, float protectionRadius,
+                    const ImageView& seeds) {
+  const bool hasByteSeeds = IsSpectrumGrid(seeds, kGray8);
+  if (!IsSpectrumGrid(spectrum, kGray16) || !(hasByteSeeds || IsSpectrumGrid(seeds, kGray16))) {
     return kUnequalSizes;
   }
   const float discRadius = ProtectedDiscRadius(protectionRadius);
   const float discRadiusSquared = discRadius * discRadius;
   const int32_t hostThreshold = HostThreshold(threshold);
   if (hasByteSeeds) {
-    return FillSeedMap<uint8_t>(spectrumSlot, hostThreshold, discRadiusSquared, 255, seedSlot);
+    FillSeedMap<uint8_t>(spectrum, hostThreshold, discRadiusSquared, 255, seeds);
+  } else {
+    FillSeedMap<uint16_t>(spectrum, hostThreshold, discRadiusSquared, 32768, seeds);
   }
-  return FillSeedMap<uint16_t>(spectrumSlot, hostThreshold, discRadiusSquared, 32768, seedSlot);
+  return kSuccess;
 }
 
 }  // namespace tessaline

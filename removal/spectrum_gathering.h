@@ -3,13 +3,12 @@
 //
 // The magnitudes of the pictures' spectra are averaged cell by cell, each over what is usual in its own
 // picture, so that a dark frame weighs as much as a bright one. What comes and goes evens out; a pattern
-// stays as high as it is.
+// stays as high as it is. (AddSpectrum sums parts of one picture as they are.)
 #pragma once
 
 #include <cstdint>
 
-#include "buffers/buffer_table.h"
-#include "removal/removal_run.h"
+#include "removal/steps.h"
 
 namespace tessaline {
 
@@ -17,22 +16,17 @@ class SpectrumGathering {
  public:
   // Takes the memory, and begins. Returns 0 or kOutOfMemory.
   int32_t Create();
-  // Forgets the pictures that were added.
-  void Clear();
 
-  // During a run's detect call. All pictures must have the same transform size.
-  void Add(const SpectrumFacts& spectrum);
+  // All pictures must have the same transform size.
+  void Add(const Analysis& analysis);
   int32_t pictures() const { return pictures_; }
   double meanLogSpan() const;  // of the pictures added
 
-  // The mean of all pictures added, as a run hands a spectrum to a detector; valid until the next call of
-  // Clear, Add or this. Returns 0 or kOutOfMemory.
-  int32_t Mean(SpectrumFacts* mean);
+  // The mean of all pictures added, to decide on. Returns 0 or kOutOfMemory.
+  int32_t Mean(Analysis* mean) const;
 
  private:
-  OwnedBuffer sums_;       // doubles
-  OwnedBuffer rawGray16_;  // made from them by Mean()
-  OwnedBuffer gray16_;
+  Image sums_;  // doubles
   int32_t pictures_ = 0;
   int32_t transformSize_ = 0;
   double logSpans_ = 0;

@@ -8,8 +8,8 @@ namespace tessaline {
 
 namespace {
 
-RemovalContext ContextWithDialog() {
-  RemovalContext context;
+RunDoor ContextWithDialog() {
+  RunDoor context;
   context.openDialog = [](void*, int32_t sourceSlot, FilterParameters* parameters) {
     return RunPreviewDialog(nullptr, sourceSlot, parameters);
   };

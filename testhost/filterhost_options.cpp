@@ -174,7 +174,7 @@ void AddFailureOptions(Group group, FilterHostOptions& options, Texts& texts) {
                   "The user wants to stop, from the N-th time the filter asks");
 }
 
-double InRange(const std::string& option, const std::string& text, const ParameterRange& range) {
+double InRange(const std::string& option, const std::string& text, const SettingRange& range) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size() ||

@@ -13,9 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "buffers/buffer_table.h"
-#include "removal/automatic_detection.h"
-#include "removal/removal_run.h"
+#include "removal/steps.h"
 #include "samples/noise.h"
 #include "samples/picture.h"
 #include "samples/scene.h"
@@ -118,27 +116,23 @@ struct Cleaned {
 // One run as the program makes it: where nothing is found, the picture stays sample for sample.
 Cleaned Clean(const Picture& picture, float acceptance, bool isAutomatic) {
   std::vector<uint8_t> bytes = ToBytes(picture);
-  ResetBufferTable();
-  int32_t slot = 0;
-  BindBuffer(bytes.data(), picture.width, picture.height, picture.channels, &slot);
-  bool isFound = false;
-  RemovalContext context;
-  context.user = &isFound;
-  if (isAutomatic) {
-    context.detect = [](void*, const SpectrumFacts& spectrum, const FilterParameters& parameters,
-                        int32_t seedSlot) {
-      return DetectPeaksAutomatically(spectrum.rawGray16Slot, spectrum.gray16Slot, spectrum.logSpan,
-                                      spectrum.transformSize, kStandardSensitivity,
-                                      parameters.protectionRadius, seedSlot, nullptr);
-    };
+  const PictureView view =
+      PictureOf(PackedView(bytes.data(), picture.width, picture.height, picture.channels));
+  Settings settings;
+  settings.isAutomatic = isAutomatic;
+  settings.acceptance = acceptance;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  int32_t result = Analyse(view, workspace, {}, &analysis);
+  if (result == kSuccess) result = Decide(analysis, settings, &findings);
+  if (result == kSuccess) result = Shape(findings, settings, &mask);
+  const bool isFound = findings.seedCells > 0;
+  if (result == kSuccess && isFound) {
+    result = Apply(view, view, mask, workspace, {Rounding::kTruncate, analysis.chain}, {});
   }
-  context.inspect = [](void* user, const RemovalFindings& findings) {
-    return *static_cast<bool*>(user) = findings.seedCells > 0;
-  };
-  FilterParameters parameters{acceptance, 6, 8};
-  const int32_t result = RunRemoval(slot, &parameters, nullptr, true, context);
-  UnbindBuffer(slot);
-  if (result != 0) std::fprintf(stderr, "a run ended with %d\n", result);
+  if (result != kSuccess) std::fprintf(stderr, "a run ended with %d\n", result);
   return {bytes, isFound};
 }
 

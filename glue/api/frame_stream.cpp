@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "buffers/result_codes.h"
 #include "glue/api/programmatic_interface.h"
+#include "image/result_codes.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 

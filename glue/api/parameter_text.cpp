@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 #include "platform/message.h"
 

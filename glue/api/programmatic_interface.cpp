@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "glue/api/parameter_text.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/settings.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {
@@ -30,7 +30,7 @@ constexpr float kHostToFull = 1.9999695f;
 static_assert(65535.0f * kFullToHost == 32768.0f && 32768.0f * kHostToFull == 65535.0f);
 
 bool g_hasFailed = false;
-RemovalContext g_context;
+RunDoor g_context;
 
 struct InterfaceKind {
   int32_t kind;  // as the caller names it
@@ -174,7 +174,7 @@ int32_t ProcessPixels(TessalineInstance* instance, const TessalineImage& image, 
 
 }  // namespace
 
-void SetInterfaceContext(const RemovalContext& context) {
+void SetInterfaceContext(const RunDoor& context) {
   g_context = context;
 }
 

@@ -7,7 +7,7 @@
 
 #include "glue/api/tessaline.h"
 #include "glue/parameters/parameter_list.h"
-#include "removal/removal_run.h"
+#include "glue/run/removal_run.h"
 
 namespace tessaline {
 
@@ -22,7 +22,7 @@ extern uint32_t callerCode;
 
 // What every run of the interface is given: a module with a preview dialog sets openDialog once, when it is
 // loaded. Until then a run that asks for the dialog goes without.
-void SetInterfaceContext(const RemovalContext& context);
+void SetInterfaceContext(const RunDoor& context);
 
 // True once a bad image record was handed in.
 bool HasFailed();

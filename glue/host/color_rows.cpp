@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "buffers/levels.h"
+#include "image/pixel_kind.h"
 #include "removal/portable_math.h"
 
 namespace tessaline {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 

@@ -117,7 +117,7 @@ constexpr OSType kDescriptorBoolean = 0x626F6F6C;  // 'bool'
 constexpr OSType kDescriptorText = 0x54455854;     // 'TEXT'
 constexpr OSType kDescriptorNull = 0x6E756C6C;     // 'null'
 
-// Result codes of hosts that the engine itself does not use (buffers/result_codes.h has the others).
+// Result codes of hosts that the engine itself does not use (image/result_codes.h has the others).
 constexpr OSErr kParameterError = -50;
 constexpr OSErr kHostIsInsufficient = -30900;
 constexpr OSErr kReportString = -30904;  // the host shows the text in its errorString

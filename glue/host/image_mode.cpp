@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "glue/host/color_rows.h"
-#include "removal/removal_run.h"
+#include "image/pixel_kind.h"
 
 namespace tessaline {
 
@@ -66,7 +66,7 @@ PixelLayout LayoutOf(const host::FilterRecord& record) {
 Treatment TreatmentOf(const PixelLayout& layout) {
   if (layout.channelBytes != 1 && layout.channelBytes != 2) return Treatment::kPassThrough;
   const bool isRead = layout.IsTransferable() && layout.mode->fetchedSamples > 0;
-  return isRead && CanRemoveFrom(layout.MainPixelBytes()) ? Treatment::kClean : Treatment::kRefuse;
+  return isRead && IsPictureKind(layout.MainPixelBytes()) ? Treatment::kClean : Treatment::kRefuse;
 }
 
 }  // namespace tessaline

@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "glue/host/host_access.h"
 #include "glue/parameters/settings.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 #include "platform/message.h"
 

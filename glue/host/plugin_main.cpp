@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "glue/host/host_access.h"
 #include "glue/host/image_mode.h"
 #include "glue/host/image_transfer.h"
@@ -12,8 +11,9 @@
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
 #include "glue/parameters/settings.h"
+#include "glue/run/removal_run.h"
+#include "image/result_codes.h"
 #include "platform/message.h"
-#include "removal/removal_run.h"
 
 namespace tessaline {
 
@@ -74,8 +74,8 @@ int32_t OpenDialog(void* user, int32_t sourceSlot, FilterParameters* parameters)
   return g_openDialog(platform != nullptr ? platform->hwnd : nullptr, sourceSlot, parameters);
 }
 
-RemovalContext MakeContext(host::FilterRecord* record) {
-  RemovalContext context;
+RunDoor MakeContext(host::FilterRecord* record) {
+  RunDoor context;
   context.progress.progressEnabled = true;
   context.progress.progress = ReportProgress;
   context.progress.abortCheck = IsAborted;

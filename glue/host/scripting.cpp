@@ -6,8 +6,8 @@
 #include <cstring>
 #include <limits>
 
-#include "buffers/result_codes.h"
 #include "glue/parameters/filter_parameters.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {

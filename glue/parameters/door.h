@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 

@@ -3,9 +3,9 @@
 #include <bit>
 #include <cstring>
 
-#include "buffers/result_codes.h"
 #include "glue/parameters/parameter_list.h"
 #include "glue/parameters/settings.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {

@@ -3,18 +3,11 @@
 
 #include <cstdint>
 
+#include "removal/settings.h"
+
 namespace tessaline {
 
 struct ParameterList;
-
-struct ParameterRange {
-  float minimum;
-  float maximum;
-  float standard;  // the default
-};
-constexpr ParameterRange kAcceptanceRange = {0.0f, 100.0f, 60.0f};       // percent
-constexpr ParameterRange kNotchRadiusRange = {1.0f, 16.0f, 6.0f};        // spectrum cells
-constexpr ParameterRange kProtectionRadiusRange = {1.0f, 128.0f, 8.0f};  // image pixels
 
 // 21 32-bit words, zero when made.
 struct FilterParameters {

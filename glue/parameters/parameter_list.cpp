@@ -37,7 +37,7 @@ void AddEntry(ParameterList* list, const ParameterEntry& entry) {
   list->entries[list->entryCount++] = entry;
 }
 
-void AddRadiusEntry(ParameterList* list, uint32_t key, const ParameterRange& range, float value) {
+void AddRadiusEntry(ParameterList* list, uint32_t key, const SettingRange& range, float value) {
   AddFloatEntry(list, key, range.minimum, range.maximum, std::bit_cast<uint32_t>(value));
 }
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 

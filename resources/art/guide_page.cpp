@@ -5,9 +5,8 @@
 #include <stdexcept>
 #include <vips/vips8>
 
-#include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "removal/removal_run.h"
+#include "image/pixel_kind.h"
+#include "removal/steps.h"
 
 namespace tessaline::art {
 namespace {
@@ -92,55 +91,53 @@ struct Run {
   float protectionRadius = 0;
 };
 
-Picture ReadPicture(int32_t slot) {
-  const BufferShape shape = ShapeOf(slot);
-  Picture picture(shape.width, shape.height);
-  for (int y = 0; y < shape.height; ++y) {
-    const uint8_t* row = BufferRow(slot, y);
-    for (int x = 0; x < shape.width; ++x) {
+Picture ReadPicture(const ConstImageView& image) {
+  Picture picture(image.width, image.height);
+  for (int y = 0; y < image.height; ++y) {
+    const uint8_t* row = image.Row(y);
+    for (int x = 0; x < image.width; ++x) {
       for (int i = 0; i < 3; ++i)
-        picture.At(x, y)[i] = row[x * shape.bytesPerPixel + i % shape.bytesPerPixel];
+        picture.At(x, y)[i] = row[x * image.bytesPerPixel + i % image.bytesPerPixel];
     }
   }
   return picture;
 }
 
-bool KeepFindings(void* user, const RemovalFindings& findings) {
-  constexpr size_t kCells = size_t{kSpectrumCells} * kSpectrumCells;
-  Run* run = static_cast<Run*>(user);
-  const auto* levels = reinterpret_cast<const uint16_t*>(BufferRow(findings.spectrum.rawGray16Slot, 0));
-  const uint8_t* cells = BufferRow(findings.maskSlot, 0);
-  run->spectrum.assign(levels, levels + kCells);
-  run->mask.assign(cells, cells + kCells);
-  return true;
-}
-
 Run RunOn(const std::string& file, float acceptance, float notchRadius, float protectionRadius) {
-  int32_t slot = 0;
-  ResetBufferTable();
+  Image picture;
   try {
     const vips::VImage image = vips::VImage::new_from_file(file.c_str());
-    if (CreateBuffer("sample", image.width(), image.height(), image.bands(), &slot) != 0) {
+    if (!picture.Create(image.width(), image.height(), image.bands())) {
       throw std::runtime_error(file + ": no memory");
     }
     size_t bytes = 0;
     void* const levels = image.cast(VIPS_FORMAT_UCHAR).write_to_memory(&bytes);
-    std::copy_n(static_cast<uint8_t*>(levels), bytes, BufferRow(slot, 0));
+    std::copy_n(static_cast<uint8_t*>(levels), bytes, picture.view().data);
     g_free(levels);
   } catch (const vips::VError& error) {
     throw std::runtime_error(file + ": " + error.what());
   }
   Run run;
-  run.before = ReadPicture(slot);
+  run.before = ReadPicture(picture.view());
   run.protectionRadius = protectionRadius;
-  FilterParameters parameters{acceptance, notchRadius, protectionRadius};
-  RemovalContext context;
-  context.inspect = KeepFindings;
-  context.user = &run;
-  const int32_t result = RunRemoval(slot, &parameters, nullptr, true, context);
-  run.after = ReadPicture(slot);
-  ReleaseBuffer(slot);
-  if (result != 0) throw std::runtime_error(file + ": the run ended with " + std::to_string(result));
+  const Settings settings = {false, acceptance, 1.0, notchRadius, protectionRadius};
+  const PictureView view = PictureOf(picture.view());
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  int32_t result = Analyse(view, workspace, {}, &analysis);
+  if (result == kSuccess) result = Decide(analysis, settings, &findings);
+  if (result == kSuccess) result = Shape(findings, settings, &mask);
+  if (result == kSuccess)
+    result = Apply(view, view, mask, workspace, {Rounding::kTruncate, analysis.chain}, {});
+  if (result != kSuccess) throw std::runtime_error(file + ": the run ended with " + std::to_string(result));
+  constexpr size_t kCells = size_t{kSpectrumCells} * kSpectrumCells;
+  const auto* const levels = analysis.rawGray16.view().Row<uint16_t>(0);
+  const uint8_t* const cells = mask.cells.view().data;
+  run.spectrum.assign(levels, levels + kCells);
+  run.mask.assign(cells, cells + kCells);
+  run.after = ReadPicture(picture.view());
   return run;
 }
 

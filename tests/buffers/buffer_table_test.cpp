@@ -7,7 +7,7 @@
 #include <numeric>
 #include <vector>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {

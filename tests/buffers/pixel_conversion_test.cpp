@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
-#include "buffers/result_codes.h"
+#include "image/pixel_conversion.h"
+#include "image/pixel_kind.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 namespace {

@@ -114,8 +114,15 @@ class FrozenStreams : public testing::Test {
 };
 
 TEST_F(FrozenStreams, SeveralFramesDecideForAll) {
-  const Ended alone = Run({"-", "-"}, screen_);
-  EXPECT_EQ(alone.out, Run({"--freeze", "-", "-"}, screen_).out) << "one frame's decision is its own";
+  // One frame's decision is its own; a frozen frame is not looked at again, so its padding fades to another
+  // mean level, seen at its edges.
+  const std::string alone = Run({"-", "-"}, screen_).out, frozen = Run({"--freeze", "-", "-"}, screen_).out;
+  ASSERT_EQ(alone.size(), frozen.size());
+  int largest = 0;
+  for (size_t i = 0; i < alone.size(); ++i) {
+    largest = std::max(largest, std::abs(static_cast<uint8_t>(alone[i]) - static_cast<uint8_t>(frozen[i])));
+  }
+  EXPECT_LE(largest, 3);
   // Eight without a pattern go out as they came; the next ones gather anew, also when cut short.
   std::string plain;
   for (int i = 0; i < 8; ++i) plain += plain_;

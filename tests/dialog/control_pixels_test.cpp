@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
+#include "image/pixel_kind.h"
 
 namespace tessaline {
 namespace {

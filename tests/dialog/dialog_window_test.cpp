@@ -7,12 +7,12 @@
 #include <vector>
 
 // After windows.h, which they need.
+#include "image/result_codes.h"
 #include "tests/dialog/preview_dialog_fixture.h"
 //
 #include <commctrl.h>
 #include <psapi.h>
 
-#include "buffers/result_codes.h"
 #include "dialog/control_pixels.h"
 #include "dialog/slider_control.h"
 #include "platform/memory.h"
@@ -185,7 +185,7 @@ TEST_F(PreviewDialogTest, WheelAndArrowKeysStepWhatTheyAreOver) {
 
 struct ExpectedSlider {
   int32_t bar, edit, up, down;
-  ParameterRange range;
+  SettingRange range;
   float PreviewValues::*value;
   float (*next)(float value, bool up);
 };

@@ -8,10 +8,10 @@
 #include <functional>
 
 #include "buffers/buffer_table.h"
-#include "buffers/levels.h"
 #include "dialog/control_ids.h"
 #include "dialog/preview_dialog.h"
 #include "dialog/preview_state.h"
+#include "image/pixel_kind.h"
 #include "removal/peak_detection.h"
 #include "tests/dialog/dialog_driver.h"
 

@@ -7,11 +7,11 @@
 #include <random>
 #include <vector>
 
-#include "buffers/levels.h"
+#include "buffers/buffer_transforms.h"
 #include "buffers/pixel_conversion.h"
 #include "dialog/control_pixels.h"
 #include "dialog/preview_picture.h"
-#include "fft/fft_2d.h"
+#include "image/pixel_kind.h"
 #include "removal/notch_mask.h"
 #include "removal/peak_detection.h"
 
@@ -90,9 +90,11 @@ std::vector<uint8_t> SlowFilteredProxy(int32_t sourceSlot, const PreviewState& s
   OwnedBuffer gridMask, fullMask;
   gridMask.Create("grid", kSpectrumCells, kSpectrumCells, kGray8);
   fullMask.Create("full", kProxySquare, kProxySquare, kGray8);
-  EXPECT_EQ(0, BuildMask(gray16Slot, ThresholdOfAcceptance(state.current.acceptance),
-                         state.current.protectionRadius, state.current.notchRadius, gridMask.slot(),
-                         fullMask.slot()));
+  const ImageView grid = ViewOf(gridMask.slot());
+  EXPECT_EQ(0, DetectPeaks(ViewOf(gray16Slot), ThresholdOfAcceptance(state.current.acceptance),
+                           state.current.protectionRadius, grid));
+  EXPECT_EQ(0, ShapeNotches(grid, state.current.protectionRadius, state.current.notchRadius));
+  EXPECT_EQ(0, EnlargeMask(grid, ViewOf(fullMask.slot())));
   const int32_t width = state.panX.proxySize, height = state.panY.proxySize;
   std::vector<uint8_t> rgb(static_cast<size_t>(width) * height * 3);
   const BufferShape source = ShapeOf(sourceSlot);

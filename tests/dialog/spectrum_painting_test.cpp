@@ -11,7 +11,7 @@
 
 #include "buffers/buffer_table.h"
 #include "buffers/pixel_conversion.h"
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 
 namespace tessaline {

@@ -8,8 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "removal/peak_detection.h"
 #include "tests/support/picture_files.h"
 
@@ -26,16 +25,13 @@ struct Detection {
 
 Detection Detect(const Picture& gray16, const Picture& enhanced, double span, int32_t transformSize,
                  double sensitivity = 1.0, float protectionRadius = 8.0f) {
-  ResetBufferTable();
-  const int32_t raw = MakeBuffer(gray16), high = MakeBuffer(enhanced);
-  OwnedBuffer seeds;
-  seeds.Create("seeds", kSpectrumCells, kSpectrumCells, 1);
+  const Image raw = ImageOf(gray16), high = ImageOf(enhanced);
+  Image seeds;
+  seeds.Create(kSpectrumCells, kSpectrumCells, 1);
   Detection detection;
-  detection.result = DetectPeaksAutomatically(raw, high, span, transformSize, sensitivity, protectionRadius,
-                                              seeds.slot(), &detection.peaks);
-  detection.seeds = PictureOf(seeds.slot());
-  ReleaseBuffer(raw);
-  ReleaseBuffer(high);
+  detection.result = DetectPeaksAutomatically(raw.view(), high.view(), span, transformSize, sensitivity,
+                                              protectionRadius, seeds.view(), &detection.peaks);
+  detection.seeds = SamplesOf(seeds.view());
   return detection;
 }
 

@@ -6,11 +6,11 @@
 #include <cstring>
 #include <vector>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
-#include "removal/peak_detection.h"
+#include "removal/notch_filter.h"
 #include "removal/portable_math.h"
+#include "removal/spectrum_grid.h"
 
 namespace tessaline {
 namespace {
@@ -70,13 +70,10 @@ std::vector<uint8_t> ShapePlainly(const std::vector<uint8_t>& seeds, float prote
 
 class NotchMaskTest : public testing::Test {
  protected:
-  void SetUp() override {
-    ResetBufferTable();
-    mask_.Create("mask", kSide, kSide, 1);
-  }
+  void SetUp() override { ASSERT_TRUE(mask_.Create(kSide, kSide, 1)); }
   void TearDown() override { ClearAllocationFailure(); }
 
-  OwnedBuffer mask_;
+  Image mask_;
 };
 
 TEST_F(NotchMaskTest, MapsOfAnyDensityAreShapedToTheLastBit) {
@@ -102,9 +99,9 @@ TEST_F(NotchMaskTest, MapsOfAnyDensityAreShapedToTheLastBit) {
     for (int i = 0; map.seeds.size() == 1 && i < map.seeds[0]; ++i) seeds[next() % seeds.size()] = 255;
     for (int i = 0; map.seeds.empty() && i < kSide; ++i)
       seeds[i] = seeds[511 * kSide + i] = seeds[i * kSide] = seeds[i * kSide + 511] = 255;
-    std::copy(seeds.begin(), seeds.end(), BufferRow(mask_.slot(), 0));
-    ASSERT_EQ(kSuccess, ShapeNotches(mask_.slot(), map.protectionRadius, map.notchRadius));
-    const uint8_t* const mask = BufferRow(mask_.slot(), 0);
+    std::copy(seeds.begin(), seeds.end(), mask_.view().Row(0));
+    ASSERT_EQ(kSuccess, ShapeNotches(mask_.view(), map.protectionRadius, map.notchRadius));
+    const uint8_t* const mask = mask_.view().Row(0);
     EXPECT_TRUE(std::equal(mask, mask + kSide * kSide,
                            ShapePlainly(seeds, map.protectionRadius, map.notchRadius).begin()))
         << "map " << &map - maps;
@@ -113,33 +110,65 @@ TEST_F(NotchMaskTest, MapsOfAnyDensityAreShapedToTheLastBit) {
 
 TEST_F(NotchMaskTest, EnlargementInterpolatesFromTheCellsFirstColumn) {
   for (int y = 0; y < kSide; ++y) {
-    for (int x = 0; x < kSide; ++x)
-      BufferRow(mask_.slot(), y)[x] = static_cast<uint8_t>((x * 37 + y * 101) % 256);
+    for (int x = 0; x < kSide; ++x) mask_.view().Row(y)[x] = static_cast<uint8_t>((x * 37 + y * 101) % 256);
   }
   // Rows apart from one another, in between nothing.
   for (int y = 200; y < kSide - 1; ++y) {
-    if (y % 7 != 3 && y % 7 != 4) std::memset(BufferRow(mask_.slot(), y), 0, kSide);
+    if (y % 7 != 3 && y % 7 != 4) std::memset(mask_.view().Row(y), 0, kSide);
   }
   for (const int factor : {1, 2, 3, 16}) {
-    OwnedBuffer full;
-    ASSERT_EQ(kSuccess, full.Create("full", kSide * factor, kSide * factor, 1));
-    std::memset(BufferRow(full.slot(), 0), 99, static_cast<size_t>(kSide * factor) * kSide * factor);
-    ASSERT_EQ(kSuccess, EnlargeMask(mask_.slot(), full.slot()));
+    Image full;
+    ASSERT_TRUE(full.Create(kSide * factor, kSide * factor, 1));
+    std::memset(full.view().data, 99, static_cast<size_t>(kSide * factor) * kSide * factor);
+    ASSERT_EQ(kSuccess, EnlargeMask(mask_.view(), full.view()));
     int wrong = 0;
     for (int y = 0; y < kSide * factor; ++y) {
       const int down = y % factor;
-      const uint8_t* const upper = BufferRow(mask_.slot(), y / factor);
-      const uint8_t* const lower = BufferRow(mask_.slot(), std::min(y / factor + 1, kSide - 1));
+      const uint8_t* const upper = mask_.view().Row(y / factor);
+      const uint8_t* const lower = mask_.view().Row(std::min(y / factor + 1, kSide - 1));
       for (int x = 0; x < kSide * factor; ++x) {
         const int left = x / factor, right = std::min(left + 1, kSide - 1);
         const int across = x % factor;
         const int above = upper[left] * (factor - across) + upper[right] * across;
         const int below = lower[left] * (factor - across) + lower[right] * across;
         const int expected = (above * (factor - down) + below * down) / (factor * factor);
-        if (BufferRow(full.slot(), y)[x] != expected) ++wrong;
+        if (full.view().Row(y)[x] != expected) ++wrong;
       }
     }
     EXPECT_EQ(0, wrong) << "factor " << factor;
+  }
+}
+
+// The filter multiplies by what the enlarged mask leaves at a frequency and at its opposite.
+TEST_F(NotchMaskTest, TheFilterTakesTheMeanOfTheEnlargedMaskAtBothFrequencies) {
+  for (int y = 0; y < kSide; ++y) {
+    for (int x = 0; x < kSide; ++x) {
+      if (y % 9 < 4 && x % 50 < 30) mask_.view().Row(y)[x] = static_cast<uint8_t>((x * 37 + y * 101) % 256);
+    }
+  }
+  for (const int n : {1024, 4096}) {
+    Image full;
+    ASSERT_TRUE(full.Create(n, n, 1));
+    ASSERT_EQ(kSuccess, EnlargeMask(mask_.view(), full.view()));
+    NotchFilter filter;
+    ASSERT_TRUE(filter.Prepare(n, 1));
+    filter.Begin(mask_.view());
+    for (const int kx : {0, 1, 37, n / 4, n / 2 - 1, n / 2}) {
+      std::vector<float> column(2 * n, 1000.0f);
+      filter.Visit(kx, column.data(), 0);
+      int wrong = 0, taken = 0;
+      for (int ky = 0; ky < n; ++ky) {
+        const auto at = [&](int x, int y) {
+          return int{full.view().Row((y + n / 2 + n) % n)[(x + n / 2 + n) % n]};
+        };
+        const int both = at(kx, ky) + at(-kx, -ky);
+        taken += both;
+        if (std::abs(column[2 * ky] - 1000.0f * (1 - both / 510.0)) > 1e-3) ++wrong;
+        if (ky == 0) EXPECT_NEAR(column[0] / 1000.0, filter.FactorOnRowZero(kx), 1e-6);
+      }
+      EXPECT_EQ(0, wrong) << n << ", " << kx;
+      if (taken > 0) EXPECT_TRUE(filter.IsWanted(kx, 1));
+    }
   }
 }
 

@@ -7,9 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
-#include "platform/memory.h"
+#include "image/result_codes.h"
 
 namespace tessaline {
 namespace {
@@ -17,27 +15,23 @@ namespace {
 class PeakDetectionTest : public testing::Test {
  protected:
   void SetUp() override {
-    ResetBufferTable();
-    spectrum_.Create("spectrum", kSpectrumCells, kSpectrumCells, 2);
-    seeds_.Create("seeds", kSpectrumCells, kSpectrumCells, 1);
+    spectrum_.Create(kSpectrumCells, kSpectrumCells, 2);
+    seeds_.Create(kSpectrumCells, kSpectrumCells, 1);
   }
-  void TearDown() override { ClearAllocationFailure(); }
 
-  void SetLevel(int x, int y, uint16_t level) {
-    reinterpret_cast<uint16_t*>(BufferRow(spectrum_.slot(), y))[x] = level;
-  }
+  void SetLevel(int x, int y, uint16_t level) { spectrum_.view().Row<uint16_t>(y)[x] = level; }
   // (x, y) of all pattern cells, row by row.
   std::vector<std::pair<int, int>> Seeds() const {
     std::vector<std::pair<int, int>> cells;
     for (int y = 0; y < kSpectrumCells; ++y) {
       for (int x = 0; x < kSpectrumCells; ++x) {
-        if (BufferRow(seeds_.slot(), y)[x] == 255) cells.emplace_back(x, y);
+        if (seeds_.view().Row(y)[x] == 255) cells.emplace_back(x, y);
       }
     }
     return cells;
   }
   using Cells = std::vector<std::pair<int, int>>;
-  OwnedBuffer spectrum_, seeds_;
+  Image spectrum_, seeds_;
 };
 
 TEST_F(PeakDetectionTest, ThresholdsSpanHalfTheScale) {
@@ -61,15 +55,14 @@ TEST_F(PeakDetectionTest, APeakOutsideTheDiscTakesItsPartnerAlong) {
                {256 - 32, 250, 32768, {{224, 250}, {288, 262}}},
                {256, 224, 32768, {{256, 224}, {256, 288}}},  // the rim of a disc of 256 / 8 cells
                {256, 225, 32768, {}}};
-  OwnedBuffer wide;  // holds the host's maximum
-  wide.Create("16-bit seeds", kSpectrumCells, kSpectrumCells, 2);
+  Image wide;  // holds the host's maximum
+  wide.Create(kSpectrumCells, kSpectrumCells, 2);
   for (const auto& c : cases) {
     SetLevel(c.x, c.y, c.level);
-    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, seeds_.slot()));
+    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.view(), 127.5f, 8, seeds_.view()));
     EXPECT_EQ(c.seeds, Seeds()) << c.x << ", " << c.y;
-    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 8, wide.slot()));
-    for (const auto& [x, y] : c.seeds)
-      EXPECT_EQ(32768, reinterpret_cast<uint16_t*>(BufferRow(wide.slot(), y))[x]);
+    EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.view(), 127.5f, 8, wide.view()));
+    for (const auto& [x, y] : c.seeds) EXPECT_EQ(32768, wide.view().Row<uint16_t>(y)[x]);
     SetLevel(c.x, c.y, 0);
   }
 }
@@ -78,7 +71,7 @@ TEST_F(PeakDetectionTest, TheSmallestDiscHoldsThirteenCells) {
   for (int y = 0; y < kSpectrumCells; ++y) {
     for (int x = 0; x < kSpectrumCells; ++x) SetLevel(x, y, 32768);
   }
-  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.slot(), 127.5f, 5000, seeds_.slot()));
+  EXPECT_EQ(kSuccess, DetectPeaks(spectrum_.view(), 127.5f, 5000, seeds_.view()));
   const auto kept = kSpectrumCells * kSpectrumCells - Seeds().size();
   EXPECT_EQ(13u + 256u, kept);  // and column 0 of rows 256..511
 }

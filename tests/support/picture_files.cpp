@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "buffers/buffer_table.h"
-
 #define STB_IMAGE_IMPLEMENTATION
 #define STBI_ONLY_PNG
 #pragma GCC diagnostic push
@@ -37,34 +35,28 @@ Picture ReadPicture(const std::string& name) {
   return picture;
 }
 
-int32_t MakeBuffer(const Picture& picture) {
-  int32_t slot = 0;
-  const int32_t sampleBytes = picture.bits / 8;
-  EXPECT_EQ(0, CreateBuffer("picture", picture.width, picture.height, picture.channels * sampleBytes, &slot));
-  const size_t rowSamples = static_cast<size_t>(picture.width) * picture.channels;
-  for (int y = 0; y < picture.height; ++y) {
-    uint8_t* const row = BufferRow(slot, y);
-    const uint16_t* const samples = picture.samples.data() + y * rowSamples;
-    if (sampleBytes == 1) {
-      std::copy(samples, samples + rowSamples, row);
+Image ImageOf(const Picture& picture) {
+  Image image;
+  EXPECT_TRUE(image.Create(picture.width, picture.height, picture.channels * picture.bits / 8));
+  for (size_t i = 0; i < picture.samples.size(); ++i) {
+    if (picture.bits == 8) {
+      image.view().data[i] = static_cast<uint8_t>(picture.samples[i]);
     } else {
-      std::copy(samples, samples + rowSamples, reinterpret_cast<uint16_t*>(row));
+      image.view().Row<uint16_t>(0)[i] = picture.samples[i];
     }
   }
-  return slot;
+  return image;
 }
 
-Picture PictureOf(int32_t slot) {
-  const BufferShape shape = ShapeOf(slot);
+Picture SamplesOf(const ConstImageView& image) {
   Picture picture;
-  picture.width = shape.width;
-  picture.height = shape.height;
-  picture.bits = shape.bytesPerPixel == 2 || shape.bytesPerPixel == 6 ? 16 : 8;
-  picture.channels = shape.bytesPerPixel / (picture.bits / 8);
+  picture.width = image.width;
+  picture.height = image.height;
+  picture.bits = image.bytesPerPixel == 2 || image.bytesPerPixel == 6 ? 16 : 8;
+  picture.channels = image.bytesPerPixel / (picture.bits / 8);
   for (int y = 0; y < picture.height; ++y) {
-    const uint8_t* const row = BufferRow(slot, y);
     for (int i = 0; i < picture.width * picture.channels; ++i) {
-      picture.samples.push_back(picture.bits == 8 ? row[i] : reinterpret_cast<const uint16_t*>(row)[i]);
+      picture.samples.push_back(picture.bits == 8 ? image.Row(y)[i] : image.Row<uint16_t>(y)[i]);
     }
   }
   return picture;

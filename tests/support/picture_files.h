@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "image/image_view.h"
+
 namespace tessaline {
 
 struct Picture {
@@ -22,9 +24,9 @@ struct Picture {
 // A file of tests/data; the test fails when it cannot be read.
 Picture ReadPicture(const std::string& name);
 
-// The picture in a new buffer of its own kind, and back.
-int32_t MakeBuffer(const Picture& picture);
-Picture PictureOf(int32_t slot);
+// The picture as an image of its own kind, and back.
+Image ImageOf(const Picture& picture);
+Picture SamplesOf(const ConstImageView& image);
 
 // The largest difference between two samples at the same place; 65536 when the shapes differ.
 int LargestDifference(const Picture& a, const Picture& b);

@@ -2,7 +2,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "tests/glue/api/interface_fixture.h"
 
 namespace tessaline {

@@ -30,7 +30,7 @@ class InterfaceTest : public PreferencesTest {
   // Lets the dialog answer `answer` (0: OK) after it set the acceptance to 33.5, and counts its openings.
   void OfferDialog(int32_t answer) {
     dialogAnswer = answer;
-    RemovalContext context;
+    RunDoor context;
     context.user = this;
     context.openDialog = [](void* user, int32_t, FilterParameters* parameters) {
       auto* const test = static_cast<InterfaceTest*>(user);

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/message.h"
 #include "tests/glue/scratch_folder.h"
 

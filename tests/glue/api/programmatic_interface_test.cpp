@@ -8,8 +8,8 @@
 #include <numeric>
 #include <thread>
 
-#include "buffers/result_codes.h"
 #include "glue/parameters/filter_parameters.h"
+#include "image/result_codes.h"
 #include "tests/glue/api/interface_fixture.h"
 #include "tests/glue/api/screened_picture.h"
 
@@ -62,9 +62,10 @@ class ProgrammaticInterfaceTest : public InterfaceTest {
   Observed* Observe() {
     static Observed observed;
     observed = {};
-    RemovalContext context;
-    context.user = &observed;
-    context.enterStage = [](void* user, RemovalStage) {
+    RunDoor context;
+    context.progress.progressEnabled = true;
+    context.progress.user = &observed;
+    context.progress.progress = [](void* user, int32_t, int32_t) {
       auto* const seen = static_cast<Observed*>(user);
       if (!seen->firstRow.empty()) return;
       const int32_t slot = imageInfo.mainBuffer;
@@ -192,7 +193,7 @@ TEST_F(ProgrammaticInterfaceTest, TheDialogsValuesReachTextAndSettings) {
 TEST_F(ProgrammaticInterfaceTest, ASecondCallIsRefusedAtOnceAndExceptionsEndInACode) {
   static int opened;
   opened = 0;
-  RemovalContext context;
+  RunDoor context;
   context.user = &instance;
   context.openDialog = [](void* user, int32_t sourceSlot, FilterParameters*) -> int32_t {
     const auto call = [user] {

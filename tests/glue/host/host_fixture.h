@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "buffers/result_codes.h"
 #include "glue/host/host_access.h"
 #include "glue/host/image_mode.h"
 #include "glue/host/image_transfer.h"
 #include "glue/host/plugin_main.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 #include "platform/message.h"
 #include "testhost/fake_host.h"

@@ -11,7 +11,7 @@
 #include "glue/host/host_access.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
-#include "removal/removal_run.h"
+#include "glue/run/removal_run.h"
 #include "tests/glue/host/host_fixture.h"
 
 namespace tessaline {
@@ -63,7 +63,7 @@ Document Cleaned(const Document& source, int32_t colorPlanes, const host::VRect&
     }
   };
   forEachPixel([&](uint8_t* pixel, uint8_t* inside) { std::memcpy(inside, pixel, colorBytes); });
-  EXPECT_EQ(kSuccess, RunRemoval(buffer.slot(), &parameters, nullptr, true, RemovalContext{}));
+  EXPECT_EQ(kSuccess, RunRemoval(buffer.slot(), &parameters, nullptr, true, RunDoor{}));
   forEachPixel([&](uint8_t* pixel, uint8_t* inside) { std::memcpy(pixel, inside, colorBytes); });
   return document;
 }

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "buffers/result_codes.h"
 #include "glue/parameters/parameter_list.h"
+#include "image/result_codes.h"
 #include "platform/memory.h"
 #include "tests/glue/scratch_folder.h"
 

@@ -7,8 +7,8 @@
 #include <iterator>
 #include <optional>
 
-#include "buffers/result_codes.h"
 #include "glue/parameters/settings.h"
+#include "image/result_codes.h"
 #include "platform/files.h"
 #include "tests/glue/scratch_folder.h"
 

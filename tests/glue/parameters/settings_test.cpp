@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "buffers/result_codes.h"
+#include "image/result_codes.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 #include "tests/glue/scratch_folder.h"

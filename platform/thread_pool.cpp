@@ -1,0 +1,114 @@
+// A file of its own, so that a program which never asks for threads links none.
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "platform/parallel.h"
+
+namespace tessaline {
+
+namespace {
+
+class ThreadPool final : public Parallel {
+ public:
+  // Throws std::system_error or std::bad_alloc when a thread cannot be had.
+  explicit ThreadPool(int32_t threads) {
+    try {
+      for (int32_t worker = 1; worker < threads; ++worker) {
+        helpers_.emplace_back([this, worker] { WaitForWork(worker); });
+      }
+    } catch (...) {
+      End();
+      throw;
+    }
+  }
+  ~ThreadPool() override { End(); }
+
+  int32_t threads() const override { return static_cast<int32_t>(helpers_.size()) + 1; }
+
+  bool Run(int32_t count, Task task, Poll poll, void* user) override {
+    {
+      const std::lock_guard lock(mutex_);
+      task_ = task;
+      user_ = user;
+      count_ = count;
+      next_ = 0;
+      finished_ = 0;
+      working_ = static_cast<int32_t>(helpers_.size());
+      ++round_;
+    }
+    begin_.notify_all();
+    bool isStopped = false;
+    for (int32_t index; (index = next_.fetch_add(1)) < count;) {
+      task(user, index, 0);
+      const int32_t finished = finished_.fetch_add(1) + 1;
+      if (poll != nullptr && poll(user, finished)) {
+        isStopped = true;
+        next_ = count;
+      }
+    }
+    std::unique_lock lock(mutex_);
+    done_.wait(lock, [this] { return working_ == 0; });
+    if (!isStopped && poll != nullptr && count > 0) isStopped = poll(user, count);
+    return isStopped;
+  }
+
+ private:
+  void WaitForWork(int32_t worker) {
+    uint64_t seen = 0;
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      begin_.wait(lock, [&] { return isEnding_ || round_ != seen; });
+      if (isEnding_) return;
+      seen = round_;
+      const Task task = task_;
+      void* const user = user_;
+      const int32_t count = count_;
+      lock.unlock();
+      for (int32_t index; (index = next_.fetch_add(1)) < count;) {
+        task(user, index, worker);
+        finished_.fetch_add(1);
+      }
+      lock.lock();
+      if (--working_ == 0) done_.notify_one();
+    }
+  }
+
+  void End() {
+    {
+      const std::lock_guard lock(mutex_);
+      isEnding_ = true;
+    }
+    begin_.notify_all();
+    for (std::thread& helper : helpers_) helper.join();
+  }
+
+  std::vector<std::thread> helpers_;
+  std::mutex mutex_;
+  std::condition_variable begin_, done_;
+  bool isEnding_ = false;
+  uint64_t round_ = 0;
+  int32_t working_ = 0;  // helpers that have not finished this round
+  Task task_ = nullptr;
+  void* user_ = nullptr;
+  int32_t count_ = 0;
+  std::atomic<int32_t> next_{0}, finished_{0};
+};
+
+}  // namespace
+
+std::unique_ptr<Parallel> MakeThreadPool(int32_t threads) {
+  try {
+    return std::make_unique<ThreadPool>(std::max(threads, 1));
+  } catch (const std::system_error&) {
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+}  // namespace tessaline

@@ -1,0 +1,123 @@
+#include "removal/magnitude_sums.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+
+#include "image/pixel_kind.h"
+#include "platform/cpu.h"
+#include "removal/portable_math.h"
+#include "removal/spectrum_grid.h"
+
+namespace tessaline {
+
+namespace {
+
+[[gnu::always_inline]] inline void MagnitudesLoop(const float* __restrict values,
+                                                  float* __restrict magnitudes, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float re = values[2 * i];
+    const float im = values[2 * i + 1];
+    magnitudes[i] = __builtin_sqrtf(re * re + im * im);
+  }
+}
+
+void MagnitudesBaseline(const float* values, float* magnitudes, int32_t count) {
+  MagnitudesLoop(values, magnitudes, count);
+}
+
+[[gnu::target("avx2")]] void MagnitudesAvx2(const float* values, float* magnitudes, int32_t count) {
+  MagnitudesLoop(values, magnitudes, count);
+}
+
+}  // namespace
+
+bool MagnitudeSums::Prepare(int32_t transformSize, int32_t strips, int32_t workers) {
+  if (transformSize == size_ && strips == strips_ && workers == workers_) return true;
+  size_ = 0;
+  edges_ = AllocateBlock<double>(static_cast<size_t>(strips) * kSpectrumCells);
+  magnitudes_ = AllocateBlock<float>(static_cast<size_t>(workers) * static_cast<size_t>(transformSize));
+  if (!edges_ || !magnitudes_) return false;
+  size_ = transformSize;
+  strips_ = strips;
+  workers_ = workers;
+  return true;
+}
+
+// Columns kx and -kx hold the same magnitudes, top to bottom and bottom to top.
+void MagnitudeSums::Visit(int32_t kx, float* column, int32_t worker) {
+  const auto takeMagnitudes = DetectVectorLevel() >= VectorLevel::kAvx2 ? MagnitudesAvx2 : MagnitudesBaseline;
+  const int32_t half = size_ / 2;
+  const int32_t blockSide = size_ / kSpectrumCells;
+  float* const magnitudes = magnitudes_.get() + static_cast<size_t>(worker) * static_cast<size_t>(size_);
+  takeMagnitudes(column, magnitudes + half, half);  // rows of the grid run from -N/2 on
+  takeMagnitudes(column + size_, magnitudes, half);
+
+  const int32_t place = kx + half;          // column of the centred spectrum,
+  const int32_t mirroredPlace = half - kx;  // and of its mirror image
+  const bool isStripEdge = kx % RealTransform::kStripColumns == 0;
+  double* const edge = edges_.get() + static_cast<size_t>(kx / RealTransform::kStripColumns) * kSpectrumCells;
+  const bool hasMirror = kx != 0 && kx != half;
+  for (int32_t cell = 0; cell < kSpectrumCells; ++cell) {
+    const float* const block = magnitudes + cell * blockSide;
+    double sum = 0.0;
+    for (int32_t i = 0; i < blockSide; ++i) sum += double{block[i]};
+    if (kx == half) {
+      edge[cell] = sum;  // the first column of the spectrum, and its own mirror image
+      continue;
+    }
+    sums_.Row<double>(cell)[place / blockSide] += sum;
+    if (!hasMirror) continue;
+    // Row y of the centred spectrum becomes row N - y: a block moves by one row.
+    const int32_t last = (size_ - cell * blockSide) & (size_ - 1);
+    double mirroredSum = double{magnitudes[last]};
+    for (int32_t i = 1; i < blockSide; ++i) mirroredSum += double{magnitudes[size_ - cell * blockSide - i]};
+    if (isStripEdge) {
+      edge[cell] = mirroredSum;
+    } else {
+      sums_.Row<double>(cell)[mirroredPlace / blockSide] += mirroredSum;
+    }
+  }
+}
+
+void MagnitudeSums::End() {
+  const int32_t blockSide = size_ / kSpectrumCells;
+  for (int32_t strip = 1; strip < strips_; ++strip) {
+    const double* const edge = edges_.get() + static_cast<size_t>(strip) * kSpectrumCells;
+    const int32_t mirroredCell = (size_ / 2 - strip * RealTransform::kStripColumns) / blockSide;
+    for (int32_t cell = 0; cell < kSpectrumCells; ++cell) sums_.Row<double>(cell)[mirroredCell] += edge[cell];
+  }
+}
+
+double ScaleSpectrumByLog(const ConstImageView& sums, const ImageView& gray16) {
+  double minimum = DBL_MAX;
+  double maximum = -DBL_MAX;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    if (y == kSpectrumCentre) continue;
+    const double* const row = sums.Row<double>(y);
+    for (int32_t x = 0; x < kSpectrumCells; ++x) {
+      if (x == kSpectrumCentre) continue;
+      minimum = std::min(minimum, row[x]);
+      maximum = std::max(maximum, row[x]);
+    }
+  }
+  ClearImage(gray16);
+  minimum = std::max(minimum, DBL_MIN);  // the log of 0 would leave no number to scale with
+  if (!(maximum > minimum) || !std::isfinite(maximum)) return 0.0;
+
+  const double logMinimum = PortableLog(minimum);
+  const double logSpan = PortableLog(maximum) - logMinimum;
+  if (!(logSpan > 0.0)) return 0.0;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    const double* const row = sums.Row<double>(y);
+    auto* const levels = gray16.Row<uint16_t>(y);
+    for (int32_t x = 0; x < kSpectrumCells; ++x) {
+      const double sum = std::clamp(row[x], minimum, DBL_MAX);
+      const double level = (PortableLog(sum) - logMinimum) * double{kHostMax} / logSpan;
+      levels[x] = static_cast<uint16_t>(std::clamp(level, 0.0, double{kHostMax}));
+    }
+  }
+  return logSpan;
+}
+
+}  // namespace tessaline

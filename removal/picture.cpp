@@ -1,0 +1,111 @@
+#include "removal/picture.h"
+
+#include "image/pixel_kind.h"
+
+namespace tessaline {
+
+namespace {
+
+// Levels of a format to the engine's scale and back: one row a format.
+struct ByteFormat {
+  using Sample = uint8_t;
+  static constexpr float kToLevel = kByteToHost, kFromLevel = kHostToByte, kMaximum = kByteMax;
+};
+struct Host16Format {
+  using Sample = uint16_t;
+  static constexpr float kToLevel = 1.0f, kFromLevel = 1.0f, kMaximum = kHostMax;
+};
+struct Full16Format {
+  using Sample = uint16_t;
+  static constexpr float kMaximum = 65535.0f;
+  static constexpr float kToLevel = kHostMax / kMaximum, kFromLevel = kMaximum / kHostMax;
+};
+struct FloatFormat {
+  using Sample = float;
+  static constexpr float kToLevel = kHostMax, kFromLevel = 1.0f / kHostMax, kMaximum = 0.0f;
+};
+
+template <typename Use>
+decltype(auto) WithFormat(SampleFormat format, Use use) {
+  switch (format) {
+    case SampleFormat::kByte:
+      return use(ByteFormat{});
+    case SampleFormat::kHost16:
+      return use(Host16Format{});
+    case SampleFormat::kFull16:
+      return use(Full16Format{});
+    case SampleFormat::kFloat:
+      break;
+  }
+  return use(FloatFormat{});
+}
+
+template <typename Format>
+void Load(const uint8_t* sample, ptrdiff_t step, int32_t width, float* levels) {
+  for (int32_t x = 0; x < width; ++x, sample += step, levels += 2) {
+    *levels =
+        static_cast<float>(*reinterpret_cast<const typename Format::Sample*>(sample)) * Format::kToLevel;
+  }
+}
+
+// Eight running sums in a fixed order: one alone would wait for each addition.
+double SumOfEverySecond(const float* levels, int32_t count) {
+  double sums[8] = {};
+  int32_t x = 0;
+  for (; x + 8 <= count; x += 8) {
+    for (int32_t i = 0; i < 8; ++i) sums[i] += double{levels[2 * (x + i)]};
+  }
+  for (; x < count; ++x) sums[0] += double{levels[2 * x]};
+  double total = 0.0;
+  for (const double sum : sums) total += sum;
+  return total;
+}
+
+template <typename Format>
+void Store(const float* levels, int32_t width, Rounding rounding, ptrdiff_t step, uint8_t* sample) {
+  using Sample = typename Format::Sample;
+  const float allowance = rounding == Rounding::kNearest ? 0.5f : 0.0f;
+  for (int32_t x = 0; x < width; ++x, sample += step, levels += 2) {
+    const float value = *levels * Format::kFromLevel;
+    if constexpr (std::is_same_v<Sample, float>) {
+      *reinterpret_cast<float*>(sample) = value;
+    } else {
+      *reinterpret_cast<Sample*>(sample) = StoreLevel<Sample>(value + allowance, Format::kMaximum);
+    }
+  }
+}
+
+}  // namespace
+
+PictureView PictureOf(const ImageView& image) {
+  const KindTraits* const kind = FindPixelKind(image.bytesPerPixel);
+  if (kind == nullptr || !kind->isPicture()) return {image.width, image.height, SampleFormat::kByte, 0, {}};
+  PictureView picture{image.width,
+                      image.height,
+                      kind->sample == SampleType::kByte ? SampleFormat::kByte : SampleFormat::kHost16,
+                      kind->channels,
+                      {}};
+  for (int32_t c = 0; c < kind->channels; ++c) {
+    picture.channel[c] = {image.data + c * (kind->bytesPerPixel / kind->channels), kind->bytesPerPixel,
+                          image.rowBytes};
+  }
+  return picture;
+}
+
+double LoadLevels(const PictureView& picture, int32_t channel, int32_t y, float* levels) {
+  const ChannelView& from = picture.channel[channel];
+  WithFormat(picture.format, [&](auto format) {
+    Load<decltype(format)>(from.data + y * from.rowBytes, from.pixelBytes, picture.width, levels);
+  });
+  return SumOfEverySecond(levels, picture.width);
+}
+
+void StoreLevels(const PictureView& picture, int32_t channel, int32_t y, Rounding rounding,
+                 const float* levels) {
+  const ChannelView& to = picture.channel[channel];
+  WithFormat(picture.format, [&](auto format) {
+    Store<decltype(format)>(levels, picture.width, rounding, to.pixelBytes, to.data + y * to.rowBytes);
+  });
+}
+
+}  // namespace tessaline

@@ -1,0 +1,73 @@
+#include "removal/magnitude_sums.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "removal/spectrum_grid.h"
+
+namespace tessaline {
+namespace {
+
+class SpectrumImageTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    sums_.Create(kSpectrumCells, kSpectrumCells, 8);
+    gray16_.Create(kSpectrumCells, kSpectrumCells, 2);
+  }
+  double& Sum(int x, int y) { return sums_.view().Row<double>(y)[x]; }
+  int Level(int x, int y) { return gray16_.view().Row<uint16_t>(y)[x]; }
+  void FillSums(double value) {
+    for (int y = 0; y < kSpectrumCells; ++y) {
+      for (int x = 0; x < kSpectrumCells; ++x) Sum(x, y) = value;
+    }
+  }
+  Image sums_, gray16_;
+};
+
+// Every column of a spectrum with the symmetry that real planes have is handed over once and counts twice.
+TEST_F(SpectrumImageTest, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
+  for (const int n : {1024, 4096}) {
+    std::mt19937 random(5);
+    std::vector<double> magnitudes(static_cast<size_t>(n) * n);  // row ky, column kx, both modulo n
+    RealTransform transform;
+    ASSERT_TRUE(transform.Prepare(n, 1));
+    MagnitudeSums sums;
+    ASSERT_TRUE(sums.Prepare(n, transform.strips(), 1));
+    FillSums(0);
+    sums.Begin(sums_.view());
+    for (int kx = 0; kx <= n / 2; ++kx) {
+      std::vector<float> column(2 * n);
+      for (int ky = 0; ky < n; ++ky) {
+        const int mirrored = (n - ky) % n;
+        const bool isOwnMirror = kx == 0 || kx == n / 2;
+        column[2 * ky] =
+            isOwnMirror && mirrored < ky ? column[2 * mirrored] : static_cast<float>(random() % 1000);
+        magnitudes[static_cast<size_t>(ky) * n + kx] = column[2 * ky];
+        magnitudes[static_cast<size_t>(mirrored) * n + (n - kx) % n] = column[2 * ky];
+      }
+      sums.Visit(kx, column.data(), 0);
+    }
+    sums.End();
+    const int blockSide = n / kSpectrumCells;
+    int wrong = 0;
+    for (int y = 0; y < kSpectrumCells; ++y) {
+      for (int x = 0; x < kSpectrumCells; ++x) {
+        double expected = 0;
+        for (int i = 0; i < blockSide * blockSide; ++i) {
+          const int ky = (y * blockSide + i / blockSide + n / 2) % n,
+                    kx = (x * blockSide + i % blockSide + n / 2) % n;
+          expected += magnitudes[static_cast<size_t>(ky) * n + kx];
+        }
+        if (std::abs(expected - Sum(x, y)) > 1e-6 * expected) ++wrong;
+      }
+    }
+    EXPECT_EQ(0, wrong) << n;
+  }
+}
+
+}  // namespace
+}  // namespace tessaline
