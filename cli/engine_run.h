@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,20 @@ struct EngineWishes {
   bool drawsSpectrum = false;            // fill the picture fields below; not with a frozen decision
   bool collectsNotches = true;           // likewise
   bool collectsSeeds = false;
+};
+
+// The threads and the memory of runs, kept from picture to picture.
+class Engine {
+ public:
+  // 0: as many threads as processors that this process may use. Where threads cannot be had, one works alone.
+  explicit Engine(int threads)
+      : pool_(MakeThreadPool(threads > 0 ? threads : UsableProcessors())),
+        workspace_(pool_ ? *pool_ : SerialWork()) {}
+  Workspace& workspace() { return workspace_; }
+
+ private:
+  std::unique_ptr<Parallel> pool_;
+  Workspace workspace_;
 };
 
 // Of the four steps, in seconds; 0 for a step that was left out.

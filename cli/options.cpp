@@ -21,6 +21,7 @@ constexpr const char* kPictureUsage = "tessaline [options] INPUT OUTPUT";
 constexpr const char* kStreamUsage =
     "tessaline stream --width W --height H --pix-fmt F [options] INPUT OUTPUT";
 constexpr int64_t kMostJobs = 256;
+constexpr int kMostThreads = 256;
 constexpr int64_t kMostFrames = int64_t{1} << 53;  // what a report's numbers hold exactly
 
 Refusal WrongUsage(const std::string& what, const char* usage) {
@@ -86,7 +87,7 @@ NumberOption FromRange(const char* name, const char* unit, const SettingRange& r
 
 // The options that pictures and streams share.
 struct SharedTexts {
-  std::string acceptance, sensitivity, notchRadius, protectionRadius, report;
+  std::string acceptance, sensitivity, notchRadius, protectionRadius, threads, report;
   bool progress = false, quiet = false, overwrite = false;
 };
 
@@ -117,10 +118,18 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
   AddLastWins(app, "-p,--protection-radius", texts.protectionRadius,
               Describe("Periods longer than twice this are protected", kProtectionRadiusRange, "pixels"),
               "PIXELS");
+  AddLastWins(app, "--threads", texts.threads,
+              "Threads for one picture, 1..256 (default: the processors it may use); the result is the same",
+              "N");
   AddLastWins(app, "--report", texts.report, "Write what was found as JSON; - is stdout", "FILE");
   app.add_flag("--progress", texts.progress, "Progress on stderr (default where stderr is a terminal)");
   app.add_flag("-q,--quiet", texts.quiet, "Only errors on stderr");
   app.add_flag("-f,--force", texts.overwrite, "Overwrite existing output files");
+}
+
+int ReadThreads(const SharedTexts& texts, const char* usage) {
+  const NumberOption range = {"--threads", "", 1, kMostThreads, true};
+  return texts.threads.empty() ? 0 : static_cast<int>(Checked(range, texts.threads, usage));
 }
 
 Settings ReadSettings(const SharedTexts& texts, const char* usage) {
@@ -320,6 +329,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   if (wantsVersion) return PrintAndLeave{VersionText()};
 
   command.settings = ReadSettings(shared, kPictureUsage);
+  command.threads = ReadThreads(shared, kPictureUsage);
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
   command.talk = ReadTalk(shared);
@@ -420,6 +430,7 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   command.isFrozen = !freeze.empty();
   if (command.isFrozen && freeze != kFreezeFirstFound) command.frozenFrame = frame("--freeze", freeze);
   command.settings = ReadSettings(shared, kStreamUsage);
+  command.threads = ReadThreads(shared, kStreamUsage);
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
   command.talk = ReadTalk(shared);

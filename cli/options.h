@@ -31,6 +31,7 @@ struct PictureCommand {
   bool dryRun = false;
   bool overwrite = false;
   int jobs = 1;
+  int threads = 0;  // of each picture; 0: all processors that this process may use, shared among the jobs
   Talk talk;
 };
 
@@ -60,6 +61,7 @@ struct StreamCommand {
   bool isFrozen = false;
   std::optional<int64_t> frozenFrame;  // absent: gathered over the first frames in which something is found
   Settings settings;
+  int threads = 0;  // 0: all processors that this process may use
   std::string reportFile;
   bool overwrite = false;
   Talk talk;

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,11 +43,18 @@ std::vector<FileIdentity> IdentitiesOfInputs(const PictureCommand& command) {
   return inputs;
 }
 
+// Jobs share the processors.
+int ThreadsFor(const PictureCommand& command) {
+  if (command.threads > 0 || command.jobs == 1) return command.threads;
+  return std::max(UsableProcessors() / command.jobs, 1);
+}
+
 PictureRequest RequestFor(const PictureCommand& command, size_t index) {
   PictureRequest request;
   request.input = command.pictures[index].input;
   request.output = command.pictures[index].output;
   request.settings = command.settings;
+  request.threads = ThreadsFor(command);
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;

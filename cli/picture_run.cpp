@@ -212,7 +212,7 @@ class PictureRun {
     wishes.onlyLook = request_.dryRun;
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     show(0, "looking");
-    EngineOutcome outcome = RunEngine(samples_.picture(), workspace_, wishes, show, request_.input);
+    EngineOutcome outcome = RunEngine(samples_.picture(), engine_.workspace(), wishes, show, request_.input);
     const auto index = static_cast<size_t>(page);
     if (!outputs_.spectra.empty()) {
       const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
@@ -367,7 +367,7 @@ class PictureRun {
   PictureFile input_;
   Outputs outputs_;
   PageSamples samples_;
-  Workspace workspace_;
+  Engine engine_{request_.threads};
   std::unique_ptr<PageStore> store_;  // only with several pages
   std::vector<EngineOutcome> outcomes_;
   double readSeconds_ = 0;

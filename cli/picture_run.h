@@ -19,6 +19,7 @@ struct PictureRequest {
   std::string reportFile;  // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
+  int threads = 0;                        // 0: all processors that this process may use
   bool verbose = false;                   // notes tell every peak
   std::vector<FileIdentity> otherInputs;  // of the same call: no output may be one of them either
 };

@@ -232,7 +232,7 @@ class StreamRun {
     }
     wishes.settings = command_.settings;
     const auto show = [&](double fraction, const char* doing) { Show(fraction, doing); };
-    return RunEngine(samples_.picture(), workspace_, wishes, show, name);
+    return RunEngine(samples_.picture(), engine_.workspace(), wishes, show, name);
   }
 
   // Keeps the decision of the frame at hand for all.
@@ -383,7 +383,7 @@ class StreamRun {
   std::unique_ptr<OutputFile> report_;
   std::vector<uint8_t> frame_;
   PageSamples samples_;
-  Workspace workspace_;
+  Engine engine_{command_.threads};
   int64_t frameNumber_ = 0;
   int64_t framesWithPattern_ = 0;
   bool isDecided_ = false;  // frozen: the map below serves every frame from now on

@@ -49,4 +49,16 @@ bool ForEachTask(Parallel& parallel, int32_t count, const Task& task, const Poll
       [](void* user, int32_t finished) -> bool { return static_cast<Calls*>(user)->poll(finished); }, &calls);
 }
 
+// row(y) for y = 0 .. rows - 1, an even number of neighbouring rows a task.
+template <typename Row>
+void ForEachRow(Parallel& parallel, int32_t rows, const Row& row) {
+  constexpr int32_t kRowsPerTask = 32;
+  const auto task = [&](int32_t index, int32_t) {
+    const int32_t first = index * kRowsPerTask;
+    const int32_t last = first + kRowsPerTask < rows ? first + kRowsPerTask : rows;
+    for (int32_t y = first; y < last; ++y) row(y);
+  };
+  ForEachTask(parallel, (rows + kRowsPerTask - 1) / kRowsPerTask, task, [](int32_t) { return false; });
+}
+
 }  // namespace tessaline

@@ -250,7 +250,7 @@ bool PaddingFill::Prepare(int32_t size) {
 }
 
 ConstantRows PaddingFill::Fill(const RealPlane& plane, int32_t horizontalPadding, int32_t verticalPadding,
-                               float mean) {
+                               float mean, Parallel& parallel) {
   const int32_t n = size_;
   const int32_t left = horizontalPadding / 2, top = verticalPadding / 2;
   const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
@@ -259,9 +259,9 @@ ConstantRows PaddingFill::Fill(const RealPlane& plane, int32_t horizontalPadding
   for (const float scale : kBlurScales)
     BlurPadding(MakeGaussian(scale), &surface, ring_.get(), extended_.get());
   const ConstantRows constant = UnreachedRows(surface, plane);
-  for (int32_t y = 0; y < n; ++y) {
+  ForEachRow(parallel, n, [&](int32_t y) {
     if (y < constant.first || y >= constant.last) WriteBackRow(surface, plane, y);
-  }
+  });
   return constant;
 }
 

@@ -6,6 +6,7 @@
 
 #include "fft/real_plane.h"
 #include "platform/memory.h"
+#include "platform/parallel.h"
 
 namespace tessaline {
 
@@ -19,7 +20,8 @@ class PaddingFill {
   // surface that runs from each image edge to the opposite one (around the periodic border), fading towards
   // `mean`. Rows that no edge reaches are not written: they are returned, whole lines of them, as the
   // constant that they are.
-  ConstantRows Fill(const RealPlane& plane, int32_t horizontalPadding, int32_t verticalPadding, float mean);
+  ConstantRows Fill(const RealPlane& plane, int32_t horizontalPadding, int32_t verticalPadding, float mean,
+                    Parallel& parallel);
 
  private:
   int32_t size_ = 0;

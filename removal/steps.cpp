@@ -58,7 +58,8 @@ bool Workspace::Prepare(int32_t transformSize) {
   const int32_t workers = parallel_.threads();
   samples_ = AllocateBlock<float>(n * n);
   scratch_ = AllocateBlock<double>(2 * n);
-  if (!samples_ || !scratch_ || !fill_.Prepare(transformSize) ||
+  rowSums_ = AllocateBlock<double>(n);
+  if (!samples_ || !scratch_ || !rowSums_ || !fill_.Prepare(transformSize) ||
       !transform_.Prepare(transformSize, workers) ||
       !magnitudes_.Prepare(transformSize, transform_.strips(), workers) ||
       !filter_.Prepare(transformSize, workers)) {
@@ -75,6 +76,7 @@ void Workspace::Release() {
   plane_ = {};
   samples_.reset();
   scratch_.reset();
+  rowSums_.reset();
   fill_ = {};
   transform_ = {};
   magnitudes_ = {};
@@ -83,16 +85,14 @@ void Workspace::Release() {
 
 ConstantRows Workspace::LoadPlane(const PictureView& picture, int32_t channel, double remainder,
                                   float* mean) {
+  ForEachRow(parallel_, picture.height,
+             [&](int32_t y) { rowSums_[y] = LoadLevels(picture, channel, y, plane_.Row(y)); });
   double total = remainder;
-  double lastRow = 0.0;
-  for (int32_t y = 0; y < picture.height; ++y) {
-    lastRow = LoadLevels(picture, channel, y, plane_.Row(y));
-    total += lastRow;
-  }
+  for (int32_t y = 0; y < picture.height; ++y) total += rowSums_[y];
   const int32_t rowsBelow = size_ - picture.height;
-  total += rowsBelow * lastRow;  // they count as copies of the last row
+  total += rowsBelow * rowSums_[picture.height - 1];  // they count as copies of the last row
   *mean = static_cast<float>(total / (double(size_) * size_));
-  return fill_.Fill(plane_, size_ - picture.width, rowsBelow, *mean);
+  return fill_.Fill(plane_, size_ - picture.width, rowsBelow, *mean, parallel_);
 }
 
 int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Progress& progress,
@@ -196,9 +196,8 @@ int32_t Apply(const PictureView& from, const PictureView& to, const Mask& mask, 
     workspace.transform_.Filter(workspace.plane_, constant, workspace.filter_, from.height,
                                 workspace.parallel_, part);
     chain.LeaveResult(workspace.transform_, workspace.filter_, from.width, workspace.scratch_.get());
-    for (int32_t y = 0; y < from.height; ++y) {
-      StoreLevels(to, channel, y, options.rounding, workspace.plane_.Row(y));
-    }
+    ForEachRow(workspace.parallel_, from.height,
+               [&](int32_t y) { StoreLevels(to, channel, y, options.rounding, workspace.plane_.Row(y)); });
   }
   return kSuccess;
 }

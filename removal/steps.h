@@ -67,6 +67,7 @@ class Workspace {
   MagnitudeSums magnitudes_;
   NotchFilter filter_;
   OwnedBlock<double> scratch_;  // 2 N
+  OwnedBlock<double> rowSums_;  // N
 };
 
 struct Analysis {
