@@ -22,7 +22,6 @@ double AsWritten(float value) {
 }
 
 Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
-  constexpr const char* kVerdicts[] = {"used", "text lines", "blocks", "skirt", "not isolated", "no licence"};
   Json lines = nullptr;
   if (resolution) lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
   return {
@@ -35,9 +34,7 @@ Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& res
       {"isolation", peak.isolation},
       {"licensed", peak.isLicensed},
       {"used", peak.verdict == PeakVerdict::kUsed},
-      {"verdict", peak.isGrid && peak.verdict != PeakVerdict::kUsed
-                      ? "windows"
-                      : kVerdicts[static_cast<size_t>(peak.verdict)]},
+      {"verdict", VerdictWords(peak)},
   };
 }
 

@@ -490,6 +490,12 @@ void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, doubl
 
 }  // namespace
 
+const char* VerdictWords(const SpectrumPeak& peak) {
+  constexpr const char* kWords[] = {"used", "text lines", "blocks", "skirt", "not isolated", "no licence"};
+  if (peak.isGrid && peak.verdict != PeakVerdict::kUsed) return "windows";
+  return kWords[static_cast<size_t>(peak.verdict)];
+}
+
 bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b) {
   return IsWithin(a, b, 2);
 }

@@ -57,6 +57,10 @@ int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstIma
                                  std::vector<SpectrumPeak>* peaks,
                                  const std::vector<SpectrumPeak>* licensedBefore = nullptr);
 
+// The verdict in a word or two, as reports and interfaces say it: "used", "text lines", "blocks", "windows"
+// (a grid that is left out, whatever for), "skirt", "not isolated", "no licence".
+const char* VerdictWords(const SpectrumPeak& peak);
+
 // Whether two peaks are the same repeat, as near as two pictures tell: at most 2 cells apart.
 bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b);
 
