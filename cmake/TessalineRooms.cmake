@@ -24,6 +24,11 @@ if(TESSALINE_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(TESSALINE_SANITIZE_THREADS)
+  add_compile_options(-O1 -g1 -fsanitize=thread)
+  add_link_options(-fsanitize=thread)
+endif()
+
 # GCC for Windows keeps the stack aligned to 16 bytes only, yet spills 32- and 64-byte vectors with aligned
 # moves (some builds of the compiler; Debian 12's already emits unaligned ones). The assembler is told to turn those
 # into unaligned ones. tests/fft/vector_engine_test.cpp crashes where aligned spills reach the program.
