@@ -130,54 +130,119 @@ void BlurAlongRow(const Gaussian& gaussian, const Surface& surface, int32_t y, i
   WeightedSum(taps, gaussian.weights.data(), 2 * k + 1, blurred + begin, end - begin);
 }
 
-// Blurs the surface along rows and columns but leaves the image cells as they are: the image is placed back
-// after every blur, so blurred values under it would never be seen. Rows are blurred into a ring just ahead
-// of the output row, which lets the result replace the surface as the sweep goes down.
-// `ring` has room for kRingRows rows.
-void BlurPadding(const Gaussian& gaussian, Surface* surface, float* ring, float* extended) {
-  const int32_t n = surface->size;
-  const int32_t k = gaussian.halfWidth;
-  const int32_t taps = 2 * k + 1;
-  const Area image = surface->image, reached = surface->reached, blurred = Grown(reached, k, n);
-  const float beyondAlongRow = WeightedSumOf(gaussian, surface->beyond);
-  float* const unreachedRow = ring + static_cast<size_t>(kMostTaps) * n;
-  std::fill(unreachedRow, unreachedRow + n, beyondAlongRow);
-  const auto ringRow = [&](int32_t y) { return ring + static_cast<size_t>(y % taps) * n; };
+// One stretch of rows of a blur, with memory of its own. Rows are blurred along themselves into a ring just
+// ahead of the output row, which lets the result replace the surface as the sweep goes down. What it needs of
+// the rows below its end, where the next stretch is sweeping at the same time, it blurs before anybody
+// sweeps.
+class BlurStretch {
+ public:
+  BlurStretch(const Gaussian& gaussian, const Surface& surface, const Area& blurred, int32_t begin,
+              int32_t end, float* memory)
+      : gaussian_(gaussian),
+        surface_(surface),
+        blurred_(blurred),
+        begin_(begin),
+        end_(end),
+        ring_(memory),
+        unreachedRow_(ring_ + kMostTaps * Width()),
+        below_(unreachedRow_ + Width()),
+        extended_(below_ + kMostHalfWidth * Width()) {}
 
-  const auto blurRow = [&](int32_t y) {
-    const auto blurColumnsOfRow = [&](int32_t begin, int32_t end) {
-      if (begin < end) BlurAlongRow(gaussian, *surface, y, begin, end, extended, ringRow(y));
-    };
-    // Columns under the image are needed only by padding rows less than a half width away.
-    if (y < image.top + k || y >= image.bottom - k) {
-      blurColumnsOfRow(blurred.left, blurred.right);
-    } else {
-      blurColumnsOfRow(blurred.left, image.left);
-      blurColumnsOfRow(image.right, blurred.right);
-    }
-  };
+  static size_t MemoryFor(int32_t n) {
+    return (kRingRows + kMostHalfWidth) * static_cast<size_t>(n) + static_cast<size_t>(n) + kMostTaps;
+  }
 
-  for (int32_t y = reached.top; y < std::min(blurred.top + k, reached.bottom); ++y) blurRow(y);
-  for (int32_t y = blurred.top; y < blurred.bottom; ++y) {
-    if (HasRow(reached, y + k)) blurRow(y + k);
-    const auto blurAlongColumns = [&](int32_t begin, int32_t end) {
-      if (begin >= end) return;
-      const float* rows[kMostTaps];
-      for (int32_t t = 0; t < taps; ++t) {
-        const int32_t tapRow = std::clamp(y + t - k, 0, n - 1);
-        rows[t] = (HasRow(reached, tapRow) ? ringRow(tapRow) : unreachedRow) + begin;
+  void LookAround() {
+    const int32_t k = gaussian_.halfWidth;
+    std::fill(unreachedRow_, unreachedRow_ + surface_.size, WeightedSumOf(gaussian_, surface_.beyond));
+    for (int32_t y = begin_ - k; y < begin_ + k; ++y) BlurRow(y, RingRow(y));
+    for (int32_t y = end_; y < end_ + k; ++y) BlurRow(y, BelowRow(y));
+  }
+
+  void Sweep() {
+    const int32_t k = gaussian_.halfWidth;
+    for (int32_t y = begin_; y < end_; ++y) {
+      if (y + k < end_) {
+        BlurRow(y + k, RingRow(y + k));
+      } else if (HasRow(surface_.reached, y + k)) {
+        std::copy(BelowRow(y + k), BelowRow(y + k) + surface_.size, RingRow(y + k));
       }
-      WeightedSum(rows, gaussian.weights.data(), taps, surface->Row(y) + begin, end - begin);
-    };
-    if (HasRow(image, y)) {
-      blurAlongColumns(blurred.left, image.left);
-      blurAlongColumns(image.right, blurred.right);
-    } else {
-      blurAlongColumns(blurred.left, blurred.right);
+      if (HasRow(surface_.image, y)) {
+        BlurAlongColumns(y, blurred_.left, surface_.image.left);
+        BlurAlongColumns(y, surface_.image.right, blurred_.right);
+      } else {
+        BlurAlongColumns(y, blurred_.left, blurred_.right);
+      }
     }
   }
+
+ private:
+  size_t Width() const { return static_cast<size_t>(surface_.size); }
+  float* RingRow(int32_t y) const {
+    const int32_t taps = 2 * gaussian_.halfWidth + 1;
+    return ring_ + static_cast<size_t>((y + taps) % taps) * Width();
+  }
+  float* BelowRow(int32_t y) const { return below_ + static_cast<size_t>(y - end_) * Width(); }
+
+  // Nothing for a row that is not reached.
+  void BlurRow(int32_t y, float* destination) {
+    if (!HasRow(surface_.reached, y)) return;
+    const auto blurColumns = [&](int32_t begin, int32_t end) {
+      if (begin < end) BlurAlongRow(gaussian_, surface_, y, begin, end, extended_, destination);
+    };
+    // Columns under the image are needed only by padding rows less than a half width away.
+    const int32_t k = gaussian_.halfWidth;
+    if (y < surface_.image.top + k || y >= surface_.image.bottom - k) {
+      blurColumns(blurred_.left, blurred_.right);
+    } else {
+      blurColumns(blurred_.left, surface_.image.left);
+      blurColumns(surface_.image.right, blurred_.right);
+    }
+  }
+
+  void BlurAlongColumns(int32_t y, int32_t begin, int32_t end) {
+    if (begin >= end) return;
+    const int32_t k = gaussian_.halfWidth;
+    const float* rows[kMostTaps];
+    for (int32_t t = 0; t <= 2 * k; ++t) {
+      const int32_t tapRow = std::clamp(y + t - k, 0, surface_.size - 1);
+      rows[t] = (HasRow(surface_.reached, tapRow) ? RingRow(tapRow) : unreachedRow_) + begin;
+    }
+    WeightedSum(rows, gaussian_.weights.data(), 2 * k + 1, surface_.Row(y) + begin, end - begin);
+  }
+
+  const Gaussian& gaussian_;
+  const Surface& surface_;
+  Area blurred_;
+  int32_t begin_, end_;
+  float* ring_;
+  float* unreachedRow_;
+  float* below_;
+  float* extended_;
+};
+
+// Blurs the surface along rows and columns but leaves the image cells as they are: the image is placed back
+// after every blur, so blurred values under it would never be seen. `memory`: for as many stretches as there
+// are threads.
+void BlurPadding(const Gaussian& gaussian, Surface* surface, float* memory, Parallel& parallel) {
+  const Area blurred = Grown(surface->reached, gaussian.halfWidth, surface->size);
+  const int32_t rows = blurred.bottom - blurred.top;
+  constexpr int32_t kFewestRows = 4 * kMostHalfWidth;
+  const int32_t stretches = std::clamp(rows / kFewestRows, 1, parallel.threads());
+  const auto stretch = [&](int32_t index) {
+    const auto edge = [&](int32_t i) {
+      return blurred.top + static_cast<int32_t>(int64_t{rows} * i / stretches);
+    };
+    return BlurStretch(gaussian, *surface, blurred, edge(index), edge(index + 1),
+                       memory + static_cast<size_t>(index) * BlurStretch::MemoryFor(surface->size));
+  };
+  const auto goOn = [](int32_t) { return false; };
+  ForEachTask(
+      parallel, stretches, [&](int32_t i, int32_t) { stretch(i).LookAround(); }, goOn);
+  ForEachTask(
+      parallel, stretches, [&](int32_t i, int32_t) { stretch(i).Sweep(); }, goOn);
   surface->reached = blurred;
-  surface->beyond = WeightedSumOf(gaussian, beyondAlongRow);
+  surface->beyond = WeightedSumOf(gaussian, WeightedSumOf(gaussian, surface->beyond));
 }
 
 // Only a margin of the image: no blur of the padding looks deeper into it.
@@ -237,15 +302,15 @@ ConstantRows UnreachedRows(const Surface& surface, const RealPlane& plane) {
 
 }  // namespace
 
-bool PaddingFill::Prepare(int32_t size) {
-  if (size == size_) return true;
+bool PaddingFill::Prepare(int32_t size, int32_t workers) {
+  if (size == size_ && workers == workers_) return true;
   size_ = 0;
   const auto n = static_cast<size_t>(size);
   surface_ = AllocateBlock<float>(n * n);
-  ring_ = AllocateBlock<float>(kRingRows * n);
-  extended_ = AllocateBlock<float>(n + kMostTaps);
-  if (!surface_ || !ring_ || !extended_) return false;
+  blurs_ = AllocateBlock<float>(BlurStretch::MemoryFor(size) * static_cast<size_t>(workers));
+  if (!surface_ || !blurs_) return false;
   size_ = size;
+  workers_ = workers;
   return true;
 }
 
@@ -256,8 +321,7 @@ ConstantRows PaddingFill::Fill(const RealPlane& plane, int32_t horizontalPadding
   const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
   Surface surface = {surface_.get(), n, image, image, mean};
   PlaceImageMargin(plane, surface);
-  for (const float scale : kBlurScales)
-    BlurPadding(MakeGaussian(scale), &surface, ring_.get(), extended_.get());
+  for (const float scale : kBlurScales) BlurPadding(MakeGaussian(scale), &surface, blurs_.get(), parallel);
   const ConstantRows constant = UnreachedRows(surface, plane);
   ForEachRow(parallel, n, [&](int32_t y) {
     if (y < constant.first || y >= constant.last) WriteBackRow(surface, plane, y);

@@ -12,8 +12,8 @@ namespace tessaline {
 
 class PaddingFill {
  public:
-  // For planes of size x size. False, and not usable, without memory.
-  bool Prepare(int32_t size);
+  // For planes of size x size and so many threads. False, and not usable, without memory.
+  bool Prepare(int32_t size, int32_t workers);
 
   // The image stands in columns 0 .. N-1-horizontalPadding of rows 0 .. N-1-verticalPadding of the plane and
   // keeps its samples bit for bit; the paddings are 0 .. N-1. Every other sample becomes part of a smooth
@@ -25,8 +25,9 @@ class PaddingFill {
 
  private:
   int32_t size_ = 0;
+  int32_t workers_ = 0;
   OwnedBlock<float> surface_;  // size x size; only cells near the image's edges are ever touched
-  OwnedBlock<float> ring_, extended_;
+  OwnedBlock<float> blurs_;
 };
 
 }  // namespace tessaline

@@ -59,7 +59,7 @@ bool Workspace::Prepare(int32_t transformSize) {
   samples_ = AllocateBlock<float>(n * n);
   scratch_ = AllocateBlock<double>(2 * n);
   rowSums_ = AllocateBlock<double>(n);
-  if (!samples_ || !scratch_ || !rowSums_ || !fill_.Prepare(transformSize) ||
+  if (!samples_ || !scratch_ || !rowSums_ || !fill_.Prepare(transformSize, workers) ||
       !transform_.Prepare(transformSize, workers) ||
       !magnitudes_.Prepare(transformSize, transform_.strips(), workers) ||
       !filter_.Prepare(transformSize, workers)) {

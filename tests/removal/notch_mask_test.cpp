@@ -164,10 +164,14 @@ TEST_F(NotchMaskTest, TheFilterTakesTheMeanOfTheEnlargedMaskAtBothFrequencies) {
         const int both = at(kx, ky) + at(-kx, -ky);
         taken += both;
         if (std::abs(column[2 * ky] - 1000.0f * (1 - both / 510.0)) > 1e-3) ++wrong;
-        if (ky == 0) EXPECT_NEAR(column[0] / 1000.0, filter.FactorOnRowZero(kx), 1e-6);
+        if (ky == 0) {
+          EXPECT_NEAR(column[0] / 1000.0, filter.FactorOnRowZero(kx), 1e-6);
+        }
       }
       EXPECT_EQ(0, wrong) << n << ", " << kx;
-      if (taken > 0) EXPECT_TRUE(filter.IsWanted(kx, 1));
+      if (taken > 0) {
+        EXPECT_TRUE(filter.IsWanted(kx, 1));
+      }
     }
   }
 }
