@@ -147,11 +147,17 @@ void CompareForwardFft2D(benchmark::State& state) {
     return;
   }
   auto* const ourPlane = reinterpret_cast<float*>(BufferRow(buffer.slot(), 0));
-  auto* const plane = fftwf_alloc_complex(values);
-  const fftwf_plan plan = fftwf_plan_dft_2d(n, n, plane, plane, FFTW_FORWARD, FFTW_MEASURE);
+  // The peer computes in the same precision.
+  auto* const single = useDoubleKernels ? nullptr : fftwf_alloc_complex(values);
+  auto* const wide = useDoubleKernels ? fftw_alloc_complex(values) : nullptr;
+  const fftwf_plan singlePlan =
+      single != nullptr ? fftwf_plan_dft_2d(n, n, single, single, FFTW_FORWARD, FFTW_MEASURE) : nullptr;
+  const fftw_plan widePlan =
+      wide != nullptr ? fftw_plan_dft_2d(n, n, wide, wide, FFTW_FORWARD, FFTW_MEASURE) : nullptr;
   const auto refill = [&] {
     FillWithNoise(ourPlane, 2 * values);
-    std::memcpy(plane, ourPlane, sizeof(float) * 2 * values);
+    if (single != nullptr) std::memcpy(single, ourPlane, sizeof(float) * 2 * values);
+    if (wide != nullptr) std::copy(ourPlane, ourPlane + 2 * values, wide[0]);
   };
   ComparePairs(
       state,
@@ -162,9 +168,14 @@ void CompareForwardFft2D(benchmark::State& state) {
         benchmark::DoNotOptimize(
             tessaline::ForwardFft2D(buffer.slot(), false, useDoubleKernels, nullptr, 0, 1, 1));
       },
-      [&] { fftwf_execute(plan); });
-  fftwf_destroy_plan(plan);
-  fftwf_free(plane);
+      [&] {
+        if (singlePlan != nullptr) fftwf_execute(singlePlan);
+        if (widePlan != nullptr) fftw_execute(widePlan);
+      });
+  if (singlePlan != nullptr) fftwf_destroy_plan(singlePlan);
+  if (widePlan != nullptr) fftw_destroy_plan(widePlan);
+  fftwf_free(single);
+  fftw_free(wide);
 }
 
 BENCHMARK(CompareFftDispatch)
@@ -181,7 +192,7 @@ BENCHMARK(CompareFloatFft)
     ->Iterations(201);
 BENCHMARK(CompareForwardFft2D)
     ->Name("ForwardFft2D")
-    ->ArgsProduct({{1024, 2048, 4096}, {1, 0}})
+    ->ArgsProduct({{1024, 2048, 4096, 8192}, {1, 0}})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(9);
