@@ -1,0 +1,26 @@
+# Whether the Python package is built: TESSALINE_HAS_PYTHON. It needs the system's own Python, which Debian's NumPy and
+# pybind11 belong to, whatever other one comes first in PATH; set Python_EXECUTABLE to build for that one.
+set(TESSALINE_HAS_PYTHON OFF)
+if(NOT TESSALINE_PYTHON OR CMAKE_CROSSCOMPILING)
+  return()
+endif()
+if(TESSALINE_PYTHON STREQUAL "AUTO")
+  if(TESSALINE_SANITIZE OR TESSALINE_SANITIZE_THREADS) # the interpreter would have to be started with the sanitizer's runtime
+    return()
+  endif()
+  set(demand QUIET)
+else()
+  set(demand REQUIRED)
+endif()
+
+if(NOT Python_EXECUTABLE AND EXISTS /usr/bin/python3)
+  set(Python_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "The Python that the package is built for")
+endif()
+find_package(Python 3.9 COMPONENTS Interpreter Development.Module ${demand})
+if(Python_FOUND)
+  find_package(pybind11 2.10 CONFIG ${demand})
+endif()
+if(Python_FOUND AND pybind11_FOUND)
+  set(TESSALINE_HAS_PYTHON ON)
+  message(STATUS "Python package for ${Python_EXECUTABLE} ${Python_VERSION}")
+endif()
