@@ -1,6 +1,5 @@
 #include "python/call.h"
 
-#include <new>
 #include <string>
 
 namespace py = pybind11;
@@ -51,7 +50,11 @@ void Call::Finish() {
 
 void Call::Demand(int32_t result) const {
   if (raised_) std::rethrow_exception(raised_);
-  if (result == kOutOfMemory) throw std::bad_alloc();
+  if (result == kOutOfMemory) {
+    PyErr_SetString(PyExc_MemoryError,
+                    "not enough memory for the transform; give it a smaller picture or fewer threads");
+    throw py::error_already_set();
+  }
   if (result != kSuccess)
     throw py::value_error("the engine refused it (code " + std::to_string(result) + ")");
 }

@@ -37,8 +37,8 @@ py::object LinesOrNone(const Found& found, const py::object& resolution) {
 PythonMask::PythonMask(Mask mask) : mask_(std::move(mask)), isEmpty_(IsEmptyGrid(mask_.cells.view())) {}
 
 std::shared_ptr<PythonMask> PythonMask::FromArray(const py::array& cells) {
-  if (!cells.dtype().is(py::dtype::of<uint8_t>()) || cells.ndim() != 2 || cells.shape(0) != kSpectrumCells ||
-      cells.shape(1) != kSpectrumCells) {
+  if (!cells.dtype().equal(py::dtype::of<uint8_t>()) || cells.ndim() != 2 ||
+      cells.shape(0) != kSpectrumCells || cells.shape(1) != kSpectrumCells) {
     throw py::value_error("a mask is an array of shape (512, 512) of uint8, not " +
                           std::string(py::str(cells.attr("shape"))) + " of " +
                           std::string(py::str(cells.dtype())));

@@ -57,7 +57,7 @@ pybind11::list NotchesOf(const PythonAnalysis& analysis);
 
 // A grid of 512 x 512 as a read-only array that keeps `owner`.
 pybind11::array GridArray(const ConstImageView& grid, const pybind11::object& owner);
-// docs: DrawSpectrum as an array of (rows, 512, 3).
+// DrawSpectrum as an array of (rows, 512, 3).
 pybind11::array DrawingOf(const PythonAnalysis& analysis);
 
 }  // namespace tessaline::python

@@ -170,7 +170,9 @@ constexpr const char* kMaskDoc = R"(How much of every frequency is taken out, fo
 
 cells  a (512, 512) array of uint8 in any strides: 255 takes a frequency out, 0 keeps it. The zero frequency is at
        [256, 256]; a cell at distance r from it has a period of 512 / r pixels. A frequency and its opposite
-       count as their mean.)";
+       count as their mean.
+
+A mask can be pickled and copied.)";
 
 constexpr const char* kApplyDoc =
     R"(The array without what the mask takes out, as a new array or in `out`; arguments as for clean.
@@ -188,6 +190,10 @@ void AddMask(py::module_& module) {
             return GridArray(self.cast<const PythonMask&>().mask().cells.view(), self);
           },
           "The (512, 512) array of uint8, read-only, without a copy.")
+      .def("__reduce__",
+           [](const py::object& self) {
+             return py::make_tuple(py::type::of(self), py::make_tuple(self.attr("cells")));
+           })
       .def_property_readonly("is_empty", &PythonMask::IsEmpty, "Whether nothing is taken out.")
       .def("apply", ApplyMask, "array"_a, "out"_a = py::none(), py::kw_only(), "white"_a = 65535,
            "threads"_a = py::none(), "progress"_a = py::none(), kApplyDoc);

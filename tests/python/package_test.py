@@ -1,4 +1,5 @@
 import os
+import pickle
 import subprocess
 import sys
 import tempfile
@@ -67,7 +68,7 @@ class PackageTest(unittest.TestCase):
         self.assertAlmostEqual(strongest.lines_per_inch, 300 * np.hypot(0.21, 0.13), 0)
         self.assertEqual((found.peaks[0].verdict, found.threshold, found.spectrum.max()), ("used", None, 32768))
         self.assertEqual(found.decide(0).found, False)
-        mask = tessaline.Mask(found.mask.cells[::-1, ::-1][::-1, ::-1])
+        mask = pickle.loads(pickle.dumps(tessaline.Mask(found.mask.cells)))
         wanted = mask.apply(BYTES, threads=1)
         self.assertLess(np.abs(wanted.astype(int) - CLEAN).max(), 3)
         with ThreadPoolExecutor(4) as pool:
