@@ -9,9 +9,9 @@
 #include <functional>
 #include <vector>
 
+#include "buffers/buffer_conversion.h"
 #include "buffers/buffer_table.h"
 #include "buffers/buffer_transforms.h"
-#include "buffers/pixel_conversion.h"
 #include "dialog/control_pixels.h"
 #include "dialog/preview_picture.h"
 #include "dialog/preview_state.h"

@@ -21,7 +21,7 @@
 #include "glue/host/image_mode.h"
 #include "glue/host/image_transfer.h"
 #include "glue/host/plugin_main.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "glue/run/removal_run.h"
 #include "testhost/fake_host.h"
 

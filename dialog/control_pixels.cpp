@@ -52,18 +52,10 @@ using RowDrawer = void (*)(const void* row, const int32_t* columns, int32_t widt
                            uint8_t* pixels);
 
 RowDrawer FindRowDrawer(int32_t bytesPerPixel) {
-  switch (bytesPerPixel) {
-    case kGray8:
-      return DrawRow<uint8_t, 1>;
-    case kGray16:
-      return DrawRow<uint16_t, 1>;
-    case kRgb8:
-      return DrawRow<uint8_t, 3>;
-    case kRgb16:
-      return DrawRow<uint16_t, 3>;
-    default:
-      return nullptr;
-  }
+  if (!IsPictureKind(bytesPerPixel)) return nullptr;
+  return WithKind(*FindPixelKind(bytesPerPixel), [](auto sample, auto channels) -> RowDrawer {
+    return DrawRow<decltype(sample), channels()>;
+  });
 }
 
 }  // namespace

@@ -69,21 +69,15 @@ void ShowRow(const uint8_t* row, int32_t pixels, uint8_t* rgb) {
 }
 
 struct PreviewKind {
-  int32_t bytesPerPixel;
   void (*split)(const uint8_t* row, int32_t channel, float* values);
   void (*show)(const uint8_t* row, int32_t pixels, uint8_t* rgb);
 };
-constexpr PreviewKind kPreviewKinds[] = {
-    {kGray8, SplitRow<uint8_t, 1>, ShowRow<uint8_t, 1>},
-    {kGray16, SplitRow<uint16_t, 1>, ShowRow<uint16_t, 1>},
-    {kRgb8, SplitRow<uint8_t, 3>, ShowRow<uint8_t, 3>},
-    {kRgb16, SplitRow<uint16_t, 3>, ShowRow<uint16_t, 3>},
-};
 
-// The state holds a kind of the table or no picture at all.
-const PreviewKind& KindOf(const PreviewState& state) {
-  return *std::find_if(std::begin(kPreviewKinds), std::end(kPreviewKinds) - 1, [&](const PreviewKind& kind) {
-    return kind.bytesPerPixel == state.sourceBytesPerPixel;
+// The state holds a picture's kind or no picture at all, which is split and shown by nobody.
+PreviewKind KindOf(const PreviewState& state) {
+  const KindTraits* const kind = FindPixelKind(state.sourceBytesPerPixel);
+  return WithKind(kind != nullptr ? *kind : kKindTraits[0], [](auto sample, auto channels) -> PreviewKind {
+    return {SplitRow<decltype(sample), channels()>, ShowRow<decltype(sample), channels()>};
   });
 }
 
@@ -94,11 +88,11 @@ bool HasPicture(const PreviewState& state) {
 }
 
 void WriteUntouched(const PreviewState& state, int32_t slot) {
-  const PreviewKind& kind = KindOf(state);
+  const PreviewKind kind = KindOf(state);
   const int32_t width = state.panX.proxySize;
   for (int32_t y = 0; y < state.panY.proxySize; ++y) {
     const uint8_t* const row = ReadSquareRow(state, state.padY + y);
-    kind.show(row + state.padX * kind.bytesPerPixel, width, state.rows.output.get());
+    kind.show(row + state.padX * state.sourceBytesPerPixel, width, state.rows.output.get());
     WriteBufferRow(slot, 0, y, width * 3, state.rows.output.get());
   }
 }
@@ -108,7 +102,7 @@ bool MakeSpectra(PreviewState& state) {
   PreviewCache& cache = state.cache;
   if (cache.hasSpectra && cache.baseX == state.panX.base && cache.baseY == state.panY.base) return true;
   cache.hasSpectra = false;
-  const PreviewKind& kind = KindOf(state);
+  const PreviewKind kind = KindOf(state);
   constexpr int32_t kRowBytes = kProxySquare * 2 * static_cast<int32_t>(sizeof(float));
   for (int32_t c = 0; c < state.channels; ++c) {
     if (!state.rows.channels[c] || state.buffers.spectra[c].slot() == 0) return false;

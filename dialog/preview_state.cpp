@@ -63,7 +63,7 @@ void TakeSource(int32_t slot, PreviewState* state) {
   const int32_t bytesPerPixel = shape.bytesPerPixel;
   const bool isUsable = IsPictureKind(bytesPerPixel);
   state->sourceBytesPerPixel = isUsable ? bytesPerPixel : 0;
-  state->channels = !isUsable ? 0 : bytesPerPixel == kGray8 || bytesPerPixel == kGray16 ? 1 : 3;
+  state->channels = isUsable ? FindPixelKind(bytesPerPixel)->channels : 0;
 }
 
 void PlaceProxy(WindowRectangle area, PreviewState* state) {

@@ -41,30 +41,18 @@ void LoadMaskSamples(const uint8_t* row, int32_t channel, int32_t channels, int3
   LoadSamples<Sample>(row, channel, channels, count, kFactor, kByteMax, mask);
 }
 
-// Any spectrum of the first table goes with any mask of the second; a complex spectrum is not a picture of
-// one, and a mask has one channel.
-struct LoadedKind {
-  int32_t bytesPerPixel;
-  int32_t channels;
-  void (*load)(const uint8_t* row, int32_t channel, int32_t channels, int32_t count, float* values);
-};
-constexpr LoadedKind kSpectrumKinds[] = {
-    {kGray8, 1, LoadLevelSamples<uint8_t>},   {kGray16, 1, LoadLevelSamples<uint16_t>},
-    {kRgb8, 3, LoadLevelSamples<uint8_t>},    {kRgb16, 3, LoadLevelSamples<uint16_t>},
-    {kGrayFloat, 1, LoadLevelSamples<float>}, {kRgbFloat, 3, LoadLevelSamples<float>},
-};
-constexpr LoadedKind kMaskKinds[] = {
-    {kGray8, 1, LoadMaskSamples<uint8_t>},
-    {kGray16, 1, LoadMaskSamples<uint16_t>},
-    {kGrayFloat, 1, LoadMaskSamples<float>},
-};
+// Any spectrum goes with any mask; a complex spectrum is not a picture of one, and a mask has one channel.
+using RowLoader = void (*)(const uint8_t* row, int32_t channel, int32_t channels, int32_t count,
+                           float* values);
 
-template <size_t Rows>
-const LoadedKind* FindKind(const LoadedKind (&kinds)[Rows], int32_t bytesPerPixel) {
-  for (const LoadedKind& kind : kinds) {
-    if (kind.bytesPerPixel == bytesPerPixel) return &kind;
-  }
-  return nullptr;
+const KindTraits* FindSpectrumKind(int32_t bytesPerPixel) {
+  const KindTraits* const kind = FindPixelKind(bytesPerPixel);
+  return kind != nullptr && kind->parts == 1 ? kind : nullptr;
+}
+
+const KindTraits* FindMaskKind(int32_t bytesPerPixel) {
+  const KindTraits* const kind = FindSpectrumKind(bytesPerPixel);
+  return kind != nullptr && kind->channels == 1 ? kind : nullptr;
 }
 
 }  // namespace
@@ -74,8 +62,8 @@ int32_t SpectrumReader::Open(const SpectrumSource& source, float scale) {
   const BufferShape mask = ShapeOf(source.maskSlot);
   const BufferShape view = ShapeOf(source.viewSlot);
   if (spectrum.width == 0 || mask.width == 0 || view.width == 0) return kInvalidSlotOrFile;
-  const LoadedKind* const spectrumKind = FindKind(kSpectrumKinds, spectrum.bytesPerPixel);
-  const LoadedKind* const maskKind = FindKind(kMaskKinds, mask.bytesPerPixel);
+  const KindTraits* const spectrumKind = FindSpectrumKind(spectrum.bytesPerPixel);
+  const KindTraits* const maskKind = FindMaskKind(mask.bytesPerPixel);
   if (spectrumKind == nullptr || maskKind == nullptr || view.bytesPerPixel != kRgb8) return kUnknownPixelKind;
   if (!std::isfinite(scale) || !(scale > 0.0f)) return kUnequalSizes;
 
@@ -85,8 +73,10 @@ int32_t SpectrumReader::Open(const SpectrumSource& source, float scale) {
   height_ = spectrum.height;
   channels_ = spectrumKind->channels;
   maskWidth_ = std::min(mask.width, spectrum.width);
-  loadLevels_ = spectrumKind->load;
-  loadMask_ = maskKind->load;
+  loadLevels_ =
+      WithSampleOf(spectrumKind->sample, [](auto s) -> RowLoader { return LoadLevelSamples<decltype(s)>; });
+  loadMask_ =
+      WithSampleOf(maskKind->sample, [](auto s) -> RowLoader { return LoadMaskSamples<decltype(s)>; });
   return kSuccess;
 }
 

@@ -90,4 +90,14 @@ constexpr decltype(auto) WithSampleOf(SampleType sample, Use use) {
   return use(float{});
 }
 
+// Calls use(Sample{}, channels) with the sample type of a kind and its channels, std::integral_constant of 1
+// or 3: how a template for every kind is picked from the table.
+template <typename Use>
+constexpr decltype(auto) WithKind(const KindTraits& kind, Use use) {
+  return WithSampleOf(kind.sample, [&](auto sample) {
+    return kind.channels == 1 ? use(sample, std::integral_constant<int, 1>{})
+                              : use(sample, std::integral_constant<int, 3>{});
+  });
+}
+
 }  // namespace tessaline

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "samples/picture.h"
+#include "samples/drawing.h"
 
 namespace tessaline::samples {
 

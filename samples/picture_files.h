@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "samples/picture.h"
+#include "samples/drawing.h"
 
 namespace tessaline::samples {
 

@@ -1,7 +1,7 @@
 // The picture behind the samples: a lighthouse on a headland, drawn as a camera would see it.
 #pragma once
 
-#include "samples/picture.h"
+#include "samples/drawing.h"
 
 namespace tessaline::samples {
 

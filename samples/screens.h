@@ -3,7 +3,7 @@
 // the original within the range of paper and ink.
 #pragma once
 
-#include "samples/picture.h"
+#include "samples/drawing.h"
 
 namespace tessaline::samples {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <sstream>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 

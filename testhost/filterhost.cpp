@@ -18,7 +18,7 @@
 #include "testhost/interface_door.h"
 #include "testhost/loaded_module.h"
 #include "testhost/picture_document.h"
-#include "testhost/picture_file.h"
+#include "testhost/pixel_file.h"
 
 namespace tessaline::testhost {
 

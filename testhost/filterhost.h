@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 

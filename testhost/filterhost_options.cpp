@@ -8,7 +8,7 @@
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
 #include "testhost/descriptor_file.h"
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 

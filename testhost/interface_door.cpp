@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "testhost/fake_host.h"
-#include "testhost/picture_file.h"
+#include "testhost/pixel_file.h"
 
 namespace tessaline::testhost {
 

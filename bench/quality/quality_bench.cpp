@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "removal/steps.h"
+#include "samples/drawing.h"
 #include "samples/noise.h"
-#include "samples/picture.h"
 #include "samples/scene.h"
 #include "samples/screens.h"
 

@@ -9,7 +9,7 @@
 #include "buffers/buffer_table.h"
 #include "glue/api/parameter_text.h"
 #include "glue/parameters/filter_parameters.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
 

@@ -5,7 +5,7 @@
 
 #include "buffers/buffer_table.h"
 #include "glue/host/host_access.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
 #include "platform/message.h"

@@ -10,7 +10,7 @@
 #include "glue/parameters/door.h"
 #include "glue/parameters/filter_parameters.h"
 #include "glue/parameters/parameter_list.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "glue/run/removal_run.h"
 #include "image/result_codes.h"
 #include "platform/message.h"

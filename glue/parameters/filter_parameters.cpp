@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "glue/parameters/parameter_list.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "glue/parameters/filter_parameters.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "platform/memory.h"
 
 namespace tessaline {

@@ -2,9 +2,9 @@
 
 #include <new>
 
+#include "buffers/buffer_conversion.h"
 #include "buffers/buffer_table.h"
 #include "buffers/host_progress.h"
-#include "buffers/pixel_conversion.h"
 #include "image/pixel_kind.h"
 #include "platform/message.h"
 

@@ -7,8 +7,8 @@
 #include <random>
 #include <vector>
 
+#include "buffers/buffer_conversion.h"
 #include "buffers/buffer_transforms.h"
-#include "buffers/pixel_conversion.h"
 #include "dialog/control_pixels.h"
 #include "dialog/preview_picture.h"
 #include "image/pixel_kind.h"

@@ -9,8 +9,8 @@
 #include <limits>
 #include <vector>
 
+#include "buffers/buffer_conversion.h"
 #include "buffers/buffer_table.h"
-#include "buffers/pixel_conversion.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
 

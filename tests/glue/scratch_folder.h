@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 
 namespace tessaline {
 

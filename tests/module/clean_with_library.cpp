@@ -3,9 +3,9 @@
 #include <cstdio>
 
 #include "testhost/descriptor_file.h"
+#include "testhost/host_refusal.h"
 #include "testhost/interface_door.h"
 #include "testhost/picture_document.h"
-#include "testhost/refusal.h"
 
 int main(int argc, char** argv) {
   using namespace tessaline::testhost;

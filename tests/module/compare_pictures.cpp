@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "testhost/picture_file.h"
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
+#include "testhost/pixel_file.h"
 
 int main(int argc, char** argv) {
   using namespace tessaline::testhost;

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "glue/parameters/parameter_list.h"
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 namespace {

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "testhost/descriptor_file.h"
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 #include "tests/glue/scratch_folder.h"
 
 namespace tessaline::testhost {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "resources/resource_bytes.h"
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 namespace tessaline::testhost {
 namespace {

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <optional>
 
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
 #include "platform/files.h"
 #include "tests/glue/scratch_folder.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "buffers/buffer_table.h"
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
 #include "platform/message.h"

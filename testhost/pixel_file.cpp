@@ -1,4 +1,4 @@
-#include "testhost/picture_file.h"
+#include "testhost/pixel_file.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 
 #define STB_IMAGE_STATIC
 #define STB_IMAGE_IMPLEMENTATION

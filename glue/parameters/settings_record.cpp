@@ -1,4 +1,4 @@
-#include "glue/parameters/settings.h"
+#include "glue/parameters/settings_record.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,11 +1,11 @@
-#include "testhost/picture_file.h"
+#include "testhost/pixel_file.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "testhost/refusal.h"
+#include "testhost/host_refusal.h"
 #include "tests/glue/scratch_folder.h"
 
 namespace tessaline::testhost {

@@ -1,4 +1,4 @@
-#include "buffers/pixel_conversion.h"
+#include "buffers/buffer_conversion.h"
 
 #include <algorithm>
 #include <cstring>
