@@ -45,18 +45,17 @@ bool Call::Tell(double part) {
 }
 
 void Call::Finish() {
+  if (raised_) std::rethrow_exception(raised_);
   if (!progress_.is_none()) progress_(1.0);
 }
 
-void Call::Demand(int32_t result) const {
+void Call::Fail(int32_t result) const {
   if (raised_) std::rethrow_exception(raised_);
-  if (result == kOutOfMemory) {
-    PyErr_SetString(PyExc_MemoryError,
-                    "not enough memory for the transform; give it a smaller picture or fewer threads");
-    throw py::error_already_set();
-  }
-  if (result != kSuccess)
+  if (result != kOutOfMemory)
     throw py::value_error("the engine refused it (code " + std::to_string(result) + ")");
+  PyErr_SetString(PyExc_MemoryError,
+                  "not enough memory for the transform; give it a smaller picture or fewer threads");
+  throw py::error_already_set();
 }
 
 }  // namespace tessaline::python

@@ -41,8 +41,9 @@ class Call {
   // part that is done, or None. Throws ValueError, RuntimeError when the threads cannot be had.
   Call(const std::optional<int>& threads, pybind11::object progress, CallMemory& memory);
 
-  // step(workspace, progress) without Python's lock. Throws what the code that it returns stands for, and
-  // what Python raised meanwhile: the callback, or a signal such as Ctrl-C.
+  // step(workspace, progress) without Python's lock. Throws what the code that it returns stands for: for a
+  // cancelled one what Python raised, in the callback or for a signal such as Ctrl-C. What Python raised too
+  // late to stop the step waits for the next one, or for Finish.
   template <typename Step>
   void Run(double begin, double end, const Step& step) {
     int32_t result = 0;
@@ -50,16 +51,16 @@ class Call {
       const pybind11::gil_scoped_release letGo;
       result = step(memory_.workspace, Progress{Report, this, begin, end});
     }
-    Demand(result);
+    if (result != kSuccess) Fail(result);
   }
 
-  // Tells the callback that all is done.
+  // Tells the callback that all is done. Throws what Python has raised.
   void Finish();
 
  private:
   static bool Report(void* user, double part);
   bool Tell(double part);
-  void Demand(int32_t result) const;
+  [[noreturn]] void Fail(int32_t result) const;
 
   std::unique_ptr<Parallel> threads_;
   CallMemory& memory_;

@@ -3,6 +3,7 @@ import pickle
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
@@ -94,6 +95,16 @@ class PackageTest(unittest.TestCase):
         array = BYTES.copy()
         self.assertRaises(KeyboardInterrupt, tessaline.clean, array, out=array, progress=stop)
         np.testing.assert_array_equal(array, BYTES)
+
+        def stop_late(part):
+            time.sleep(0.03)  # so that the next report is not left out
+            if part > 0:
+                raise KeyError
+
+        alpha = np.dstack([BYTES, X.astype(np.uint8)])
+        mask, late = tessaline.analyse(BYTES).mask, np.zeros_like(alpha)
+        self.assertRaises(KeyError, mask.apply, alpha, late, progress=stop_late)
+        np.testing.assert_array_equal(late, mask.apply(alpha))  # finished, alpha too
         parts = []
         tessaline.clean(BYTES, progress=parts.append)
         self.assertTrue(parts == sorted(parts) and parts[-1] == 1.0)
