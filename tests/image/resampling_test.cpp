@@ -31,6 +31,11 @@ TEST(ResamplingTest, MagnifiesFromAnOffsetAndShowsBlackOutside) {
   EXPECT_EQ(kSuccess, ResampleImage(source.view(), -1.0f, -1.0f, 1.0f, view.view()));
   EXPECT_EQ((std::vector<int>{0, 0, 0, 0, 0, 0}), Row(view, 0));
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 0, 0}), Row(view, 1));
+  view.Create(3, 1, 1);  // no wider than what is shown
+  EXPECT_EQ(kSuccess, ResampleImage(source.view(), -1.0f, 1.0f, 1.0f, view.view()));
+  EXPECT_EQ((std::vector<int>{0, 4, 5}), Row(view, 0));
+  EXPECT_EQ(kSuccess, ResampleImage(source.view(), 0.0f, 0.0f, 0.5f, view.view()));
+  EXPECT_EQ((std::vector<int>{5, 0, 0}), Row(view, 0));  // the pixel under the middle
 }
 
 TEST(ResamplingTest, MovesWholePixelsOfEveryKind) {

@@ -1,14 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <latch>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/cpu.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 #include "platform/message.h"
+#include "platform/parallel.h"
 
 namespace tessaline {
 namespace {
@@ -78,6 +83,51 @@ TEST(Message, GoesToTheHandlerThatIsSetAndElseToTheUser) {
 TEST(Cpu, OffersWideVectorsOnlyWhereTheProcessorHasThem) {
   EXPECT_EQ(__builtin_cpu_supports("avx2") != 0, DetectVectorLevel() >= VectorLevel::kAvx2);
   EXPECT_TRUE(DetectVectorLevel() < VectorLevel::kAvx512 || __builtin_cpu_supports("avx512bw"));
+}
+
+// Every thread takes one task, and the helpers end theirs only when the caller has been asked once.
+TEST(Parallel, EveryTaskRunsOnceUnderItsThreadsNumberAndTheCallerAloneIsAsked) {
+  const auto caller = std::this_thread::get_id();
+  for (const int32_t threads : {1, 4, 4, 4, 4, 4}) {
+    std::latch allBegan(threads), asked(1);
+    std::vector<std::atomic<int>> byTask(threads), byWorker(threads), byRow(1000);
+    std::vector<int32_t> polls;
+    std::atomic<int> ended = 0;
+    const auto pool = MakeThreadPool(threads);
+    ASSERT_EQ(threads, pool->threads());
+    const auto task = [&](int32_t index, int32_t worker) {
+      ++byTask[index];
+      ++byWorker[worker];
+      allBegan.arrive_and_wait();
+      if (std::this_thread::get_id() != caller) asked.wait();
+      ++ended;
+    };
+    const auto poll = [&](int32_t finished) {
+      EXPECT_EQ(caller, std::this_thread::get_id());
+      polls.push_back(finished);
+      if (polls.size() == 1) asked.count_down();
+      return false;
+    };
+    EXPECT_FALSE(ForEachTask(*pool, threads, task, poll));
+    ASSERT_EQ(threads, ended);
+    EXPECT_EQ((std::vector<int32_t>{1, threads}), polls);
+    ForEachRow(*pool, 1000, [&](int32_t y) { ++byRow[y]; });
+    for (const auto* const runs : {&byTask, &byWorker, &byRow})
+      EXPECT_TRUE(std::all_of(runs->begin(), runs->end(), [](const auto& count) { return count == 1; }));
+  }
+}
+
+TEST(Parallel, StopsAfterTheTaskThatThePollRefuses) {
+  const auto pool = MakeThreadPool(1), several = MakeThreadPool(3);
+  for (Parallel* const parallel : {&SerialWork(), pool.get(), several.get()}) {
+    std::atomic<int> begun = 0, ended = 0;
+    const auto task = [&](int32_t, int32_t) { ++begun, ++ended; };
+    EXPECT_TRUE(ForEachTask(*parallel, 100, task, [](int32_t finished) { return finished >= 3; }));
+    EXPECT_EQ(begun, ended);
+    if (parallel->threads() == 1) {
+      EXPECT_EQ(3, begun);
+    }
+  }
 }
 
 }  // namespace

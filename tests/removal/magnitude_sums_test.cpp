@@ -12,24 +12,8 @@
 namespace tessaline {
 namespace {
 
-class SpectrumImageTest : public testing::Test {
- protected:
-  void SetUp() override {
-    sums_.Create(kSpectrumCells, kSpectrumCells, 8);
-    gray16_.Create(kSpectrumCells, kSpectrumCells, 2);
-  }
-  double& Sum(int x, int y) { return sums_.view().Row<double>(y)[x]; }
-  int Level(int x, int y) { return gray16_.view().Row<uint16_t>(y)[x]; }
-  void FillSums(double value) {
-    for (int y = 0; y < kSpectrumCells; ++y) {
-      for (int x = 0; x < kSpectrumCells; ++x) Sum(x, y) = value;
-    }
-  }
-  Image sums_, gray16_;
-};
-
 // Every column of a spectrum with the symmetry that real planes have is handed over once and counts twice.
-TEST_F(SpectrumImageTest, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
+TEST(MagnitudeSums, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
   for (const int n : {1024, 4096}) {
     std::mt19937 random(5);
     std::vector<double> magnitudes(static_cast<size_t>(n) * n);  // row ky, column kx, both modulo n
@@ -37,8 +21,9 @@ TEST_F(SpectrumImageTest, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
     ASSERT_TRUE(transform.Prepare(n, 1));
     MagnitudeSums sums;
     ASSERT_TRUE(sums.Prepare(n, transform.strips(), 1));
-    FillSums(0);
-    sums.Begin(sums_.view());
+    Image cells;
+    ASSERT_TRUE(cells.Create(kSpectrumCells, kSpectrumCells, 8));
+    sums.Begin(cells.view());
     for (int kx = 0; kx <= n / 2; ++kx) {
       std::vector<float> column(2 * n);
       for (int ky = 0; ky < n; ++ky) {
@@ -62,7 +47,7 @@ TEST_F(SpectrumImageTest, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
                     kx = (x * blockSide + i % blockSide + n / 2) % n;
           expected += magnitudes[static_cast<size_t>(ky) * n + kx];
         }
-        if (std::abs(expected - Sum(x, y)) > 1e-6 * expected) ++wrong;
+        if (std::abs(expected - cells.view().Row<double>(y)[x]) > 1e-6 * expected) ++wrong;
       }
     }
     EXPECT_EQ(0, wrong) << n;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -55,10 +56,9 @@ class RemovalRunTest : public testing::Test {
     original_ = Pixels();
   }
   // Noise keeps the darkest cell of the spectrum from lying so low that no peak reaches half of the range.
-  static double Gradient(int x, int y) { return 100 + (x + y) / 32.0; }
   static uint8_t Level(int x, int y) {
     const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 - 7;
-    return static_cast<uint8_t>(Gradient(x, y) + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3));
+    return static_cast<uint8_t>(100 + (x + y) / 32.0 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3));
   }
   std::vector<uint8_t> Pixels() const {
     const BufferShape shape = ShapeOf(slot_);
@@ -78,30 +78,6 @@ TEST_F(RemovalRunTest, TransformSizeFollowsTheLongerSide) {
   const int32_t expected[][2] = {{1, 1024},    {774, 1024},  {775, 2048},  {1748, 2048},  {1749, 4096},
                                  {3700, 4096}, {3701, 8192}, {7500, 8192}, {7593, 16384}, {15585, 32768}};
   for (const auto& [side, transformSize] : expected) EXPECT_EQ(transformSize, TransformSizeFor(side)) << side;
-}
-
-TEST_F(RemovalRunTest, TakesAGridOutOfEveryChannelOfEveryKind) {
-  for (const int bytesPerPixel : {1, 2, 3, 6}) {
-    MakePatternedImage(400, 300, bytesPerPixel);
-    ASSERT_EQ(kSuccess, Run());
-    const bool isWide = bytesPerPixel % 2 == 0;
-    const int channels = bytesPerPixel / (isWide ? 2 : 1);
-    for (int channel = 0; channel < channels; ++channel) {
-      double before = 0, after = 0;
-      for (int y = 40; y < 260; ++y) {
-        for (int x = 40; x < 360; ++x) {
-          const uint8_t* const row = BufferRow(slot_, y);
-          const int at = x * channels + channel;
-          const double level = isWide ? reinterpret_cast<const uint16_t*>(row)[at] / 128.0 : row[at];
-          before += std::pow(Level(x, y) - Gradient(x, y), 2);
-          after += std::pow(level - Gradient(x, y), 2);
-        }
-      }
-      EXPECT_LT(after, before / 15) << bytesPerPixel << " bytes, channel " << channel;
-    }
-    ReleaseBuffer(slot_);
-  }
-  slot_ = 0;
 }
 
 TEST_F(RemovalRunTest, ProgressTellsTheStepsOfBothPasses) {
@@ -209,6 +185,14 @@ TEST_F(RemovalRunTest, TheDialogsValuesAreUsedAndStoredOnlyAfterOk) {
   context.openDialog = [](void* user, int32_t, FilterParameters* parameters) {
     EXPECT_EQ(512, ShapeOf(parameters->gray16Slot).width);
     EXPECT_EQ(1, ShapeOf(parameters->gray8Slot).bytesPerPixel);
+    int32_t raw = 0, enhanced = 0;  // the display copy is of the spectrum before its peaks are enhanced
+    for (int32_t y = 0; y < 512; ++y) {
+      const uint8_t* const display = BufferRow(parameters->gray8Slot, y);
+      raw += static_cast<int32_t>(std::count(display, display + 512, 0));
+      const auto* const row = reinterpret_cast<const uint16_t*>(BufferRow(parameters->gray16Slot, y));
+      enhanced += static_cast<int32_t>(std::count(row, row + 512, 0));
+    }
+    EXPECT_TRUE(raw < 100 && enhanced > 100000) << raw << " " << enhanced;
     *parameters = {37.9f, 2.5f, 16.0f};
     return *static_cast<int32_t*>(user);
   };
@@ -252,11 +236,13 @@ TEST_F(RemovalRunTest, SenselessValuesNeverReachTheMask) {
 
 TEST_F(RemovalRunTest, WithoutMemoryTheSourceStaysAsItWas) {
   MakePatternedImage(400, 300, 3);
+  RunDoor context;  // behind a dialog all memory is taken anew
+  context.openDialog = [](void*, int32_t, FilterParameters*) { return 0; };
   int failing = 0;
   int32_t result = kOutOfMemory;
   for (; failing < 200 && result == kOutOfMemory; ++failing) {
     FailAllocationAfter(failing);
-    result = Run();
+    result = Run(context, false);
     ClearAllocationFailure();
     if (result == kOutOfMemory) {
       ASSERT_EQ(original_, Pixels()) << "failing allocation " << failing;

@@ -1,0 +1,147 @@
+#include "removal/steps.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "image/pixel_kind.h"
+#include "tests/support/picture_files.h"
+
+namespace tessaline {
+namespace {
+
+template <typename Sample>
+struct FormatCase {
+  SampleFormat format;
+  std::vector<Sample> samples;
+  std::vector<float> levels;               // of the samples
+  std::vector<float> results;              // levels, too
+  std::vector<Sample> truncated, nearest;  // what is stored of them
+};
+
+// Every third sample of two rows, from right to left and from the bottom up.
+template <typename Sample>
+void ExpectLevels(const FormatCase<Sample>& expected) {
+  const size_t width = expected.samples.size();
+  std::vector<Sample> memory(2 * 3 * width, Sample{9});
+  const auto at = [&](size_t x, size_t y) -> Sample& {
+    return memory[(1 - y) * 3 * width + 3 * (width - 1 - x)];
+  };
+  const auto pixelBytes = static_cast<ptrdiff_t>(3 * sizeof(Sample));
+  const PictureView picture = {
+      static_cast<int32_t>(width),
+      2,
+      expected.format,
+      1,
+      {{reinterpret_cast<uint8_t*>(&at(0, 0)), -pixelBytes, -pixelBytes * static_cast<ptrdiff_t>(width)}}};
+  std::vector<float> levels(2 * width);
+  for (size_t x = 0; x < width; ++x) at(x, 1) = expected.samples[x];
+  double sum = LoadLevels(picture, 0, 1, levels.data());
+  for (size_t x = 0; x < width; ++x) {
+    EXPECT_FLOAT_EQ(expected.levels[x], levels[2 * x]);
+    sum -= levels[2 * x];
+    levels[2 * x] = expected.results[x];
+  }
+  EXPECT_NEAR(0, sum, 1e-3);
+  for (const Rounding rounding : {Rounding::kTruncate, Rounding::kNearest}) {
+    StoreLevels(picture, 0, 1, rounding, levels.data());
+    std::vector<Sample> stored;
+    for (size_t x = 0; x < width; ++x) stored.push_back(at(x, 1));
+    EXPECT_EQ(rounding == Rounding::kNearest ? expected.nearest : expected.truncated, stored);
+  }
+  for (size_t x = 0; x < width; ++x) at(x, 1) = 9;
+  EXPECT_EQ(std::vector<Sample>(memory.size(), Sample{9}), memory) << "others were written";
+}
+
+TEST(Pictures, AreReadAndWrittenInEveryFormatAtAnyStride) {
+  ExpectLevels<uint8_t>({SampleFormat::kByte,
+                         {0, 1, 2, 254, 255},
+                         {0, 128.50197f, 257.00394f, 32639.5f, 32768},
+                         {192.5f, 193.5f, -5, 4e4f, NAN},
+                         {1, 1, 0, 255, 0},
+                         {1, 2, 0, 255, 0}});
+  ExpectLevels<uint16_t>({SampleFormat::kHost16,
+                          {0, 1, 9, 32768, 65535},
+                          {0, 1, 9, 32768, 65535},
+                          {7.25f, 7.5f, -5, 4e4f, 32767.75f},
+                          {7, 7, 0, 32768, 32767},
+                          {7, 8, 0, 32768, 32768}});
+  ExpectLevels<uint16_t>({SampleFormat::kFull16,
+                          {0, 1, 2, 32768, 65535},
+                          {0, 0.50000763f, 1.0000153f, 16384.25f, 32768},
+                          {0.7f, 0.8f, -5, 4e4f, 32768},
+                          {1, 1, 0, 65535, 65535},
+                          {1, 2, 0, 65535, 65535}});
+  const std::vector<float> levels = {0, 32768, -8192, 49152, 3};
+  const std::vector<float> samples = {0, 1, -0.25f, 1.5f, 3 / 32768.0f};
+  ExpectLevels<float>({SampleFormat::kFloat, samples, levels, levels, samples, samples});
+}
+
+Image Noise(int32_t width, int32_t height) {
+  Image image;
+  EXPECT_TRUE(image.Create(width, height, kRgb8));
+  std::mt19937 random(static_cast<uint32_t>(width));
+  for (int32_t i = 0; i < width * height * kRgb8; ++i) image.view().data[i] = static_cast<uint8_t>(random());
+  return image;
+}
+
+TEST(AddSpectrum, SumsPicturesOfOneTransformSize) {
+  Image first = Noise(40, 70), second = Noise(300, 20), wide = Noise(775, 1), complex;
+  ASSERT_TRUE(complex.Create(8, 8, kGrayComplex));
+  Workspace workspace;
+  Analysis both, one, other;
+  const auto add = [&](Image& image, Analysis* analysis) {
+    return AddSpectrum(PictureOf(image.view()), workspace, {}, analysis);
+  };
+  ASSERT_EQ(kSuccess, add(first, &both) + add(second, &both) + add(first, &one) + add(second, &other));
+  double worst = 0;
+  for (int32_t i = 0; i < kSpectrumCells * kSpectrumCells; ++i) {
+    const auto sum = [i](Analysis& analysis) { return analysis.sums.view().Row<double>(0)[i]; };
+    worst = std::max(worst, std::abs(sum(one) + sum(other) - sum(both)) / sum(both));
+  }
+  EXPECT_LT(worst, 1e-12);
+  EXPECT_EQ(kUnequalSizes, add(wide, &both));
+  EXPECT_EQ(kUnknownPixelKind, add(complex, &both));
+}
+
+TEST(Apply, LeavesAPictureUntouchedOrFinishesItWhateverItsFormat) {
+  const Picture input = ReadPicture("lines-grey8/input.png");
+  Image image = ImageOf(input);
+  const PictureView view = PictureOf(image.view());
+  // The same levels as floats.
+  std::vector<float> floats(input.samples.size());
+  for (size_t i = 0; i < floats.size(); ++i) floats[i] = input.samples[i] * kByteToHost / kHostMax;
+  const auto rowBytes = static_cast<ptrdiff_t>(sizeof(float)) * input.width;
+  const PictureView floatView = {input.width,
+                                 input.height,
+                                 SampleFormat::kFloat,
+                                 1,
+                                 {{reinterpret_cast<uint8_t*>(floats.data()), sizeof(float), rowBytes}}};
+  Mask mask;
+  ASSERT_TRUE(mask.cells.Create(kSpectrumCells, kSpectrumCells, kGray8));
+  mask.cells.view().Row(256)[300] = mask.cells.view().Row(256)[212] = 255;
+
+  double stopFrom = 0.0;
+  const Progress progress = {[](void* user, double part) { return part >= *static_cast<double*>(user); },
+                             &stopFrom};
+  const auto apply = [&](const PictureView& from, const PictureView& to) {
+    Workspace workspace;
+    return Apply(from, to, mask, workspace, {}, progress);
+  };
+  EXPECT_EQ(kUserCancelled, apply(view, view));
+  stopFrom = 1e-9;  // too late
+  EXPECT_EQ(kUnequalSizes, apply(view, floatView));
+  ASSERT_EQ(input.samples, SamplesOf(image.view()).samples);
+  ASSERT_EQ(kSuccess, apply(view, view));
+  stopFrom = 2.0;  // never
+  ASSERT_EQ(kSuccess, apply(floatView, floatView));
+  const Picture cleaned = SamplesOf(image.view());
+  EXPECT_NE(input.samples, cleaned.samples);
+  for (size_t i = 0; i < floats.size(); ++i)
+    ASSERT_EQ(cleaned.samples[i], StoreByte(floats[i] * kHostMax * kHostToByte)) << i;
+}
+
+}  // namespace
+}  // namespace tessaline
