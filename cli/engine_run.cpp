@@ -48,12 +48,21 @@ void Demand(int32_t result, const std::string& name) {
   }
 }
 
-int32_t FrozenFindings(const SeedMap& seeds, Findings* findings) {
+int32_t FrozenFindings(const KeptDecision& decision, Findings* findings) {
+  const SeedMap& seeds = decision.seeds;
   *findings = {};
+  findings->peaks = decision.peaks;
   if (!findings->seeds.Create(kSpectrumCells, kSpectrumCells, 1)) return kOutOfMemory;
   std::copy(seeds.begin(), seeds.end(), findings->seeds.view().data);
   findings->seedCells = static_cast<int32_t>(std::count(seeds.begin(), seeds.end(), uint8_t{255}));
   return kSuccess;
+}
+
+// Of a picture whose samples stay as they are. Where nothing was found the gate is closed.
+int32_t DrawGateOnly(const PictureView& picture, const Findings& findings, Workspace& workspace,
+                     const RestorationSettings& settings, Image* gate) {
+  if (findings.seedCells > 0) return MeasureGate(picture, findings, workspace, settings, gate);
+  return gate->Create(picture.width, picture.height, 1) ? kSuccess : kOutOfMemory;
 }
 
 }  // namespace
@@ -61,15 +70,15 @@ int32_t FrozenFindings(const SeedMap& seeds, Findings* findings) {
 EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const EngineWishes& wishes,
                         const EngineProgress& progress, const std::string& name) {
   // Looking costs about as much as removing.
-  const double looked = wishes.frozenSeeds != nullptr ? 0.0 : 0.5;
-  const bool isFrozen = wishes.frozenSeeds != nullptr;
+  const bool isFrozen = wishes.frozen != nullptr;
+  const double looked = isFrozen ? 0.0 : 0.5;
   EngineOutcome outcome;
   outcome.transformSize = TransformSizeFor(picture);
   StepClock clock;
   Analysis analysis;
   Findings findings;
   if (isFrozen) {
-    Demand(FrozenFindings(*wishes.frozenSeeds, &findings), name);
+    Demand(FrozenFindings(*wishes.frozen, &findings), name);
   } else {
     Told looking{progress, "looking", 0.0, looked};
     Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis), name);
@@ -98,15 +107,23 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
     outcome.spectrumPicture = DrawSpectrum(analysis, findings, mask, wishes.settings.protectionRadius);
     outcome.maskPicture = CellsOf(mask.cells);
   }
-  outcome.peaks = std::move(findings.peaks);
+  if (!isFrozen) outcome.peaks = findings.peaks;
   outcome.samplesChanged = outcome.patternFound && !wishes.onlyLook;
+  Image* const gate = wishes.drawsGate ? &outcome.gatePicture : nullptr;
+  if (gate != nullptr && !outcome.samplesChanged) {
+    Demand(DrawGateOnly(picture, findings, workspace, wishes.restoration, gate), name);
+  }
   if (!outcome.samplesChanged) return outcome;
 
   clock.Lap();
   ApplyOptions options;
   options.chain = analysis.chain;
   Told removing{progress, "removing", looked, 1.0};
-  Demand(Apply(picture, picture, mask, workspace, options, removing.progressOfStep()), name);
+  const Progress progressOfStep = removing.progressOfStep();
+  Demand(wishes.settings.isAutomatic ? Restore(picture, picture, findings, mask, workspace, options,
+                                               wishes.restoration, progressOfStep, gate)
+                                     : Apply(picture, picture, mask, workspace, options, progressOfStep),
+         name);
   outcome.seconds.apply = clock.Lap();
   return outcome;
 }

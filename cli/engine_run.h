@@ -10,16 +10,19 @@
 #include "cli/film_decision.h"
 #include "removal/notches.h"
 #include "removal/steps.h"
+#include "restoration/restoration.h"
 
 namespace tessaline::cli {
 
 struct EngineWishes {
   Settings settings;
-  const SeedMap* frozenSeeds = nullptr;  // a decision made before, in place of looking; null: look
+  RestorationSettings restoration;       // of an automatic run
+  const KeptDecision* frozen = nullptr;  // a decision made before, in place of looking; null: look
   FilmDecision* gathersInto = nullptr;   // looks for a decision to be made later; finds nothing itself
   bool onlyLook = false;                 // the samples stay as they are, whatever is found
   bool drawsSpectrum = false;            // fill the picture fields below; not with a frozen decision
   bool collectsNotches = true;           // likewise
+  bool drawsGate = false;                // of an automatic run
   bool collectsSeeds = false;
 };
 
@@ -56,6 +59,7 @@ struct EngineOutcome {
   SeedMap seeds;
   std::vector<uint8_t> spectrumPicture;  // RGB in rows of 512 (see DrawSpectrum)
   std::vector<uint8_t> maskPicture;      // 512 x 512 grey
+  Image gatePicture;  // the picture's size, grey: 255 where the pattern is taken out, 0 where nothing is
   StepSeconds seconds;
 };
 

@@ -22,7 +22,7 @@ int32_t FilmDecision::Add(const Analysis& analysis) {
   return result;
 }
 
-int32_t FilmDecision::Make(SeedMap* seeds) {
+int32_t FilmDecision::Make(KeptDecision* decision) {
   Analysis mean;
   Findings findings;
   Settings settings = settings_;
@@ -35,7 +35,7 @@ int32_t FilmDecision::Make(SeedMap* seeds) {
     settings.acceptance = AcceptanceOfThreshold(static_cast<float>(threshold));
   }
   result = Decide(mean, settings, &findings, &licensed_);
-  if (result == kSuccess) *seeds = CellsOf(findings.seeds);
+  if (result == kSuccess) *decision = {CellsOf(findings.seeds), std::move(findings.peaks)};
   return result;
 }
 

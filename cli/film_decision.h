@@ -20,6 +20,12 @@ inline std::vector<uint8_t> CellsOf(const Image& grid) {
   return {cells, cells + size_t{kSpectrumCells} * kSpectrumCells};
 }
 
+// What was decided before, for pictures that are not looked at.
+struct KeptDecision {
+  SeedMap seeds;
+  std::vector<SpectrumPeak> peaks;  // automatic: by whose licences each picture's gate is measured
+};
+
 class FilmDecision {
  public:
   explicit FilmDecision(const Settings& settings) : settings_(settings) {}
@@ -30,7 +36,7 @@ class FilmDecision {
   int32_t Add(const Analysis& analysis);
   // The decision of all frames added, point-symmetric; empty cells throughout where nothing is found. Returns
   // 0 or kOutOfMemory.
-  int32_t Make(SeedMap* seeds);
+  int32_t Make(KeptDecision* decision);
 
  private:
   Settings settings_;

@@ -43,8 +43,10 @@ ExitStatus Run(const PictureCommand& command) {
   request.input = command.pictures[0].input;
   request.output = command.pictures[0].output;
   request.settings = command.settings;
+  request.restoration = command.restoration;
   request.spectrumFile = command.spectrumFile;
   request.maskFile = command.maskFile;
+  request.gateFile = command.gateFile;
   request.reportFile = command.reportFile;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;

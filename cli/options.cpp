@@ -87,8 +87,8 @@ NumberOption FromRange(const char* name, const char* unit, const SettingRange& r
 
 // The options that pictures and streams share.
 struct SharedTexts {
-  std::string acceptance, sensitivity, notchRadius, protectionRadius, threads, report;
-  bool progress = false, quiet = false, overwrite = false;
+  std::string acceptance, sensitivity, polish, notchRadius, protectionRadius, threads, report;
+  bool everywhere = false, progress = false, quiet = false, overwrite = false;
 };
 
 std::string Describe(const char* what, const SettingRange& range, const char* unit) {
@@ -112,6 +112,13 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
               "With -a auto: higher takes fainter patterns, " + Plain(kSensitivityRange.minimum) + ".." +
                   Plain(kSensitivityRange.maximum) + " (default " + Plain(kSensitivityRange.standard) + ")",
               "S");
+  app.add_flag("--everywhere", texts.everywhere,
+               "With -a auto: take the pattern out of the whole picture, also where it is not seen");
+  AddLastWins(app, "--polish", texts.polish,
+              "With -a auto: how much of what the notches leave is smoothed, " + Plain(kPolishRange.minimum) +
+                  ".." + Plain(kPolishRange.maximum) + " (default " + Plain(kPolishRange.standard) +
+                  "; 0 nothing)",
+              "P");
   AddLastWins(app, "-n,--notch-radius", texts.notchRadius,
               Describe("Radius of what is taken out round each peak", kNotchRadiusRange, "spectrum cells"),
               "CELLS");
@@ -153,6 +160,20 @@ Settings ReadSettings(const SharedTexts& texts, const char* usage) {
   read(texts.protectionRadius, FromRange("--protection-radius", "pixels", kProtectionRadiusRange),
        settings.protectionRadius);
   return settings;
+}
+
+RestorationSettings ReadRestoration(const SharedTexts& texts, bool isAutomatic, const char* usage) {
+  RestorationSettings restoration;
+  if (!isAutomatic && texts.everywhere) throw WrongUsage("--everywhere belongs to --acceptance auto", usage);
+  if (!isAutomatic && !texts.polish.empty()) {
+    throw WrongUsage("--polish belongs to --acceptance auto", usage);
+  }
+  restoration.everywhere = texts.everywhere;
+  if (!texts.polish.empty()) {
+    restoration.polish =
+        static_cast<float>(Checked(FromRange("--polish", "", kPolishRange), texts.polish, usage));
+  }
+  return restoration;
 }
 
 Talk ReadTalk(const SharedTexts& texts) {
@@ -289,6 +310,7 @@ void RefuseSameFileTwice(const PictureCommand& command) {
   }
   add(command.spectrumFile, "--spectrum");
   add(command.maskFile, "--mask");
+  add(command.gateFile, "--gate");
   add(command.reportFile, "--report");
 }
 
@@ -319,6 +341,8 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
       "FILE");
   AddLastWins(app, "--mask", command.maskFile, "Write the notch mask, white where taken out (8-bit grey PNG)",
               "FILE");
+  AddLastWins(app, "--gate", command.gateFile,
+              "With -a auto: write where the pattern was found, white there (8-bit grey PNG)", "FILE");
   app.add_flag("--dry-run", command.dryRun, "Look and report, write no picture (OUTPUT may be left out)");
   AddLastWins(app, "--output-dir", outputFolder, "Put every picture into this folder under its own name",
               "FOLDER");
@@ -330,6 +354,10 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
 
   command.settings = ReadSettings(shared, kPictureUsage);
   command.threads = ReadThreads(shared, kPictureUsage);
+  command.restoration = ReadRestoration(shared, command.settings.isAutomatic, kPictureUsage);
+  if (!command.gateFile.empty() && !command.settings.isAutomatic) {
+    throw WrongUsage("--gate belongs to --acceptance auto", kPictureUsage);
+  }
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
   command.talk = ReadTalk(shared);
@@ -341,11 +369,13 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   }
   command.pictures = PairFiles(arguments, outputFolder, command.dryRun);
   command.isBatch = !outputFolder.empty() && command.pictures.size() > 1;
-  if (command.isBatch && !(command.spectrumFile.empty() && command.maskFile.empty())) {
-    throw WrongUsage("--spectrum and --mask take one picture at a time", kPictureUsage);
+  if (command.isBatch &&
+      !(command.spectrumFile.empty() && command.maskFile.empty() && command.gateFile.empty())) {
+    throw WrongUsage("--spectrum, --mask and --gate take one picture at a time", kPictureUsage);
   }
   RefuseOtherThanPng(command.spectrumFile, "--spectrum");
   RefuseOtherThanPng(command.maskFile, "--mask");
+  RefuseOtherThanPng(command.gateFile, "--gate");
   RefuseSameFileTwice(command);
   return command;
 }
@@ -431,6 +461,7 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   if (command.isFrozen && freeze != kFreezeFirstFound) command.frozenFrame = frame("--freeze", freeze);
   command.settings = ReadSettings(shared, kStreamUsage);
   command.threads = ReadThreads(shared, kStreamUsage);
+  command.restoration = ReadRestoration(shared, command.settings.isAutomatic, kStreamUsage);
   command.reportFile = shared.report;
   command.overwrite = shared.overwrite;
   command.talk = ReadTalk(shared);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "removal/settings.h"
+#include "restoration/restoration.h"
 
 namespace tessaline::cli {
 
@@ -25,9 +26,11 @@ struct PictureCommand {
   std::vector<Files> pictures;  // at least one; output names differ
   bool isBatch = false;         // several pictures, or a folder to put them in
   Settings settings;
-  std::string spectrumFile;  // empty: not wanted; only with one picture
-  std::string maskFile;      // likewise
-  std::string reportFile;    // "-" is stdout
+  RestorationSettings restoration;  // of an automatic run
+  std::string spectrumFile;         // empty: not wanted; only with one picture
+  std::string maskFile;             // likewise
+  std::string gateFile;             // likewise
+  std::string reportFile;           // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
   int jobs = 1;
@@ -61,7 +64,8 @@ struct StreamCommand {
   bool isFrozen = false;
   std::optional<int64_t> frozenFrame;  // absent: gathered over the first frames in which something is found
   Settings settings;
-  int threads = 0;  // 0: all processors that this process may use
+  int threads = 0;                  // 0: all processors that this process may use
+  RestorationSettings restoration;  // of an automatic run
   std::string reportFile;
   bool overwrite = false;
   Talk talk;

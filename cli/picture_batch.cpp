@@ -55,6 +55,7 @@ PictureRequest RequestFor(const PictureCommand& command, size_t index) {
   request.output = command.pictures[index].output;
   request.settings = command.settings;
   request.threads = ThreadsFor(command);
+  request.restoration = command.restoration;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;

@@ -94,12 +94,14 @@ struct Outputs {
   std::unique_ptr<OutputFile> picture;
   std::vector<std::unique_ptr<OutputFile>> spectra;  // by page
   std::vector<std::unique_ptr<OutputFile>> masks;
+  std::vector<std::unique_ptr<OutputFile>> gates;
   std::unique_ptr<OutputFile> report;
 
   void Commit() {
     // The picture last: who sees it finds the others.
     for (const auto& file : spectra) file->Commit();
     for (const auto& file : masks) file->Commit();
+    for (const auto& file : gates) file->Commit();
     if (report) report->Commit();
     if (picture) picture->Commit();
   }
@@ -120,6 +122,7 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
     if (!request.spectrumFile.empty())
       outputs.spectra.push_back(open(NameForPage(request.spectrumFile, page)));
     if (!request.maskFile.empty()) outputs.masks.push_back(open(NameForPage(request.maskFile, page)));
+    if (!request.gateFile.empty()) outputs.gates.push_back(open(NameForPage(request.gateFile, page)));
   }
   if (!request.reportFile.empty() && request.reportFile != "-") outputs.report = open(request.reportFile);
   return outputs;
@@ -211,6 +214,9 @@ class PictureRun {
     wishes.settings = request_.settings;
     wishes.onlyLook = request_.dryRun;
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
+    wishes.restoration = request_.restoration;
+    if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
+    wishes.drawsGate = !request_.gateFile.empty();
     show(0, "looking");
     EngineOutcome outcome = RunEngine(samples_.picture(), engine_.workspace(), wishes, show, request_.input);
     const auto index = static_cast<size_t>(page);
@@ -222,6 +228,11 @@ class PictureRun {
       WritePlainPng(outcome.maskPicture.data(), kSpectrumCells, kSpectrumCells, 1,
                     outputs_.masks[index].get());
     }
+    if (!outputs_.gates.empty()) {
+      const ImageView gate = outcome.gatePicture.view();
+      WritePlainPng(gate.data, gate.width, gate.height, 1, outputs_.gates[index].get());
+    }
+    outcome.gatePicture.Release();
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
     if (store_) StorePage(!outcome.samplesChanged);
@@ -342,7 +353,7 @@ class PictureRun {
         {"bitsPerSample", kind.bits},
         {"extraChannels", kind.extras},
         {"pixelsPerInch", resolution ? Json{resolution->horizontal, resolution->vertical} : Json(nullptr)},
-        {"parameters", DescribeSettings(request_.settings)},
+        {"parameters", DescribeSettings(request_.settings, request_.restoration)},
         {"pages", pages},
         {"seconds", {{"read", readSeconds_}, {"write", writeSeconds_}, {"total", SecondsSince(begun_)}}},
         {"peakMemoryBytes", PeakMemoryBytes()},

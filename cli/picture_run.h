@@ -14,8 +14,10 @@ struct PictureRequest {
   std::string input;
   std::string output;  // may be empty in a dry run
   Settings settings;
+  RestorationSettings restoration;
   std::string spectrumFile;  // empty: not wanted. Further pages get "-2", "-3", ... before the extension
   std::string maskFile;
+  std::string gateFile;
   std::string reportFile;  // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;

@@ -62,13 +62,17 @@ Json DescribeNotch(const Notch& notch, bool hasThreshold, const std::optional<Re
 
 }  // namespace
 
-Json DescribeSettings(const Settings& settings) {
+Json DescribeSettings(const Settings& settings, const RestorationSettings& restoration) {
   Json parameters = {
       {"acceptance", settings.isAutomatic ? Json("auto") : Json(AsWritten(settings.acceptance))},
       {"notchRadius", AsWritten(settings.notchRadius)},
       {"protectionRadius", AsWritten(settings.protectionRadius)},
   };
-  if (settings.isAutomatic) parameters["sensitivity"] = settings.sensitivity;
+  if (settings.isAutomatic) {
+    parameters["sensitivity"] = settings.sensitivity;
+    parameters["everywhere"] = restoration.everywhere;
+    parameters["polish"] = AsWritten(restoration.polish);
+  }
   return parameters;
 }
 

@@ -14,7 +14,7 @@ namespace tessaline::cli {
 
 using Json = nlohmann::ordered_json;
 
-Json DescribeSettings(const Settings& settings);
+Json DescribeSettings(const Settings& settings, const RestorationSettings& restoration);
 
 // What one run found; lines per inch where the resolution is known.
 Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& resolution);

@@ -205,16 +205,17 @@ class StreamRun {
   // next ones gather anew.
   void DecideTogether() {
     if (waiting_.empty()) return;
-    SeedMap seeds;
-    if (decision_.Make(&seeds) != kSuccess) throw NoMemoryToDecide();
-    const bool isFound = std::any_of(seeds.begin(), seeds.end(), [](uint8_t seed) { return seed != 0; });
-    if (isFound) Keep(std::move(seeds), waiting_.front().number, waiting_.size());
+    KeptDecision made;
+    if (decision_.Make(&made) != kSuccess) throw NoMemoryToDecide();
+    const bool isFound =
+        std::any_of(made.seeds.begin(), made.seeds.end(), [](uint8_t seed) { return seed != 0; });
+    if (isFound) Keep(std::move(made), waiting_.front().number, waiting_.size());
     const int64_t next = frameNumber_;
-    const std::vector<WaitingFrame> frames = std::exchange(waiting_, {});
-    for (const WaitingFrame& waiting : frames) {
+    std::vector<WaitingFrame> frames = std::exchange(waiting_, {});
+    for (WaitingFrame& waiting : frames) {
       frameNumber_ = waiting.number;
       frame_ = waiting.bytes;
-      FinishFrame(isFound ? CleanFrame() : waiting.outcome);
+      FinishFrame(isFound ? CleanFrame() : std::move(waiting.outcome));
     }
     frameNumber_ = next;
   }
@@ -231,6 +232,7 @@ class StreamRun {
       samples_.TakeRow(y, frame_.data() + static_cast<size_t>(y) * rowBytes);
     }
     wishes.settings = command_.settings;
+    wishes.restoration = command_.restoration;
     const auto show = [&](double fraction, const char* doing) { Show(fraction, doing); };
     return RunEngine(samples_.picture(), engine_.workspace(), wishes, show, name);
   }
@@ -241,11 +243,12 @@ class StreamRun {
     wishes.onlyLook = true;
     wishes.collectsNotches = false;
     wishes.collectsSeeds = true;
-    Keep(RunOnFrame(wishes).seeds, frameNumber_, 1);
+    EngineOutcome outcome = RunOnFrame(wishes);
+    Keep({std::move(outcome.seeds), std::move(outcome.peaks)}, frameNumber_, 1);
   }
 
-  void Keep(SeedMap seeds, int64_t firstFrame, size_t frames) {
-    frozenSeeds_ = std::move(seeds);
+  void Keep(KeptDecision decision, int64_t firstFrame, size_t frames) {
+    kept_ = std::move(decision);
     decidingFrame_ = firstFrame;
     decidingFrames_ = static_cast<int64_t>(frames);
     isDecided_ = true;
@@ -273,7 +276,7 @@ class StreamRun {
     const size_t rowBytes = kind_.RowBytes();
     EngineWishes wishes;
     wishes.collectsNotches = !command_.reportFile.empty();
-    if (isDecided_) wishes.frozenSeeds = &frozenSeeds_;
+    if (isDecided_) wishes.frozen = &kept_;
     EngineOutcome outcome = RunOnFrame(wishes);
     if (outcome.samplesChanged) {  // otherwise the frame goes out as it came in
       for (int32_t y = 0; y < kind_.height; ++y) {
@@ -360,7 +363,7 @@ class StreamRun {
         {"width", command_.width},
         {"height", command_.height},
         {"pixelFormat", command_.pixels.name},
-        {"parameters", DescribeSettings(command_.settings)},
+        {"parameters", DescribeSettings(command_.settings, command_.restoration)},
         {"frozenFrame", isDecided_ ? Json(decidingFrame_) : Json(nullptr)},
         {"frozenFrames", decidingFrames_},
         {"frames", frameReports_},
@@ -386,10 +389,10 @@ class StreamRun {
   Engine engine_{command_.threads};
   int64_t frameNumber_ = 0;
   int64_t framesWithPattern_ = 0;
-  bool isDecided_ = false;  // frozen: the map below serves every frame from now on
+  bool isDecided_ = false;  // frozen: the decision below serves every frame from now on
   int64_t decidingFrame_ = 0;
   int64_t decidingFrames_ = 0;  // that many from there on decided together; 0: none has
-  SeedMap frozenSeeds_;
+  KeptDecision kept_;
   FilmDecision decision_;  // being gathered
   std::vector<WaitingFrame> waiting_;
   Json frameReports_ = Json::array();

@@ -496,6 +496,10 @@ const char* VerdictWords(const SpectrumPeak& peak) {
   return kWords[static_cast<size_t>(peak.verdict)];
 }
 
+bool IsNearAxis(int32_t dx, int32_t dy) {
+  return NearestAxis(dx, dy) != Axis::kNone;
+}
+
 bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b) {
   return IsWithin(a, b, 2);
 }

@@ -26,6 +26,13 @@ enum class PeakVerdict : int32_t {
   kNoLicence,    // would have been used, but no peak of the picture has a licence
 };
 
+// How far a peak is spread.
+enum class PeakScale : int32_t {
+  kFine,  // over a few cells: the page is flat
+  kNear,  // smeared over tens of cells, as a warped or curled page does
+  kFar,   // more so
+};
+
 // One peak of the upper half of the spectrum; its partner at (-dx, -dy) belongs to it.
 struct SpectrumPeak {
   int32_t dx, dy;  // cells from the zero frequency; dy <= 0
@@ -37,6 +44,7 @@ struct SpectrumPeak {
   bool isGrid;        // a product of two axis-parallel repeats (windows, tiles): never licensed
   bool isLicensed;
   PeakVerdict verdict;
+  PeakScale scale = PeakScale::kFine;
 };
 
 // Makes the seed map (512 x 512 bytes, 255 pattern, 0 keep) from the log spectrum before (`rawGray16`)
@@ -60,6 +68,10 @@ int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstIma
 // The verdict in a word or two, as reports and interfaces say it: "used", "text lines", "blocks", "windows"
 // (a grid that is left out, whatever for), "skirt", "not isolated", "no licence".
 const char* VerdictWords(const SpectrumPeak& peak);
+
+// Whether a place lies within 3.4 degrees of an axis, or 3 cells: there the picture's edges and lines of text
+// have their spectrum too.
+bool IsNearAxis(int32_t dx, int32_t dy);
 
 // Whether two peaks are the same repeat, as near as two pictures tell: at most 2 cells apart.
 bool IsSamePeak(const SpectrumPeak& a, const SpectrumPeak& b);

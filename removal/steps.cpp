@@ -24,15 +24,6 @@ constexpr SizeThreshold kSizeThresholds[] = {
 };
 constexpr int32_t kSmallestTransform = 1024;
 
-bool IsUsable(const PictureView& picture) {
-  return picture.width >= 1 && picture.height >= 1 && picture.width <= kLargestSide &&
-         picture.height <= kLargestSide && picture.channels >= 1 && picture.channels <= kMostChannels;
-}
-
-bool HasSameShape(const PictureView& a, const PictureView& b) {
-  return a.width == b.width && a.height == b.height && a.format == b.format && a.channels == b.channels;
-}
-
 int32_t CountSeeds(const ConstImageView& seeds) {
   int32_t cells = 0;
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
@@ -43,6 +34,15 @@ int32_t CountSeeds(const ConstImageView& seeds) {
 }
 
 }  // namespace
+
+bool IsUsable(const PictureView& picture) {
+  return picture.width >= 1 && picture.height >= 1 && picture.width <= kLargestSide &&
+         picture.height <= kLargestSide && picture.channels >= 1 && picture.channels <= kMostChannels;
+}
+
+bool HasSameShape(const PictureView& a, const PictureView& b) {
+  return a.width == b.width && a.height == b.height && a.format == b.format && a.channels == b.channels;
+}
 
 int32_t TransformSizeFor(int32_t side) {
   for (const SizeThreshold& threshold : kSizeThresholds) {
@@ -180,10 +180,34 @@ int32_t Shape(const Findings& findings, const Settings& wanted, Mask* mask) {
   return ShapeNotches(mask->cells.view(), settings.protectionRadius, settings.notchRadius);
 }
 
+namespace {
+
+class StoredRows final : public FilteredRows {
+ public:
+  StoredRows(const PictureView& picture, Rounding rounding) : picture_(picture), rounding_(rounding) {}
+  void Take(int32_t channel, int32_t y, const float* levels) override {
+    StoreLevels(picture_, channel, y, rounding_, levels);
+  }
+
+ private:
+  const PictureView& picture_;
+  Rounding rounding_;
+};
+
+}  // namespace
+
 int32_t Apply(const PictureView& from, const PictureView& to, const Mask& mask, Workspace& workspace,
               const ApplyOptions& options, const Progress& progress) {
   if (!IsUsable(from)) return kUnknownPixelKind;
-  if (!HasSameShape(from, to) || !IsSpectrumGrid(mask.cells.view(), kGray8)) return kUnequalSizes;
+  if (!HasSameShape(from, to)) return kUnequalSizes;
+  StoredRows rows(to, options.rounding);
+  return Filter(from, mask, workspace, options, progress, rows);
+}
+
+int32_t Filter(const PictureView& from, const Mask& mask, Workspace& workspace, const ApplyOptions& options,
+               const Progress& progress, FilteredRows& rows) {
+  if (!IsUsable(from)) return kUnknownPixelKind;
+  if (!IsSpectrumGrid(mask.cells.view(), kGray8)) return kUnequalSizes;
   if (!workspace.Prepare(TransformSizeFor(from))) return kOutOfMemory;
   if (progress.Advance(0.0, 1.0)) return kUserCancelled;
   workspace.filter_.Begin(mask.cells.view());
@@ -197,7 +221,7 @@ int32_t Apply(const PictureView& from, const PictureView& to, const Mask& mask, 
                                 workspace.parallel_, part);
     chain.LeaveResult(workspace.transform_, workspace.filter_, from.width, workspace.scratch_.get());
     ForEachRow(workspace.parallel_, from.height,
-               [&](int32_t y) { StoreLevels(to, channel, y, options.rounding, workspace.plane_.Row(y)); });
+               [&](int32_t y) { rows.Take(channel, y, workspace.plane_.Row(y)); });
   }
   return kSuccess;
 }

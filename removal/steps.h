@@ -37,6 +37,10 @@ inline int32_t TransformSizeFor(const PictureView& picture) {
   return TransformSizeFor(picture.width > picture.height ? picture.width : picture.height);
 }
 
+// Whether the steps take such a picture: 1 .. kLargestSide pixels both ways, 1 .. kMostChannels channels.
+bool IsUsable(const PictureView& picture);
+bool HasSameShape(const PictureView& a, const PictureView& b);
+
 // The memory and the threads that steps work with. Kept from call to call it saves taking the memory anew; it
 // holds no results.
 class Workspace {
@@ -52,8 +56,8 @@ class Workspace {
 
  private:
   friend int32_t AddSpectrum(const PictureView&, Workspace&, const Progress&, struct Analysis*);
-  friend int32_t Apply(const PictureView&, const PictureView&, const struct Mask&, Workspace&,
-                       const struct ApplyOptions&, const Progress&);
+  friend int32_t Filter(const PictureView&, const struct Mask&, Workspace&, const struct ApplyOptions&,
+                        const Progress&, class FilteredRows&);
 
   // One channel as a plane with its padding; returns the rows that are constant.
   ConstantRows LoadPlane(const PictureView& picture, int32_t channel, double remainder, float* mean);
@@ -127,5 +131,19 @@ struct ApplyOptions {
 // then: a picture is either untouched or finished. What `progress` returns later is not taken.
 int32_t Apply(const PictureView& from, const PictureView& to, const Mask& mask, Workspace& workspace,
               const ApplyOptions& options, const Progress& progress);
+
+// Who takes the filtered channels while they are still floating point.
+class FilteredRows {
+ public:
+  virtual ~FilteredRows() = default;
+  // Row y of a channel, on the scale 0 .. 32768, unclamped: sample x is levels[2 * x]. Channel after channel,
+  // its rows from several threads at once; the channel's own samples may be overwritten from then on, those
+  // of later ones not.
+  virtual void Take(int32_t channel, int32_t y, const float* levels) = 0;
+};
+
+// Apply for who wants the channels themselves; `options.rounding` is theirs. Returns what Apply returns.
+int32_t Filter(const PictureView& from, const Mask& mask, Workspace& workspace, const ApplyOptions& options,
+               const Progress& progress, FilteredRows& rows);
 
 }  // namespace tessaline

@@ -1,0 +1,71 @@
+// Pictures with every product of the restoration, computed independently by a slow program.
+#include "restoration/restoration.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tests/support/picture_files.h"
+
+namespace tessaline {
+namespace {
+
+struct Distance {
+  double mean = 0;         // of all samples
+  double shareBeyond = 0;  // of the samples that differ by more than 20
+};
+Distance DistanceBetween(const Picture& a, const Picture& b) {
+  Distance distance;
+  EXPECT_EQ(a.samples.size(), b.samples.size());
+  for (size_t i = 0; i < a.samples.size(); ++i) {
+    const int apart = std::abs(a.samples[i] - b.samples[i]);
+    distance.mean += apart / static_cast<double>(a.samples.size());
+    distance.shareBeyond += (apart > 20) / static_cast<double>(a.samples.size());
+  }
+  return distance;
+}
+
+class RestoredPictures : public testing::TestWithParam<const char*> {};
+
+TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) {
+  const std::string name = std::string("restore/") + GetParam();
+  const Picture input = ReadPicture(name + ".png");
+  Picture first;
+  for (const int32_t threads : {1, 3}) {
+    const auto pool = MakeThreadPool(threads);
+    Workspace workspace(*pool);
+    Image picture = ImageOf(input), gate;
+    const PictureView view = PictureOf(picture.view());
+    Settings settings;
+    settings.isAutomatic = true;
+    Analysis analysis;
+    Findings findings;
+    Mask mask;
+    ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
+    ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
+    CopyImage(ImageOf(ReadPicture(name + ".seed.png")).view(), findings.seeds.view());
+    ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+    ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {{}, analysis.chain}, {}, {}, &gate));
+    const Picture result = SamplesOf(picture.view()), open = SamplesOf(gate.view());
+    if (threads > 1) {
+      EXPECT_EQ(first.samples, result.samples);
+      continue;
+    }
+    first = result;
+    const Distance ofGate = DistanceBetween(ReadPicture(name + ".gate.png"), open);
+    EXPECT_LE(ofGate.mean, 3);
+    EXPECT_LE(ofGate.shareBeyond, 0.001);
+    EXPECT_LE(DistanceBetween(ReadPicture(name + ".result.png"), result).mean, 0.3);
+    int changed = 0;
+    for (size_t i = 0; i < input.samples.size(); ++i) {
+      changed += open.samples[i] == 0 && std::abs(input.samples[i] - result.samples[i]) > 2;
+    }
+    EXPECT_EQ(0, changed);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page"),
+                         [](const auto& test) { return test.param; });
+
+}  // namespace
+}  // namespace tessaline
