@@ -13,7 +13,6 @@
 #include "buffers/buffer_table.h"
 #include "buffers/buffer_transforms.h"
 #include "dialog/control_pixels.h"
-#include "dialog/preview_picture.h"
 #include "dialog/preview_state.h"
 #include "glue/run/removal_run.h"
 #include "image/pixel_kind.h"
@@ -24,6 +23,8 @@ using namespace tessaline;
 
 // The areas of the large layout at 96 dots per inch.
 constexpr WindowRectangle kProxyArea = {10, 11, 646, 619};
+PreviewState preview;
+
 constexpr WindowRectangle kSpectrumArea = {661, 27, 993, 359};
 
 double Milliseconds(const std::function<void()>& work) {
@@ -60,8 +61,8 @@ struct Screen {
       std::vector<uint8_t>(kSpectrumArea.width() * kSpectrumArea.height() * kControlPixelBytes);
 
   void Repaint() {
-    ComputePreview();
-    const PreviewBuffers& buffers = previewState.buffers;
+    preview.Compute();
+    const PreviewBuffers& buffers = preview.buffers;
     DrawBufferPixels(buffers.zoomedView.slot(), kProxyArea.width(), kProxyArea.height(), proxy.data());
     DrawBufferPixels(buffers.spectrumView.slot(), kSpectrumArea.width(), kSpectrumArea.height(),
                      spectrum.data());
@@ -74,7 +75,7 @@ class InverseTransforms {
   explicit InverseTransforms(int32_t channels) : channels_(channels) {
     for (int32_t c = 0; c < channels; ++c) {
       planes_[c].Create("peer", kProxySquare, kProxySquare, kGrayComplex);
-      ConvertBuffer(previewState.buffers.spectra[c].slot(), planes_[c].slot());
+      ConvertBuffer(preview.buffers.spectra[c].slot(), planes_[c].slot());
     }
   }
   void Run() {
@@ -88,22 +89,22 @@ class InverseTransforms {
 
 void Measure(int32_t sourceSlot, FilterParameters* parameters, int32_t rounds) {
   PreviewDialogRequest request = {sourceSlot, parameters, &parameters, 0};
-  OpenPreview(&request, kProxyArea, kSpectrumArea);
+  preview.Open(&request, kProxyArea, kSpectrumArea);
   Screen screen;
   const double first = Milliseconds([&] { screen.Repaint(); });
-  const int32_t channels = previewState.channels;
+  const int32_t channels = preview.channels;
   InverseTransforms inverse(channels);
   std::printf("%s, dialog opened: first picture %.1f ms\n", channels == 1 ? "grey" : "RGB", first);
 
   float notchRadius = 4.0f;
   for (const bool is3D : {false, true}) {
-    if (previewState.spectrum3D != is3D) ToggleSpectrumView();
+    if (preview.spectrum3D != is3D) preview.ToggleSpectrumView();
     screen.Repaint();
     std::vector<double> slider, peer, ratio;
     for (int32_t i = 0; i < rounds; ++i) {
       peer.push_back(Milliseconds([&] { inverse.Run(); }));
       notchRadius = notchRadius >= 8.0f ? 4.0f : notchRadius + 0.5f;
-      ChangeValues({parameters->acceptance, notchRadius, parameters->protectionRadius});
+      preview.ChangeValues({parameters->acceptance, notchRadius, parameters->protectionRadius});
       slider.push_back(Milliseconds([&] { screen.Repaint(); }));
       ratio.push_back(slider.back() / peer.back());
     }
@@ -114,19 +115,19 @@ void Measure(int32_t sourceSlot, FilterParameters* parameters, int32_t rounds) {
   std::vector<double> drag, drop, zoom;
   for (int32_t i = 0; i < rounds; ++i) {
     const int32_t distance = i % 2 == 0 ? 40 : -40;
-    BeginDrag(300, 300);
+    preview.BeginDrag(300, 300);
     for (int32_t step = 1; step <= 4; ++step) {
-      ContinueDrag(300 + distance * step / 4, 300 + distance * step / 4);
+      preview.ContinueDrag(300 + distance * step / 4, 300 + distance * step / 4);
       drag.push_back(Milliseconds([&] { screen.Repaint(); }));
     }
-    EndDrag();
+    preview.EndDrag();
     drop.push_back(Milliseconds([&] { screen.Repaint(); }));
-    ChangeZoom(i % 2 == 0 ? ZoomCommand::kIn : ZoomCommand::kOut);
+    preview.ChangeZoom(i % 2 == 0 ? ZoomCommand::kIn : ZoomCommand::kOut);
     zoom.push_back(Milliseconds([&] { screen.Repaint(); }));
   }
   std::printf("  drag step %.1f ms, button up after a drag %.1f ms, zoom step %.1f ms\n", Median(drag),
               Median(drop), Median(zoom));
-  ClosePreview(false);
+  preview.Close(false);
 }
 
 }  // namespace

@@ -114,7 +114,6 @@ TEST_F(Screenshots, Small) {
 TEST_F(Screenshots, Split) {
   const HeldKey shift(VK_SHIFT);
   OpenOn("newsprint.png", [] { Shoot("split"); });
-  splitPreview = false;
 }
 
 }  // namespace

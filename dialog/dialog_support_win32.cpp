@@ -199,9 +199,8 @@ int32_t ChooseDialogTemplate(int32_t screenWidth, int32_t screenHeight, int32_t 
 int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* values) {
   // A host that starts another run while the dialog of the first is open has one state to share: none is
   // left.
-  if (previewState.dialog != nullptr) return kUserCancelled;
-  splitPreview = IsHeld(VK_SHIFT);
-  PreviewDialogRequest request = {sourceSlot, values, &values, 0};
+  if (previewWindow != nullptr) return kUserCancelled;
+  PreviewDialogRequest request = {sourceSlot, values, &values, 0, IsHeld(VK_SHIFT)};
   // A run's record is new and holds no colour: not even red, which is chosen with its own.
   const Highlight found = HighlightOf(*values);
   if (found == Highlight{}) StoreHighlight(g_keptHighlight, values);
@@ -242,7 +241,7 @@ void ShowQuickGuide() {
                  place.bottom - place.top, SWP_SHOWWINDOW);
     return;
   }
-  RunDialogInContext(TESSALINE_QUICK_GUIDE, previewState.dialog, QuickGuideProcedure, 0);
+  RunDialogInContext(TESSALINE_QUICK_GUIDE, previewWindow, QuickGuideProcedure, 0);
 }
 
 void ScalePictures(WindowHandle dialog) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "dialog/preview_state.h"
 #include "dialog/spectrum_painting.h"
 #include "dialog/window_types.h"
 #include "glue/parameters/filter_parameters.h"
@@ -12,6 +13,10 @@ namespace tessaline {
 
 constexpr int32_t kDialogAccepted = 1;   // result of the dialog after OK
 constexpr int32_t kDialogCancelled = 2;  // and after Cancel
+
+// The one open dialog: its window (null while there is none) and what it shows. Program-wide.
+extern WindowHandle previewWindow;
+extern PreviewState previewState;
 
 // Runs the dialog modally on the buffer in `sourceSlot`, over `owner` (the host's window; null or a window
 // that is gone: over this program's own front window, or none). The large layout is taken on a screen of at

@@ -10,12 +10,14 @@
 #include "dialog/control_ids.h"
 #include "dialog/control_input.h"
 #include "dialog/preview_dialog.h"
-#include "dialog/preview_picture.h"
 #include "dialog/preview_state.h"
 #include "dialog/slider_control.h"
 #include "dialog/window_geometry.h"
 
 namespace tessaline {
+
+WindowHandle previewWindow = nullptr;
+PreviewState previewState;
 
 namespace {
 
@@ -30,7 +32,7 @@ struct DialogWindows {
 DialogWindows g_windows;
 
 HWND Dialog() {
-  return previewState.dialog;
+  return static_cast<HWND>(previewWindow);
 }
 
 void InvalidateArea(const WindowRectangle& area, bool erase) {
@@ -49,7 +51,7 @@ void Repaint(uint32_t areas) {
 }
 
 void ShowZoomLabel() {
-  SetDlgItemTextA(Dialog(), TESSALINE_ZOOM_LABEL, ZoomLabel());
+  SetDlgItemTextA(Dialog(), TESSALINE_ZOOM_LABEL, previewState.ZoomLabel());
   InvalidateRect(GetDlgItem(Dialog(), TESSALINE_ZOOM_LABEL), nullptr, TRUE);
 }
 
@@ -125,9 +127,9 @@ void FitViews(HWND dialog) {
 
 bool Initialize(HWND dialog, PreviewDialogRequest* request) {
   FitViews(dialog);
-  OpenPreview(request, AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW)),
-              AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW)));
-  previewState.dialog = dialog;
+  previewState.Open(request, AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_PROXY_VIEW)),
+                    AreaInDialog(dialog, GetDlgItem(dialog, TESSALINE_SPECTRUM_VIEW)));
+  previewWindow = dialog;
   AppendVersionToTitle();
   CreateTooltips(dialog);
   ScalePictures(dialog);
@@ -150,9 +152,10 @@ bool Initialize(HWND dialog, PreviewDialogRequest* request) {
 
 // Also for a dialog whose owner was destroyed under it.
 void CleanUp(bool isAccepted) {
-  if (previewState.dialog == nullptr) return;
+  if (previewWindow == nullptr) return;
   CloseQuickGuide();
-  ClosePreview(isAccepted);
+  previewState.Close(isAccepted);
+  previewWindow = nullptr;
   ReleaseControlBindings();
   DeleteObject(g_windows.labelFont);
   g_windows = {};
@@ -193,7 +196,7 @@ bool OfferToSliders(Offer offer) {
     values.*row.value = row.slider->value;
     isTaken = true;
   }
-  if (isTaken) Repaint(ChangeValues(values));
+  if (isTaken) Repaint(previewState.ChangeValues(values));
   return isTaken;
 }
 
@@ -214,35 +217,35 @@ void Spin(int32_t id) {
   PreviewValues values = previewState.current;
   SetSliderValue(row.slider, row.next(values.*row.value, id == row.upId));
   values.*row.value = row.slider->value;
-  Repaint(SetValues(values));
+  Repaint(previewState.SetValues(values));
   SetFocus(row.slider->edit);
 }
 
 void RestoreDefaults(int32_t) {
-  Repaint(RestoreOpeningValues());
+  Repaint(previewState.RestoreOpeningValues());
   for (const SliderRow& row : kSliderRows) SetSliderValue(row.slider, previewState.opening.*row.value);
 }
 
 // --- the other commands ---
 
 void SwitchPreview(int32_t) {
-  Repaint(TogglePreview());
+  Repaint(previewState.TogglePreview());
   CheckDlgButton(Dialog(), TESSALINE_PREVIEW, previewState.previewOn ? BST_CHECKED : BST_UNCHECKED);
 }
 
 void Zoom(int32_t id) {
-  Repaint(ChangeZoom(id == TESSALINE_ZOOM_IN    ? ZoomCommand::kIn
-                     : id == TESSALINE_ZOOM_OUT ? ZoomCommand::kOut
-                                                : ZoomCommand::kLifeSize));
+  Repaint(previewState.ChangeZoom(id == TESSALINE_ZOOM_IN    ? ZoomCommand::kIn
+                                  : id == TESSALINE_ZOOM_OUT ? ZoomCommand::kOut
+                                                             : ZoomCommand::kLifeSize));
   ShowZoomLabel();
 }
 
 void SwitchSpectrumView(int32_t) {
-  Repaint(ToggleSpectrumView());
+  Repaint(previewState.ToggleSpectrumView());
 }
 
 void ChooseRedOrCyan(int32_t id) {
-  Repaint(ChooseHighlight(id == TESSALINE_HIGHLIGHT_RED ? kHighlightRed : kHighlightCyan, {}));
+  Repaint(previewState.ChooseHighlight(id == TESSALINE_HIGHLIGHT_RED ? kHighlightRed : kHighlightCyan, {}));
   ShowHighlightMode();
 }
 
@@ -256,7 +259,7 @@ bool IsArrowKeyHeld() {
 void ChooseOtherColor(int32_t id) {
   if (id == TESSALINE_HIGHLIGHT_OTHER && IsArrowKeyHeld()) return ShowHighlightMode();
   HighlightColor color = previewState.highlight;
-  if (ChooseHighlightColor(Dialog(), &color)) Repaint(ChooseHighlight(kHighlightOther, color));
+  if (ChooseHighlightColor(Dialog(), &color)) Repaint(previewState.ChooseHighlight(kHighlightOther, color));
   ShowHighlightMode();
 }
 
@@ -312,7 +315,7 @@ bool IsOverProxy() {
 }
 
 void FinishDrag() {
-  const uint32_t areas = EndDrag();
+  const uint32_t areas = previewState.EndDrag();
   if (GetCapture() == Dialog()) ReleaseCapture();
   Repaint(areas);
 }
@@ -332,7 +335,7 @@ void FollowMouse() {
 void PressButton(int32_t x, int32_t y) {
   // The swatch is painted by the dialog, its control is hidden: the click comes here.
   if (AreaOf(TESSALINE_HIGHLIGHT_SWATCH).Contains(x, y)) return ChooseOtherColor(TESSALINE_HIGHLIGHT_SWATCH);
-  BeginDrag(x, y);
+  previewState.BeginDrag(x, y);
   if (previewState.isDragging) SetCapture(Dialog());
 }
 
@@ -411,12 +414,12 @@ void Paint() {
   const HGDIOBJ previousPen = SelectObject(context, GetStockObject(BLACK_PEN));
   if (!previewState.cacheValid) ShowZoomLabel();
   PaintSwatch(context);
-  ComputePreview();
+  previewState.Compute();
   const int32_t untouchedSlot = previewState.buffers.zoomedUntouched.slot();
   if (untouchedSlot != 0) {
-    PaintBoundControlSplit(Dialog(), TESSALINE_PROXY_VIEW, untouchedSlot, ShownPicture());
+    PaintBoundControlSplit(Dialog(), TESSALINE_PROXY_VIEW, untouchedSlot, previewState.ShownPicture());
   } else {
-    PaintBoundControl(Dialog(), TESSALINE_PROXY_VIEW, ShownPicture());
+    PaintBoundControl(Dialog(), TESSALINE_PROXY_VIEW, previewState.ShownPicture());
   }
   PaintBoundControl(Dialog(), TESSALINE_SPECTRUM_VIEW);
   PaintFocusFrame(Dialog(), context);
@@ -452,7 +455,7 @@ intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wPar
       PressButton(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
       return TRUE;
     case WM_MOUSEMOVE:
-      Repaint(ContinueDrag(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)));
+      Repaint(previewState.ContinueDrag(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)));
       return TRUE;
     case WM_LBUTTONUP:
     case WM_CAPTURECHANGED:

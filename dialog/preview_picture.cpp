@@ -1,4 +1,4 @@
-#include "dialog/preview_picture.h"
+// PreviewState::Compute and what it is made of.
 
 #include <algorithm>
 #include <cstring>
@@ -228,8 +228,8 @@ void Magnify(const PreviewState& state, int32_t proxySlot, int32_t viewSlot) {
 
 }  // namespace
 
-void ComputePreview() {
-  PreviewState& state = previewState;
+void PreviewState::Compute() {
+  PreviewState& state = *this;
   if (!state.cacheValid) {
     MakeMask(state);
     MakeSpectrumView(state);

@@ -9,15 +9,12 @@
 
 namespace tessaline {
 
-PreviewState previewState;
-bool splitPreview = false;
-
 namespace {
 
 // By destruction, so that everything it owns is released.
-void ResetPreviewState() {
-  std::destroy_at(&previewState);
-  std::construct_at(&previewState);
+void Reset(PreviewState* state) {
+  std::destroy_at(state);
+  std::construct_at(state);
 }
 
 // One above the largest position whose view still ends inside the image.
@@ -31,8 +28,8 @@ void MovePan(float position, float end, PanAxis* axis) {
   SplitPan(std::max(position, 0.0f), axis);
 }
 
-uint32_t Invalidate(uint32_t areas) {
-  previewState.cacheValid = false;
+uint32_t Invalidate(PreviewState* state, uint32_t areas) {
+  state->cacheValid = false;
   return areas;
 }
 
@@ -69,7 +66,7 @@ void TakeSource(int32_t slot, PreviewState* state) {
 void PlaceProxy(WindowRectangle area, PreviewState* state) {
   area.right = std::min(area.right, area.left + kLargestProxySide);
   area.bottom = std::min(area.bottom, area.top + kLargestProxySide);
-  if (splitPreview) area.bottom = (area.top + area.bottom) / 2;
+  if (state->request->isSplit != 0) area.bottom = (area.top + area.bottom) / 2;
   area.right = std::max(area.right, area.left);
   area.bottom = std::max(area.bottom, area.top);
   state->proxyArea = area;
@@ -106,14 +103,14 @@ void CreateBuffers(PreviewState* state) {
   buffers.gridMask.Create("TempMask", kSpectrumCells, kSpectrumCells, kGray8);
   buffers.fullMask.Create("Mask", kProxySquare, kProxySquare, kGray8);
   buffers.zoomedView.Create("PrZoom", width, height, state->sourceBytesPerPixel);
-  if (splitPreview) {
+  if (state->request->isSplit != 0) {
     buffers.untouched.Create("PROXY before", width, height, kRgb8);
     buffers.zoomedUntouched.Create("PrZoom before", width, height, state->sourceBytesPerPixel);
   }
 }
 
-void SetZoom(int32_t index) {
-  PreviewState& state = previewState;
+void SetZoom(int32_t index, PreviewState* open) {
+  PreviewState& state = *open;
   const float oldFactor = kZoomSteps[state.zoomIndex].factor;
   state.zoomIndex = std::clamp(index, kLifeSizeZoom, kLargestZoom);
   const float newFactor = kZoomSteps[state.zoomIndex].factor;
@@ -150,17 +147,18 @@ void RecentrePan(float oldZoom, float newZoom, PanAxis* axis) {
   MovePan(axis->position() + (shown - proxySize / oldZoom) * -0.5f, EndOfPan(*axis, shown), axis);
 }
 
-void OpenPreview(PreviewDialogRequest* request, WindowRectangle proxyArea, WindowRectangle spectrumArea) {
-  ResetPreviewState();
-  PreviewState& state = previewState;
-  const FilterParameters& values = **request->values;
-  state.request = request;
+void PreviewState::Open(PreviewDialogRequest* dialogRequest, WindowRectangle proxy,
+                        WindowRectangle spectrum) {
+  Reset(this);
+  PreviewState& state = *this;
+  const FilterParameters& values = **dialogRequest->values;
+  state.request = dialogRequest;
   state.opening = ValuesOf(values);
   state.current = state.opening;
   state.spectrumSlot = values.gray16Slot;
   state.displaySpectrumSlot = values.gray8Slot;
 
-  const FilterParameters& parameters = *request->parameters;
+  const FilterParameters& parameters = *dialogRequest->parameters;
   state.zoomIndex = kLifeSizeZoom;
   const HighlightMode mode = ModeOf(parameters.highlightMode);
   state.highlightMode = mode;
@@ -169,16 +167,16 @@ void OpenPreview(PreviewDialogRequest* request, WindowRectangle proxyArea, Windo
   state.previewOn = true;
   state.savedPreviewOn = true;
 
-  TakeSource(request->sourceSlot, &state);
-  state.spectrumArea = spectrumArea;
-  PlaceProxy(proxyArea, &state);
+  TakeSource(dialogRequest->sourceSlot, &state);
+  state.spectrumArea = spectrum;
+  PlaceProxy(proxy, &state);
   AllocateWorkRows(&state);
   CreateBuffers(&state);
-  request->reopen = 0;
+  dialogRequest->reopen = 0;
 }
 
-void ClosePreview(bool isAccepted) {
-  PreviewState& state = previewState;
+void PreviewState::Close(bool isAccepted) {
+  PreviewState& state = *this;
   if (state.request != nullptr) {
     if (isAccepted) {
       FilterParameters& parameters = *state.request->parameters;
@@ -193,11 +191,11 @@ void ClosePreview(bool isAccepted) {
     values.notchRadius = state.current.notchRadius;
     values.protectionRadius = state.current.protectionRadius;
   }
-  ResetPreviewState();
+  Reset(this);
 }
 
-uint32_t BeginDrag(int32_t x, int32_t y) {
-  PreviewState& state = previewState;
+uint32_t PreviewState::BeginDrag(int32_t x, int32_t y) {
+  PreviewState& state = *this;
   if (state.isDragging || !state.proxyArea.Contains(x, y)) return kRepaintNothing;
   state.isDragging = true;
   state.dragCursorX = x;
@@ -210,70 +208,73 @@ uint32_t BeginDrag(int32_t x, int32_t y) {
   return kRepaintNothing;
 }
 
-uint32_t ContinueDrag(int32_t x, int32_t y) {
-  PreviewState& state = previewState;
+uint32_t PreviewState::ContinueDrag(int32_t x, int32_t y) {
+  PreviewState& state = *this;
   if (!state.isDragging) return kRepaintNothing;
   const float zoom = kZoomSteps[state.zoomIndex].factor;
   DragPan(state.dragPositionX, state.dragCursorX, x, zoom, &state.panX);
   DragPan(state.dragPositionY, state.dragCursorY, y, zoom, &state.panY);
-  return Invalidate(kRepaintProxy);
+  return Invalidate(this, kRepaintProxy);
 }
 
-uint32_t EndDrag() {
-  PreviewState& state = previewState;
+uint32_t PreviewState::EndDrag() {
+  PreviewState& state = *this;
   if (!state.isDragging) return kRepaintNothing;
   state.isDragging = false;
   state.previewOn = state.savedPreviewOn;
-  return Invalidate(kRepaintProxy);
+  return Invalidate(this, kRepaintProxy);
 }
 
-uint32_t TogglePreview() {
-  previewState.previewOn = !previewState.previewOn;
-  return Invalidate(kRepaintProxy);
+uint32_t PreviewState::TogglePreview() {
+  previewOn = !previewOn;
+  return Invalidate(this, kRepaintProxy);
 }
 
-uint32_t ToggleSpectrumView() {
-  previewState.spectrum3D = !previewState.spectrum3D;
-  return Invalidate(kRepaintBoth);
+uint32_t PreviewState::ToggleSpectrumView() {
+  spectrum3D = !spectrum3D;
+  return Invalidate(this, kRepaintBoth);
 }
 
-uint32_t ChangeZoom(ZoomCommand command) {
-  const int32_t index = previewState.zoomIndex;
-  SetZoom(command == ZoomCommand::kIn ? index + 1 : command == ZoomCommand::kOut ? index - 1 : kLifeSizeZoom);
-  return Invalidate(kRepaintProxy);
+uint32_t PreviewState::ChangeZoom(ZoomCommand command) {
+  const int32_t index = zoomIndex;
+  SetZoom(command == ZoomCommand::kIn    ? index + 1
+          : command == ZoomCommand::kOut ? index - 1
+                                         : kLifeSizeZoom,
+          this);
+  return Invalidate(this, kRepaintProxy);
 }
 
-uint32_t ChooseHighlight(HighlightMode mode, HighlightColor other) {
-  PreviewState& state = previewState;
+uint32_t PreviewState::ChooseHighlight(HighlightMode mode, HighlightColor other) {
+  PreviewState& state = *this;
   if (mode != kHighlightOther && mode == state.highlightMode) return kRepaintNothing;
   state.highlightMode = mode;
   state.highlight = ColorOf(mode, other);
-  return Invalidate(kRepaintSpectrum | kRepaintSwatch);
+  return Invalidate(this, kRepaintSpectrum | kRepaintSwatch);
 }
 
-uint32_t SetValues(const PreviewValues& values) {
-  previewState.current = values;
-  return Invalidate(kRepaintBoth);
+uint32_t PreviewState::SetValues(const PreviewValues& values) {
+  current = values;
+  return Invalidate(this, kRepaintBoth);
 }
 
-uint32_t ChangeValues(const PreviewValues& values) {
-  return values == previewState.current ? uint32_t{kRepaintNothing} : SetValues(values);
+uint32_t PreviewState::ChangeValues(const PreviewValues& values) {
+  return values == current ? uint32_t{kRepaintNothing} : SetValues(values);
 }
 
-uint32_t RestoreOpeningValues() {
-  return SetValues(previewState.opening);
+uint32_t PreviewState::RestoreOpeningValues() {
+  return SetValues(opening);
 }
 
-PicturePart ShownPicture() {
-  const auto shown = [](const PanAxis& axis) {
+PicturePart PreviewState::ShownPicture() const {
+  const auto shown = [this](const PanAxis& axis) {
     const float pixels = static_cast<float>(axis.imageSize) - axis.position();
-    return static_cast<int32_t>(pixels * kZoomSteps[previewState.zoomIndex].factor);
+    return static_cast<int32_t>(pixels * kZoomSteps[zoomIndex].factor);
   };
-  return {shown(previewState.panX), shown(previewState.panY)};
+  return {shown(panX), shown(panY)};
 }
 
-const char* ZoomLabel() {
-  return kZoomSteps[previewState.zoomIndex].label;
+const char* PreviewState::ZoomLabel() const {
+  return kZoomSteps[zoomIndex].label;
 }
 
 }  // namespace tessaline

@@ -25,6 +25,7 @@ struct PreviewDialogRequest {
   FilterParameters* parameters;  // highlight fields are read, and written on OK
   FilterParameters** values;     // its first five words: the three values and the two spectrum slots
   uint8_t reopen;                // cleared when the dialog opens; while it reads 1 the dialog is run again
+  uint8_t isSplit;               // filtered proxy above, untouched one below, each half as high
 };
 
 // --- zoom ---
@@ -94,7 +95,7 @@ struct PreviewBuffers {
   OwnedBuffer fullMask;          // "Mask": 1024 x 1024 bytes
   OwnedBuffer zoomedView;        // "PrZoom": kind of the source
   OwnedBuffer untouched;         // "PROXY before" and
-  OwnedBuffer zoomedUntouched;   // "PrZoom before": as above without the filter, only with splitPreview
+  OwnedBuffer zoomedUntouched;   // "PrZoom before": as above without the filter, only in a split view
 };
 
 // Rows that the computation works in.
@@ -116,8 +117,50 @@ struct PreviewCache {
   HighlightColor highlight;
 };
 
+enum class ZoomCommand { kIn, kOut, kLifeSize };
+
+// One open preview. It owns its buffers and rows; a window shows what it holds and tells it what the user
+// does. Any number of them may be open, over one buffer table on one thread.
 struct PreviewState {
-  WindowHandle dialog;
+  // Takes values, highlight, source and start position from the request, makes buffers and work rows.
+  // `proxyArea` and `spectrumArea` are those of the controls; of the first no more than kLargestProxySide
+  // counts. Without memory some buffers are missing (slot 0) and stay black. The state must be closed.
+  void Open(PreviewDialogRequest* dialogRequest, WindowRectangle proxy, WindowRectangle spectrum);
+
+  // Releases all buffers and rows and writes the values back through the request, however the dialog ended.
+  // With `isAccepted` the highlight goes into the parameters too.
+  void Close(bool isAccepted);
+
+  bool IsOpen() const { return request != nullptr; }
+
+  // Makes "PROXY" and "PSPEC" those of the state, unless cacheValid says that they are, and "PrZoom" out of
+  // "PROXY". What did not change since the last time is not computed again. What cannot be computed for lack
+  // of memory is left black, or, for the filter, untouched.
+  void Compute();
+
+  // --- what the user does; each returns what to repaint ---
+
+  uint32_t BeginDrag(int32_t x, int32_t y);  // nothing outside the proxy area
+  uint32_t ContinueDrag(int32_t x, int32_t y);
+  uint32_t EndDrag();
+  uint32_t TogglePreview();
+  uint32_t ToggleSpectrumView();
+  uint32_t ChangeZoom(ZoomCommand command);
+  // Choosing the red or cyan that is active already changes nothing. `other` counts for kHighlightOther.
+  uint32_t ChooseHighlight(HighlightMode mode, HighlightColor other);
+  // New values; the second only when they differ from the current ones.
+  uint32_t SetValues(const PreviewValues& values);
+  uint32_t ChangeValues(const PreviewValues& values);
+  uint32_t RestoreOpeningValues();
+
+  const char* ZoomLabel() const;
+
+  // What of "PrZoom" is picture. Beside and below a picture smaller than the view, the proxy repeats its
+  // edges for the transform's sake, which is nothing to show.
+  PicturePart ShownPicture() const;
+
+  // --- what it holds ---
+
   PreviewDialogRequest* request;
   PreviewValues current;
   PreviewValues opening;        // for "Default"
@@ -149,43 +192,5 @@ struct PreviewState {
 
   PreviewCache cache;
 };
-
-// Program-wide: one dialog at a time.
-extern PreviewState previewState;
-
-// With it the proxy area shows the filtered proxy above and the untouched one below, each half as high.
-// Read when the dialog opens.
-extern bool splitPreview;
-
-// Takes values, highlight, source and start position from the request, makes buffers and work rows.
-// `proxyArea` and `spectrumArea` are those of the controls; of the first no more than kLargestProxySide
-// counts. Without memory some buffers are missing (slot 0) and stay black. The state must be closed.
-void OpenPreview(PreviewDialogRequest* request, WindowRectangle proxyArea, WindowRectangle spectrumArea);
-
-// Releases all buffers and rows and writes the values back through the request, however the dialog ended.
-// With `isAccepted` the highlight goes into the parameters too.
-void ClosePreview(bool isAccepted);
-
-// --- what the user does; each returns what to repaint ---
-
-uint32_t BeginDrag(int32_t x, int32_t y);  // nothing outside the proxy area
-uint32_t ContinueDrag(int32_t x, int32_t y);
-uint32_t EndDrag();
-uint32_t TogglePreview();
-uint32_t ToggleSpectrumView();
-enum class ZoomCommand { kIn, kOut, kLifeSize };
-uint32_t ChangeZoom(ZoomCommand command);
-// Choosing the red or cyan that is active already changes nothing. `other` counts for kHighlightOther.
-uint32_t ChooseHighlight(HighlightMode mode, HighlightColor other);
-// New values; the second only when they differ from the current ones.
-uint32_t SetValues(const PreviewValues& values);
-uint32_t ChangeValues(const PreviewValues& values);
-uint32_t RestoreOpeningValues();
-
-const char* ZoomLabel();
-
-// What of "PrZoom" is picture. Beside and below a picture smaller than the view, the proxy repeats its edges
-// for the transform's sake, which is nothing to show.
-PicturePart ShownPicture();
 
 }  // namespace tessaline

@@ -163,11 +163,11 @@ TEST_F(PreviewDialogTest, WheelAndArrowKeysStepWhatTheyAreOver) {
       Settle();
     };
     turn(TESSALINE_PROXY_VIEW, 2 * WHEEL_DELTA);
-    EXPECT_STREQ("300%", ZoomLabel());
+    EXPECT_STREQ("300%", previewState.ZoomLabel());
     turn(TESSALINE_PROXY_VIEW, -WHEEL_DELTA / 2);
-    EXPECT_STREQ("300%", ZoomLabel());
+    EXPECT_STREQ("300%", previewState.ZoomLabel());
     turn(TESSALINE_PROXY_VIEW, -WHEEL_DELTA / 2);
-    EXPECT_STREQ("200%", ZoomLabel());
+    EXPECT_STREQ("200%", previewState.ZoomLabel());
     turn(10, WHEEL_DELTA);
     turn(12, WHEEL_DELTA);
     EXPECT_EQ(7.0f, previewState.current.notchRadius);
@@ -323,9 +323,9 @@ Shot ExpectedShot(int32_t slot, HWND control, PicturePart part = {}) {
 // Compared by == so that a difference does not print a million numbers.
 void ExpectViewsShown() {
   EXPECT_TRUE(previewState.cacheValid);
-  const HWND proxy = GetDlgItem(previewState.dialog, TESSALINE_PROXY_VIEW);
-  const HWND spectrum = GetDlgItem(previewState.dialog, TESSALINE_SPECTRUM_VIEW);
-  EXPECT_TRUE(ExpectedShot(previewState.buffers.zoomedView.slot(), proxy, ShownPicture()) ==
+  const HWND proxy = GetDlgItem(previewWindow, TESSALINE_PROXY_VIEW);
+  const HWND spectrum = GetDlgItem(previewWindow, TESSALINE_SPECTRUM_VIEW);
+  EXPECT_TRUE(ExpectedShot(previewState.buffers.zoomedView.slot(), proxy, previewState.ShownPicture()) ==
               ScreenShotOf(proxy))
       << "proxy";
   EXPECT_TRUE(ExpectedShot(previewState.buffers.spectrumView.slot(), spectrum) == ScreenShotOf(spectrum))
@@ -498,7 +498,7 @@ TEST_F(PreviewDialogTest, QuickGuideOpensOverTheDialogAndCloses) {
 
 // What a user can do, quickly.
 void WorkThrough() {
-  const HWND dialog = previewState.dialog;
+  const HWND dialog = previewWindow;
   for (const int32_t id : {13, 13, 6, 6, 16, 26, 91, 122, 311, 15, 16, 555}) {
     Command(dialog, id);
     Settle();

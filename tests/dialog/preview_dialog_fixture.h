@@ -69,7 +69,7 @@ class PreviewDialogTest : public testing::Test {
     return result;
   }
 
-  static HWND Dialog() { return previewState.dialog; }
+  static HWND Dialog() { return previewWindow; }
   static HWND Control(int32_t id) { return GetDlgItem(Dialog(), id); }
   static void Press(int32_t id) {
     Command(Dialog(), id);

@@ -10,7 +10,6 @@
 #include "buffers/buffer_conversion.h"
 #include "buffers/buffer_transforms.h"
 #include "dialog/control_pixels.h"
-#include "dialog/preview_picture.h"
 #include "image/pixel_kind.h"
 #include "removal/notch_mask.h"
 #include "removal/peak_detection.h"
@@ -20,16 +19,14 @@ namespace {
 
 constexpr WindowRectangle kSpectrumArea = {500, 20, 620, 140};
 
+PreviewState preview;
+
 // A run's buffers as the dialog finds them, and the dialog's state without its window.
 class PreviewTest : public testing::Test {
  protected:
-  void SetUp() override {
-    ResetBufferTable();
-    splitPreview = false;
-  }
+  void SetUp() override { ResetBufferTable(); }
   void TearDown() override {
     Close(false);
-    splitPreview = false;
     picture_.Release();
     gray16_.Release();
     gray8_.Release();
@@ -65,9 +62,9 @@ class PreviewTest : public testing::Test {
 
   void Open(WindowRectangle proxyArea = {10, 20, 210, 140}) {
     request_ = {picture_.slot(), &parameters_, &values_, 1};
-    OpenPreview(&request_, proxyArea, kSpectrumArea);
+    preview.Open(&request_, proxyArea, kSpectrumArea);
   }
-  void Close(bool isAccepted) { ClosePreview(isAccepted); }
+  void Close(bool isAccepted) { preview.Close(isAccepted); }
 
   OwnedBuffer picture_, gray16_, gray8_;
   FilterParameters parameters_ = {};
@@ -136,19 +133,19 @@ TEST_F(PreviewTest, FilteredProxyIsThatOfASlowTwinForEveryKindAndPlace) {
        {Case{300, 260, kRgb8}, Case{1500, 200, kGray8}, Case{90, 70, kRgb16}, Case{400, 1300, kGray16}}) {
     MakePicture(c.width, c.height, c.bytesPerPixel);
     Open();
-    ComputePreview();
-    const PreviewState& state = previewState;
+    preview.Compute();
+    const PreviewState& state = preview;
     EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
               PixelsOf(state.buffers.proxy.slot()));
     // Another place, then other values at that place: what is kept must not show.
-    BeginDrag(100, 100);
-    ContinueDrag(60, 90);
-    EndDrag();
-    ComputePreview();
+    preview.BeginDrag(100, 100);
+    preview.ContinueDrag(60, 90);
+    preview.EndDrag();
+    preview.Compute();
     EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
               PixelsOf(state.buffers.proxy.slot()));
-    ChangeValues({90, 12, 20});
-    ComputePreview();
+    preview.ChangeValues({90, 12, 20});
+    preview.Compute();
     EXPECT_EQ(SlowFilteredProxy(picture_.slot(), state, gray16_.slot()),
               PixelsOf(state.buffers.proxy.slot()));
     Close(false);
@@ -161,11 +158,11 @@ TEST_F(PreviewTest, FilteredProxyIsThatOfASlowTwinForEveryKindAndPlace) {
 TEST_F(PreviewTest, BesideASmallPictureTheViewIsGreyWhateverTheProxyRepeatsThere) {
   MakePicture(50, 300, kGray8);
   Open();
-  ChangeZoom(ZoomCommand::kIn);
-  ComputePreview();
-  const int32_t view = previewState.buffers.zoomedView.slot();
+  preview.ChangeZoom(ZoomCommand::kIn);
+  preview.Compute();
+  const int32_t view = preview.buffers.zoomedView.slot();
   std::vector<uint8_t> shown(200 * 120 * 4);
-  EXPECT_EQ(0, DrawBufferPixels(view, 200, 120, shown.data(), ShownPicture()));
+  EXPECT_EQ(0, DrawBufferPixels(view, 200, 120, shown.data(), preview.ShownPicture()));
   EXPECT_NE(0, BufferRow(view, 119)[100]);
   for (size_t x = 0; x < 200; ++x) {
     EXPECT_EQ(x < 100 ? BufferRow(view, 119)[x] : 128, shown[(119 * 200 + x) * 4]) << x;
@@ -217,15 +214,15 @@ TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
   parameters_.highlightGreen = 300;
   parameters_.highlightBlue = -3;
   Open();
-  EXPECT_EQ(kHighlightOther, previewState.highlightMode);
-  EXPECT_EQ((HighlightColor{12, 255, 0}), previewState.highlight);
-  EXPECT_EQ(kRepaintSpectrum | kRepaintSwatch, ChooseHighlight(kHighlightCyan, {}));
-  EXPECT_EQ(kRepaintNothing, ChooseHighlight(kHighlightCyan, {}));
-  EXPECT_EQ((HighlightColor{0, 255, 255}), previewState.highlight);
+  EXPECT_EQ(kHighlightOther, preview.highlightMode);
+  EXPECT_EQ((HighlightColor{12, 255, 0}), preview.highlight);
+  EXPECT_EQ(kRepaintSpectrum | kRepaintSwatch, preview.ChooseHighlight(kHighlightCyan, {}));
+  EXPECT_EQ(kRepaintNothing, preview.ChooseHighlight(kHighlightCyan, {}));
+  EXPECT_EQ((HighlightColor{0, 255, 255}), preview.highlight);
   Close(false);
   EXPECT_EQ(2.7f, parameters_.highlightMode);
   Open();
-  ChooseHighlight(kHighlightOther, {1, 2, 3});
+  preview.ChooseHighlight(kHighlightOther, {1, 2, 3});
   Close(true);
   EXPECT_EQ(2.0f, parameters_.highlightMode);
   EXPECT_EQ(2.0f, parameters_.highlightGreen);
@@ -234,34 +231,34 @@ TEST_F(PreviewTest, HighlightIsReadAndStoredWithOkAlone) {
 TEST_F(PreviewTest, WideAreasAreCutAndNothingNeedsMemoryOrAPicture) {
   MakePicture(1, 7500, kRgb16);
   Open({0, 0, 2000, 3000});
-  EXPECT_EQ(kLargestProxySide, previewState.panX.proxySize);
-  EXPECT_EQ((kProxySquare - kLargestProxySide) / 2, previewState.padY);
-  ComputePreview();
-  BeginDrag(5, 5);
-  ContinueDrag(-30000, -30000);
-  EndDrag();
-  EXPECT_EQ(7500 - kLargestProxySide - 1, previewState.panY.position());
-  ComputePreview();
+  EXPECT_EQ(kLargestProxySide, preview.panX.proxySize);
+  EXPECT_EQ((kProxySquare - kLargestProxySide) / 2, preview.padY);
+  preview.Compute();
+  preview.BeginDrag(5, 5);
+  preview.ContinueDrag(-30000, -30000);
+  preview.EndDrag();
+  EXPECT_EQ(7500 - kLargestProxySide - 1, preview.panY.position());
+  preview.Compute();
   Close(false);
 
   // A slot without a picture, then no memory for the n-th block.
   for (const int32_t slot : {0, -5, 5000, kBufferSlots - 1}) {
     picture_.Release();
     request_ = {slot, &parameters_, &values_, 0};
-    OpenPreview(&request_, {0, 0, 200, 120}, kSpectrumArea);
-    EXPECT_EQ(0, previewState.channels);
-    BeginDrag(20, 20);
-    ContinueDrag(10, 10);
-    ComputePreview();
+    preview.Open(&request_, {0, 0, 200, 120}, kSpectrumArea);
+    EXPECT_EQ(0, preview.channels);
+    preview.BeginDrag(20, 20);
+    preview.ContinueDrag(10, 10);
+    preview.Compute();
     Close(true);
   }
   picture_.Create("main", 50, 40, kRgb8);
   for (int32_t n = 0; n < 40; ++n) {
     FailAllocationAfter(n);
     Open();
-    ComputePreview();
+    preview.Compute();
     ClearAllocationFailure();
-    ComputePreview();
+    preview.Compute();
     Close(false);
   }
 }
