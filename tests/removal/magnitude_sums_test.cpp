@@ -54,5 +54,18 @@ TEST(MagnitudeSums, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
   }
 }
 
+TEST(ScaleSpectrumByLog, LeavesTheCrossOutAndTakesNothingForTheSmallestNumber) {
+  Image sums, gray16;
+  ASSERT_TRUE(sums.Create(kSpectrumCells, kSpectrumCells, 8) &&
+              gray16.Create(kSpectrumCells, kSpectrumCells, 2));
+  EXPECT_EQ(0.0, ScaleSpectrumByLog(sums.view(), gray16.view()));
+  sums.view().Row<double>(3)[5] = 1.0;
+  sums.view().Row<double>(kSpectrumCentre)[9] = 1e300;
+  EXPECT_NEAR(708.3964, ScaleSpectrumByLog(sums.view(), gray16.view()), 1e-3);
+  EXPECT_EQ(32768, gray16.view().Row<uint16_t>(3)[5]);
+  EXPECT_EQ(32768, gray16.view().Row<uint16_t>(kSpectrumCentre)[9]);
+  EXPECT_EQ(0, gray16.view().Row<uint16_t>(3)[6]);
+}
+
 }  // namespace
 }  // namespace tessaline

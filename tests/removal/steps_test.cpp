@@ -21,21 +21,19 @@ struct FormatCase {
   std::vector<Sample> truncated, nearest;  // what is stored of them
 };
 
-// Every third sample of two rows, from right to left and from the bottom up.
+// Every third sample of two rows with a gap between them, from right to left and from the bottom up.
 template <typename Sample>
 void ExpectLevels(const FormatCase<Sample>& expected) {
   const size_t width = expected.samples.size();
-  std::vector<Sample> memory(2 * 3 * width, Sample{9});
+  const size_t rowSamples = 3 * width + 2;
+  std::vector<Sample> memory(2 * rowSamples, Sample{9});
   const auto at = [&](size_t x, size_t y) -> Sample& {
-    return memory[(1 - y) * 3 * width + 3 * (width - 1 - x)];
+    return memory[(1 - y) * rowSamples + 3 * (width - 1 - x)];
   };
-  const auto pixelBytes = static_cast<ptrdiff_t>(3 * sizeof(Sample));
-  const PictureView picture = {
-      static_cast<int32_t>(width),
-      2,
-      expected.format,
-      1,
-      {{reinterpret_cast<uint8_t*>(&at(0, 0)), -pixelBytes, -pixelBytes * static_cast<ptrdiff_t>(width)}}};
+  const auto sampleBytes = static_cast<ptrdiff_t>(sizeof(Sample));
+  PictureView picture = {static_cast<int32_t>(width), 2, expected.format, 1, {}};
+  picture.channel[0] = {reinterpret_cast<uint8_t*>(&at(0, 0)), -3 * sampleBytes,
+                        -sampleBytes * static_cast<ptrdiff_t>(rowSamples)};
   std::vector<float> levels(2 * width);
   for (size_t x = 0; x < width; ++x) at(x, 1) = expected.samples[x];
   double sum = LoadLevels(picture, 0, 1, levels.data());
