@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "glue/api/tessaline.h"
+#include "include/tessaline/tessaline_legacy.h"
 #include "testhost/fake_host.h"
 
 namespace tessaline::testhost {

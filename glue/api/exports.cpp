@@ -3,9 +3,9 @@
 
 #include "glue/api/frame_stream.h"
 #include "glue/api/programmatic_interface.h"
-#include "glue/api/tessaline.h"
 #include "glue/parameters/door.h"
 #include "image/result_codes.h"
+#include "include/tessaline/tessaline_legacy.h"
 
 // Records are laid out as callers in other languages declare them: natural alignment, 64-bit pointers.
 static_assert(sizeof(TessalineInstance) == 24);

@@ -1,10 +1,10 @@
 // Raw frames from a file through the removal into another file. What it promises: OSAPI_ProcessStream in
-// glue/api/tessaline.h.
+// include/tessaline/tessaline_legacy.h.
 #pragma once
 
 #include <cstdint>
 
-#include "glue/api/tessaline.h"
+#include "include/tessaline/tessaline_legacy.h"
 
 namespace tessaline {
 

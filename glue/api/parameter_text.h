@@ -1,5 +1,5 @@
 // The parameter list as lines of text, the form in which the programmatic interface takes and returns it.
-// The lines: glue/api/tessaline.h (for the filter's own three) and the table in the implementation.
+// The lines: tessaline_legacy.h (for the filter's own three) and the table in the implementation.
 #pragma once
 
 #include <cstddef>

@@ -1,13 +1,13 @@
 // The programmatic interface behind its exported names: instances, and one image. What the functions promise
-// to outside callers stands in glue/api/tessaline.h; here is what the program itself may set and ask.
+// to outside callers stands in tessaline_legacy.h; here is what the program itself may set and ask.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-#include "glue/api/tessaline.h"
 #include "glue/parameters/parameter_list.h"
 #include "glue/run/removal_run.h"
+#include "include/tessaline/tessaline_legacy.h"
 
 namespace tessaline {
 

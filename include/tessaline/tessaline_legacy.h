@@ -1,5 +1,7 @@
-/* tessaline.h: takes repeating patterns (halftone screens, line noise, scan weave) out of raw images, without
- * a host program. C11 and C++; needs nothing but <stdint.h>. A short guide: docs/programmatic-interface.md.
+/* tessaline_legacy.h: takes repeating patterns (halftone screens, line noise, scan weave) out of raw images,
+ * without a host program: the interface of the Windows module, kept as it always was. New programs take
+ * tessaline.h, which has none of the restrictions below. C11 and C++; needs nothing but <stdint.h>. A short
+ * guide: docs/programmatic-interface.md.
  *
  * Order of calls: OSAPI_CreateInstance, any number of OSAPI_Process and OSAPI_ProcessStream,
  * OSAPI_FreeInstance.
@@ -13,8 +15,8 @@
  * file that is missing or cannot be written is no error; one that cannot be read is left as it is. What the
  * file says counts from the SECOND run of a process on: the first starts from 60, 6 and 8.
  */
-#ifndef TESSALINE_H
-#define TESSALINE_H
+#ifndef TESSALINE_LEGACY_H
+#define TESSALINE_LEGACY_H
 
 #include <stdint.h>
 
@@ -163,4 +165,4 @@ TESSALINE_API int32_t _Cedar(TessalineInstance* instance, const TessalineStream*
 }
 #endif
 
-#endif /* TESSALINE_H */
+#endif /* TESSALINE_LEGACY_H */

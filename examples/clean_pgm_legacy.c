@@ -1,12 +1,12 @@
-/* clean_pgm: takes a repeating pattern out of a grey picture (binary PGM, 8 bits) with libtessaline.
+/* clean_pgm_legacy: takes a repeating pattern out of a grey picture (binary PGM, 8 bits) with libtessaline.
  *
- *   clean_pgm INPUT.pgm OUTPUT.pgm [ACCEPTANCE [NOTCH_RADIUS [PROTECTION_RADIUS]]]
+ *   clean_pgm_legacy INPUT.pgm OUTPUT.pgm [ACCEPTANCE [NOTCH_RADIUS [PROTECTION_RADIUS]]]
  *
  * Prints the values that were used. Exit status: 0 done, 1 a file or the run failed, 2 wrong usage. */
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <tessaline.h>
+#include <tessaline/tessaline_legacy.h>
 
 typedef struct Picture {
   int width;
@@ -64,7 +64,8 @@ int main(int argc, char** argv) {
   Picture picture = {0, 0, NULL};
   int result = 0;
   if (argc < 3 || argc > 6) {
-    fputs("usage: clean_pgm INPUT.pgm OUTPUT.pgm [ACCEPTANCE [NOTCH_RADIUS [PROTECTION_RADIUS]]]\n", stderr);
+    fputs("usage: clean_pgm_legacy INPUT.pgm OUTPUT.pgm [ACCEPTANCE [NOTCH_RADIUS [PROTECTION_RADIUS]]]\n",
+          stderr);
     return 2;
   }
   if (!ReadPgm(argv[1], &picture)) {

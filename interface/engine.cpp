@@ -1,0 +1,224 @@
+#include "interface/engine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "interface/call_fault.h"
+#include "interface/findings_json.h"
+#include "removal/notches.h"
+
+namespace tessaline {
+namespace {
+
+static_assert(TESSALINE_MASK_SIDE == kSpectrumCells);
+constexpr uint32_t kAllFlags = TESSALINE_ROUND_TO_NEAREST | TESSALINE_PICTURE_OF_ANALYSIS;
+
+// What a step says, as the interface says it.
+void Demand(int32_t result) {
+  switch (result) {
+    case kSuccess:
+      return;
+    case kOutOfMemory:
+      throw CallFault{TESSALINE_ERROR_NO_MEMORY,
+                      "not enough memory for the transform; close other programs or take a smaller picture"};
+    case kUserCancelled:
+      throw CallFault{TESSALINE_ERROR_CANCELLED, "cancelled by the progress function"};
+    case kUnequalSizes:
+      throw CallFault{TESSALINE_ERROR_PICTURE,
+                      "the picture's transform has another size than those analysed before; pictures of one "
+                      "analysis have to be about as large"};
+    default:
+      throw CallFault{TESSALINE_ERROR_PICTURE, "the engine refused it with " + std::to_string(result)};
+  }
+}
+
+void CheckFlags(uint32_t flags) {
+  if ((flags & ~kAllFlags) == 0) return;
+  throw CallFault{TESSALINE_ERROR_ARGUMENT, "flags " + std::to_string(flags) + " has bits without a meaning"};
+}
+
+template <typename Value>
+void CheckRange(Value value, const SettingRange& range, const char* name) {
+  // The standard values are floats; a double that was written as 1.3 means that one. False for not-a-number.
+  const auto given = static_cast<float>(value);
+  if (given >= range.minimum && given <= range.maximum) return;
+  throw CallFault{TESSALINE_ERROR_SETTINGS, std::string(name) + " is " + std::to_string(value) +
+                                                "; it has to be " + std::to_string(range.minimum) + " to " +
+                                                std::to_string(range.maximum)};
+}
+
+int32_t VerdictOf(const SpectrumPeak& peak) {
+  static_assert(TESSALINE_PEAK_NO_LICENCE == static_cast<int32_t>(PeakVerdict::kNoLicence) &&
+                TESSALINE_PEAK_BLOCKS == static_cast<int32_t>(PeakVerdict::kBlocks));
+  const bool isWindows = peak.isGrid && peak.verdict != PeakVerdict::kUsed;
+  return isWindows ? int32_t{TESSALINE_PEAK_WINDOWS} : static_cast<int32_t>(peak.verdict);
+}
+
+TessalinePeak RecordOf(const SpectrumPeak& peak) {
+  return {sizeof(TessalinePeak), peak.dx,    peak.dy,     VerdictOf(peak), peak.isLicensed, 0,
+          peak.period,           peak.angle, peak.height, peak.isolation};
+}
+
+TessalineNotch RecordOf(const Notch& notch, bool hasThreshold) {
+  return {sizeof(TessalineNotch),
+          notch.dx,
+          notch.dy,
+          notch.cells,
+          notch.level,
+          hasThreshold ? notch.aboveThreshold : 0,
+          notch.periodPixels,
+          notch.angleDegrees,
+          notch.cyclesPerPixelX,
+          notch.cyclesPerPixelY};
+}
+
+Decision Describe(const Analysis& analysis, const Findings& findings) {
+  const std::vector<Notch> notches = CollectNotches(analysis, findings);
+  Decision decision;
+  for (const Notch& notch : notches) decision.notches.push_back(RecordOf(notch, !findings.isAutomatic));
+  for (const SpectrumPeak& peak : findings.peaks) decision.peaks.push_back(RecordOf(peak));
+  decision.findings = {sizeof(TessalineFindings),
+                       analysis.transformSize,
+                       findings.isAutomatic,
+                       findings.isAutomatic ? 0 : findings.threshold,
+                       findings.seedCells,
+                       static_cast<int32_t>(decision.notches.size()),
+                       static_cast<int32_t>(decision.peaks.size()),
+                       0,
+                       analysis.logSpan};
+  decision.json = FindingsAsJson(analysis, findings, notches);
+  return decision;
+}
+
+bool TakesNothing(const ConstImageView& mask) {
+  return std::all_of(mask.data, mask.data + TESSALINE_MASK_BYTES, [](uint8_t cell) { return cell == 0; });
+}
+
+}  // namespace
+
+CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePicture* to) {
+  CallPictures pictures;
+  pictures.from = ViewCallerPicture(from, "from");
+  pictures.to = to != nullptr ? ViewCallerPicture(to, "to") : pictures.from;
+  DemandSameShape(pictures.from, pictures.to);
+  pictures.isInPlace = IsSameMemory(pictures.from, pictures.to);
+  DemandUsableSamples(pictures.from);
+  return pictures;
+}
+
+Settings SettingsOf(const TessalineSettings* record) {
+  TessalineSettings known;
+  tessaline_settings_init(&known, sizeof known);
+  if (record != nullptr) {
+    if (record->recordBytes != sizeof known) {
+      throw CallFault{TESSALINE_ERROR_SETTINGS, "recordBytes is " + std::to_string(record->recordBytes) +
+                                                    "; this library knows " + std::to_string(sizeof known) +
+                                                    " (begin with tessaline_settings_init)"};
+    }
+    known = *record;
+  }
+  CheckRange(known.acceptance, kAcceptanceRange, "acceptance");
+  CheckRange(known.notchRadius, kNotchRadiusRange, "notchRadius");
+  CheckRange(known.protectionRadius, kProtectionRadiusRange, "protectionRadius");
+  CheckRange(known.sensitivity, kSensitivityRange, "sensitivity");
+  return {known.isAutomatic != 0, known.acceptance, known.sensitivity, known.notchRadius,
+          known.protectionRadius};
+}
+
+bool InterfaceEngine::Report(void* user, double part) {
+  const auto& engine = *static_cast<InterfaceEngine*>(user);
+  return engine.progress != nullptr && engine.progress(engine.progressUser, part) != 0;
+}
+
+void InterfaceEngine::AnalyseAnew(const CallerPicture& picture) {
+  Analysis analysis;
+  Demand(Analyse(picture.cleaned, workspace_, ProgressOfCall(), &analysis));
+  analysis_ = std::move(analysis);
+}
+
+void InterfaceEngine::AnalyseMore(const CallerPicture& picture) {
+  if (analysis_.transformSize == 0) {
+    throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
+  }
+  Analysis sum;  // the one held stays as it is until all is well
+  if (!sum.sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) Demand(kOutOfMemory);
+  CopyImage(analysis_.sums.view(), sum.sums.view());
+  sum.transformSize = analysis_.transformSize;
+  Demand(AddSpectrum(picture.cleaned, workspace_, ProgressOfCall(), &sum));
+  Demand(FinishAnalysis(&sum));
+  analysis_ = std::move(sum);
+}
+
+InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysis& analysis, const Settings& settings) {
+  Findings findings;
+  Decided decided;
+  Demand(Decide(analysis, settings, &findings));
+  Demand(Shape(findings, settings, &decided.mask));
+  decided.decision = Describe(analysis, findings);
+  return decided;
+}
+
+void InterfaceEngine::DecideBy(const Settings& settings) {
+  if (analysis_.transformSize == 0) {
+    throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
+  }
+  Decided decided = DecideOn(analysis_, settings);
+  decision_ = std::move(decided.decision);
+  mask_ = std::move(decided.mask);
+}
+
+void InterfaceEngine::SetMask(const uint8_t* cells) {
+  Mask mask;
+  if (!mask.cells.Create(kSpectrumCells, kSpectrumCells, 1)) Demand(kOutOfMemory);
+  std::memcpy(mask.cells.view().data, cells, TESSALINE_MASK_BYTES);
+  mask_ = std::move(mask);
+}
+
+void InterfaceEngine::TakeOut(const CallPictures& pictures, const Mask& mask, uint32_t flags,
+                              const PaddingChain& chain, const Progress& part) {
+  if (TakesNothing(mask.cells.view())) {
+    if (part.Advance(0.0, 1.0)) Demand(kUserCancelled);
+    if (!pictures.isInPlace) CopySamples(pictures.from, pictures.to, CopiedChannels::kAll);
+    part.Unstoppable().Advance(1.0, 1.0);
+    return;
+  }
+  ApplyOptions options;
+  options.rounding = (flags & TESSALINE_ROUND_TO_NEAREST) != 0 ? Rounding::kNearest : Rounding::kTruncate;
+  options.chain = chain;
+  Demand(Apply(pictures.from.cleaned, pictures.to.cleaned, mask, workspace_, options, part));
+  if (!pictures.isInPlace) CopySamples(pictures.from, pictures.to, CopiedChannels::kAlpha);
+}
+
+void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
+  CheckFlags(flags);
+  if (mask_.cells.IsEmpty()) {
+    throw CallFault{TESSALINE_ERROR_ORDER,
+                    "there is no mask; call tessaline_decide or tessaline_set_mask first"};
+  }
+  PaddingChain chain;
+  if ((flags & TESSALINE_PICTURE_OF_ANALYSIS) != 0) {
+    if (analysis_.transformSize != TransformSizeFor(pictures.from.cleaned)) {
+      throw CallFault{
+          TESSALINE_ERROR_ORDER,
+          "this is not the picture that was analysed last; leave TESSALINE_PICTURE_OF_ANALYSIS out"};
+    }
+    chain = analysis_.chain;
+  }
+  TakeOut(pictures, mask_, flags, chain, ProgressOfCall());
+}
+
+void InterfaceEngine::Clean(const CallPictures& pictures, const Settings& settings, uint32_t flags) {
+  CheckFlags(flags);
+  const Progress reports = ProgressOfCall();
+  Analysis analysis;
+  Demand(Analyse(pictures.from.cleaned, workspace_, reports.Part(0.0, 0.5), &analysis));
+  Decided decided = DecideOn(analysis, settings);
+  TakeOut(pictures, decided.mask, flags, analysis.chain, reports.Part(0.5, 1.0));
+  analysis_ = std::move(analysis);
+  decision_ = std::move(decided.decision);
+  mask_ = std::move(decided.mask);
+}
+
+}  // namespace tessaline

@@ -1,0 +1,73 @@
+// What an engine of the interface holds, and the work of its calls. Each method either finishes or throws
+// (CallFault, std::bad_alloc), and then has changed nothing.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "include/tessaline/tessaline.h"
+#include "interface/picture_record.h"
+#include "removal/steps.h"
+
+namespace tessaline {
+
+// What was decided, ready to be handed out.
+struct Decision {
+  TessalineFindings findings = {};
+  std::vector<TessalineNotch> notches;
+  std::vector<TessalinePeak> peaks;
+  std::string json;  // empty: there was no decision yet
+};
+
+// Where a call reads and writes.
+struct CallPictures {
+  CallerPicture from, to;
+  bool isInPlace;
+};
+// `to` null: in place. Throws CallFault.
+CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePicture* to);
+
+// What a caller's record says; null stands for the standard values. Throws CallFault.
+Settings SettingsOf(const TessalineSettings* record);
+
+class InterfaceEngine {
+ public:
+  // `pool` null: everything on the caller's thread.
+  explicit InterfaceEngine(std::unique_ptr<Parallel> pool)
+      : pool_(std::move(pool)), workspace_(pool_ ? *pool_ : SerialWork()) {}
+
+  TessalineProgress progress = nullptr;
+  void* progressUser = nullptr;
+
+  void AnalyseAnew(const CallerPicture& picture);
+  void AnalyseMore(const CallerPicture& picture);
+  void DecideBy(const Settings& settings);
+  void SetMask(const uint8_t* cells);
+  void ApplyMask(const CallPictures& pictures, uint32_t flags);
+  void Clean(const CallPictures& pictures, const Settings& settings, uint32_t flags);
+  void ReleaseMemory() { workspace_.Release(); }
+
+  const Decision& decision() const { return decision_; }
+  ConstImageView mask() const { return mask_.cells.view(); }
+
+ private:
+  struct Decided {
+    Decision decision;
+    Mask mask;
+  };
+  static Decided DecideOn(const Analysis& analysis, const Settings& settings);
+  void TakeOut(const CallPictures& pictures, const Mask& mask, uint32_t flags, const PaddingChain& chain,
+               const Progress& part);
+  Progress ProgressOfCall() { return {Report, this}; }
+  static bool Report(void* user, double part);
+
+  std::unique_ptr<Parallel> pool_;
+  Workspace workspace_;
+  Analysis analysis_;
+  Decision decision_;
+  Mask mask_;
+};
+
+}  // namespace tessaline
