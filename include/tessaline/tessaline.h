@@ -186,7 +186,7 @@ TESSALINE_API const char* tessaline_error_text(const TessalineEngine* engine);
 /* From the next call on; null: nobody is told. */
 TESSALINE_API int32_t tessaline_set_progress(TessalineEngine* engine, TessalineProgress progress, void* user);
 
-/* An engine keeps the memory of its last picture's transforms (about 6 N x N bytes) for the next one. This
+/* An engine keeps the memory of its last picture's transforms (about 5 N x N bytes) for the next one. This
  * frees it; findings and mask stay. */
 TESSALINE_API int32_t tessaline_release_memory(TessalineEngine* engine);
 
