@@ -5,7 +5,8 @@ if(NOT TESSALINE_PYTHON OR CMAKE_CROSSCOMPILING)
   return()
 endif()
 if(TESSALINE_PYTHON STREQUAL "AUTO")
-  if(TESSALINE_SANITIZE OR TESSALINE_SANITIZE_THREADS) # the interpreter would have to be started with the sanitizer's runtime
+  # Under a sanitizer the interpreter would have to be started with its runtime; the library alone is the library alone.
+  if(TESSALINE_SANITIZE OR TESSALINE_SANITIZE_THREADS OR NOT TESSALINE_PROGRAM)
     return()
   endif()
   set(demand QUIET)
