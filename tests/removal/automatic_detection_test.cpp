@@ -101,5 +101,16 @@ TEST(AutomaticDetection, TheWeakLimitDependsOnTheTransformSize) {
   EXPECT_EQ(2, Detect(spectrum, spectrum, 10.0, 2048).Cells());
 }
 
+TEST(AutomaticDetection, LeavesTheTraceOfBlocksAloneUnlessItIsHigh) {
+  for (const auto& [height, isLeft] : {std::pair{3.2, true}, {3.5, false}}) {  // 3.35 is enough at 1024
+    Picture spectrum = FlatSpectrum(10000);
+    spectrum.samples[256 * kSpectrumCells + 192] = static_cast<uint16_t>(10000 + height * 3276.8);
+    const Detection found = Detect(spectrum, spectrum, 10.0, 1024);
+    ASSERT_EQ(1u, found.peaks.size());
+    EXPECT_EQ(isLeft, found.peaks[0].verdict == PeakVerdict::kBlocks);
+    EXPECT_EQ(isLeft, found.Cells() == 0);
+  }
+}
+
 }  // namespace
 }  // namespace tessaline

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "image/pixel_kind.h"
+#include "removal/spectrum_picture.h"
 #include "tests/support/picture_files.h"
 
 namespace tessaline {
@@ -139,6 +140,20 @@ TEST(Apply, LeavesAPictureUntouchedOrFinishesItWhateverItsFormat) {
   EXPECT_NE(input.samples, cleaned.samples);
   for (size_t i = 0; i < floats.size(); ++i)
     ASSERT_EQ(cleaned.samples[i], StoreByte(floats[i] * kHostMax * kHostToByte)) << i;
+}
+
+TEST(DrawSpectrum, LettersStandTheRightWayRound) {
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  findings.isAutomatic = true;
+  ASSERT_TRUE(analysis.rawGray16.Create(kSpectrumCells, kSpectrumCells, kGray16) &&
+              mask.cells.Create(kSpectrumCells, kSpectrumCells, kGray8));
+  const std::vector<uint8_t> picture = DrawSpectrum(analysis, findings, mask, 8);
+  const auto at = [&](size_t x, size_t y) { return picture[3 * (y * kSpectrumCells + x)]; };
+  // Above the middle stroke of the first E of the legend: its stem, and nothing to the right.
+  EXPECT_NE(at(0, 543), at(24, 543));
+  EXPECT_EQ(at(0, 543), at(32, 543));
 }
 
 }  // namespace
