@@ -108,7 +108,7 @@ CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePictu
   return pictures;
 }
 
-Settings SettingsOf(const TessalineSettings* record) {
+CallSettings SettingsOf(const TessalineSettings* record) {
   TessalineSettings known;
   tessaline_settings_init(&known, sizeof known);
   if (record != nullptr) {
@@ -123,8 +123,13 @@ Settings SettingsOf(const TessalineSettings* record) {
   CheckRange(known.notchRadius, kNotchRadiusRange, "notchRadius");
   CheckRange(known.protectionRadius, kProtectionRadiusRange, "protectionRadius");
   CheckRange(known.sensitivity, kSensitivityRange, "sensitivity");
-  return {known.isAutomatic != 0, known.acceptance, known.sensitivity, known.notchRadius,
-          known.protectionRadius};
+  CheckRange(known.polish, kPolishRange, "polish");
+  CallSettings settings;
+  settings.removal = {known.isAutomatic != 0, known.acceptance, known.sensitivity, known.notchRadius,
+                      known.protectionRadius};
+  settings.restoration.everywhere = known.isEverywhere != 0;
+  settings.restoration.polish = static_cast<float>(known.polish);
+  return settings;
 }
 
 bool InterfaceEngine::Report(void* user, double part) {
@@ -151,34 +156,35 @@ void InterfaceEngine::AnalyseMore(const CallerPicture& picture) {
   analysis_ = std::move(sum);
 }
 
-InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysis& analysis, const Settings& settings) {
-  Findings findings;
+InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysis& analysis, const CallSettings& settings) {
   Decided decided;
-  Demand(Decide(analysis, settings, &findings));
-  Demand(Shape(findings, settings, &decided.mask));
-  decided.decision = Describe(analysis, findings);
+  Removal& removal = decided.removal;
+  Demand(Decide(analysis, settings.removal, &removal.findings));
+  Demand(Shape(removal.findings, settings.removal, &removal.mask));
+  removal.restoration = settings.restoration;
+  decided.decision = Describe(analysis, removal.findings);
   return decided;
 }
 
-void InterfaceEngine::DecideBy(const Settings& settings) {
+void InterfaceEngine::DecideBy(const CallSettings& settings) {
   if (analysis_.transformSize == 0) {
     throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
   }
   Decided decided = DecideOn(analysis_, settings);
   decision_ = std::move(decided.decision);
-  mask_ = std::move(decided.mask);
+  removal_ = std::move(decided.removal);
 }
 
 void InterfaceEngine::SetMask(const uint8_t* cells) {
-  Mask mask;
-  if (!mask.cells.Create(kSpectrumCells, kSpectrumCells, 1)) Demand(kOutOfMemory);
-  std::memcpy(mask.cells.view().data, cells, TESSALINE_MASK_BYTES);
-  mask_ = std::move(mask);
+  Removal removal;
+  if (!removal.mask.cells.Create(kSpectrumCells, kSpectrumCells, 1)) Demand(kOutOfMemory);
+  std::memcpy(removal.mask.cells.view().data, cells, TESSALINE_MASK_BYTES);
+  removal_ = std::move(removal);
 }
 
-void InterfaceEngine::TakeOut(const CallPictures& pictures, const Mask& mask, uint32_t flags,
+void InterfaceEngine::TakeOut(const CallPictures& pictures, const Removal& removal, uint32_t flags,
                               const PaddingChain& chain, const Progress& part) {
-  if (TakesNothing(mask.cells.view())) {
+  if (TakesNothing(removal.mask.cells.view())) {
     if (part.Advance(0.0, 1.0)) Demand(kUserCancelled);
     if (!pictures.isInPlace) CopySamples(pictures.from, pictures.to, CopiedChannels::kAll);
     part.Unstoppable().Advance(1.0, 1.0);
@@ -187,13 +193,16 @@ void InterfaceEngine::TakeOut(const CallPictures& pictures, const Mask& mask, ui
   ApplyOptions options;
   options.rounding = (flags & TESSALINE_ROUND_TO_NEAREST) != 0 ? Rounding::kNearest : Rounding::kTruncate;
   options.chain = chain;
-  Demand(Apply(pictures.from.cleaned, pictures.to.cleaned, mask, workspace_, options, part));
+  const PictureView &from = pictures.from.cleaned, &to = pictures.to.cleaned;
+  Demand(removal.findings.isAutomatic ? Restore(from, to, removal.findings, removal.mask, workspace_, options,
+                                                removal.restoration, part)
+                                      : Apply(from, to, removal.mask, workspace_, options, part));
   if (!pictures.isInPlace) CopySamples(pictures.from, pictures.to, CopiedChannels::kAlpha);
 }
 
 void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
   CheckFlags(flags);
-  if (mask_.cells.IsEmpty()) {
+  if (removal_.mask.cells.IsEmpty()) {
     throw CallFault{TESSALINE_ERROR_ORDER,
                     "there is no mask; call tessaline_decide or tessaline_set_mask first"};
   }
@@ -206,19 +215,19 @@ void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
     }
     chain = analysis_.chain;
   }
-  TakeOut(pictures, mask_, flags, chain, ProgressOfCall());
+  TakeOut(pictures, removal_, flags, chain, ProgressOfCall());
 }
 
-void InterfaceEngine::Clean(const CallPictures& pictures, const Settings& settings, uint32_t flags) {
+void InterfaceEngine::Clean(const CallPictures& pictures, const CallSettings& settings, uint32_t flags) {
   CheckFlags(flags);
   const Progress reports = ProgressOfCall();
   Analysis analysis;
   Demand(Analyse(pictures.from.cleaned, workspace_, reports.Part(0.0, 0.5), &analysis));
   Decided decided = DecideOn(analysis, settings);
-  TakeOut(pictures, decided.mask, flags, analysis.chain, reports.Part(0.5, 1.0));
+  TakeOut(pictures, decided.removal, flags, analysis.chain, reports.Part(0.5, 1.0));
   analysis_ = std::move(analysis);
   decision_ = std::move(decided.decision);
-  mask_ = std::move(decided.mask);
+  removal_ = std::move(decided.removal);
 }
 
 }  // namespace tessaline

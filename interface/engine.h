@@ -10,6 +10,7 @@
 #include "include/tessaline/tessaline.h"
 #include "interface/picture_record.h"
 #include "removal/steps.h"
+#include "restoration/restoration.h"
 
 namespace tessaline {
 
@@ -29,8 +30,12 @@ struct CallPictures {
 // `to` null: in place. Throws CallFault.
 CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePicture* to);
 
+struct CallSettings {
+  Settings removal;
+  RestorationSettings restoration;
+};
 // What a caller's record says; null stands for the standard values. Throws CallFault.
-Settings SettingsOf(const TessalineSettings* record);
+CallSettings SettingsOf(const TessalineSettings* record);
 
 class InterfaceEngine {
  public:
@@ -43,23 +48,29 @@ class InterfaceEngine {
 
   void AnalyseAnew(const CallerPicture& picture);
   void AnalyseMore(const CallerPicture& picture);
-  void DecideBy(const Settings& settings);
+  void DecideBy(const CallSettings& settings);
   void SetMask(const uint8_t* cells);
   void ApplyMask(const CallPictures& pictures, uint32_t flags);
-  void Clean(const CallPictures& pictures, const Settings& settings, uint32_t flags);
+  void Clean(const CallPictures& pictures, const CallSettings& settings, uint32_t flags);
   void ReleaseMemory() { workspace_.Release(); }
 
   const Decision& decision() const { return decision_; }
-  ConstImageView mask() const { return mask_.cells.view(); }
+  ConstImageView mask() const { return removal_.mask.cells.view(); }
 
  private:
+  // What is taken out, and how.
+  struct Removal {
+    Mask mask;
+    Findings findings;  // automatic: the mask is theirs, and the restoration measures by them
+    RestorationSettings restoration;
+  };
   struct Decided {
     Decision decision;
-    Mask mask;
+    Removal removal;
   };
-  static Decided DecideOn(const Analysis& analysis, const Settings& settings);
-  void TakeOut(const CallPictures& pictures, const Mask& mask, uint32_t flags, const PaddingChain& chain,
-               const Progress& part);
+  static Decided DecideOn(const Analysis& analysis, const CallSettings& settings);
+  void TakeOut(const CallPictures& pictures, const Removal& removal, uint32_t flags,
+               const PaddingChain& chain, const Progress& part);
   Progress ProgressOfCall() { return {Report, this}; }
   static bool Report(void* user, double part);
 
@@ -67,7 +78,7 @@ class InterfaceEngine {
   Workspace workspace_;
   Analysis analysis_;
   Decision decision_;
-  Mask mask_;
+  Removal removal_;
 };
 
 }  // namespace tessaline

@@ -92,13 +92,18 @@ typedef struct TessalineSettings {
   float acceptance;       /* percent, 0..100, standard 60; higher finds more */
   float notchRadius;      /* spectrum cells, 1..16, standard 6 */
   float protectionRadius; /* pixels, 1..128, standard 8: only shorter periods are taken out */
-  int32_t reserved;       /* 0 */
-  double sensitivity;     /* 0.7..1.3, standard 1, of the automatic acceptance; higher finds more */
+
+  /* Of the automatic acceptance alone: */
+  int32_t isEverywhere; /* standard 0: only where the picture has the pattern; 1: in all of it */
+  double sensitivity;   /* 0.7..1.3, standard 1; higher finds more */
+  double polish;        /* 0..2, standard 1: how much of what the notches leave is smoothed; 0: nothing */
 } TessalineSettings;
 
 /* For tessaline_apply and tessaline_clean, to be added up. */
 enum {
-  TESSALINE_ROUND_TO_NEAREST = 1, /* whole samples; without it they are truncated, as the program does */
+  /* Whole samples; without it they are truncated, as the program does. After an automatic decision they are
+   * always rounded to nearest. */
+  TESSALINE_ROUND_TO_NEAREST = 1,
 
   /* For tessaline_apply: the picture is the one that was analysed last, unchanged since. Its padding then
    * goes on where the analysis ended, and the result is bit for bit that of tessaline_clean. Without it, or
@@ -230,9 +235,10 @@ TESSALINE_API int32_t tessaline_decide(TessalineEngine* engine, const TessalineS
 TESSALINE_API int32_t tessaline_get_mask(const TessalineEngine* engine, uint8_t* cells);
 TESSALINE_API int32_t tessaline_set_mask(TessalineEngine* engine, const uint8_t* cells);
 
-/* Takes out of the picture what the engine's mask says; pictures and flags as of tessaline_clean. A mask of
- * zeros changes no sample. TESSALINE_ERROR_ORDER without a mask. Cancelling counts before the first sample
- * changes: the progress function is asked once, told later. */
+/* Takes out of the picture what the engine's mask says; pictures and flags as of tessaline_clean. The mask of
+ * an automatic decision is used with that decision's `isEverywhere` and `polish`, one that was set as it
+ * stands. A mask of zeros changes no sample. TESSALINE_ERROR_ORDER without a mask. Cancelling counts before
+ * the first sample changes: the progress function is asked once, told later. */
 TESSALINE_API int32_t tessaline_apply(TessalineEngine* engine, const TessalinePicture* from,
                                       const TessalinePicture* to, uint32_t flags);
 
