@@ -6,6 +6,7 @@
 
 #include "python/array_picture.h"
 #include "python/findings.h"
+#include "restoration/restoration.h"
 
 namespace py = pybind11;
 using namespace py::literals;
@@ -68,9 +69,10 @@ std::shared_ptr<Analysis> AnalysePart(const PictureView& picture, Call& call, do
   return spectrum;
 }
 
-// `from` without what the mask takes in `to`, alpha included.
-void ApplyPart(const ArrayPicture& from, const ArrayPicture& to, const PythonMask& mask,
-               const PaddingChain& chain, Call& call, double begin) {
+// remove(workspace, options, progress) takes what `mask` takes from `from` into `to`; alpha goes along.
+template <typename Remove>
+void RemovePart(const ArrayPicture& from, const ArrayPicture& to, const PythonMask& mask,
+                const PaddingChain& chain, Call& call, double begin, const Remove& remove) {
   if (mask.IsEmpty()) {  // sample for sample
     CopyArray(from, to);
   } else {
@@ -78,7 +80,7 @@ void ApplyPart(const ArrayPicture& from, const ArrayPicture& to, const PythonMas
     options.rounding = RoundingFor(from.picture.format);
     options.chain = chain;
     call.Run(begin, 1.0, [&](Workspace& workspace, const Progress& progress) {
-      return Apply(from.picture, to.picture, mask.mask(), workspace, options, progress);
+      return remove(workspace, options, progress);
     });
     CopyAlpha(from, to);
   }
@@ -101,10 +103,14 @@ std::shared_ptr<PythonAnalysis> AnalyseArray(const py::array& array, const py::o
 }
 
 py::array CleanArray(const py::array& array, const py::object& acceptance, const py::object& sensitivity,
-                     const py::object& notchRadius, const py::object& protectionRadius, int white,
-                     std::optional<int> threads, const py::object& out, const py::object& progress) {
+                     const py::object& notchRadius, const py::object& protectionRadius, bool everywhere,
+                     const py::object& polish, int white, std::optional<int> threads, const py::object& out,
+                     const py::object& progress) {
   constexpr double kLooked = 0.5;  // looking costs about as much as removing
   const Settings settings = ReadSettings(acceptance, sensitivity, notchRadius, protectionRadius);
+  RestorationSettings restoration;
+  restoration.everywhere = everywhere;
+  restoration.polish = static_cast<float>(InRange("polish", polish, kPolishRange));
   ArrayPicture from = ReadArray(array, white);
   const ArrayPicture to = ArrayForResult(out, white, &from);
   CallMemory memory;
@@ -112,7 +118,13 @@ py::array CleanArray(const py::array& array, const py::object& acceptance, const
   const std::shared_ptr<Analysis> spectrum = AnalysePart(from.picture, call, kLooked);
   const PaddingChain chain = spectrum->chain;
   const auto analysis = DecideOn(spectrum, settings, py::none());
-  ApplyPart(from, to, *analysis->mask, chain, call, kLooked);
+  RemovePart(from, to, *analysis->mask, chain, call, kLooked,
+             [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
+               const Mask& mask = analysis->mask->mask();
+               return settings.isAutomatic ? Restore(from.picture, to.picture, analysis->findings, mask,
+                                                     workspace, options, restoration, part)
+                                           : Apply(from.picture, to.picture, mask, workspace, options, part);
+             });
   return to.array;
 }
 
@@ -123,7 +135,10 @@ py::array ApplyMask(PythonMask& mask, const py::array& array, const py::object& 
   DemandUsableLevels(from.picture);
   std::unique_ptr<CallMemory> memory = mask.TakeMemory();
   Call call(threads, progress, *memory);
-  ApplyPart(from, to, mask, {}, call, 0.0);
+  RemovePart(from, to, mask, {}, call, 0.0,
+             [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
+               return Apply(from.picture, to.picture, mask.mask(), workspace, options, part);
+             });
   mask.GiveBack(std::move(memory));
   return to.array;
 }
@@ -147,14 +162,16 @@ acceptance         "auto" finds it from the picture; or 0 to 100 percent, higher
 sensitivity        of "auto", 0.7 to 1.3; more takes fainter patterns
 notch_radius       1 to 16 spectrum cells: how far round each peak frequencies are taken out
 protection_radius  1 to 128 pixels: repeats longer than 512 / protection_radius pixels are left alone
+everywhere         of "auto": also where the picture has no pattern, which is left alone otherwise
+polish             of "auto", 0 to 2: how strongly to smooth what the notches leave of the pattern
 white              the level that uint16 calls white, 65535 or 32768
 threads            1 to 256; None: all processors that the process may use
 out                an array of the same shape and type, also the array itself; it is untouched or finished
 progress           called with the part that is done, 0 to 1, on this thread, now and then; what it raises ends
                    the call and reaches the caller (once the result is being written, at its end)
 
-Where no pattern is found, every sample is the one given. uint8 and the uint16 of 0 to 32768 come out as from the
-program, rounded down; the uint16 of 0 to 65535 is rounded to nearest.)";
+Where no pattern is found, every sample is the one given. "auto" rounds to nearest, and so does uint16 of 0 to 65535; by
+number uint8 and the uint16 of 0 to 32768 are rounded down. Samples of uint8 are those of the program.)";
 
 constexpr const char* kAnalyseDoc = R"(What repeats in the array, as an Analysis; the array stays as it is.
 
@@ -177,8 +194,8 @@ A mask can be pickled and copied.)";
 constexpr const char* kApplyDoc =
     R"(The array without what the mask takes out, as a new array or in `out`; arguments as for clean.
 
-The picture is not looked at, which takes half the time of clean; its edges are continued a little differently, and
-single samples may differ from clean by a level or two. One mask may be applied from several threads at once. It
+The picture is not looked at, which takes half the time of clean or less. The mask counts everywhere and nothing is
+polished; whole numbers are rounded as clean by number does. One mask may be applied from several threads at once. It
 keeps the memory of finished calls, one lot for each that ran at once, as long as it lives.)";
 
 void AddMask(py::module_& module) {
@@ -267,8 +284,9 @@ PYBIND11_MODULE(_tessaline, module) {
   AddAnalysis(module);
   module.def("clean", CleanArray, "array"_a, "acceptance"_a = "auto", py::kw_only(),
              "sensitivity"_a = kSensitivityRange.standard, "notch_radius"_a = kNotchRadiusRange.standard,
-             "protection_radius"_a = kProtectionRadiusRange.standard, "white"_a = 65535,
-             "threads"_a = py::none(), "out"_a = py::none(), "progress"_a = py::none(), kCleanDoc);
+             "protection_radius"_a = kProtectionRadiusRange.standard, "everywhere"_a = false,
+             "polish"_a = kPolishRange.standard, "white"_a = 65535, "threads"_a = py::none(),
+             "out"_a = py::none(), "progress"_a = py::none(), kCleanDoc);
   module.def("analyse", AnalyseArray, "array"_a, "acceptance"_a = "auto", py::kw_only(),
              "sensitivity"_a = kSensitivityRange.standard, "notch_radius"_a = kNotchRadiusRange.standard,
              "protection_radius"_a = kProtectionRadiusRange.standard, "white"_a = 65535,

@@ -89,6 +89,8 @@ def clean(
     sensitivity: float = 1.0,
     notch_radius: float = 6.0,
     protection_radius: float = 8.0,
+    everywhere: bool = False,
+    polish: float = 1.0,
     white: White = 65535,
     threads: Optional[int] = None,
     out: Optional[Picture] = None,
