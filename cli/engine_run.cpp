@@ -5,6 +5,7 @@
 
 #include "cli/refusal.h"
 #include "removal/spectrum_picture.h"
+#include "restoration/decision.h"
 
 namespace tessaline::cli {
 namespace {
@@ -89,6 +90,9 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
       return outcome;
     }
     Demand(Decide(analysis, wishes.settings, &findings), name);
+    if (findings.isAutomatic) {
+      Demand(CompleteFindings(picture, analysis, wishes.settings, workspace, &findings), name);
+    }
     outcome.seconds.decide = clock.Lap();
   }
   Mask mask;

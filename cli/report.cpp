@@ -22,6 +22,7 @@ double AsWritten(float value) {
 }
 
 Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
+  constexpr const char* kSpreads[] = {"fine", "near", "far"};
   Json lines = nullptr;
   if (resolution) lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
   return {
@@ -33,6 +34,7 @@ Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& res
       {"height", peak.height},
       {"isolation", peak.isolation},
       {"licensed", peak.isLicensed},
+      {"spread", kSpreads[static_cast<size_t>(peak.scale)]},
       {"used", peak.verdict == PeakVerdict::kUsed},
       {"verdict", VerdictWords(peak)},
   };

@@ -426,6 +426,43 @@ bool GiveLicences(const LogSpectrum& spectrum, const Limits& limits,
   return anyLicence;
 }
 
+// Whether a place is within 2.5 cells of a sum of so many licensed peaks or their partners, the same one as
+// often as it likes.
+bool IsSumOf(int32_t terms, int32_t dx, int32_t dy, const std::vector<Offset>& licensed) {
+  if (terms == 0) {
+    const int32_t x = ((dx + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+    const int32_t y = ((dy + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+    return 4 * (x * x + y * y) <= 5 * 5;
+  }
+  return std::any_of(licensed.begin(), licensed.end(), [&](const Offset& peak) {
+    return IsSumOf(terms - 1, dx - peak.dx, dy - peak.dy, licensed) ||
+           IsSumOf(terms - 1, dx + peak.dx, dy + peak.dy, licensed);
+  });
+}
+
+// A weak peak near an axis is as likely the trace of an upright line as of the screen: only where the
+// screen's lattice has a place for it is it used.
+void LeaveOutOffLattice(std::vector<Candidate>* candidates) {
+  constexpr size_t kMostForSumsOfThree = 24;
+  std::vector<Offset> licensed;
+  for (const Candidate& candidate : *candidates) {
+    if (candidate.peak.isLicensed) licensed.push_back({candidate.peak.dx, candidate.peak.dy});
+  }
+  const int32_t mostTerms = licensed.size() <= kMostForSumsOfThree ? 3 : 2;
+  for (Candidate& candidate : *candidates) {
+    const SpectrumPeak& peak = candidate.peak;
+    if (candidate.isOut || peak.isLicensed || candidate.axis == Axis::kNone) continue;
+    const auto isTriple = [&](const Offset& other) {
+      return IsSumOf(0, peak.dx - 3 * other.dx, peak.dy - 3 * other.dy, licensed) ||
+             IsSumOf(0, peak.dx + 3 * other.dx, peak.dy + 3 * other.dy, licensed);
+    };
+    const bool isExplained = IsSumOf(2, peak.dx, peak.dy, licensed) ||
+                             std::any_of(licensed.begin(), licensed.end(), isTriple) ||
+                             (mostTerms == 3 && IsSumOf(3, peak.dx, peak.dy, licensed));
+    if (!isExplained) LeaveOut(&candidate, PeakVerdict::kOffLattice);
+  }
+}
+
 // Of the peaks that are left, those that a licensed picture's removal uses.
 void ChooseUsed(bool anyLicence, std::vector<Candidate>* candidates) {
   for (Candidate& candidate : *candidates) {
@@ -466,7 +503,8 @@ void SeedPeak(const LogSpectrum& spectrum, const Limits& limits, const SpectrumP
 
 void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, double logSpan,
             int32_t transformSize, double sensitivity, float protectionRadius, const ImageView& seeds,
-            std::vector<SpectrumPeak>* peaks, const std::vector<SpectrumPeak>& licensedBefore) {
+            std::vector<SpectrumPeak>* peaks, const std::vector<SpectrumPeak>& licensedBefore,
+            bool keepsToLattice) {
   const double discRadius = kSpectrumCentre / std::min(double{protectionRadius}, 127.9);
   const LogSpectrum spectrum(rawGray16, logSpan, discRadius);
   const Limits limits(sensitivity, std::max(transformSize / kSpectrumCells, 1));
@@ -476,6 +514,7 @@ void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, doubl
   LeaveOutSkirts(&candidates);
   const bool anyLicence = GiveLicences(spectrum, limits, licensedBefore, &candidates);
   ChooseUsed(anyLicence, &candidates);
+  if (keepsToLattice) LeaveOutOffLattice(&candidates);
   if (peaks != nullptr) {
     peaks->clear();
     for (const Candidate& candidate : candidates) peaks->push_back(candidate.peak);
@@ -491,7 +530,8 @@ void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, doubl
 }  // namespace
 
 const char* VerdictWords(const SpectrumPeak& peak) {
-  constexpr const char* kWords[] = {"used", "text lines", "blocks", "skirt", "not isolated", "no licence"};
+  constexpr const char* kWords[] = {"used",         "text lines", "blocks",    "skirt",
+                                    "not isolated", "no licence", "too faint", "off the lattice"};
   if (peak.isGrid && peak.verdict != PeakVerdict::kUsed) return "windows";
   return kWords[static_cast<size_t>(peak.verdict)];
 }
@@ -508,14 +548,14 @@ int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstIma
                                  double logSpan, int32_t transformSize, double sensitivity,
                                  float protectionRadius, const ImageView& seeds,
                                  std::vector<SpectrumPeak>* peaks,
-                                 const std::vector<SpectrumPeak>* licensedBefore) {
+                                 const std::vector<SpectrumPeak>* licensedBefore, bool keepsToLattice) {
   if (!IsSpectrumGrid(rawGray16, kGray16) || !IsSpectrumGrid(gray16, kGray16) ||
       !IsSpectrumGrid(seeds, kGray8)) {
     return kUnequalSizes;
   }
   try {
     Detect(rawGray16, gray16, logSpan, transformSize, sensitivity, protectionRadius, seeds, peaks,
-           licensedBefore != nullptr ? *licensedBefore : std::vector<SpectrumPeak>{});
+           licensedBefore != nullptr ? *licensedBefore : std::vector<SpectrumPeak>{}, keepsToLattice);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

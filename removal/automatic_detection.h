@@ -24,6 +24,8 @@ enum class PeakVerdict : int32_t {
   kSkirt,        // leakage of a higher peak close by
   kNotIsolated,  // stands out, but something beside it is higher and no licensed peak is near
   kNoLicence,    // would have been used, but no peak of the picture has a licence
+  kTooFaint,     // would have a licence, but nobody could see it (restoration/decision.h)
+  kOffLattice,   // near an axis, without a licence, and no sum of licensed peaks
 };
 
 // How far a peak is spread.
@@ -57,13 +59,15 @@ struct SpectrumPeak {
 // `peaks`, when not null, receives every peak that stands out, highest first (then by row and column).
 // `licensedBefore`, when not null, are peaks that had a licence in other pictures with the same pattern: at
 // their places half of what a licence asks for beyond the weak level keeps it, so that a peak on the edge
-// does not come and go. Returns 0; kUnequalSizes when an image has another shape; kOutOfMemory; the map is
-// unchanged on an error.
+// does not come and go. `keepsToLattice`: of the peaks near an axis that have no licence only
+// those are used that are sums of two or three licensed ones. Returns 0; kUnequalSizes when an image has
+// another shape; kOutOfMemory; the map is unchanged on an error.
 int32_t DetectPeaksAutomatically(const ConstImageView& rawGray16, const ConstImageView& gray16,
                                  double logSpan, int32_t transformSize, double sensitivity,
                                  float protectionRadius, const ImageView& seeds,
                                  std::vector<SpectrumPeak>* peaks,
-                                 const std::vector<SpectrumPeak>* licensedBefore = nullptr);
+                                 const std::vector<SpectrumPeak>* licensedBefore = nullptr,
+                                 bool keepsToLattice = false);
 
 // The verdict in a word or two, as reports and interfaces say it: "used", "text lines", "blocks", "windows"
 // (a grid that is left out, whatever for), "skirt", "not isolated", "no licence".

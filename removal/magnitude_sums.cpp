@@ -30,12 +30,31 @@ void MagnitudesBaseline(const float* values, float* magnitudes, int32_t count) {
   MagnitudesLoop(values, magnitudes, count);
 }
 
+struct BlockSum {
+  double magnitude = 0.0;
+  double power = 0.0;
+
+  void Add(float value) {
+    magnitude += double{value};
+    power += double{value} * double{value};
+  }
+  void Leave(double* pair) const {
+    pair[0] = magnitude;
+    pair[1] = power;
+  }
+};
+
 }  // namespace
+
+void MagnitudeSums::AddTo(int32_t row, int32_t column, double magnitude, double power) {
+  sums_.Row<double>(row)[column] += magnitude;
+  if (!powers_.IsEmpty()) powers_.Row<double>(row)[column] += power;
+}
 
 bool MagnitudeSums::Prepare(int32_t transformSize, int32_t strips, int32_t workers) {
   if (transformSize == size_ && strips == strips_ && workers == workers_) return true;
   size_ = 0;
-  edges_ = AllocateBlock<double>(static_cast<size_t>(strips) * kSpectrumCells);
+  edges_ = AllocateBlock<double>(2 * static_cast<size_t>(strips) * kSpectrumCells);
   magnitudes_ = AllocateBlock<float>(static_cast<size_t>(workers) * static_cast<size_t>(transformSize));
   if (!edges_ || !magnitudes_) return false;
   size_ = transformSize;
@@ -56,26 +75,28 @@ void MagnitudeSums::Visit(int32_t kx, float* column, int32_t worker) {
   const int32_t place = kx + half;          // column of the centred spectrum,
   const int32_t mirroredPlace = half - kx;  // and of its mirror image
   const bool isStripEdge = kx % RealTransform::kStripColumns == 0;
-  double* const edge = edges_.get() + static_cast<size_t>(kx / RealTransform::kStripColumns) * kSpectrumCells;
+  double* const edge =
+      edges_.get() + 2 * static_cast<size_t>(kx / RealTransform::kStripColumns) * kSpectrumCells;
   const bool hasMirror = kx != 0 && kx != half;
   for (int32_t cell = 0; cell < kSpectrumCells; ++cell) {
     const float* const block = magnitudes + cell * blockSide;
-    double sum = 0.0;
-    for (int32_t i = 0; i < blockSide; ++i) sum += double{block[i]};
+    BlockSum sum;
+    for (int32_t i = 0; i < blockSide; ++i) sum.Add(block[i]);
     if (kx == half) {
-      edge[cell] = sum;  // the first column of the spectrum, and its own mirror image
+      sum.Leave(edge + 2 * cell);  // the first column of the spectrum, and its own mirror image
       continue;
     }
-    sums_.Row<double>(cell)[place / blockSide] += sum;
+    AddTo(cell, place / blockSide, sum.magnitude, sum.power);
     if (!hasMirror) continue;
     // Row y of the centred spectrum becomes row N - y: a block moves by one row.
     const int32_t last = (size_ - cell * blockSide) & (size_ - 1);
-    double mirroredSum = double{magnitudes[last]};
-    for (int32_t i = 1; i < blockSide; ++i) mirroredSum += double{magnitudes[size_ - cell * blockSide - i]};
+    BlockSum mirroredSum;
+    mirroredSum.Add(magnitudes[last]);
+    for (int32_t i = 1; i < blockSide; ++i) mirroredSum.Add(magnitudes[size_ - cell * blockSide - i]);
     if (isStripEdge) {
-      edge[cell] = mirroredSum;
+      mirroredSum.Leave(edge + 2 * cell);
     } else {
-      sums_.Row<double>(cell)[mirroredPlace / blockSide] += mirroredSum;
+      AddTo(cell, mirroredPlace / blockSide, mirroredSum.magnitude, mirroredSum.power);
     }
   }
 }
@@ -83,9 +104,11 @@ void MagnitudeSums::Visit(int32_t kx, float* column, int32_t worker) {
 void MagnitudeSums::End() {
   const int32_t blockSide = size_ / kSpectrumCells;
   for (int32_t strip = 1; strip < strips_; ++strip) {
-    const double* const edge = edges_.get() + static_cast<size_t>(strip) * kSpectrumCells;
+    const double* const edge = edges_.get() + 2 * static_cast<size_t>(strip) * kSpectrumCells;
     const int32_t mirroredCell = (size_ / 2 - strip * RealTransform::kStripColumns) / blockSide;
-    for (int32_t cell = 0; cell < kSpectrumCells; ++cell) sums_.Row<double>(cell)[mirroredCell] += edge[cell];
+    for (int32_t cell = 0; cell < kSpectrumCells; ++cell) {
+      AddTo(cell, mirroredCell, edge[2 * cell], edge[2 * cell + 1]);
+    }
   }
 }
 

@@ -17,7 +17,11 @@ class MagnitudeSums final : public SpectrumColumns {
   // False: no memory.
   bool Prepare(int32_t transformSize, int32_t strips, int32_t workers);
   // `sums`: 512 x 512 doubles, added to.
-  void Begin(const ImageView& sums) { sums_ = sums; }
+  // `powers`, if given: likewise, receives the squares of the magnitudes.
+  void Begin(const ImageView& sums, const ImageView& powers = {}) {
+    sums_ = sums;
+    powers_ = powers;
+  }
   // After the last column.
   void End();
 
@@ -25,12 +29,15 @@ class MagnitudeSums final : public SpectrumColumns {
   void Visit(int32_t kx, float* column, int32_t worker) override;
 
  private:
+  void AddTo(int32_t row, int32_t column, double magnitude, double power);
+
   int32_t size_ = 0;
   int32_t strips_ = 0;
   int32_t workers_ = 0;
-  ImageView sums_;
+  ImageView sums_, powers_;
   // The mirror image of a strip's first column falls into a grid column that another strip adds to: it waits
-  // here, 512 sums a strip.
+  // here, 512 sums a strip,
+  // and as many of squares.
   OwnedBlock<double> edges_;
   OwnedBlock<float> magnitudes_;  // one column a worker, in the grid's order
 };

@@ -67,6 +67,8 @@ constexpr Reason kReasons[] = {
     {PeakVerdict::kSkirt, 'S', {170, 170, 170}, "SKIRT"},
     {PeakVerdict::kNotIsolated, 'I', {170, 170, 170}, "NOT ISOLATED"},
     {PeakVerdict::kNoLicence, 'N', {255, 150, 60}, "NO LICENCE"},
+    {PeakVerdict::kTooFaint, 'F', {255, 150, 60}, "TOO FAINT"},
+    {PeakVerdict::kOffLattice, 'L', {170, 170, 170}, "OFF LATTICE"},
 };
 constexpr Reason kWindows = {PeakVerdict::kNoLicence, 'W', {215, 120, 255}, "WINDOWS"};
 
@@ -96,11 +98,11 @@ class Canvas {
     Cover(pixels_->data() + place, colour, cover);
   }
 
-  void Circle(int32_t centreX, int32_t centreY, const Colour& colour) {
-    constexpr float kRadius = 9.0f;
-    for (int32_t y = -11; y <= 11; ++y) {
-      for (int32_t x = -11; x <= 11; ++x) {
-        const float fromRim = std::abs(std::hypot(static_cast<float>(x), static_cast<float>(y)) - kRadius);
+  void Circle(int32_t centreX, int32_t centreY, int32_t radius, const Colour& colour) {
+    for (int32_t y = -radius - 2; y <= radius + 2; ++y) {
+      for (int32_t x = -radius - 2; x <= radius + 2; ++x) {
+        const float fromRim =
+            std::abs(std::hypot(static_cast<float>(x), static_cast<float>(y)) - static_cast<float>(radius));
         if (fromRim < 1.2f) Dot(centreX + x, centreY + y, colour, std::min(1.0f, 1.4f - fromRim));
       }
     }
@@ -147,9 +149,11 @@ class Canvas {
   std::vector<uint8_t>* pixels_;
 };
 
+constexpr int32_t kCircleRadii[] = {9, 20, 32};  // by how far the peak is spread
+
 void MarkPeak(const SpectrumPeak& peak, int32_t x, int32_t y, bool isTakenOut, Canvas* canvas) {
   if (peak.isLicensed) {
-    canvas->Circle(x, y, kLicensed);
+    canvas->Circle(x, y, kCircleRadii[static_cast<size_t>(peak.scale)], kLicensed);
     return;
   }
   // Nothing is left alone inside the notch of a higher peak, whatever was found of this one.
@@ -165,7 +169,7 @@ constexpr int32_t kLegendName = 22;  // pixels right of an entry's mark
 constexpr int32_t kLegendScale = 2;
 
 int32_t LegendHeight(bool isAutomatic) {
-  return kLegendMargin + kLegendRow * (isAutomatic ? 4 : 1);
+  return kLegendMargin + kLegendRow * (isAutomatic ? 5 : 1);
 }
 
 int32_t LegendTop(int32_t row) {
@@ -183,13 +187,14 @@ void DrawLegend(bool isAutomatic, Canvas* canvas) {
   canvas->Box(kLegendColumns[1], LegendTop(0), kBox, kBox, kProtected, kRimCover);
   name(1, 0, "PROTECTED");
   if (!isAutomatic) return;
-  canvas->Circle(kLegendColumns[2] + kMiddle, LegendTop(0) + kMiddle, kLicensed);
+  canvas->Circle(kLegendColumns[2] + kMiddle, LegendTop(0) + kMiddle, kCircleRadii[0], kLicensed);
   name(2, 0, "LICENSED");
   canvas->Text(kLegendColumns[0], LegendTop(1), kLegendScale, kText, "SEEN BUT LEFT ALONE");
-  const Reason* const cells[2][3] = {{&kReasons[0], &kReasons[1], &kWindows},
-                                     {&kReasons[2], &kReasons[3], &kReasons[4]}};
-  for (int32_t row = 0; row < 2; ++row) {
-    for (int32_t column = 0; column < 3; ++column) {
+  const Reason* const cells[3][3] = {{&kReasons[0], &kReasons[1], &kWindows},
+                                     {&kReasons[2], &kReasons[3], &kReasons[4]},
+                                     {&kReasons[5], &kReasons[6], nullptr}};
+  for (int32_t row = 0; row < 3; ++row) {
+    for (int32_t column = 0; column < 3 && cells[row][column] != nullptr; ++column) {
       const Reason& reason = *cells[row][column];
       canvas->Text(kLegendColumns[column], LegendTop(row + 2), kLegendScale, reason.colour,
                    {&reason.letter, 1});

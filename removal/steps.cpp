@@ -24,15 +24,6 @@ constexpr SizeThreshold kSizeThresholds[] = {
 };
 constexpr int32_t kSmallestTransform = 1024;
 
-int32_t CountSeeds(const ConstImageView& seeds) {
-  int32_t cells = 0;
-  for (int32_t y = 0; y < kSpectrumCells; ++y) {
-    const uint8_t* const row = seeds.Row(y);
-    cells += static_cast<int32_t>(std::count(row, row + kSpectrumCells, uint8_t{255}));
-  }
-  return cells;
-}
-
 }  // namespace
 
 bool IsUsable(const PictureView& picture) {
@@ -42,6 +33,15 @@ bool IsUsable(const PictureView& picture) {
 
 bool HasSameShape(const PictureView& a, const PictureView& b) {
   return a.width == b.width && a.height == b.height && a.format == b.format && a.channels == b.channels;
+}
+
+int32_t CountSeeds(const ConstImageView& seeds) {
+  int32_t cells = 0;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    const uint8_t* const row = seeds.Row(y);
+    cells += static_cast<int32_t>(std::count(row, row + kSpectrumCells, uint8_t{255}));
+  }
+  return cells;
 }
 
 int32_t TransformSizeFor(int32_t side) {
@@ -100,7 +100,10 @@ int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Prog
   if (!IsUsable(picture)) return kUnknownPixelKind;
   const int32_t n = TransformSizeFor(picture);
   if (analysis->transformSize == 0) {
-    if (!analysis->sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) return kOutOfMemory;
+    if (!analysis->sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) ||
+        !analysis->powers.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) {
+      return kOutOfMemory;
+    }
     analysis->transformSize = n;
   }
   if (analysis->transformSize != n) return kUnequalSizes;
@@ -111,7 +114,7 @@ int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Prog
         progress.Part(double(channel) / picture.channels, (channel + 1.0) / picture.channels);
     const ConstantRows constant =
         workspace.LoadPlane(picture, channel, analysis->chain.remainder, &analysis->meanLevels[channel]);
-    workspace.magnitudes_.Begin(analysis->sums.view());
+    workspace.magnitudes_.Begin(analysis->sums.view(), analysis->powers.view());
     if (workspace.transform_.Examine(workspace.plane_, constant, workspace.magnitudes_, workspace.parallel_,
                                      part)) {
       return kUserCancelled;
@@ -167,7 +170,7 @@ int32_t Decide(const Analysis& analysis, const Settings& wanted, Findings* findi
       settings.isAutomatic
           ? DetectPeaksAutomatically(analysis.rawGray16.view(), analysis.gray16.view(), analysis.logSpan,
                                      analysis.transformSize, settings.sensitivity, settings.protectionRadius,
-                                     findings->seeds.view(), &findings->peaks, licensedBefore)
+                                     findings->seeds.view(), &findings->peaks, licensedBefore, true)
           : DetectPeaks(analysis.gray16.view(), threshold, settings.protectionRadius, findings->seeds.view());
   if (result == kSuccess) findings->seedCells = CountSeeds(findings->seeds.view());
   return result;

@@ -76,7 +76,8 @@ class Workspace {
 
 struct Analysis {
   int32_t transformSize = 0;  // N; 0: nothing added yet
-  Image sums;  // 512 x 512 doubles: magnitudes, summed over channels and D x D blocks, D = N / 512
+  Image sums;    // 512 x 512 doubles: magnitudes, summed over channels and D x D blocks, D = N / 512
+  Image powers;  // the same of their squares, which the smeared peaks of a warped page are found in
 
   // Of FinishAnalysis:
   Image rawGray16;       // 512 x 512, 16-bit: log spectrum, 0..32768, before the peak enhancement
@@ -106,6 +107,8 @@ struct Findings {
   bool isAutomatic = false;
   std::vector<SpectrumPeak> peaks;  // automatic: all that stand out, highest first
 };
+
+int32_t CountSeeds(const ConstImageView& seeds);  // cells of 255
 
 // `licensedBefore`, for the automatic rule: peaks that had a licence in other pictures with the same pattern,
 // which keep it here more easily (automatic_detection.h); may be null. Returns 0; kOutOfMemory.

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "restoration/decision.h"
 #include "tests/support/picture_files.h"
 
 namespace tessaline {
@@ -43,7 +44,7 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
     Mask mask;
     ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
     ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
-    CopyImage(ImageOf(ReadPicture(name + ".seed.png")).view(), findings.seeds.view());
+    ASSERT_EQ(kSuccess, CompleteFindings(view, analysis, settings, workspace, &findings));
     ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
     ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {{}, analysis.chain}, {}, {}, &gate));
     const Picture result = SamplesOf(picture.view()), open = SamplesOf(gate.view());
@@ -52,6 +53,9 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
       continue;
     }
     first = result;
+    const Distance ofSeeds =
+        DistanceBetween(ReadPicture(name + ".seed.png"), SamplesOf(findings.seeds.view()));
+    EXPECT_LE(ofSeeds.shareBeyond, 2e-4);  // 52 of 262144 cells
     const Distance ofGate = DistanceBetween(ReadPicture(name + ".gate.png"), open);
     EXPECT_LE(ofGate.mean, 3);
     EXPECT_LE(ofGate.shareBeyond, 0.001);
@@ -64,8 +68,26 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page"),
+INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page", "warped"),
                          [](const auto& test) { return test.param; });
+
+TEST(Licences, AreTakenBackFromWhatNobodyCouldSee) {
+  Picture faint = ReadPicture("restore/halftone.png");
+  for (uint16_t& sample : faint.samples) sample = static_cast<uint16_t>(128 + (sample - 128) / 45);
+  Image picture = ImageOf(faint);
+  const PictureView view = PictureOf(picture.view());
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
+  ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
+  EXPECT_GT(findings.seedCells, 0);
+  ASSERT_EQ(kSuccess, CompleteFindings(view, analysis, settings, workspace, &findings));
+  EXPECT_EQ(0, findings.seedCells);
+  EXPECT_EQ(PeakVerdict::kTooFaint, findings.peaks.front().verdict);
+}
 
 }  // namespace
 }  // namespace tessaline

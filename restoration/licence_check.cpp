@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <numbers>
+#include <vector>
+
+#include "image/pixel_kind.h"
+#include "restoration/decision.h"
+#include "restoration/plane.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr int32_t kTileSide = 128;
+constexpr int32_t kBinsAround = 3;  // of the tile padded to twice its side
+constexpr int32_t kBins = 2 * kBinsAround + 1;
+constexpr int32_t kPeaksChecked = 3;
+constexpr size_t kMostTiles = 400;  // of a larger picture's so many, evenly spread
+constexpr double kLeastAmplitude = 2.0 * kByteToHost;
+constexpr double kStrongShare = 0.98;
+
+// One axis of a tile: the window times the waves of the bins round a peak's place.
+struct TileAxis {
+  int32_t side;
+  double windowSum = 0.0;
+  std::vector<float> window;
+  std::vector<float> cosine[kBins], sine[kBins];
+
+  TileAxis(int32_t pictureSide, int32_t cells) : side(std::min(pictureSide, kTileSide)) {
+    const double circle = 2.0 * std::numbers::pi;
+    const int32_t padded = 2 * side;
+    const auto middle = static_cast<int32_t>(std::lround(cells * double(padded) / kSpectrumCells));
+    for (int32_t i = 0; i < side; ++i) {
+      const double hann = side > 1 ? 0.5 - 0.5 * std::cos(circle * i / (side - 1)) : 1.0;
+      windowSum += hann;
+      window.push_back(static_cast<float>(hann));
+      for (int32_t bin = 0; bin < kBins; ++bin) {
+        const double phase = circle * (middle + bin - kBinsAround) * i / padded;
+        cosine[bin].push_back(static_cast<float>(std::cos(phase)));
+        sine[bin].push_back(static_cast<float>(std::sin(phase)));
+      }
+    }
+  }
+};
+
+struct Tile {
+  int32_t x, y;
+};
+
+std::vector<Tile> TilesOf(int32_t width, int32_t height, int32_t tileWidth, int32_t tileHeight) {
+  std::vector<Tile> tiles;
+  for (int32_t y = 0; y + tileHeight <= height; y += std::max(tileHeight / 2, 1)) {
+    for (int32_t x = 0; x + tileWidth <= width; x += std::max(tileWidth / 2, 1)) tiles.push_back({x, y});
+  }
+  const size_t step = (tiles.size() + kMostTiles - 1) / kMostTiles;
+  std::vector<Tile> chosen;
+  for (size_t i = 0; i < tiles.size(); i += step) chosen.push_back(tiles[i]);
+  return chosen;
+}
+
+// A tile's samples, less their mean, under the window.
+void LoadTile(const PictureView& picture, int32_t channel, const Tile& tile, const TileAxis& axisX,
+              const TileAxis& axisY, float* samples) {
+  PictureView part = picture;
+  part.width = axisX.side;
+  const ChannelView& whole = picture.channel[channel];
+  part.channel[channel].data = whole.data + tile.x * whole.pixelBytes;
+  float row[2 * kTileSide];
+  double sum = 0.0;
+  for (int32_t y = 0; y < axisY.side; ++y) {
+    sum += LoadLevels(part, channel, tile.y + y, row);
+    for (int32_t x = 0; x < axisX.side; ++x) samples[y * axisX.side + x] = row[2 * x];
+  }
+  const auto mean = static_cast<float>(sum / (axisX.side * axisY.side));
+  for (int32_t y = 0; y < axisY.side; ++y) {
+    for (int32_t x = 0; x < axisX.side; ++x) {
+      float& sample = samples[y * axisX.side + x];
+      sample = (sample - mean) * axisX.window[x] * axisY.window[y];
+    }
+  }
+}
+
+// The greatest magnitude of the bins round the peak.
+double GreatestMagnitude(const float* samples, const TileAxis& axisX, const TileAxis& axisY) {
+  double real[kBins][kBins] = {}, imaginary[kBins][kBins] = {};
+  for (int32_t y = 0; y < axisY.side; ++y) {
+    const float* const row = samples + y * axisX.side;
+    for (int32_t i = 0; i < kBins; ++i) {
+      float cosines = 0.0f, sines = 0.0f;
+      for (int32_t x = 0; x < axisX.side; ++x) {
+        cosines += row[x] * axisX.cosine[i][x];
+        sines += row[x] * axisX.sine[i][x];
+      }
+      for (int32_t j = 0; j < kBins; ++j) {  // exp(-i (phase x + phase y))
+        const double cosine = axisY.cosine[j][y], sine = axisY.sine[j][y];
+        real[j][i] += cosines * cosine - sines * sine;
+        imaginary[j][i] -= sines * cosine + cosines * sine;
+      }
+    }
+  }
+  double greatest = 0.0;
+  for (int32_t j = 0; j < kBins; ++j) {
+    for (int32_t i = 0; i < kBins; ++i)
+      greatest = std::max(greatest, std::hypot(real[j][i], imaginary[j][i]));
+  }
+  return greatest;
+}
+
+// The amplitude of a peak in the picture's strong places, 0 .. 32768.
+double StrongAmplitude(const PictureView& picture, const SpectrumPeak& peak, Parallel& parallel) {
+  const TileAxis axisX(picture.width, peak.dx), axisY(picture.height, peak.dy);
+  const std::vector<Tile> tiles = TilesOf(picture.width, picture.height, axisX.side, axisY.side);
+  std::vector<double> amplitudes(tiles.size());
+  const double unit = 2.0 / std::max(axisX.windowSum * axisY.windowSum, 1e-9);
+  const auto measure = [&](int32_t index, int32_t) {
+    float samples[kTileSide * kTileSide];
+    for (int32_t c = 0; c < picture.channels; ++c) {
+      LoadTile(picture, c, tiles[index], axisX, axisY, samples);
+      amplitudes[index] = std::max(amplitudes[index], unit * GreatestMagnitude(samples, axisX, axisY));
+    }
+  };
+  ForEachTask(parallel, static_cast<int32_t>(tiles.size()), measure, [](int32_t) { return false; });
+  std::sort(amplitudes.begin(), amplitudes.end());
+  const double place = kStrongShare * static_cast<double>(amplitudes.size() - 1);
+  const auto lower = static_cast<size_t>(place);
+  const size_t upper = std::min(lower + 1, amplitudes.size() - 1);
+  return amplitudes[lower] + (place - static_cast<double>(lower)) * (amplitudes[upper] - amplitudes[lower]);
+}
+
+std::vector<SpectrumPeak> StrongestLicensed(const Findings& findings) {
+  std::vector<SpectrumPeak> licensed;
+  for (const SpectrumPeak& peak : findings.peaks) {
+    if (peak.isLicensed) licensed.push_back(peak);
+  }
+  std::stable_sort(licensed.begin(), licensed.end(), [](const SpectrumPeak& a, const SpectrumPeak& b) {
+    return a.height + a.background > b.height + b.background;
+  });
+  if (licensed.size() > kPeaksChecked) licensed.resize(kPeaksChecked);
+  return licensed;
+}
+
+void TakeLicencesBack(Findings* findings) {
+  for (SpectrumPeak& peak : findings->peaks) {
+    if (peak.isLicensed) {
+      peak.verdict = PeakVerdict::kTooFaint;
+    } else if (peak.verdict == PeakVerdict::kUsed) {
+      peak.verdict = PeakVerdict::kNoLicence;
+    }
+    peak.isLicensed = false;
+  }
+  ClearImage(findings->seeds.view());
+  findings->seedCells = 0;
+}
+
+}  // namespace
+
+int32_t CheckLicences(const PictureView& picture, Parallel& parallel, Findings* findings) {
+  try {
+    const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
+    const bool isSeen = std::any_of(strongest.begin(), strongest.end(), [&](const SpectrumPeak& peak) {
+      return StrongAmplitude(picture, peak, parallel) >= kLeastAmplitude;
+    });
+    if (!strongest.empty() && !isSeen) TakeLicencesBack(findings);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+  return kSuccess;
+}
+
+}  // namespace tessaline

@@ -1,0 +1,214 @@
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <new>
+#include <vector>
+
+#include "removal/peak_detection.h"
+#include "removal/portable_math.h"
+#include "restoration/decision.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr int32_t kWrap = kSpectrumCells - 1;
+constexpr double kPeriodAngle = 57.29577951308232;  // degrees of a radian
+
+// How a spectrum is searched for peaks of one smear. Lengths are in multiples of the sigma where not in
+// cells.
+struct SmearRule {
+  PeakScale scale;
+  int32_t sigma;   // cells
+  double licence;  // height, natural log
+  double weak;
+  int32_t reach;
+  bool avoidsBlocks;  // not where compression in blocks of 8 x 8 leaves its trace
+};
+constexpr SmearRule kNear = {PeakScale::kNear, 4, 2.2, 1.0, 5, true};
+constexpr SmearRule kFar = {PeakScale::kFar, 8, 1.8, 0.7, 4, false};
+
+constexpr int32_t kNearestToCentre = 40;  // cells
+constexpr double kLeastIsolation = 0.8;
+constexpr double kLeastUsed = 1.0, kLeastUsedOnAxis = 1.5;  // height
+
+bool IsOnAxis(int32_t dx, int32_t dy) {
+  return std::abs(dx) <= 8 + 0.06 * std::abs(dy) || std::abs(dy) <= 8 + 0.06 * std::abs(dx);
+}
+
+bool IsOnBlocks(int32_t dx, int32_t dy) {
+  constexpr int32_t kBlockFrequency = kSpectrumCells / 8;
+  const auto isNear = [](int32_t cells) {
+    const int32_t rest = std::abs(cells) % kBlockFrequency;
+    return std::min(rest, kBlockFrequency - rest) <= 2;
+  };
+  return isNear(dx) && isNear(dy);
+}
+
+// Half the natural log of the powers under a Gaussian, the spectrum being periodic.
+class SmoothedSpectrum {
+ public:
+  SmoothedSpectrum(const ConstImageView& powers, int32_t sigma)
+      : cells_(size_t{kSpectrumCells} * kSpectrumCells) {
+    const int32_t reach = 4 * sigma;
+    std::vector<double> weights;
+    double total = 0.0;
+    for (int32_t i = -reach; i <= reach; ++i) {
+      weights.push_back(PortableExp(-0.5 * i * i / (sigma * sigma)));
+      total += weights.back();
+    }
+    std::vector<double> across(cells_.size());
+    for (int32_t y = 0; y < kSpectrumCells; ++y) {
+      const double* const row = powers.Row<double>(y);
+      double* const sums = &across[size_t{kSpectrumCells} * static_cast<size_t>(y)];
+      std::vector<double> wrapped;
+      for (int32_t x = -reach; x < kSpectrumCells + reach; ++x) wrapped.push_back(row[x & kWrap]);
+      for (int32_t i = 0; i <= 2 * reach; ++i) {
+        for (int32_t x = 0; x < kSpectrumCells; ++x) sums[x] += weights[i] / total * wrapped[x + i];
+      }
+    }
+    for (int32_t y = 0; y < kSpectrumCells; ++y) {
+      double* const row = &cells_[size_t{kSpectrumCells} * static_cast<size_t>(y)];
+      for (int32_t i = -reach; i <= reach; ++i) {
+        const double* const from = &across[size_t{kSpectrumCells} * static_cast<size_t>((y + i) & kWrap)];
+        for (int32_t x = 0; x < kSpectrumCells; ++x) row[x] += weights[i + reach] / total * from[x];
+      }
+      for (int32_t x = 0; x < kSpectrumCells; ++x) row[x] = 0.5 * PortableLog(std::max(row[x], DBL_MIN));
+    }
+  }
+
+  // From the zero frequency.
+  double At(int32_t dx, int32_t dy) const {
+    const auto row = static_cast<size_t>((dy + kSpectrumCentre) & kWrap);
+    return cells_[row * kSpectrumCells + static_cast<size_t>((dx + kSpectrumCentre) & kWrap)];
+  }
+
+  bool IsHighestWithin(int32_t dx, int32_t dy, int32_t reach) const {
+    const double level = At(dx, dy);
+    for (int32_t v = -reach; v <= reach; ++v) {
+      for (int32_t u = -reach; u <= reach; ++u) {
+        if (At(dx + u, dy + v) > level) return false;
+      }
+    }
+    return true;
+  }
+
+  // The cells of a ring, inner and outer radius included.
+  std::vector<double> Ring(int32_t dx, int32_t dy, double inner, double outer) const {
+    std::vector<double> ring;
+    const auto reach = static_cast<int32_t>(outer);
+    for (int32_t v = -reach; v <= reach; ++v) {
+      for (int32_t u = -reach; u <= reach; ++u) {
+        const int32_t square = u * u + v * v;
+        if (square >= inner * inner && square <= outer * outer) ring.push_back(At(dx + u, dy + v));
+      }
+    }
+    return ring;
+  }
+
+ private:
+  std::vector<double> cells_;
+};
+
+SpectrumPeak Weigh(const SmoothedSpectrum& spectrum, const SmearRule& rule, double sensitivity, int32_t dx,
+                   int32_t dy) {
+  std::vector<double> around = spectrum.Ring(dx, dy, 3 * rule.sigma + 2, 7 * rule.sigma + 2);
+  const auto middle = around.begin() + static_cast<ptrdiff_t>((around.size() - 1) / 2);
+  std::nth_element(around.begin(), middle, around.end());
+  const std::vector<double> beside = spectrum.Ring(dx, dy, 3.5 * rule.sigma, 8.0 * rule.sigma);
+  SpectrumPeak peak = {};
+  peak.dx = dx;
+  peak.dy = dy;
+  peak.period = kSpectrumCells / std::hypot(dx, dy);
+  peak.angle = std::fmod(std::atan2(-dy, dx) * kPeriodAngle + 180.0, 180.0);
+  peak.background = *middle;
+  peak.height = spectrum.At(dx, dy) - peak.background;
+  peak.isolation = spectrum.At(dx, dy) - *std::max_element(beside.begin(), beside.end());
+  peak.scale = rule.scale;
+  peak.isLicensed = peak.height >= rule.licence / sensitivity &&
+                    peak.isolation >= kLeastIsolation / sensitivity && !IsOnAxis(dx, dy) &&
+                    !(rule.avoidsBlocks && IsOnBlocks(dx, dy));
+  peak.verdict = PeakVerdict::kUsed;
+  return peak;
+}
+
+// Those that are used where one of them has a licence, highest first.
+std::vector<SpectrumPeak> FindPeaks(const SmoothedSpectrum& spectrum, const SmearRule& rule,
+                                    double sensitivity) {
+  std::vector<SpectrumPeak> peaks;
+  for (int32_t dy = -kSpectrumCentre; dy <= 0; ++dy) {
+    for (int32_t dx = -kSpectrumCentre; dx < (dy == 0 ? 0 : kSpectrumCentre); ++dx) {
+      if (dx * dx + dy * dy < kNearestToCentre * kNearestToCentre) continue;
+      if (!spectrum.IsHighestWithin(dx, dy, rule.sigma)) continue;
+      const SpectrumPeak peak = Weigh(spectrum, rule, sensitivity, dx, dy);
+      if (peak.height >= (IsOnAxis(dx, dy) ? kLeastUsedOnAxis : kLeastUsed)) peaks.push_back(peak);
+    }
+  }
+  std::stable_sort(peaks.begin(), peaks.end(),
+                   [](const SpectrumPeak& a, const SpectrumPeak& b) { return a.height > b.height; });
+  return peaks;
+}
+
+bool HasLicence(const std::vector<SpectrumPeak>& peaks) {
+  return std::any_of(peaks.begin(), peaks.end(), [](const SpectrumPeak& peak) { return peak.isLicensed; });
+}
+
+// A peak's cells, finer than it was found by, and their mirror images.
+void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const SpectrumPeak& peak, float discRadius,
+              const ImageView& seeds) {
+  const int32_t reach = rule.reach * rule.sigma;
+  const double least = std::max(rule.weak, 0.4 * peak.height);
+  for (int32_t v = -reach; v <= reach; ++v) {
+    for (int32_t u = -reach; u <= reach; ++u) {
+      if (u * u + v * v > reach * reach || fine.At(peak.dx + u, peak.dy + v) - peak.background < least)
+        continue;
+      const int32_t column = (peak.dx + u + kSpectrumCentre) & kWrap,
+                    row = (peak.dy + v + kSpectrumCentre) & kWrap;
+      const int32_t dx = column - kSpectrumCentre, dy = row - kSpectrumCentre;
+      if (static_cast<float>(dx * dx + dy * dy) < discRadius * discRadius) continue;
+      seeds.Row(row)[column] = 255;
+      seeds.Row(-row & kWrap)[-column & kWrap] = 255;
+    }
+  }
+}
+
+void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* findings) {
+  const bool isFound = HasLicence(findings->peaks);
+  for (const SmearRule& rule : {kNear, kFar}) {
+    const std::vector<SpectrumPeak> peaks =
+        FindPeaks(SmoothedSpectrum(powers, rule.sigma), rule, settings.sensitivity);
+    if (HasLicence(peaks)) {
+      const SmoothedSpectrum fine(powers, 1);
+      const float discRadius = ProtectedDiscRadius(settings.protectionRadius);
+      for (const SpectrumPeak& peak : peaks) {
+        SeedPeak(fine, rule, peak, discRadius, findings->seeds.view());
+        findings->peaks.push_back(peak);
+      }
+      return;
+    }
+    if (isFound) return;  // the farther ones count alone
+  }
+}
+
+}  // namespace
+
+int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings) {
+  if (analysis.powers.IsEmpty() || analysis.logSpan <= 0.0) return kSuccess;
+  try {
+    AddPeaks(analysis.powers.view(), UsableSettings(settings), findings);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+  findings->seedCells = CountSeeds(findings->seeds.view());
+  return kSuccess;
+}
+
+int32_t CompleteFindings(const PictureView& picture, const Analysis& analysis, const Settings& settings,
+                         Workspace& workspace, Findings* findings) {
+  const bool hadLicence = HasLicence(findings->peaks);
+  const int32_t result = CheckLicences(picture, workspace.parallel(), findings);
+  if (result != kSuccess || hadLicence != HasLicence(findings->peaks)) return result;
+  return AddSmearedPeaks(analysis, settings, findings);
+}
+
+}  // namespace tessaline
