@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <new>
 #include <numbers>
@@ -25,7 +26,9 @@ struct TileAxis {
   int32_t side;
   double windowSum = 0.0;
   std::vector<float> window;
-  std::vector<float> cosine[kBins], sine[kBins];
+  // By place, a lane a bin and one of zeros: the sums of all bins go along together.
+  using Lanes = std::array<float, kBins + 1>;
+  std::vector<Lanes> cosine, sine;
 
   TileAxis(int32_t pictureSide, int32_t cells) : side(std::min(pictureSide, kTileSide)) {
     const double circle = 2.0 * std::numbers::pi;
@@ -35,10 +38,12 @@ struct TileAxis {
       const double hann = side > 1 ? 0.5 - 0.5 * std::cos(circle * i / (side - 1)) : 1.0;
       windowSum += hann;
       window.push_back(static_cast<float>(hann));
+      cosine.emplace_back();
+      sine.emplace_back();
       for (int32_t bin = 0; bin < kBins; ++bin) {
         const double phase = circle * (middle + bin - kBinsAround) * i / padded;
-        cosine[bin].push_back(static_cast<float>(std::cos(phase)));
-        sine[bin].push_back(static_cast<float>(std::sin(phase)));
+        cosine.back()[bin] = static_cast<float>(std::cos(phase));
+        sine.back()[bin] = static_cast<float>(std::sin(phase));
       }
     }
   }
@@ -86,16 +91,18 @@ double GreatestMagnitude(const float* samples, const TileAxis& axisX, const Tile
   double real[kBins][kBins] = {}, imaginary[kBins][kBins] = {};
   for (int32_t y = 0; y < axisY.side; ++y) {
     const float* const row = samples + y * axisX.side;
-    for (int32_t i = 0; i < kBins; ++i) {
-      float cosines = 0.0f, sines = 0.0f;
-      for (int32_t x = 0; x < axisX.side; ++x) {
-        cosines += row[x] * axisX.cosine[i][x];
-        sines += row[x] * axisX.sine[i][x];
+    TileAxis::Lanes cosines{}, sines{};
+    for (int32_t x = 0; x < axisX.side; ++x) {
+      for (size_t lane = 0; lane < cosines.size(); ++lane) {
+        cosines[lane] += row[x] * axisX.cosine[x][lane];
+        sines[lane] += row[x] * axisX.sine[x][lane];
       }
+    }
+    for (int32_t i = 0; i < kBins; ++i) {
       for (int32_t j = 0; j < kBins; ++j) {  // exp(-i (phase x + phase y))
-        const double cosine = axisY.cosine[j][y], sine = axisY.sine[j][y];
-        real[j][i] += cosines * cosine - sines * sine;
-        imaginary[j][i] -= sines * cosine + cosines * sine;
+        const double cosine = axisY.cosine[y][j], sine = axisY.sine[y][j];
+        real[j][i] += cosines[i] * cosine - sines[i] * sine;
+        imaginary[j][i] -= sines[i] * cosine + cosines[i] * sine;
       }
     }
   }
