@@ -89,9 +89,15 @@ void QuarterRow(float* row, int32_t width, float* quarter) {
   for (int32_t x = 0; x < width / 2; ++x) row[x] = 0.5f * (row[2 * x] + row[2 * x + 1]);
   if (width % 2 != 0) row[halfWidth - 1] = row[width - 1];
   const auto half = [&](int32_t x) { return row[Reflected(x, halfWidth)]; };
-  for (int32_t x = 0; x < ReducedSide(width); ++x) {
-    quarter[x] = Binomial(half(2 * x - 1), half(2 * x), half(2 * x + 1), half(2 * x + 2));
+  const auto atBorder = [&](int32_t x) {
+    return Binomial(half(2 * x - 1), half(2 * x), half(2 * x + 1), half(2 * x + 2));
+  };
+  const int32_t last = ReducedSide(width) - 1;
+  quarter[0] = atBorder(0);
+  for (int32_t x = 1; x < last; ++x) {
+    quarter[x] = Binomial(row[2 * x - 1], row[2 * x], row[2 * x + 1], row[2 * x + 2]);
   }
+  quarter[last] = atBorder(last);
 }
 // Of a plane that has half the rows, into one that has a quarter.
 void QuarterColumns(const Plane& halved, Parallel& parallel, Plane* quartered) {

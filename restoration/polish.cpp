@@ -88,18 +88,24 @@ void Polish::MeasureNoise(const Plane* taken, ChannelMeaning meaning, float amou
   const int32_t width = taken[0].width, height = taken[0].height;
   for (int32_t axis = 0; axis < channels_; ++axis) {
     Plane& noise = noise_[axis];
-    RowsInParallel(parallel, noise.height, [&](int32_t blockY, int32_t) {
+    RowsInParallel(parallel, noise.height, [&](int32_t blockY, int32_t worker) {
       const int32_t endY = std::min((blockY + 1) * kReduction, height);
+      float* const squares = strips_.get() + stripFloats_ * static_cast<size_t>(worker);
+      float* const values = squares + width;
+      std::fill_n(squares, width, 0.0f);
+      for (int32_t y = blockY * kReduction; y < endY; ++y) {
+        std::fill_n(values, width, 0.0f);
+        for (int32_t c = 0; c < channels_; ++c) {
+          const float weight = axes[axis][c];
+          const float* const row = taken[c].Row(y);
+          for (int32_t x = 0; x < width; ++x) values[x] += weight * row[x];
+        }
+        for (int32_t x = 0; x < width; ++x) squares[x] += values[x] * values[x];
+      }
       for (int32_t blockX = 0; blockX < noise.width; ++blockX) {
         const int32_t endX = std::min((blockX + 1) * kReduction, width);
         float sum = 0.0f;
-        for (int32_t y = blockY * kReduction; y < endY; ++y) {
-          for (int32_t x = blockX * kReduction; x < endX; ++x) {
-            float value = 0.0f;
-            for (int32_t c = 0; c < channels_; ++c) value += axes[axis][c] * taken[c].Row(y)[x];
-            sum += value * value;
-          }
-        }
+        for (int32_t x = blockX * kReduction; x < endX; ++x) sum += squares[x];
         noise.Row(blockY)[blockX] =
             sum / static_cast<float>((endY - blockY * kReduction) * (endX - blockX * kReduction));
       }
