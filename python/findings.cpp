@@ -5,6 +5,7 @@
 #include <new>
 
 #include "removal/spectrum_picture.h"
+#include "restoration/decision.h"
 
 namespace py = pybind11;
 
@@ -72,12 +73,16 @@ py::object ReadResolution(const py::object& resolution) {
 }
 
 std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const Analysis> spectrum, const Settings& settings,
-                                         py::object resolution) {
+                                         py::object resolution, const PictureView* picture) {
   auto decided = std::make_shared<PythonAnalysis>();
   Mask mask;
   {
     const py::gil_scoped_release letGo;
     Demand(Decide(*spectrum, settings, &decided->findings));
+    if (settings.isAutomatic && picture != nullptr) {
+      Workspace workspace;
+      Demand(CompleteFindings(*picture, *spectrum, settings, workspace, &decided->findings));
+    }
     Demand(Shape(decided->findings, settings, &mask));
     decided->notches = CollectNotches(*spectrum, decided->findings);
   }

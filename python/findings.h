@@ -46,9 +46,10 @@ struct PythonAnalysis {
 // None, a number or two. Throws ValueError.
 pybind11::object ReadResolution(const pybind11::object& resolution);
 
-// Decide and Shape. Throws std::bad_alloc.
+// Decide and Shape; with the picture an automatic decision is completed (restoration/decision.h). Throws
+// std::bad_alloc.
 std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const Analysis> spectrum, const Settings& settings,
-                                         pybind11::object resolution);
+                                         pybind11::object resolution, const PictureView* picture = nullptr);
 
 // Lists of the named tuples that `module` holds as "Peak" and "Notch".
 void AddTuples(pybind11::module_& module);

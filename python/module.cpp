@@ -97,7 +97,7 @@ std::shared_ptr<PythonAnalysis> AnalyseArray(const py::array& array, const py::o
   const ArrayPicture from = ReadArray(array, white);
   CallMemory memory;
   Call call(threads, progress, memory);
-  auto analysis = DecideOn(AnalysePart(from.picture, call, 1.0), settings, perInch);
+  auto analysis = DecideOn(AnalysePart(from.picture, call, 1.0), settings, perInch, &from.picture);
   call.Finish();
   return analysis;
 }
@@ -117,7 +117,7 @@ py::array CleanArray(const py::array& array, const py::object& acceptance, const
   Call call(threads, progress, memory);
   const std::shared_ptr<Analysis> spectrum = AnalysePart(from.picture, call, kLooked);
   const PaddingChain chain = spectrum->chain;
-  const auto analysis = DecideOn(spectrum, settings, py::none());
+  const auto analysis = DecideOn(spectrum, settings, py::none(), &from.picture);
   RemovePart(from, to, *analysis->mask, chain, call, kLooked,
              [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
                const Mask& mask = analysis->mask->mask();
