@@ -89,10 +89,7 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
       outcome.logSpan = analysis.logSpan;
       return outcome;
     }
-    Demand(Decide(analysis, wishes.settings, &findings), name);
-    if (findings.isAutomatic) {
-      Demand(CompleteFindings(picture, analysis, wishes.settings, workspace, &findings), name);
-    }
+    Demand(DecideWhole(&picture, analysis, wishes.settings, workspace, &findings), name);
     outcome.seconds.decide = clock.Lap();
   }
   Mask mask;

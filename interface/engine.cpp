@@ -8,6 +8,7 @@
 #include "interface/call_fault.h"
 #include "interface/findings_json.h"
 #include "removal/notches.h"
+#include "restoration/decision.h"
 
 namespace tessaline {
 namespace {
@@ -156,10 +157,11 @@ void InterfaceEngine::AnalyseMore(const CallerPicture& picture) {
   analysis_ = std::move(sum);
 }
 
-InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysis& analysis, const CallSettings& settings) {
+InterfaceEngine::Decided InterfaceEngine::DecideOn(const PictureView* picture, const Analysis& analysis,
+                                                   const CallSettings& settings) {
   Decided decided;
   Removal& removal = decided.removal;
-  Demand(Decide(analysis, settings.removal, &removal.findings));
+  Demand(DecideWhole(picture, analysis, settings.removal, workspace_, &removal.findings));
   Demand(Shape(removal.findings, settings.removal, &removal.mask));
   removal.restoration = settings.restoration;
   decided.decision = Describe(analysis, removal.findings);
@@ -170,7 +172,7 @@ void InterfaceEngine::DecideBy(const CallSettings& settings) {
   if (analysis_.transformSize == 0) {
     throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
   }
-  Decided decided = DecideOn(analysis_, settings);
+  Decided decided = DecideOn(nullptr, analysis_, settings);
   decision_ = std::move(decided.decision);
   removal_ = std::move(decided.removal);
 }
@@ -223,7 +225,7 @@ void InterfaceEngine::Clean(const CallPictures& pictures, const CallSettings& se
   const Progress reports = ProgressOfCall();
   Analysis analysis;
   Demand(Analyse(pictures.from.cleaned, workspace_, reports.Part(0.0, 0.5), &analysis));
-  Decided decided = DecideOn(analysis, settings);
+  Decided decided = DecideOn(&pictures.from.cleaned, analysis, settings);
   TakeOut(pictures, decided.removal, flags, analysis.chain, reports.Part(0.5, 1.0));
   analysis_ = std::move(analysis);
   decision_ = std::move(decided.decision);

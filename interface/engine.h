@@ -68,7 +68,8 @@ class InterfaceEngine {
     Decision decision;
     Removal removal;
   };
-  static Decided DecideOn(const Analysis& analysis, const CallSettings& settings);
+  // `picture`: the one that was analysed, or null where it is not at hand.
+  Decided DecideOn(const PictureView* picture, const Analysis& analysis, const CallSettings& settings);
   void TakeOut(const CallPictures& pictures, const Removal& removal, uint32_t flags,
                const PaddingChain& chain, const Progress& part);
   Progress ProgressOfCall() { return {Report, this}; }

@@ -78,11 +78,8 @@ std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const Analysis> spectru
   Mask mask;
   {
     const py::gil_scoped_release letGo;
-    Demand(Decide(*spectrum, settings, &decided->findings));
-    if (settings.isAutomatic && picture != nullptr) {
-      Workspace workspace;
-      Demand(CompleteFindings(*picture, *spectrum, settings, workspace, &decided->findings));
-    }
+    Workspace workspace;
+    Demand(DecideWhole(picture, *spectrum, settings, workspace, &decided->findings));
     Demand(Shape(decided->findings, settings, &mask));
     decided->notches = CollectNotches(*spectrum, decided->findings);
   }

@@ -15,6 +15,12 @@ namespace tessaline {
 int32_t CompleteFindings(const PictureView& picture, const Analysis& analysis, const Settings& settings,
                          Workspace& workspace, Findings* findings);
 
+// Decide and, where automatic, CompleteFindings: the one decision that every door makes. `picture` is the one
+// that was analysed; null where it is not at hand, and then the licences are not checked. Returns 0 or
+// kOutOfMemory.
+int32_t DecideWhole(const PictureView* picture, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings);
+
 // The two parts of it.
 
 // Takes all licences and seeds back when none of the three strongest licensed peaks has an amplitude of 2
