@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 
 #include "image/pixel_kind.h"
 #include "platform/cpu.h"
@@ -47,16 +48,24 @@ struct BlockSum {
 }  // namespace
 
 void MagnitudeSums::AddTo(int32_t row, int32_t column, double magnitude, double power) {
-  sums_.Row<double>(row)[column] += magnitude;
-  if (!powers_.IsEmpty()) powers_.Row<double>(row)[column] += power;
+  double* const pair = gathered_.get() + 2 * (static_cast<size_t>(column) * kSpectrumCells + row);
+  pair[0] += magnitude;
+  pair[1] += power;
+}
+
+void MagnitudeSums::Begin(const ImageView& sums, const ImageView& powers) {
+  sums_ = sums;
+  powers_ = powers;
+  std::memset(gathered_.get(), 0, 2 * sizeof(double) * kSpectrumCells * kSpectrumCells);
 }
 
 bool MagnitudeSums::Prepare(int32_t transformSize, int32_t strips, int32_t workers) {
   if (transformSize == size_ && strips == strips_ && workers == workers_) return true;
   size_ = 0;
   edges_ = AllocateBlock<double>(2 * static_cast<size_t>(strips) * kSpectrumCells);
+  gathered_ = AllocateBlock<double>(2 * static_cast<size_t>(kSpectrumCells) * kSpectrumCells);
   magnitudes_ = AllocateBlock<float>(static_cast<size_t>(workers) * static_cast<size_t>(transformSize));
-  if (!edges_ || !magnitudes_) return false;
+  if (!edges_ || !gathered_ || !magnitudes_) return false;
   size_ = transformSize;
   strips_ = strips;
   workers_ = workers;
@@ -108,6 +117,17 @@ void MagnitudeSums::End() {
     const int32_t mirroredCell = (size_ / 2 - strip * RealTransform::kStripColumns) / blockSide;
     for (int32_t cell = 0; cell < kSpectrumCells; ++cell) {
       AddTo(cell, mirroredCell, edge[2 * cell], edge[2 * cell + 1]);
+    }
+  }
+  // A cache line of the images at a time.
+  constexpr int32_t kColumnsAtOnce = 8;
+  for (int32_t first = 0; first < kSpectrumCells; first += kColumnsAtOnce) {
+    for (int32_t y = 0; y < kSpectrumCells; ++y) {
+      for (int32_t x = first; x < first + kColumnsAtOnce; ++x) {
+        const double* const pair = gathered_.get() + 2 * (static_cast<size_t>(x) * kSpectrumCells + y);
+        sums_.Row<double>(y)[x] += pair[0];
+        if (!powers_.IsEmpty()) powers_.Row<double>(y)[x] += pair[1];
+      }
     }
   }
 }

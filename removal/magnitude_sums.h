@@ -16,12 +16,9 @@ class MagnitudeSums final : public SpectrumColumns {
  public:
   // False: no memory.
   bool Prepare(int32_t transformSize, int32_t strips, int32_t workers);
-  // `sums`: 512 x 512 doubles, added to.
+  // `sums`: 512 x 512 doubles, added to by End.
   // `powers`, if given: likewise, receives the squares of the magnitudes.
-  void Begin(const ImageView& sums, const ImageView& powers = {}) {
-    sums_ = sums;
-    powers_ = powers;
-  }
+  void Begin(const ImageView& sums, const ImageView& powers = {});
   // After the last column.
   void End();
 
@@ -39,6 +36,9 @@ class MagnitudeSums final : public SpectrumColumns {
   // here, 512 sums a strip,
   // and as many of squares.
   OwnedBlock<double> edges_;
+  // The grid column by column, pairs of magnitude and square: a spectrum's column falls into neighbouring
+  // memory.
+  OwnedBlock<double> gathered_;
   OwnedBlock<float> magnitudes_;  // one column a worker, in the grid's order
 };
 
