@@ -40,20 +40,36 @@ struct Area {
   int32_t left, top, right, bottom;  // right and bottom: one past the last cell
 };
 
+bool HasRow(const Area& area, int32_t y) {
+  return y >= area.top && y < area.bottom;
+}
+
 // The surface: N x N floats with the image standing in the middle of its padding. A blur carries the image no
 // farther than a half width, so all cells beyond `reached` have one value in common, and it is not stored.
+// Nor does a blur look deeper into the image than a margin: the `skipped` cells have no place in memory,
+// which keeps that of a large picture's padding small and in one piece.
 struct Surface {
   float* cells;
   int32_t size;
   Area image;
+  Area skipped;
   Area reached;
   float beyond;  // the value of every cell outside `reached`
 
-  float* Row(int32_t y) const { return cells + static_cast<size_t>(y) * size; }
+  // Cell (x, y) and, as far as the skipped ones, those to its right.
+  float* At(int32_t x, int32_t y) const {
+    const auto skippedWidth = static_cast<ptrdiff_t>(skipped.right) - skipped.left;
+    const ptrdiff_t rowsAbove = std::clamp(y, skipped.top, skipped.bottom) - skipped.top;
+    const ptrdiff_t before = HasRow(skipped, y) && x >= skipped.right ? rowsAbove + 1 : rowsAbove;
+    return cells + static_cast<ptrdiff_t>(y) * size + x - before * skippedWidth;
+  }
 };
 
-bool HasRow(const Area& area, int32_t y) {
-  return y >= area.top && y < area.bottom;
+// What is left of the image inside a margin of the broadest blur's half width.
+Area InnerArea(const Area& image) {
+  const Area inner = {image.left + kMostHalfWidth, image.top + kMostHalfWidth, image.right - kMostHalfWidth,
+                      image.bottom - kMostHalfWidth};
+  return {inner.left, inner.top, std::max(inner.left, inner.right), std::max(inner.top, inner.bottom)};
 }
 
 Area Grown(const Area& area, int32_t cells, int32_t size) {
@@ -115,16 +131,15 @@ float WeightedSumOf(const Gaussian& gaussian, float value) {
 void BlurAlongRow(const Gaussian& gaussian, const Surface& surface, int32_t y, int32_t begin, int32_t end,
                   float* extended, float* blurred) {
   const Area& reached = surface.reached;
-  const float* const row = surface.Row(y);
   const int32_t k = gaussian.halfWidth;
   const int32_t first = begin - k;  // the cell at extended[0]
   const int32_t last = end + k;
   const int32_t inner = std::max(first, reached.left);
   const int32_t innerEnd = std::min(last, reached.right);
-  std::fill(extended, extended + (inner - first), reached.left > 0 ? surface.beyond : row[0]);
-  std::copy(row + inner, row + innerEnd, extended + (inner - first));
+  std::fill(extended, extended + (inner - first), reached.left > 0 ? surface.beyond : *surface.At(0, y));
+  std::copy_n(surface.At(inner, y), innerEnd - inner, extended + (inner - first));
   std::fill(extended + (innerEnd - first), extended + (last - first),
-            reached.right < surface.size ? surface.beyond : row[surface.size - 1]);
+            reached.right < surface.size ? surface.beyond : *surface.At(surface.size - 1, y));
   const float* taps[kMostTaps];
   for (int32_t t = 0; t <= 2 * k; ++t) taps[t] = extended + t;
   WeightedSum(taps, gaussian.weights.data(), 2 * k + 1, blurred + begin, end - begin);
@@ -208,7 +223,7 @@ class BlurStretch {
       const int32_t tapRow = std::clamp(y + t - k, 0, surface_.size - 1);
       rows[t] = (HasRow(surface_.reached, tapRow) ? RingRow(tapRow) : unreachedRow_) + begin;
     }
-    WeightedSum(rows, gaussian_.weights.data(), 2 * k + 1, surface_.Row(y) + begin, end - begin);
+    WeightedSum(rows, gaussian_.weights.data(), 2 * k + 1, surface_.At(begin, y), end - begin);
   }
 
   const Gaussian& gaussian_;
@@ -245,20 +260,21 @@ void BlurPadding(const Gaussian& gaussian, Surface* surface, float* memory, Para
   surface->beyond = WeightedSumOf(gaussian, WeightedSumOf(gaussian, surface->beyond));
 }
 
-// Only a margin of the image: no blur of the padding looks deeper into it.
-void PlaceImageMargin(const RealPlane& plane, const Surface& surface) {
+// The margin of the image.
+void PlaceImageMargin(const RealPlane& plane, const Surface& surface, Parallel& parallel) {
   const Area& image = surface.image;
-  for (int32_t y = image.top; y < image.bottom; ++y) {
-    const float* const samples = plane.Row(y - image.top);
-    float* const row = surface.Row(y);
+  const Area& skipped = surface.skipped;
+  ForEachRow(parallel, image.bottom - image.top, [&](int32_t imageY) {
+    const int32_t y = image.top + imageY;
+    const float* const samples = plane.Row(imageY);
     const auto place = [&](int32_t begin, int32_t end) {
-      for (int32_t x = begin; x < end; ++x) row[x] = samples[2 * (x - image.left)];
+      float* const cells = surface.At(begin, y);
+      for (int32_t x = begin; x < end; ++x) cells[x - begin] = samples[2 * (x - image.left)];
     };
-    const bool inMargin = y < image.top + kMostHalfWidth || y >= image.bottom - kMostHalfWidth;
-    const int32_t leftEnd = inMargin ? image.right : std::min(image.left + kMostHalfWidth, image.right);
+    const int32_t leftEnd = HasRow(skipped, y) ? std::min(skipped.left, image.right) : image.right;
     place(image.left, leftEnd);
-    place(std::max(image.right - kMostHalfWidth, leftEnd), image.right);
-  }
+    place(std::max(skipped.right, leftEnd), image.right);
+  });
 }
 
 // The padding of one row of the plane from the surface, turned round so that the image starts at (0, 0); the
@@ -267,7 +283,6 @@ void WriteBackRow(const Surface& surface, const RealPlane& plane, int32_t y) {
   const int32_t n = surface.size;
   const Area& image = surface.image;
   const int32_t surfaceY = (y + image.top) % n;
-  const float* const row = surface.Row(surfaceY);
   const bool isReached = HasRow(surface.reached, surfaceY);
   float* sample = plane.Row(y);
   const auto writeBeyond = [&](int32_t begin, int32_t end) {
@@ -278,7 +293,8 @@ void WriteBackRow(const Surface& surface, const RealPlane& plane, int32_t y) {
     const int32_t reached = std::clamp(surface.reached.left, begin, end);
     const int32_t reachedEnd = std::clamp(surface.reached.right, begin, end);
     writeBeyond(begin, reached);
-    for (int32_t x = reached; x < reachedEnd; ++x, sample += 2) *sample = row[x];
+    const float* const cells = surface.At(reached, surfaceY);
+    for (int32_t x = reached; x < reachedEnd; ++x, sample += 2) *sample = cells[x - reached];
     writeBeyond(reachedEnd, end);
   };
   if (HasRow(image, surfaceY)) {
@@ -319,8 +335,8 @@ ConstantRows PaddingFill::Fill(const RealPlane& plane, int32_t horizontalPadding
   const int32_t n = size_;
   const int32_t left = horizontalPadding / 2, top = verticalPadding / 2;
   const Area image = {left, top, left + n - horizontalPadding, top + n - verticalPadding};
-  Surface surface = {surface_.get(), n, image, image, mean};
-  PlaceImageMargin(plane, surface);
+  Surface surface = {surface_.get(), n, image, InnerArea(image), image, mean};
+  PlaceImageMargin(plane, surface, parallel);
   for (const float scale : kBlurScales) BlurPadding(MakeGaussian(scale), &surface, blurs_.get(), parallel);
   const ConstantRows constant = UnreachedRows(surface, plane);
   ForEachRow(parallel, n, [&](int32_t y) {
