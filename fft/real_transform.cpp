@@ -94,26 +94,43 @@ bool RealTransform::TransformLines(const RealPlane& plane, const ConstantRows& c
   const auto poll = [&](int32_t finished) { return progress.Advance(finished, tasks); };
   if (ForEachTask(parallel, tasks, transformTask, poll)) return true;
   std::memcpy(firstLine_.get(), plane.Line(0), lineFloats * sizeof(float));
-  SumLines(tasks);
+  SumLines(tasks, parallel);
   return false;
 }
 
-// Row by row of what a line's transform holds; see the header's formulas.
-void RealTransform::SumLines(int32_t tasks) {
+void RealTransform::SumLines(int32_t tasks, Parallel& parallel) {
+  const int32_t frequencies = size_ / 2 + 1;
+  const auto sumPart = [&](int32_t part, int32_t) {
+    const int32_t first = part * kFrequenciesPerTask;
+    SumLinesAt(first, std::min(first + kFrequenciesPerTask, frequencies), tasks);
+  };
+  ForEachTask(parallel, (frequencies + kFrequenciesPerTask - 1) / kFrequenciesPerTask, sumPart,
+              [](int32_t) { return false; });
+}
+
+// See the header's formulas. Every frequency adds the tasks' sums from the first to the last.
+void RealTransform::SumLinesAt(int32_t begin, int32_t end, int32_t tasks) {
   const int32_t n = size_;
   const auto at = [n](int32_t kx) { return 2 * static_cast<size_t>(kx & (n - 1)); };
-  const auto lineFloats = 2 * static_cast<size_t>(n);
-  for (int32_t kx = 0; kx <= n / 2; ++kx) {
-    double re = 0.0, im = 0.0, mirroredRe = 0.0, mirroredIm = 0.0;
-    for (int32_t task = 0; task < tasks; ++task) {
-      const float* const sums = taskSums_.get() + static_cast<size_t>(task) * lineFloats;
-      re += sums[at(kx)];
-      im += sums[at(kx) + 1];
-      mirroredRe += sums[at(-kx)];
-      mirroredIm += sums[at(-kx) + 1];
+  struct Sum {
+    double re = 0.0, im = 0.0;
+    void Add(const float* value) {
+      re += value[0];
+      im += value[1];
     }
-    const double evenRe = re + mirroredRe, evenIm = im - mirroredIm;
-    const double oddRe = im + mirroredIm, oddIm = mirroredRe - re;
+  };
+  Sum direct[kFrequenciesPerTask], mirrored[kFrequenciesPerTask];
+  for (int32_t task = 0; task < tasks; ++task) {
+    const float* const sums = taskSums_.get() + 2 * static_cast<size_t>(n) * static_cast<size_t>(task);
+    for (int32_t kx = begin; kx < end; ++kx) {
+      direct[kx - begin].Add(sums + at(kx));
+      mirrored[kx - begin].Add(sums + at(-kx));
+    }
+  }
+  for (int32_t kx = begin; kx < end; ++kx) {
+    const Sum &sum = direct[kx - begin], &mirror = mirrored[kx - begin];
+    const double evenRe = sum.re + mirror.re, evenIm = sum.im - mirror.im;
+    const double oddRe = sum.im + mirror.im, oddIm = mirror.re - sum.re;
     columnSumSpectrum_[2 * kx] = 0.5 * (evenRe + oddRe);
     columnSumSpectrum_[2 * kx + 1] = 0.5 * (evenIm + oddIm);
     const float* const first = firstLine_.get();

@@ -38,6 +38,7 @@ class RealTransform {
  public:
   static constexpr int32_t kStripColumns = 32;
   static constexpr int32_t kLinesPerTask = 32;
+  static constexpr int32_t kFrequenciesPerTask = 128;
 
   // For planes of N x N, N a power of two from 128 to 8192. False, and not usable, without memory.
   bool Prepare(int32_t size, int32_t workers);
@@ -81,7 +82,8 @@ class RealTransform {
   void RemixColumn(const Strip& strip, int32_t kx, const float* column, int32_t wantedLines,
                    int32_t worker) const;
   Strip StripAt(int32_t index) const;
-  void SumLines(int32_t tasks);
+  void SumLines(int32_t tasks, Parallel& parallel);
+  void SumLinesAt(int32_t first, int32_t last, int32_t tasks);  // frequencies first .. last - 1
 
   uint64_t* Direct(int32_t worker) const;  // the worker's kStripColumns columns of lines, columnStride_ apart
   uint64_t* Mirrored(int32_t worker) const;  // and their mirror images

@@ -1,6 +1,7 @@
 // A file of its own, so that a program which never asks for threads links none.
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
@@ -12,6 +13,16 @@
 namespace tessaline {
 
 namespace {
+
+// One piece of work follows the other within microseconds, and a thread that sleeps takes dozens of them to
+// wake up: so those who wait look on for a while before they sleep.
+template <typename Condition>
+void LookOutFor(const Condition& condition) {
+  constexpr std::chrono::microseconds kPatience{100};
+  const auto begun = std::chrono::steady_clock::now();
+  while (!condition() && std::chrono::steady_clock::now() - begun < kPatience) {
+  }
+}
 
 class ThreadPool final : public Parallel {
  public:
@@ -51,8 +62,10 @@ class ThreadPool final : public Parallel {
         next_ = count;
       }
     }
+    const auto isDone = [this] { return working_ == 0; };
+    LookOutFor(isDone);
     std::unique_lock lock(mutex_);
-    done_.wait(lock, [this] { return working_ == 0; });
+    done_.wait(lock, isDone);
     if (!isStopped && poll != nullptr && count > 0) isStopped = poll(user, count);
     return isStopped;
   }
@@ -60,9 +73,11 @@ class ThreadPool final : public Parallel {
  private:
   void WaitForWork(int32_t worker) {
     uint64_t seen = 0;
-    std::unique_lock lock(mutex_);
+    const auto isWanted = [&] { return isEnding_ || round_ != seen; };
     for (;;) {
-      begin_.wait(lock, [&] { return isEnding_ || round_ != seen; });
+      LookOutFor(isWanted);
+      std::unique_lock lock(mutex_);
+      begin_.wait(lock, isWanted);
       if (isEnding_) return;
       seen = round_;
       const Task task = task_;
@@ -90,9 +105,9 @@ class ThreadPool final : public Parallel {
   std::vector<std::thread> helpers_;
   std::mutex mutex_;
   std::condition_variable begin_, done_;
-  bool isEnding_ = false;
-  uint64_t round_ = 0;
-  int32_t working_ = 0;  // helpers that have not finished this round
+  std::atomic<bool> isEnding_{false};  // these three change under the mutex
+  std::atomic<uint64_t> round_{0};
+  std::atomic<int32_t> working_{0};  // helpers that have not finished this round
   Task task_ = nullptr;
   void* user_ = nullptr;
   int32_t count_ = 0;

@@ -110,7 +110,7 @@ void MagnitudeSums::Visit(int32_t kx, float* column, int32_t worker) {
   }
 }
 
-void MagnitudeSums::End() {
+void MagnitudeSums::End(Parallel& parallel) {
   const int32_t blockSide = size_ / kSpectrumCells;
   for (int32_t strip = 1; strip < strips_; ++strip) {
     const double* const edge = edges_.get() + 2 * static_cast<size_t>(strip) * kSpectrumCells;
@@ -121,7 +121,8 @@ void MagnitudeSums::End() {
   }
   // A cache line of the images at a time.
   constexpr int32_t kColumnsAtOnce = 8;
-  for (int32_t first = 0; first < kSpectrumCells; first += kColumnsAtOnce) {
+  const auto addColumns = [&](int32_t group, int32_t) {
+    const int32_t first = group * kColumnsAtOnce;
     for (int32_t y = 0; y < kSpectrumCells; ++y) {
       for (int32_t x = first; x < first + kColumnsAtOnce; ++x) {
         const double* const pair = gathered_.get() + 2 * (static_cast<size_t>(x) * kSpectrumCells + y);
@@ -129,7 +130,8 @@ void MagnitudeSums::End() {
         if (!powers_.IsEmpty()) powers_.Row<double>(y)[x] += pair[1];
       }
     }
-  }
+  };
+  ForEachTask(parallel, kSpectrumCells / kColumnsAtOnce, addColumns, [](int32_t) { return false; });
 }
 
 double ScaleSpectrumByLog(const ConstImageView& sums, const ImageView& gray16) {

@@ -20,7 +20,7 @@ class MagnitudeSums final : public SpectrumColumns {
   // `powers`, if given: likewise, receives the squares of the magnitudes.
   void Begin(const ImageView& sums, const ImageView& powers = {});
   // After the last column.
-  void End();
+  void End(Parallel& parallel);
 
   bool IsWanted(int32_t, int32_t) const override { return true; }
   void Visit(int32_t kx, float* column, int32_t worker) override;

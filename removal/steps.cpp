@@ -119,7 +119,7 @@ int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Prog
                                      part)) {
       return kUserCancelled;
     }
-    workspace.magnitudes_.End();
+    workspace.magnitudes_.End(workspace.parallel_);
     analysis->chain.LeaveSpectrum(workspace.transform_, picture.width);
   }
   return kSuccess;

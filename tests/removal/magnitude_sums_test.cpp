@@ -36,7 +36,7 @@ TEST(MagnitudeSums, SumsTheMagnitudesOfEachBlockFromHalfOfTheColumns) {
       }
       sums.Visit(kx, column.data(), 0);
     }
-    sums.End();
+    sums.End(SerialWork());
     const int blockSide = n / kSpectrumCells;
     int wrong = 0;
     for (int y = 0; y < kSpectrumCells; ++y) {
