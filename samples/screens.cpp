@@ -27,6 +27,10 @@ class Screen {
     const double v = cosine_ * y - sine_ * x;
     return std::cos(kTurn * u) + std::cos(kTurn * v) > HeightReachedBy(coverage);
   }
+  // And through lines instead of dots.
+  bool IsOnLine(double x, double y, double coverage) const {
+    return std::cos(kTurn * (cosine_ * x + sine_ * y)) > std::cos(kTurn / 2 * coverage);
+  }
 
  private:
   // The height that `coverage` of a cell rises above: the cell's heights, sorted.
@@ -111,31 +115,6 @@ double Printable(double coverage) {
   return std::clamp(coverage, 0.04, 0.94);
 }
 
-// Looks at every pixel as a scanner does, through an aperture of its own size.
-Picture Print(const Picture& original, const std::vector<Ink>& inks, const Rgb& paper, int channels) {
-  constexpr int kLooksPerSide = 5;  // of a pixel
-  Picture print(original.width, original.height, channels);
-  for (int y = 0; y < print.height; ++y)
-    for (int x = 0; x < print.width; ++x) {
-      Rgb sum{};
-      for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-        const double subX = x + (look % kLooksPerSide + 0.5) / kLooksPerSide;
-        const double subY = y + (look / kLooksPerSide + 0.5) / kLooksPerSide;
-        const double red = ToneAt(original, subX, subY, 0);
-        const double green = ToneAt(original, subX, subY, 1);
-        const double blue = ToneAt(original, subX, subY, 2);
-        Rgb seen = paper;
-        for (const Ink& ink : inks)
-          if (ink.screen.IsInked(subX, subY, Printable(ink.coverage(red, green, blue))))
-            for (int channel = 0; channel < channels; ++channel) seen[channel] *= ink.passes[channel];
-        for (int channel = 0; channel < channels; ++channel) sum[channel] += seen[channel];
-      }
-      for (int channel = 0; channel < channels; ++channel)
-        print.At(x, y, channel) = static_cast<float>(sum[channel] / (kLooksPerSide * kLooksPerSide));
-    }
-  return print;
-}
-
 // What the coloured inks have in common is left to the black one, most of it.
 double Black(double red, double green, double blue) {
   return 0.7 * (1 - std::max({red, green, blue}));
@@ -144,34 +123,120 @@ double Beyond(double black, double tone) {
   return (1 - tone - black) / (1 - black);
 }
 
+// Inks on the press, a scanner's channels and what it sees of bare paper.
+struct InkSet {
+  int channels;
+  Rgb paper;
+  std::vector<Ink> inks;
+};
+InkSet InksOf(const Press& press) {
+  const auto screen = [&](double angle) {
+    return Screen(press.linesPerInch, press.dotsPerInch, angle + press.turn);
+  };
+  if (press.inks == 1) {
+    const auto darkness = [](double red, double green, double blue) {
+      return 1 - (0.299 * red + 0.587 * green + 0.114 * blue);
+    };
+    return {1, {0.93}, {{screen(45), {0.13}, darkness}}};
+  }
+  return {3,
+          {0.97, 0.96, 0.93},
+          {
+              {screen(15),
+               {0.07, 0.66, 0.90},
+               [](double r, double g, double b) { return Beyond(Black(r, g, b), r); }},
+              {screen(75),
+               {0.88, 0.12, 0.52},
+               [](double r, double g, double b) { return Beyond(Black(r, g, b), g); }},
+              {screen(0),
+               {0.99, 0.92, 0.10},
+               [](double r, double g, double b) { return Beyond(Black(r, g, b), b); }},
+              {screen(45), {0.14, 0.13, 0.13}, Black},
+          }};
+}
+
+void Code(Picture* light, double gamma) {
+  if (gamma == 1) return;
+  for (float& sample : light->samples)
+    sample = std::pow(std::max(sample, 0.0f), static_cast<float>(1 / gamma));
+}
+
 }  // namespace
 
+// Looks at every pixel as a scanner does, through an aperture of its own size.
+Printed PrintOn(const Press& press, const Picture& original) {
+  constexpr int kLooksPerSide = 5;       // of a pixel
+  constexpr double kBend = kTurn / 400;  // of a warped page, by pixel
+  const InkSet set = InksOf(press);
+  const Frame& frame = press.frame;
+  Printed printed{Picture(original.width, original.height, set.channels),
+                  Picture(original.width, original.height, set.channels)};
+  for (int y = 0; y < original.height; ++y)
+    for (int x = 0; x < original.width; ++x) {
+      const bool isScreened = frame.right == 0 || frame.Contains(x, y);
+      Rgb sum{}, sumOfTones{};
+      for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
+        const double subX = x + (look % kLooksPerSide + 0.5) / kLooksPerSide;
+        const double subY = y + (look / kLooksPerSide + 0.5) / kLooksPerSide;
+        double tone[3];
+        for (int channel = 0; channel < 3; ++channel) {
+          tone[channel] = ToneAt(original, subX, subY, channel);
+          if (press.gamma != 1) tone[channel] = std::pow(tone[channel], press.gamma);
+        }
+        const double warpedX = subX + press.warp * std::sin(kBend * subY);
+        const double warpedY = subY + press.warp * std::sin(kBend * subX);
+        const double wear = press.wear > 0 ? press.wear * (2 * FractalNoise(subX, subY, 2) - 1) : 0;
+        Rgb seen = set.paper, toned = set.paper;
+        for (const Ink& ink : set.inks) {
+          const double wanted = ink.coverage(tone[0], tone[1], tone[2]);
+          const double coverage = isScreened ? Printable(wanted) : std::clamp(wanted, 0.0, 1.0);
+          const bool isInked =
+              isScreened && (press.lines ? ink.screen.IsOnLine(warpedX, warpedY, coverage + wear)
+                                         : ink.screen.IsInked(warpedX, warpedY, coverage + wear));
+          for (int channel = 0; channel < set.channels; ++channel) {
+            toned[channel] *= 1 - coverage * (1 - ink.passes[channel]);
+            if (isInked) seen[channel] *= ink.passes[channel];
+          }
+        }
+        for (int channel = 0; channel < set.channels; ++channel) {
+          sum[channel] += isScreened ? seen[channel] : toned[channel];
+          sumOfTones[channel] += toned[channel];
+        }
+      }
+      for (int channel = 0; channel < set.channels; ++channel) {
+        constexpr int kLooks = kLooksPerSide * kLooksPerSide;
+        printed.picture.At(x, y, channel) = static_cast<float>(sum[channel] / kLooks);
+        printed.original.At(x, y, channel) = static_cast<float>(sumOfTones[channel] / kLooks);
+      }
+    }
+  for (Picture* const part : {&printed.picture, &printed.original}) {
+    Blur(part, press.softness);
+    Code(part, press.gamma);
+    AddGrain(part, press.fibre, part == &printed.picture ? press.noise : 0, press.seed);
+  }
+  return printed;
+}
+
 Picture PrintNewsprint(const Picture& original, double linesPerInch, double dotsPerInch) {
-  const auto darkness = [](double red, double green, double blue) {
-    return 1 - (0.299 * red + 0.587 * green + 0.114 * blue);
-  };
-  Picture print = Print(original, {{Screen(linesPerInch, dotsPerInch, 45), {0.13}, darkness}}, {0.93}, 1);
-  Blur(&print, 0.7);
-  AddGrain(&print, 0.02, 0.021, 1);
-  return print;
+  return PrintOn({.inks = 1,
+                  .linesPerInch = linesPerInch,
+                  .dotsPerInch = dotsPerInch,
+                  .noise = 0.021,
+                  .fibre = 0.02,
+                  .seed = 1},
+                 original)
+      .picture;
 }
 
 Picture PrintFourInks(const Picture& original, double linesPerInch, double dotsPerInch) {
-  const auto screen = [&](double angle) { return Screen(linesPerInch, dotsPerInch, angle); };
-  const std::vector<Ink> inks = {
-      {screen(15),
-       {0.07, 0.66, 0.90},
-       [](double r, double g, double b) { return Beyond(Black(r, g, b), r); }},
-      {screen(75),
-       {0.88, 0.12, 0.52},
-       [](double r, double g, double b) { return Beyond(Black(r, g, b), g); }},
-      {screen(0), {0.99, 0.92, 0.10}, [](double r, double g, double b) { return Beyond(Black(r, g, b), b); }},
-      {screen(45), {0.14, 0.13, 0.13}, Black},
-  };
-  Picture print = Print(original, inks, {0.97, 0.96, 0.93}, 3);
-  Blur(&print, 0.7);
-  AddGrain(&print, 0.01, 0.012, 2);
-  return print;
+  return PrintOn({.inks = 4,
+                  .linesPerInch = linesPerInch,
+                  .dotsPerInch = dotsPerInch,
+                  .noise = 0.012,
+                  .fibre = 0.01,
+                  .seed = 2},
+                 original)
+      .picture;
 }
 
 Picture WithLineNoise(const Picture& original) {

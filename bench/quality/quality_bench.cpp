@@ -1,192 +1,346 @@
-// How well the pattern goes and the picture stays: pictures with known originals, before and after a run with
-// the default acceptance, the highest one, and the one found from the picture itself. Notch radius 6,
-// protection radius 8.
+// The judge of what users see: prints with known originals and pictures without a pattern, before and after
+// runs by number, by the automatic decision with its notches alone, and by all of the automatic run. Notch
+// radius 6, protection radius 8.
 //
-//   build/native/bench/quality_bench          prints a table in Markdown
+//   build/native/bench/quality_bench                  tables in Markdown
+//   build/native/bench/quality_bench --small          some pictures; status 1 where one falls below its floor
+//   build/native/bench/quality_bench --save FOLDER    also writes the pictures, to be looked at
 //
-// PSNR in dB against the original, fitted to the picture's range of tones first (ink and paper are not black
-// and white). "left" is the share of the pattern that is still there: the part of what the run left over the
-// original that runs like the pattern did, 100 % before, 0 % for a perfect removal.
+// "Best blur" is the Gaussian that comes nearest to the original, which only who has the original can pick.
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "bench/quality/measures.h"
+#include "bench/quality/pictures.h"
 #include "removal/steps.h"
-#include "samples/drawing.h"
-#include "samples/noise.h"
-#include "samples/scene.h"
-#include "samples/screens.h"
+#include "restoration/decision.h"
+#include "restoration/restoration.h"
+#include "samples/picture_files.h"
 
-namespace tessaline {
+namespace tessaline::quality {
 namespace {
 
 using samples::Picture;
+using samples::Printed;
 
-Picture ToGrey(const Picture& rgb) {
-  Picture grey(rgb.width, rgb.height, 1);
-  for (int y = 0; y < rgb.height; ++y) {
-    for (int x = 0; x < rgb.width; ++x) {
-      grey.At(x, y, 0) = 0.299f * rgb.At(x, y, 0) + 0.587f * rgb.At(x, y, 1) + 0.114f * rgb.At(x, y, 2);
+enum Way { kBefore, kBy60, kBy98, kNotchesAlone, kAutomatic, kBlur, kWays };
+constexpr const char* kWayNames[kWays] = {"before", "60", "98", "auto, notches alone", "auto", "best blur"};
+
+// A picture as whole samples, which every way starts from.
+class Levels {
+ public:
+  Levels(const Picture& picture, bool is16) : width_(picture.width), levels_(is16 ? 65535.0f : 255.0f) {
+    for (const float sample : picture.samples) {
+      const auto level = static_cast<uint16_t>(std::lround(std::clamp(sample, 0.0f, 1.0f) * levels_));
+      is16 ? wide_.push_back(level) : narrow_.push_back(static_cast<uint8_t>(level));
     }
+    const ptrdiff_t bytes = is16 ? 2 : 1, pixel = bytes * picture.channels;
+    uint8_t* const data = is16 ? reinterpret_cast<uint8_t*>(wide_.data()) : narrow_.data();
+    view_ = {picture.width, picture.height, is16 ? SampleFormat::kFull16 : SampleFormat::kByte,
+             picture.channels};
+    for (int c = 0; c < picture.channels; ++c) view_.channel[c] = {data + c * bytes, pixel, pixel * width_};
   }
-  return grey;
-}
+  Levels(const Levels&) = delete;
+  Levels& operator=(const Levels&) = delete;
 
-Picture WithGrain(Picture picture) {
-  samples::Random random(11);
-  for (float& sample : picture.samples) {
-    sample = std::clamp(sample + static_cast<float>(0.02 * random.Normal()), 0.0f, 1.0f);
-  }
-  return picture;
-}
-
-// Black bars and blocks on white in lines of 24 pixels, as a page of text looks from afar.
-Picture TextPage(int width, int height) {
-  samples::Random random(5);
-  Picture page(width, height, 1);
-  std::fill(page.samples.begin(), page.samples.end(), 0.95f);
-  for (int top = 30; top + 12 < height - 30; top += 24) {
-    for (int x = 40; x < width - 40;) {
-      const int stroke = 2 + static_cast<int>(random.Uniform() * 3);
-      const int rise = static_cast<int>(random.Uniform() * 6);
-      for (int y = top + rise; y < top + 12; ++y) {
-        for (int i = x; i < std::min(x + stroke, width - 40); ++i) page.At(i, y, 0) = 0.1f;
-      }
-      x += stroke + 2 + static_cast<int>(random.Uniform() * 5) + (random.Uniform() < 0.15 ? 9 : 0);
+  const PictureView& view() const { return view_; }
+  Picture picture() const {
+    Picture picture(view_.width, view_.height, view_.channels);
+    for (size_t i = 0; i < picture.samples.size(); ++i) {
+      picture.samples[i] = (narrow_.empty() ? float(wide_[i]) : float(narrow_[i])) / levels_;
     }
+    return picture;
   }
-  return page;
-}
 
-struct Case {
-  std::string name;
-  Picture original;  // of the printed picture's channels
-  Picture picture;
+ private:
+  int width_;
+  float levels_;
+  std::vector<uint8_t> narrow_;
+  std::vector<uint16_t> wide_;
+  PictureView view_;
 };
 
-std::vector<uint8_t> ToBytes(const Picture& picture) {
-  std::vector<uint8_t> bytes;
-  for (const float sample : picture.samples) {
-    bytes.push_back(static_cast<uint8_t>(std::lround(255 * std::clamp(sample, 0.0f, 1.0f))));
-  }
-  return bytes;
-}
-
-// The original in the picture's range of tones: gain and offset per channel that fit best.
-std::vector<double> FitToneOf(const Picture& original, const std::vector<uint8_t>& picture) {
-  const size_t channels = static_cast<size_t>(original.channels);
-  std::vector<double> fitted(picture.size());
-  for (size_t c = 0; c < channels; ++c) {
-    double n = 0, x = 0, y = 0, xx = 0, xy = 0;
-    for (size_t i = c; i < picture.size(); i += channels) {
-      n += 1, x += original.samples[i], y += picture[i];
-      xx += double(original.samples[i]) * original.samples[i], xy += double(original.samples[i]) * picture[i];
-    }
-    const double gain = (n * xy - x * y) / (n * xx - x * x);
-    const double offset = (y - gain * x) / n;
-    for (size_t i = c; i < picture.size(); i += channels) fitted[i] = gain * original.samples[i] + offset;
-  }
-  return fitted;
-}
-
-template <typename Sample>
-double Psnr(const std::vector<uint8_t>& picture, const std::vector<Sample>& reference) {
-  double error = 0;
-  for (size_t i = 0; i < picture.size(); ++i) error += std::pow(double(picture[i]) - reference[i], 2);
-  return error == 0 ? INFINITY : 10 * std::log10(255.0 * 255.0 * static_cast<double>(picture.size()) / error);
-}
-
-double ShareLeft(const std::vector<uint8_t>& before, const std::vector<uint8_t>& after,
-                 const std::vector<double>& reference) {
-  double both = 0, pattern = 0;
-  for (size_t i = 0; i < before.size(); ++i) {
-    both += (before[i] - reference[i]) * (after[i] - reference[i]);
-    pattern += (before[i] - reference[i]) * (before[i] - reference[i]);
-  }
-  return pattern > 0 ? both / pattern : 0;
-}
-
 struct Cleaned {
-  std::vector<uint8_t> bytes;
+  Picture picture;
   bool isChanged;
 };
 
 // One run as the program makes it: where nothing is found, the picture stays sample for sample.
-Cleaned Clean(const Picture& picture, float acceptance, bool isAutomatic) {
-  std::vector<uint8_t> bytes = ToBytes(picture);
-  const PictureView view =
-      PictureOf(PackedView(bytes.data(), picture.width, picture.height, picture.channels));
+Cleaned Clean(const Picture& before, bool is16, Way way, Workspace& workspace) {
+  const Levels levels(before, is16);
+  const PictureView& view = levels.view();
   Settings settings;
-  settings.isAutomatic = isAutomatic;
-  settings.acceptance = acceptance;
-  Workspace workspace;
+  settings.isAutomatic = way == kNotchesAlone || way == kAutomatic;
+  if (way == kBy98) settings.acceptance = 98;
   Analysis analysis;
   Findings findings;
   Mask mask;
   int32_t result = Analyse(view, workspace, {}, &analysis);
-  if (result == kSuccess) result = Decide(analysis, settings, &findings);
+  if (result == kSuccess) {
+    result = way == kAutomatic ? DecideWhole(&view, analysis, settings, workspace, &findings)
+                               : Decide(analysis, settings, &findings);
+  }
   if (result == kSuccess) result = Shape(findings, settings, &mask);
   const bool isFound = findings.seedCells > 0;
+  const ApplyOptions options = {Rounding::kTruncate, analysis.chain};
   if (result == kSuccess && isFound) {
-    result = Apply(view, view, mask, workspace, {Rounding::kTruncate, analysis.chain}, {});
+    result = way == kAutomatic ? Restore(view, view, findings, mask, workspace, options, {}, {})
+                               : Apply(view, view, mask, workspace, options, {});
   }
   if (result != kSuccess) std::fprintf(stderr, "a run ended with %d\n", result);
-  return {bytes, isFound};
+  return {levels.picture(), isFound};
 }
 
-void PrintCase(const Case& test) {
-  const std::vector<uint8_t> before = ToBytes(test.picture);
-  const bool hasPattern = test.original.samples != test.picture.samples;
-  const std::vector<double> reference =
-      hasPattern ? FitToneOf(test.original, before) : std::vector<double>(before.begin(), before.end());
-  std::printf("| %s | ", test.name.c_str());
-  if (hasPattern) {
-    std::printf("%.2f", Psnr(before, reference));
-  } else {
-    std::printf("no pattern");
-  }
-  for (const auto& [acceptance, isAutomatic] : {std::pair{60.0f, false}, {100.0f, false}, {60.0f, true}}) {
-    const Cleaned cleaned = Clean(test.picture, acceptance, isAutomatic);
-    if (!cleaned.isChanged) {
-      std::printf(" | untouched");
-    } else if (hasPattern) {
-      std::printf(" | %.2f, %.0f %% left", Psnr(cleaned.bytes, reference),
-                  100 * ShareLeft(before, cleaned.bytes, reference));
-    } else {
-      std::printf(" | **%.2f**", Psnr(cleaned.bytes, reference));
-    }
-    std::fflush(stdout);
-  }
-  std::printf(" |\n");
+// What became of one picture.
+struct Row {
+  std::string family, name;
+  bool isPrint = false;
+  bool isChanged[kWays] = {};
+  Nearness nearness[kWays] = {};
+  double blurSigma = 0;
+  // Of pages.
+  bool isPage = false;
+  double kept[kWays] = {};
+  double rim[kWays] = {};
+  double floor = 0;
+};
+
+struct Options {
+  bool isSmall = false;
+  std::string only, folder;
+};
+
+void Save(const Options& options, const Row& row, const char* what, const Picture& picture) {
+  if (options.folder.empty()) return;
+  std::string name = row.family + "-" + row.name + "-" + what + ".png";
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return c == ' ' || c == ','; }, '_');
+  samples::WritePng(options.folder + "/" + name, picture, 300);
 }
 
-int Main() {
-  std::printf("| picture | before | 60 | 100 | auto |\n|---|---|---|---|---|\n");
-  for (const auto& [width, height] : {std::pair{700, 500}, {1240, 900}}) {
-    const std::string size = std::to_string(width) + " x " + std::to_string(height);
-    const Picture scene = samples::DrawScene(width, height);
-    const Picture grey = ToGrey(scene);
-    for (const double lines : {65.0, 85.0, 120.0}) {
-      const std::string ruling = std::to_string(static_cast<int>(lines)) + " lpi, ";
-      PrintCase({"newsprint " + ruling + size, grey, samples::PrintNewsprint(scene, lines, 300)});
-      PrintCase({"four inks " + ruling + size, scene, samples::PrintFourInks(scene, lines, 300)});
-    }
-    PrintCase({"line noise, " + size, scene, samples::WithLineNoise(scene)});
-    PrintCase({"weave, " + size, scene, samples::WithWeave(scene)});
-    PrintCase({"the scene itself, " + size, scene, scene});
-    const Picture grainy = WithGrain(grey);
-    PrintCase({"the scene, grey with grain, " + size, grainy, grainy});
-    const Picture page = TextPage(width, height);
-    PrintCase({"page of text, " + size, page, page});
+Row JudgePrint(const PrintCase& print, const Options& options, Workspace& workspace) {
+  constexpr int kRim = 6, kTextMargin = 8;  // pixels
+  Row row{print.family, print.name, true};
+  row.floor = print.floor;
+  row.isPage = print.spacing > 0;
+  const Printed printed = Draw(print);
+  const Picture before = Levels(printed.picture, print.is16).picture();
+  const auto judge = [&](Way way, const Picture& picture) {
+    row.nearness[way] = NearnessOf(picture, printed.original);
+    if (!row.isPage) return;
+    row.kept[way] = ShareKept(before, picture, print.press.frame, kTextMargin);
+    row.rim[way] = PsnrOfRim(picture, printed.original, print.press.frame, kRim);
+  };
+  judge(kBefore, before);
+  Save(options, row, "before", before);
+  Save(options, row, "original", printed.original);
+  for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
+    if (options.isSmall && way != kAutomatic) continue;
+    const Cleaned cleaned = Clean(before, print.is16, way, workspace);
+    row.isChanged[way] = cleaned.isChanged;
+    judge(way, cleaned.picture);
+    if (way >= kNotchesAlone) Save(options, row, kWayNames[way], cleaned.picture);
   }
+  if (options.isSmall) return row;
+  const BestBlur blur = FindBestBlur(before, printed.original);
+  row.blurSigma = blur.sigma;
+  row.nearness[kBlur] = blur.nearness;
+  return row;
+}
+
+Row JudgeClean(const CleanCase& clean, const Options& options, Workspace& workspace) {
+  Row row{clean.family, clean.name};
+  const Picture before = Levels(clean.draw(), false).picture();
+  Save(options, row, "before", before);
+  for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
+    if (options.isSmall && way != kAutomatic) continue;
+    const Cleaned cleaned = Clean(before, false, way, workspace);
+    row.isChanged[way] = cleaned.isChanged;
+    if (cleaned.isChanged) row.nearness[way] = NearnessOf(cleaned.picture, before);
+    if (way == kAutomatic && cleaned.isChanged) Save(options, row, kWayNames[way], cleaned.picture);
+  }
+  return row;
+}
+
+// The wanted pictures, judged by two threads.
+std::vector<Row> JudgeAll(const Options& options) {
+  std::vector<const PrintCase*> prints;
+  std::vector<const CleanCase*> cleans;
+  const auto isWanted = [&](const char* family, const char* name, bool isSmall) {
+    return (isSmall || !options.isSmall) &&
+           (std::string(family) + ", " + name).find(options.only) != std::string::npos;
+  };
+  for (const PrintCase& print : PrintCases()) {
+    if (isWanted(print.family, print.name, print.floor > 0)) prints.push_back(&print);
+  }
+  for (const CleanCase& clean : CleanCases()) {
+    if (isWanted(clean.family, clean.name, clean.isSmall)) cleans.push_back(&clean);
+  }
+  std::vector<Row> rows(prints.size() + cleans.size());
+  std::atomic<size_t> next = 0;
+  const auto work = [&] {
+    Workspace workspace;
+    for (size_t i = next++; i < rows.size(); i = next++) {
+      rows[i] = i < prints.size() ? JudgePrint(*prints[i], options, workspace)
+                                  : JudgeClean(*cleans[i - prints.size()], options, workspace);
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  return rows;
+}
+
+// ---- Tables ----
+
+void PrintHead(const char* first) {
+  std::printf("\n| %s |", first);
+  for (const char* const name : kWayNames) std::printf(" %s |", name);
+  std::printf("\n|---|");
+  for (int way = 0; way < kWays; ++way) std::printf("---|");
+  std::printf("\n");
+}
+
+void PrintPicture(const Row& row) {
+  std::printf("| %s, %s |", row.family.c_str(), row.name.c_str());
+  for (int way = 0; way < kWays; ++way) {
+    const Nearness& at = row.nearness[way];
+    const bool isUntouched = way != kBefore && way != kBlur && !row.isChanged[way];
+    isUntouched ? std::printf(" untouched") : std::printf(" %.2f %.3f", at.psnr, at.ssim);
+    if (way == kBlur) std::printf(" (%.1f px)", row.blurSigma);
+    std::printf(" |");
+  }
+  std::printf("\n");
+}
+
+void PrintPictures(const std::vector<Row>& rows) {
+  PrintHead("print");
+  for (const Row& row : rows) {
+    if (row.isPrint) PrintPicture(row);
+  }
+}
+
+void PrintAverages(const std::vector<Row>& rows) {
+  struct Sum {
+    std::string family;
+    double psnr[kWays] = {}, ssim[kWays] = {};
+    int count = 0, wonByBlur = 0;
+  };
+  std::vector<Sum> sums;
+  Sum all{"all prints"};
+  for (const Row& row : rows) {
+    if (!row.isPrint) continue;
+    if (sums.empty() || sums.back().family != row.family) sums.push_back({row.family});
+    for (Sum* const sum : {&sums.back(), &all}) {
+      for (int way = 0; way < kWays; ++way) {
+        sum->psnr[way] += row.nearness[way].psnr, sum->ssim[way] += row.nearness[way].ssim;
+      }
+      ++sum->count;
+      sum->wonByBlur += row.nearness[kBlur].psnr > row.nearness[kAutomatic].psnr;
+    }
+  }
+  sums.push_back(all);
+  PrintHead("mean of prints");
+  for (const Sum& sum : sums) {
+    std::printf("| %s (%d) |", sum.family.c_str(), sum.count);
+    for (int way = 0; way < kWays; ++way) {
+      std::printf(" %.2f %.3f", sum.psnr[way] / sum.count, sum.ssim[way] / sum.count);
+      if (way == kBlur) std::printf(", wins %d", sum.wonByBlur);
+      std::printf(" |");
+    }
+    std::printf("\n");
+  }
+}
+
+// Prints that something simpler makes better, or that nothing was found in.
+void PrintWorst(const std::vector<Row>& rows) {
+  PrintHead("beaten or missed");
+  for (const Row& row : rows) {
+    constexpr double kMargin = 0.1;  // dB
+    const double simpler =
+        std::max({row.nearness[kBefore].psnr, row.nearness[kBy60].psnr, row.nearness[kBy98].psnr,
+                  row.nearness[kNotchesAlone].psnr, row.nearness[kBlur].psnr});
+    if (row.isPrint && row.nearness[kAutomatic].psnr < simpler + kMargin) PrintPicture(row);
+  }
+}
+
+void PrintPages(const std::vector<Row>& rows) {
+  std::printf(
+      "\n| page | text kept: 60 | 98 | auto, notches alone | auto | rim of the picture: notches alone | auto "
+      "|\n");
+  std::printf("|---|---|---|---|---|---|---|\n");
+  for (const Row& row : rows) {
+    if (!row.isPage) continue;
+    std::printf("| %s |", row.name.c_str());
+    for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) std::printf(" %.4f |", row.kept[way]);
+    std::printf(" %.2f | %.2f |\n", row.rim[kNotchesAlone], row.rim[kAutomatic]);
+  }
+}
+
+void PrintFalseLicences(const std::vector<Row>& rows) {
+  int count = 0, changed[kWays] = {};
+  for (const Row& row : rows) {
+    if (row.isPrint) continue;
+    ++count;
+    for (int way = 0; way < kWays; ++way) changed[way] += row.isChanged[way];
+  }
+  PrintHead("without a pattern");
+  for (const Row& row : rows) {
+    if (row.isPrint || std::none_of(row.isChanged, row.isChanged + kWays, [](bool is) { return is; }))
+      continue;
+    std::printf("| %s, %s |", row.family.c_str(), row.name.c_str());
+    for (int way = 0; way < kWays; ++way) {
+      row.isChanged[way] ? std::printf(" %.1f |", row.nearness[way].psnr) : std::printf(" |");
+    }
+    std::printf("\n");
+  }
+  std::printf("| changed, of %d |", count);
+  for (int way = 0; way < kWays; ++way) std::printf(" %d |", changed[way]);
+  std::printf("\n");
+}
+
+// Of the small form.
+int CheckFloors(const std::vector<Row>& rows) {
+  int faults = 0;
+  for (const Row& row : rows) {
+    const bool isFault = row.isPrint ? row.nearness[kAutomatic].psnr < row.floor : row.isChanged[kAutomatic];
+    faults += isFault;
+    std::printf("%s %s, %s:", isFault ? "FAULT" : "good ", row.family.c_str(), row.name.c_str());
+    row.isPrint ? std::printf(" %.2f dB, floor %.2f\n", row.nearness[kAutomatic].psnr, row.floor)
+                : std::printf(" %s\n", row.isChanged[kAutomatic] ? "changed" : "untouched");
+  }
+  return faults > 0 ? 1 : 0;
+}
+
+int Main(int argc, char** argv) {
+  CLI::App app("Judges what the automatic run makes of pictures whose originals are known.");
+  Options options;
+  app.add_flag("--small", options.isSmall, "Some pictures; status 1 where one falls below its floor");
+  app.add_option("--only", options.only, "Only pictures whose family and name hold this text");
+  app.add_option("--save", options.folder, "A folder for the pictures; made when missing");
+  CLI11_PARSE(app, argc, argv);
+  if (!options.folder.empty()) std::filesystem::create_directories(options.folder);
+  const std::vector<Row> rows = JudgeAll(options);
+  if (options.isSmall) return CheckFloors(rows);
+  std::printf("PSNR in dB and SSIM.\n");
+  PrintPictures(rows);
+  PrintAverages(rows);
+  PrintWorst(rows);
+  PrintPages(rows);
+  PrintFalseLicences(rows);
   return 0;
 }
 
 }  // namespace
-}  // namespace tessaline
+}  // namespace tessaline::quality
 
-int main() {
-  return tessaline::Main();
+int main(int argc, char** argv) {
+  return tessaline::quality::Main(argc, argv);
 }

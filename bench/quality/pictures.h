@@ -1,0 +1,32 @@
+// The pictures that quality is judged by: prints with known originals, and pictures without a pattern.
+#pragma once
+
+#include <span>
+
+#include "samples/screens.h"
+
+namespace tessaline::quality {
+
+struct PrintCase {
+  const char* family;
+  const char* name;
+  double floor;  // dB that the automatic run reaches at least; 0: not among the few that tests judge
+  const samples::Picture& (*subject)();
+  samples::Press press = {};
+  int jpeg = 0;        // quality
+  double spacing = 0;  // the picture stands on a page of text with such lines, in the press' frame
+  samples::Picture (*pattern)(const samples::Picture&) = nullptr;  // in place of a press
+  bool is16 = false;
+};
+std::span<const PrintCase> PrintCases();
+samples::Printed Draw(const PrintCase& print);
+
+struct CleanCase {
+  const char* family;
+  const char* name;
+  bool isSmall;  // among the few that tests judge: it stays sample for sample
+  samples::Picture (*draw)();
+};
+std::span<const CleanCase> CleanCases();
+
+}  // namespace tessaline::quality
