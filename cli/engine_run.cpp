@@ -85,11 +85,11 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
     Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis), name);
     outcome.seconds.analyse = clock.Lap();
     if (wishes.gathersInto != nullptr) {
-      Demand(wishes.gathersInto->Add(analysis), name);
+      Demand(wishes.gathersInto->Add(picture, analysis, workspace.parallel()), name);
       outcome.logSpan = analysis.logSpan;
       return outcome;
     }
-    Demand(DecideWhole(&picture, analysis, wishes.settings, workspace, &findings), name);
+    Demand(DecideWhole(picture, analysis, wishes.settings, workspace, &findings), name);
     outcome.seconds.decide = clock.Lap();
   }
   Mask mask;

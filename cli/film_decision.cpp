@@ -4,25 +4,28 @@
 #include <iterator>
 
 #include "removal/peak_detection.h"
+#include "restoration/decision.h"
 
 namespace tessaline::cli {
 
 int32_t FilmDecision::Begin() {
   licensed_.clear();
+  tiles_ = {};
   return gathering_.Create();
 }
 
-int32_t FilmDecision::Add(const Analysis& analysis) {
+int32_t FilmDecision::Add(const PictureView& frame, const Analysis& analysis, Parallel& parallel) {
   gathering_.Add(analysis);
   if (!settings_.isAutomatic) return kSuccess;
   Findings findings;
-  const int32_t result = Decide(analysis, settings_, &findings);
+  int32_t result = Decide(analysis, settings_, &findings);
+  if (result == kSuccess) result = tiles_.Add(frame, parallel);
   std::copy_if(findings.peaks.begin(), findings.peaks.end(), std::back_inserter(licensed_),
                [](const SpectrumPeak& peak) { return peak.isLicensed; });
   return result;
 }
 
-int32_t FilmDecision::Make(KeptDecision* decision) {
+int32_t FilmDecision::Make(Workspace& workspace, KeptDecision* decision) {
   Analysis mean;
   Findings findings;
   Settings settings = settings_;
@@ -34,7 +37,8 @@ int32_t FilmDecision::Make(KeptDecision* decision) {
     const double threshold = ThresholdOfAcceptance(settings.acceptance) * share;
     settings.acceptance = AcceptanceOfThreshold(static_cast<float>(threshold));
   }
-  result = Decide(mean, settings, &findings, &licensed_);
+  result = settings.isAutomatic ? DecideWhole(tiles_, mean, settings, workspace, &findings, &licensed_)
+                                : Decide(mean, settings, &findings);
   if (result == kSuccess) *decision = {CellsOf(findings.seeds), std::move(findings.peaks)};
   return result;
 }

@@ -3,12 +3,14 @@
 // A single frame is a poor judge of a faint pattern: grain and what moves through the view lift a peak above
 // its limit in one frame and not in the next. So the frames' spectra are averaged before deciding, and a peak
 // that had a licence in one of them keeps it where the mean bears it out (see DetectPeaksAutomatically).
+// The rest is as for one picture (restoration/decision.h).
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "removal/spectrum_gathering.h"
+#include "restoration/picture_tiles.h"
 
 namespace tessaline::cli {
 
@@ -32,15 +34,16 @@ class FilmDecision {
 
   // Begins anew. Returns 0 or kOutOfMemory.
   int32_t Begin();
-  // One frame's. Returns 0 or kOutOfMemory.
-  int32_t Add(const Analysis& analysis);
+  // One frame and its analysis. Returns 0 or kOutOfMemory.
+  int32_t Add(const PictureView& frame, const Analysis& analysis, Parallel& parallel);
   // The decision of all frames added, point-symmetric; empty cells throughout where nothing is found. Returns
   // 0 or kOutOfMemory.
-  int32_t Make(KeptDecision* decision);
+  int32_t Make(Workspace& workspace, KeptDecision* decision);
 
  private:
   Settings settings_;
   SpectrumGathering gathering_;
+  PictureTiles tiles_;                  // of all frames: whether anybody could see the pattern
   std::vector<SpectrumPeak> licensed_;  // in any of the frames
 };
 

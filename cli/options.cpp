@@ -82,7 +82,9 @@ double Checked(const NumberOption& option, const std::string& text, const char* 
 }
 
 NumberOption FromRange(const char* name, const char* unit, const SettingRange& range) {
-  return {name, unit, range.minimum, range.maximum, false};
+  // The bounds as they are written: the double that a user's 1.3 is lies above the float.
+  const auto written = [](float bound) { return std::round(double{bound} * 1e6) / 1e6; };
+  return {name, unit, written(range.minimum), written(range.maximum), false};
 }
 
 // The options that pictures and streams share.
@@ -152,8 +154,7 @@ Settings ReadSettings(const SharedTexts& texts, const char* usage) {
   if (!texts.sensitivity.empty()) {
     if (!settings.isAutomatic) throw WrongUsage("--sensitivity belongs to --acceptance auto", usage);
     settings.sensitivity =
-        Checked({"--sensitivity", "", kSensitivityRange.minimum, kSensitivityRange.maximum, false},
-                texts.sensitivity, usage);
+        Checked(FromRange("--sensitivity", "", kSensitivityRange), texts.sensitivity, usage);
   }
   read(texts.notchRadius, FromRange("--notch-radius", "spectrum cells", kNotchRadiusRange),
        settings.notchRadius);

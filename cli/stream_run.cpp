@@ -206,7 +206,7 @@ class StreamRun {
   void DecideTogether() {
     if (waiting_.empty()) return;
     KeptDecision made;
-    if (decision_.Make(&made) != kSuccess) throw NoMemoryToDecide();
+    if (decision_.Make(engine_.workspace(), &made) != kSuccess) throw NoMemoryToDecide();
     const bool isFound =
         std::any_of(made.seeds.begin(), made.seeds.end(), [](uint8_t seed) { return seed != 0; });
     if (isFound) Keep(std::move(made), waiting_.front().number, waiting_.size());

@@ -138,41 +138,52 @@ bool InterfaceEngine::Report(void* user, double part) {
   return engine.progress != nullptr && engine.progress(engine.progressUser, part) != 0;
 }
 
+InterfaceEngine::Analysed InterfaceEngine::Examine(const CallerPicture& picture, const Progress& part) {
+  Analysed analysed;
+  Demand(Analyse(picture.cleaned, workspace_, part, &analysed.spectrum));
+  Demand(analysed.tiles.Add(picture.cleaned, workspace_.parallel()));
+  return analysed;
+}
+
 void InterfaceEngine::AnalyseAnew(const CallerPicture& picture) {
-  Analysis analysis;
-  Demand(Analyse(picture.cleaned, workspace_, ProgressOfCall(), &analysis));
-  analysis_ = std::move(analysis);
+  analysed_ = Examine(picture, ProgressOfCall());
 }
 
 void InterfaceEngine::AnalyseMore(const CallerPicture& picture) {
-  if (analysis_.transformSize == 0) {
+  if (analysed_.spectrum.transformSize == 0) {
     throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
   }
-  Analysis sum;  // the one held stays as it is until all is well
-  if (!sum.sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) Demand(kOutOfMemory);
-  CopyImage(analysis_.sums.view(), sum.sums.view());
-  sum.transformSize = analysis_.transformSize;
-  Demand(AddSpectrum(picture.cleaned, workspace_, ProgressOfCall(), &sum));
-  Demand(FinishAnalysis(&sum));
-  analysis_ = std::move(sum);
+  const Analysis& held = analysed_.spectrum;
+  Analysed sum;  // what is held stays as it is until all is well
+  if (!sum.spectrum.sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) ||
+      !sum.spectrum.powers.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) {
+    Demand(kOutOfMemory);
+  }
+  CopyImage(held.sums.view(), sum.spectrum.sums.view());
+  CopyImage(held.powers.view(), sum.spectrum.powers.view());
+  sum.spectrum.transformSize = held.transformSize;
+  sum.tiles = analysed_.tiles;
+  Demand(AddSpectrum(picture.cleaned, workspace_, ProgressOfCall(), &sum.spectrum));
+  Demand(FinishAnalysis(&sum.spectrum));
+  Demand(sum.tiles.Add(picture.cleaned, workspace_.parallel()));
+  analysed_ = std::move(sum);
 }
 
-InterfaceEngine::Decided InterfaceEngine::DecideOn(const PictureView* picture, const Analysis& analysis,
-                                                   const CallSettings& settings) {
+InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysed& analysed, const CallSettings& settings) {
   Decided decided;
   Removal& removal = decided.removal;
-  Demand(DecideWhole(picture, analysis, settings.removal, workspace_, &removal.findings));
+  Demand(DecideWhole(analysed.tiles, analysed.spectrum, settings.removal, workspace_, &removal.findings));
   Demand(Shape(removal.findings, settings.removal, &removal.mask));
   removal.restoration = settings.restoration;
-  decided.decision = Describe(analysis, removal.findings);
+  decided.decision = Describe(analysed.spectrum, removal.findings);
   return decided;
 }
 
 void InterfaceEngine::DecideBy(const CallSettings& settings) {
-  if (analysis_.transformSize == 0) {
+  if (analysed_.spectrum.transformSize == 0) {
     throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
   }
-  Decided decided = DecideOn(nullptr, analysis_, settings);
+  Decided decided = DecideOn(analysed_, settings);
   decision_ = std::move(decided.decision);
   removal_ = std::move(decided.removal);
 }
@@ -210,12 +221,12 @@ void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
   }
   PaddingChain chain;
   if ((flags & TESSALINE_PICTURE_OF_ANALYSIS) != 0) {
-    if (analysis_.transformSize != TransformSizeFor(pictures.from.cleaned)) {
+    if (analysed_.spectrum.transformSize != TransformSizeFor(pictures.from.cleaned)) {
       throw CallFault{
           TESSALINE_ERROR_ORDER,
           "this is not the picture that was analysed last; leave TESSALINE_PICTURE_OF_ANALYSIS out"};
     }
-    chain = analysis_.chain;
+    chain = analysed_.spectrum.chain;
   }
   TakeOut(pictures, removal_, flags, chain, ProgressOfCall());
 }
@@ -223,11 +234,10 @@ void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
 void InterfaceEngine::Clean(const CallPictures& pictures, const CallSettings& settings, uint32_t flags) {
   CheckFlags(flags);
   const Progress reports = ProgressOfCall();
-  Analysis analysis;
-  Demand(Analyse(pictures.from.cleaned, workspace_, reports.Part(0.0, 0.5), &analysis));
-  Decided decided = DecideOn(&pictures.from.cleaned, analysis, settings);
-  TakeOut(pictures, decided.removal, flags, analysis.chain, reports.Part(0.5, 1.0));
-  analysis_ = std::move(analysis);
+  Analysed analysed = Examine(pictures.from, reports.Part(0.0, 0.5));
+  Decided decided = DecideOn(analysed, settings);
+  TakeOut(pictures, decided.removal, flags, analysed.spectrum.chain, reports.Part(0.5, 1.0));
+  analysed_ = std::move(analysed);
   decision_ = std::move(decided.decision);
   removal_ = std::move(decided.removal);
 }

@@ -10,6 +10,7 @@
 #include "include/tessaline/tessaline.h"
 #include "interface/picture_record.h"
 #include "removal/steps.h"
+#include "restoration/picture_tiles.h"
 #include "restoration/restoration.h"
 
 namespace tessaline {
@@ -68,8 +69,13 @@ class InterfaceEngine {
     Decision decision;
     Removal removal;
   };
-  // `picture`: the one that was analysed, or null where it is not at hand.
-  Decided DecideOn(const PictureView* picture, const Analysis& analysis, const CallSettings& settings);
+  // What was analysed: the spectrum, and tiles to check licences in.
+  struct Analysed {
+    Analysis spectrum;
+    PictureTiles tiles;
+  };
+  Analysed Examine(const CallerPicture& picture, const Progress& part);
+  Decided DecideOn(const Analysed& analysed, const CallSettings& settings);
   void TakeOut(const CallPictures& pictures, const Removal& removal, uint32_t flags,
                const PaddingChain& chain, const Progress& part);
   Progress ProgressOfCall() { return {Report, this}; }
@@ -77,7 +83,7 @@ class InterfaceEngine {
 
   std::unique_ptr<Parallel> pool_;
   Workspace workspace_;
-  Analysis analysis_;
+  Analysed analysed_;
   Decision decision_;
   Removal removal_;
 };

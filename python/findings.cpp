@@ -72,18 +72,18 @@ py::object ReadResolution(const py::object& resolution) {
   return pair;
 }
 
-std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const Analysis> spectrum, const Settings& settings,
-                                         py::object resolution, const PictureView* picture) {
+std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const ExaminedPicture> examined,
+                                         const Settings& settings, py::object resolution) {
   auto decided = std::make_shared<PythonAnalysis>();
   Mask mask;
   {
     const py::gil_scoped_release letGo;
     Workspace workspace;
-    Demand(DecideWhole(picture, *spectrum, settings, workspace, &decided->findings));
+    Demand(DecideWhole(examined->tiles, examined->spectrum, settings, workspace, &decided->findings));
     Demand(Shape(decided->findings, settings, &mask));
-    decided->notches = CollectNotches(*spectrum, decided->findings);
+    decided->notches = CollectNotches(examined->spectrum, decided->findings);
   }
-  decided->spectrum = std::move(spectrum);
+  decided->examined = std::move(examined);
   decided->resolution = std::move(resolution);
   decided->settings = settings;
   decided->mask = std::make_shared<PythonMask>(std::move(mask));
@@ -153,7 +153,7 @@ py::array GridArray(const ConstImageView& grid, const py::object& owner) {
 }
 
 py::array DrawingOf(const PythonAnalysis& analysis) {
-  const std::vector<uint8_t> drawn = DrawSpectrum(*analysis.spectrum, analysis.findings,
+  const std::vector<uint8_t> drawn = DrawSpectrum(analysis.examined->spectrum, analysis.findings,
                                                   analysis.mask->mask(), analysis.settings.protectionRadius);
   const auto rows = static_cast<py::ssize_t>(drawn.size()) / (3 * kSpectrumCells);
   return py::array_t<uint8_t>({rows, py::ssize_t{kSpectrumCells}, py::ssize_t{3}}, drawn.data());

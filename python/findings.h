@@ -10,6 +10,7 @@
 #include "python/call.h"
 #include "removal/notches.h"
 #include "removal/steps.h"
+#include "restoration/picture_tiles.h"
 
 namespace tessaline::python {
 
@@ -33,9 +34,15 @@ class PythonMask {
   std::vector<std::unique_ptr<CallMemory>> idle_;  // of calls that have ended
 };
 
+// What every decision on a picture needs of it.
+struct ExaminedPicture {
+  Analysis spectrum;
+  PictureTiles tiles;  // to check licences in
+};
+
 // tessaline.Analysis: a spectrum, which several decisions can share, and one of them. Never changes.
 struct PythonAnalysis {
-  std::shared_ptr<const Analysis> spectrum;
+  std::shared_ptr<const ExaminedPicture> examined;
   pybind11::object resolution;  // None, or pixels per inch as (horizontal, vertical)
   Settings settings;
   Findings findings;
@@ -46,10 +53,9 @@ struct PythonAnalysis {
 // None, a number or two. Throws ValueError.
 pybind11::object ReadResolution(const pybind11::object& resolution);
 
-// Decide and Shape; with the picture an automatic decision is completed (restoration/decision.h). Throws
-// std::bad_alloc.
-std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const Analysis> spectrum, const Settings& settings,
-                                         pybind11::object resolution, const PictureView* picture = nullptr);
+// DecideWhole and Shape. Throws std::bad_alloc.
+std::shared_ptr<PythonAnalysis> DecideOn(std::shared_ptr<const ExaminedPicture> examined,
+                                         const Settings& settings, pybind11::object resolution);
 
 // Lists of the named tuples that `module` holds as "Peak" and "Notch".
 void AddTuples(pybind11::module_& module);

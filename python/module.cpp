@@ -17,7 +17,8 @@ namespace {
 
 double InRange(const char* name, const py::handle& value, const SettingRange& range) {
   const double number = py::float_(py::reinterpret_borrow<py::object>(value));
-  if (number >= double{range.minimum} && number <= double{range.maximum}) return number;
+  const auto asFloat = static_cast<float>(number);  // as the bounds are: 1.3 is not above them
+  if (asFloat >= range.minimum && asFloat <= range.maximum) return number;
   const auto plain = [](double bound) { return std::string(py::str("{:.3g}").format(bound)); };
   throw py::value_error(std::string(name) + " must be from " + plain(range.minimum) + " to " +
                         plain(range.maximum) + ", not " + std::string(py::str(value)));
@@ -60,13 +61,14 @@ void DemandUsableLevels(const PictureView& picture) {
   }
 }
 
-std::shared_ptr<Analysis> AnalysePart(const PictureView& picture, Call& call, double end) {
+std::shared_ptr<ExaminedPicture> AnalysePart(const PictureView& picture, Call& call, double end) {
   DemandUsableLevels(picture);
-  auto spectrum = std::make_shared<Analysis>();
+  auto examined = std::make_shared<ExaminedPicture>();
   call.Run(0.0, end, [&](Workspace& workspace, const Progress& progress) {
-    return Analyse(picture, workspace, progress, spectrum.get());
+    const int32_t result = Analyse(picture, workspace, progress, &examined->spectrum);
+    return result == kSuccess ? examined->tiles.Add(picture, workspace.parallel()) : result;
   });
-  return spectrum;
+  return examined;
 }
 
 // remove(workspace, options, progress) takes what `mask` takes from `from` into `to`; alpha goes along.
@@ -97,7 +99,7 @@ std::shared_ptr<PythonAnalysis> AnalyseArray(const py::array& array, const py::o
   const ArrayPicture from = ReadArray(array, white);
   CallMemory memory;
   Call call(threads, progress, memory);
-  auto analysis = DecideOn(AnalysePart(from.picture, call, 1.0), settings, perInch, &from.picture);
+  auto analysis = DecideOn(AnalysePart(from.picture, call, 1.0), settings, perInch);
   call.Finish();
   return analysis;
 }
@@ -115,9 +117,9 @@ py::array CleanArray(const py::array& array, const py::object& acceptance, const
   const ArrayPicture to = ArrayForResult(out, white, &from);
   CallMemory memory;
   Call call(threads, progress, memory);
-  const std::shared_ptr<Analysis> spectrum = AnalysePart(from.picture, call, kLooked);
-  const PaddingChain chain = spectrum->chain;
-  const auto analysis = DecideOn(spectrum, settings, py::none(), &from.picture);
+  const std::shared_ptr<ExaminedPicture> examined = AnalysePart(from.picture, call, kLooked);
+  const PaddingChain chain = examined->spectrum.chain;
+  const auto analysis = DecideOn(examined, settings, py::none());
   RemovePart(from, to, *analysis->mask, chain, call, kLooked,
              [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
                const Mask& mask = analysis->mask->mask();
@@ -234,7 +236,7 @@ void AddAnalysis(py::module_& module) {
       .def_property_readonly(
           "mask", [](const Self& self) { return self.mask; }, "The Mask of this decision.")
       .def_property_readonly(
-          "transform_size", [](const Self& self) { return self.spectrum->transformSize; },
+          "transform_size", [](const Self& self) { return self.examined->spectrum.transformSize; },
           "N: the picture was transformed as N x N, a cell stands for N / 512 frequencies each way.")
       .def_property_readonly(
           "threshold",
@@ -243,17 +245,17 @@ void AddAnalysis(py::module_& module) {
           },
           "The level that a cell of `enhanced` had to exceed, 0 to 32768; None for \"auto\".")
       .def_property_readonly(
-          "log_span", [](const Self& self) { return self.spectrum->logSpan; },
+          "log_span", [](const Self& self) { return self.examined->spectrum.logSpan; },
           "The natural log that 32768 in `spectrum` stands for.")
       .def_property_readonly(
           "pattern_cells", [](const Self& self) { return self.findings.seedCells; },
           "Spectrum cells taken for pattern, both halves.")
-      .def_property_readonly("spectrum",
-                             GridOf([](const Self& self) { return self.spectrum->rawGray16.view(); }),
-                             "The log spectrum, (512, 512) of uint16, 0 to 32768, read-only; the zero "
-                             "frequency is at [256, 256].")
+      .def_property_readonly(
+          "spectrum", GridOf([](const Self& self) { return self.examined->spectrum.rawGray16.view(); }),
+          "The log spectrum, (512, 512) of uint16, 0 to 32768, read-only; the zero "
+          "frequency is at [256, 256].")
       .def_property_readonly("enhanced",
-                             GridOf([](const Self& self) { return self.spectrum->gray16.view(); }),
+                             GridOf([](const Self& self) { return self.examined->spectrum.gray16.view(); }),
                              "The same after its peaks were brought out.")
       .def_property_readonly(
           "seeds", GridOf([](const Self& self) { return self.findings.seeds.view(); }),
@@ -267,7 +269,7 @@ void AddAnalysis(py::module_& module) {
           [](const Self& self, const py::object& acceptance, const py::object& sensitivity,
              const py::object& notchRadius, const py::object& protectionRadius) {
             const Settings settings = ReadSettings(acceptance, sensitivity, notchRadius, protectionRadius);
-            return DecideOn(self.spectrum, settings, self.resolution);
+            return DecideOn(self.examined, settings, self.resolution);
           },
           "acceptance"_a = "auto", py::kw_only(), "sensitivity"_a = kSensitivityRange.standard,
           "notch_radius"_a = kNotchRadiusRange.standard,

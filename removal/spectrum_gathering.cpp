@@ -1,5 +1,6 @@
 #include "removal/spectrum_gathering.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "image/pixel_kind.h"
@@ -21,12 +22,31 @@ int32_t MedianLevel(const ConstImageView& spectrum) {
   return level;
 }
 
+// Adds powers over the usual one, which half of the cells do not exceed.
+void AddPowers(const ConstImageView& powers, const ImageView& sums) {
+  std::vector<double> cells;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    const auto* const row = powers.Row<double>(y);
+    cells.insert(cells.end(), row, row + kSpectrumCells);
+  }
+  const auto middle = cells.begin() + static_cast<ptrdiff_t>(cells.size() / 2);
+  std::nth_element(cells.begin(), middle, cells.end());
+  const double share = *middle > 0.0 ? 1.0 / *middle : 0.0;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    const auto* const row = powers.Row<double>(y);
+    auto* const sum = sums.Row<double>(y);
+    for (int32_t x = 0; x < kSpectrumCells; ++x) sum[x] += share * row[x];
+  }
+}
+
 }  // namespace
 
 int32_t SpectrumGathering::Create() {
   pictures_ = 0;
   logSpans_ = 0;
-  return sums_.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) ? kSuccess : kOutOfMemory;
+  const bool isReady = sums_.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) &&
+                       powers_.Create(kSpectrumCells, kSpectrumCells, sizeof(double));
+  return isReady ? kSuccess : kOutOfMemory;
 }
 
 void SpectrumGathering::Add(const Analysis& analysis) {
@@ -50,6 +70,7 @@ void SpectrumGathering::Add(const Analysis& analysis) {
     auto* const sums = sums_.view().Row<double>(y);
     for (int32_t x = 0; x < kSpectrumCells; ++x) sums[x] += magnitudeOf(levels[x]);
   }
+  AddPowers(analysis.powers.view(), powers_.view());
   ++pictures_;
   transformSize_ = analysis.transformSize;
   logSpans_ += analysis.logSpan;
@@ -62,8 +83,12 @@ double SpectrumGathering::meanLogSpan() const {
 int32_t SpectrumGathering::Mean(Analysis* mean) const {
   // A sum in place of the mean: the scaling by the logarithm does not tell them apart.
   *mean = {};
-  if (!mean->sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) return kOutOfMemory;
+  if (!mean->sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) ||
+      !mean->powers.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) {
+    return kOutOfMemory;
+  }
   CopyImage(sums_.view(), mean->sums.view());
+  CopyImage(powers_.view(), mean->powers.view());
   mean->transformSize = transformSize_;
   return FinishAnalysis(mean);
 }

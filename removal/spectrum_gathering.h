@@ -26,7 +26,8 @@ class SpectrumGathering {
   int32_t Mean(Analysis* mean) const;
 
  private:
-  Image sums_;  // doubles
+  Image sums_;    // doubles
+  Image powers_;  // likewise
   int32_t pictures_ = 0;
   int32_t transformSize_ = 0;
   double logSpans_ = 0;

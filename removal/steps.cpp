@@ -146,14 +146,15 @@ namespace {
 
 template <typename Value>
 Value UsableValue(Value value, const SettingRange& range) {
-  if (std::isnan(value)) return range.standard;
+  if (std::isnan(value)) return Value{range.standard};
   return std::clamp(value, Value{range.minimum}, Value{range.maximum});
 }
 
 }  // namespace
 
 Settings UsableSettings(const Settings& settings) {
-  return {settings.isAutomatic, UsableValue(settings.acceptance, kAcceptanceRange), settings.sensitivity,
+  return {settings.isAutomatic, UsableValue(settings.acceptance, kAcceptanceRange),
+          UsableValue(settings.sensitivity, kSensitivityRange),
           UsableValue(settings.notchRadius, kNotchRadiusRange),
           UsableValue(settings.protectionRadius, kProtectionRadiusRange)};
 }

@@ -1,13 +1,50 @@
 #include "restoration/decision.h"
 
+#include <algorithm>
+#include <new>
+
 namespace tessaline {
 
-int32_t DecideWhole(const PictureView* picture, const Analysis& analysis, const Settings& settings,
-                    Workspace& workspace, Findings* findings) {
-  const int32_t result = Decide(analysis, settings, findings);
+namespace {
+
+bool HasLicence(const Findings& findings) {
+  return std::any_of(findings.peaks.begin(), findings.peaks.end(),
+                     [](const SpectrumPeak& peak) { return peak.isLicensed; });
+}
+
+int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
+                      Workspace& workspace, Findings* findings,
+                      const std::vector<SpectrumPeak>* licensedBefore) {
+  int32_t result = Decide(analysis, settings, findings, licensedBefore);
   if (result != kSuccess || !findings->isAutomatic) return result;
-  if (picture == nullptr) return AddSmearedPeaks(analysis, settings, findings);
-  return CompleteFindings(*picture, analysis, settings, workspace, findings);
+  const bool hadLicence = HasLicence(*findings);
+  result = CheckLicences(tiled, workspace.parallel(), findings);
+  if (result != kSuccess || hadLicence != HasLicence(*findings)) return result;
+  result = AddSmearedPeaks(analysis, settings, findings);
+  if (result != kSuccess || hadLicence) return result;
+  return MeasureStrength(tiled, workspace.parallel(), findings);
+}
+
+}  // namespace
+
+int32_t DecideWhole(const PictureView& picture, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings) {
+  if (!settings.isAutomatic) return Decide(analysis, settings, findings);
+  try {
+    return DecideOnTiles(TilesOf(picture), analysis, settings, workspace, findings, nullptr);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+}
+
+int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings,
+                    const std::vector<SpectrumPeak>* licensedBefore) {
+  try {
+    return DecideOnTiles(tiles.view(), analysis, settings, workspace, findings, licensedBefore);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
 }
 
 }  // namespace tessaline

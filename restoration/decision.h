@@ -5,29 +5,34 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "removal/steps.h"
+#include "restoration/picture_tiles.h"
 
 namespace tessaline {
 
-// After an automatic Decide of the same picture; makes `findings` what is to be shaped and restored. Returns
-// 0 or kOutOfMemory.
-int32_t CompleteFindings(const PictureView& picture, const Analysis& analysis, const Settings& settings,
-                         Workspace& workspace, Findings* findings);
-
-// Decide and, where automatic, CompleteFindings: the one decision that every door makes. `picture` is the one
-// that was analysed; null where it is not at hand, and then the licences are not checked. Returns 0 or
-// kOutOfMemory.
-int32_t DecideWhole(const PictureView* picture, const Analysis& analysis, const Settings& settings,
+// The one decision that every door makes: Decide, and where that is automatic the two parts below. `picture`
+// is the one that was analysed. Returns 0 or kOutOfMemory.
+int32_t DecideWhole(const PictureView& picture, const Analysis& analysis, const Settings& settings,
                     Workspace& workspace, Findings* findings);
 
-// The two parts of it.
+// The same where the picture is gone or there were several: `tiles` are of all that were analysed. With one
+// picture it is the same decision. `licensedBefore` as of Decide.
+int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings,
+                    const std::vector<SpectrumPeak>* licensedBefore = nullptr);
+
+// The parts of it.
 
 // Takes all licences and seeds back when none of the three strongest licensed peaks has an amplitude of 2
-// levels of 255 in the picture's strong places: in tiles of 128 x 128, of which 98 % lie below those.
-int32_t CheckLicences(const PictureView& picture, Parallel& parallel, Findings* findings);
+// levels of 255 in the strong places: the tiles of which 98 % lie below those.
+int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
 
 // Adds the peaks that a smoothed spectrum shows, and their cells.
 int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings);
+
+// Measures the strongest licensed peak, whatever its scale.
+int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
 
 }  // namespace tessaline

@@ -13,11 +13,10 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kTileSide = 128;
+constexpr int32_t kLongestTile = 128;
 constexpr int32_t kBinsAround = 3;  // of the tile padded to twice its side
 constexpr int32_t kBins = 2 * kBinsAround + 1;
 constexpr int32_t kPeaksChecked = 3;
-constexpr size_t kMostTiles = 400;  // of a larger picture's so many, evenly spread
 constexpr double kLeastAmplitude = 2.0 * kByteToHost;
 constexpr double kStrongShare = 0.98;
 
@@ -30,7 +29,7 @@ struct TileAxis {
   using Lanes = std::array<float, kBins + 1>;
   std::vector<Lanes> cosine, sine;
 
-  TileAxis(int32_t pictureSide, int32_t cells) : side(std::min(pictureSide, kTileSide)) {
+  TileAxis(int32_t tileSide, int32_t cells) : side(tileSide) {
     const double circle = 2.0 * std::numbers::pi;
     const int32_t padded = 2 * side;
     const auto middle = static_cast<int32_t>(std::lround(cells * double(padded) / kSpectrumCells));
@@ -49,21 +48,6 @@ struct TileAxis {
   }
 };
 
-struct Tile {
-  int32_t x, y;
-};
-
-std::vector<Tile> TilesOf(int32_t width, int32_t height, int32_t tileWidth, int32_t tileHeight) {
-  std::vector<Tile> tiles;
-  for (int32_t y = 0; y + tileHeight <= height; y += std::max(tileHeight / 2, 1)) {
-    for (int32_t x = 0; x + tileWidth <= width; x += std::max(tileWidth / 2, 1)) tiles.push_back({x, y});
-  }
-  const size_t step = (tiles.size() + kMostTiles - 1) / kMostTiles;
-  std::vector<Tile> chosen;
-  for (size_t i = 0; i < tiles.size(); i += step) chosen.push_back(tiles[i]);
-  return chosen;
-}
-
 // A tile's samples, less their mean, under the window.
 void LoadTile(const PictureView& picture, int32_t channel, const Tile& tile, const TileAxis& axisX,
               const TileAxis& axisY, float* samples) {
@@ -71,7 +55,7 @@ void LoadTile(const PictureView& picture, int32_t channel, const Tile& tile, con
   part.width = axisX.side;
   const ChannelView& whole = picture.channel[channel];
   part.channel[channel].data = whole.data + tile.x * whole.pixelBytes;
-  float row[2 * kTileSide];
+  float row[2 * kLongestTile];
   double sum = 0.0;
   for (int32_t y = 0; y < axisY.side; ++y) {
     sum += LoadLevels(part, channel, tile.y + y, row);
@@ -115,13 +99,14 @@ double GreatestMagnitude(const float* samples, const TileAxis& axisX, const Tile
 }
 
 // The amplitude of a peak in the picture's strong places, 0 .. 32768.
-double StrongAmplitude(const PictureView& picture, const SpectrumPeak& peak, Parallel& parallel) {
-  const TileAxis axisX(picture.width, peak.dx), axisY(picture.height, peak.dy);
-  const std::vector<Tile> tiles = TilesOf(picture.width, picture.height, axisX.side, axisY.side);
+double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Parallel& parallel) {
+  const TileAxis axisX(tiled.tileWidth, peak.dx), axisY(tiled.tileHeight, peak.dy);
+  const PictureView& picture = tiled.picture;
+  const std::vector<Tile>& tiles = tiled.tiles;
   std::vector<double> amplitudes(tiles.size());
   const double unit = 2.0 / std::max(axisX.windowSum * axisY.windowSum, 1e-9);
   const auto measure = [&](int32_t index, int32_t) {
-    float samples[kTileSide * kTileSide];
+    float samples[kLongestTile * kLongestTile];
     for (int32_t c = 0; c < picture.channels; ++c) {
       LoadTile(picture, c, tiles[index], axisX, axisY, samples);
       amplitudes[index] = std::max(amplitudes[index], unit * GreatestMagnitude(samples, axisX, axisY));
@@ -162,13 +147,25 @@ void TakeLicencesBack(Findings* findings) {
 
 }  // namespace
 
-int32_t CheckLicences(const PictureView& picture, Parallel& parallel, Findings* findings) {
+int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
-    const bool isSeen = std::any_of(strongest.begin(), strongest.end(), [&](const SpectrumPeak& peak) {
-      return StrongAmplitude(picture, peak, parallel) >= kLeastAmplitude;
-    });
-    if (!strongest.empty() && !isSeen) TakeLicencesBack(findings);
+    double amplitude = 0.0;
+    for (size_t i = 0; i < strongest.size() && amplitude < kLeastAmplitude; ++i) {
+      amplitude = StrongAmplitude(tiled, strongest[i], parallel);
+    }
+    findings->strongAmplitude = amplitude;
+    if (!strongest.empty() && amplitude < kLeastAmplitude) TakeLicencesBack(findings);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+  return kSuccess;
+}
+
+int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
+  try {
+    const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
+    if (!strongest.empty()) findings->strongAmplitude = StrongAmplitude(tiled, strongest[0], parallel);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

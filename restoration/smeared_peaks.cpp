@@ -203,12 +203,4 @@ int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Find
   return kSuccess;
 }
 
-int32_t CompleteFindings(const PictureView& picture, const Analysis& analysis, const Settings& settings,
-                         Workspace& workspace, Findings* findings) {
-  const bool hadLicence = HasLicence(findings->peaks);
-  const int32_t result = CheckLicences(picture, workspace.parallel(), findings);
-  if (result != kSuccess || hadLicence != HasLicence(findings->peaks)) return result;
-  return AddSmearedPeaks(analysis, settings, findings);
-}
-
 }  // namespace tessaline

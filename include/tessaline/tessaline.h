@@ -224,9 +224,9 @@ TESSALINE_API int32_t tessaline_analyse(TessalineEngine* engine, const Tessaline
 TESSALINE_API int32_t tessaline_analyse_more(TessalineEngine* engine, const TessalinePicture* picture);
 
 /* Which cells of the spectrum are pattern, and the mask that takes them out, in place of the findings and
- * mask that the engine held. May be called again with other settings. An automatic decision here has no
- * picture to look at: tessaline_clean also checks that the pattern can be seen in it (2 levels of 255
- * somewhere), and removes nothing where it cannot. TESSALINE_ERROR_ORDER before an analysis. */
+ * mask that the engine held. May be called again with other settings, and decides as tessaline_clean
+ * does: the engine keeps tiles of the pictures, up to 400 of 128 x 128, to see whether a pattern is visible.
+ * TESSALINE_ERROR_ORDER before an analysis. */
 TESSALINE_API int32_t tessaline_decide(TessalineEngine* engine, const TessalineSettings* settings);
 
 /* The mask: 512 rows of 512 bytes, row by row, the zero frequency at column 256 of row 256; a cell r cells

@@ -111,7 +111,7 @@ std::vector<float> CleanedBySteps() {
   Findings findings;
   tessaline::Mask mask;
   EXPECT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
-  EXPECT_EQ(kSuccess, DecideWhole(&view, analysis, settings, workspace, &findings));
+  EXPECT_EQ(kSuccess, DecideWhole(view, analysis, settings, workspace, &findings));
   EXPECT_EQ(kSuccess, Shape(findings, settings, &mask));
   EXPECT_GT(findings.seedCells, 0);
   EXPECT_EQ(kSuccess, Restore(view, view, findings, mask, workspace,

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "removal/spectrum_gathering.h"
 #include "restoration/decision.h"
 #include "tests/support/picture_files.h"
 
@@ -43,8 +44,7 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
     Findings findings;
     Mask mask;
     ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
-    ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
-    ASSERT_EQ(kSuccess, CompleteFindings(view, analysis, settings, workspace, &findings));
+    ASSERT_EQ(kSuccess, DecideWhole(view, analysis, settings, workspace, &findings));
     ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
     ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {{}, analysis.chain}, {}, {}, &gate));
     const Picture result = SamplesOf(picture.view()), open = SamplesOf(gate.view());
@@ -71,22 +71,55 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
 INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page", "warped"),
                          [](const auto& test) { return test.param; });
 
-TEST(Licences, AreTakenBackFromWhatNobodyCouldSee) {
-  Picture faint = ReadPicture("restore/halftone.png");
+TEST(Licences, AreTakenBackFromWhatNobodyCouldSeeInAnyOfThePictures) {
+  const Picture strong = ReadPicture("restore/halftone.png");
+  Picture faint = strong;
   for (uint16_t& sample : faint.samples) sample = static_cast<uint16_t>(128 + (sample - 128) / 45);
-  Image picture = ImageOf(faint);
+  Image picture = ImageOf(faint), seen = ImageOf(strong);
   const PictureView view = PictureOf(picture.view());
   Settings settings;
   settings.isAutomatic = true;
   Workspace workspace;
   Analysis analysis;
   Findings findings;
+  PictureTiles tiles;
   ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
   ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
   EXPECT_GT(findings.seedCells, 0);
-  ASSERT_EQ(kSuccess, CompleteFindings(view, analysis, settings, workspace, &findings));
+  ASSERT_EQ(kSuccess, DecideWhole(view, analysis, settings, workspace, &findings));
   EXPECT_EQ(0, findings.seedCells);
   EXPECT_EQ(PeakVerdict::kTooFaint, findings.peaks.front().verdict);
+  const auto seedsWith = [&](Image& more, int times) {
+    for (int i = 0; i < times; ++i) {
+      EXPECT_EQ(kSuccess, tiles.Add(PictureOf(more.view()), workspace.parallel()));
+    }
+    EXPECT_EQ(kSuccess, DecideWhole(tiles, analysis, settings, workspace, &findings));
+    return findings.seedCells;
+  };
+  EXPECT_EQ(0, seedsWith(picture, 12));  // more tiles than are kept
+  EXPECT_GE(400u, tiles.view().tiles.size());
+  EXPECT_GT(seedsWith(seen, 1), 0);
+}
+
+TEST(FilmDecisions, FindTheSmearedPeaksOfAWarpedPage) {
+  Image picture = ImageOf(ReadPicture("restore/warped.png"));
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis, mean;
+  Findings findings;
+  PictureTiles tiles;
+  SpectrumGathering gathering;
+  ASSERT_EQ(kSuccess, gathering.Create());
+  ASSERT_EQ(kSuccess, Analyse(PictureOf(picture.view()), workspace, {}, &analysis));
+  ASSERT_EQ(kSuccess, tiles.Add(PictureOf(picture.view()), workspace.parallel()));
+  for (int frame = 0; frame < 2; ++frame) gathering.Add(analysis);
+  ASSERT_EQ(kSuccess, gathering.Mean(&mean));
+  ASSERT_EQ(kSuccess, DecideWhole(tiles, mean, settings, workspace, &findings));
+  EXPECT_NE(PeakScale::kFine, findings.peaks.back().scale);
+  EXPECT_LE(
+      DistanceBetween(ReadPicture("restore/warped.seed.png"), SamplesOf(findings.seeds.view())).shareBeyond,
+      2e-4);
 }
 
 }  // namespace
