@@ -97,6 +97,7 @@ double LoadLevels(const PictureView& picture, int32_t channel, int32_t y, float*
   WithFormat(picture.format, [&](auto format) {
     Load<decltype(format)>(from.data + y * from.rowBytes, from.pixelBytes, picture.width, levels);
   });
+  if (picture.light != nullptr) picture.light->DecodeRow(picture.width, levels);
   return SumOfEverySecond(levels, picture.width);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "image/image_view.h"
+#include "removal/tone_curve.h"
 
 namespace tessaline {
 
@@ -39,6 +40,8 @@ struct PictureView {
   SampleFormat format = SampleFormat::kByte;
   int32_t channels = 0;  // 1 .. 3 of them are looked at and cleaned; alpha stays out of it
   ChannelView channel[kMostChannels];
+  const ToneCurve* light =
+      nullptr;  // if given, loading gives linear light; storing takes levels all the same
 };
 
 // The picture of an image of kind 1, 2, 3 or 6; another kind gives a picture without channels.

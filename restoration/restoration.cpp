@@ -62,9 +62,19 @@ void DrawGate(const Gate& gate, float* row, const ImageView& drawn) {
   }
 }
 
+// The same where the filtered row is linear light: it is that which goes in part, and what goes of the level
+// is told. Where the gate is closed it is exactly nothing.
+void TakeLightOut(const ToneCurve& light, const float* levels, const float* open, int32_t width, float* row) {
+  for (int32_t x = 0; x < width; ++x) {
+    const float before = light.LightOf(levels[2 * x]);
+    const float after = light.LevelOf(before - (before - row[x]) * open[x]);
+    row[x] = open[x] > 0.0f ? levels[2 * x] - after : 0.0f;
+  }
+}
+
 // From the filtered channels to what is to be taken out: nothing where the gate is closed.
-void TakeOutWhereOpen(const PictureView& picture, const Gate& gate, Parallel& parallel,
-                      const ThreadRows& rows, Plane* planes) {
+void TakeOutWhereOpen(const PictureView& picture, const Gate& gate, const ToneCurve* light,
+                      Parallel& parallel, const ThreadRows& rows, Plane* planes) {
   RowsInParallel(parallel, picture.height, [&](int32_t y, int32_t worker) {
     float* const levels = rows.rows()[worker];
     float* const open = levels + 2 * picture.width;
@@ -72,6 +82,10 @@ void TakeOutWhereOpen(const PictureView& picture, const Gate& gate, Parallel& pa
     for (int32_t c = 0; c < picture.channels; ++c) {
       LoadLevels(picture, c, y, levels);
       float* const row = planes[c].Row(y);
+      if (light != nullptr) {
+        TakeLightOut(*light, levels, open, picture.width, row);
+        continue;
+      }
       for (int32_t x = 0; x < picture.width; ++x) row[x] = (levels[2 * x] - row[x]) * open[x];
     }
   });
@@ -107,9 +121,16 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   OpenGate(from, findings, settings, parallel, rows, &planes[0], &gate);
   if (drawnGate != nullptr) DrawGate(gate, rows.rows()[0], drawnGate->view());
   FilteredPlanes filtered(planes);
-  const int32_t result = Filter(from, mask, workspace, options, progress, filtered);
+  PictureView filteredFrom = from;
+  // The differences of opponents are none of light.
+  const ToneCurve* const light =
+      settings.meaning == ChannelMeaning::kRgb ? LightFor(settings.light, findings) : nullptr;
+  filteredFrom.light = light;
+  ApplyOptions filterOptions = options;
+  if (light != nullptr) filterOptions.chain = {};  // the analysis', which saw levels
+  const int32_t result = Filter(filteredFrom, mask, workspace, filterOptions, progress, filtered);
   if (result != kSuccess) return result;
-  TakeOutWhereOpen(from, gate, parallel, rows, planes);
+  TakeOutWhereOpen(from, gate, light, parallel, rows, planes);
   polish.MeasureNoise(planes, settings.meaning, settings.polish, parallel);
   LeaveRest(from, parallel, rows, planes);
   polish.Store(planes, parallel, to);

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "removal/steps.h"
+#include "restoration/light.h"
 #include "restoration/polish.h"
 
 namespace tessaline {
@@ -20,6 +21,7 @@ struct RestorationSettings {
   bool everywhere = false;  // the gate stays open: a pattern over the whole picture
   float polish = kPolishRange.standard;
   ChannelMeaning meaning = ChannelMeaning::kRgb;
+  LightWish light;
 };
 
 // As Apply, of which the options' rounding is not looked at. `gate`, if given, receives how far the gate was

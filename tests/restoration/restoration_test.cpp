@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 
+#include "image/pixel_kind.h"
 #include "removal/spectrum_gathering.h"
 #include "restoration/decision.h"
 #include "tests/support/picture_files.h"
@@ -120,6 +122,69 @@ TEST(FilmDecisions, FindTheSmearedPeaksOfAWarpedPage) {
   EXPECT_LE(
       DistanceBetween(ReadPicture("restore/warped.seed.png"), SamplesOf(findings.seeds.view())).shareBeyond,
       2e-4);
+}
+
+// Fields of 160 x 160 of one ink at 45 degrees, 16 periods to 100 pixels. Dots are averaged in light over
+// each pixel, then coded.
+float PrintedLight(int x, int y) {
+  constexpr int kParts = 4;
+  constexpr double kPeriod = 6.25, kCircle = 2 * std::numbers::pi;
+  const double coverage = 0.1 + 0.16 * (x / 160 + 3 * (y / 160));
+  int inked = 0;
+  for (int i = 0; i < kParts * kParts; ++i) {
+    const double u = (x + (i % kParts + 0.5) / kParts) / kPeriod * kCircle;
+    const double v = (y + (i / kParts + 0.5) / kParts) / kPeriod * kCircle;
+    inked += 0.5 + 0.25 * (std::cos(u + v) + std::cos(u - v)) < coverage;
+  }
+  return static_cast<float>(0.9 - 0.86 * inked / (kParts * kParts));
+}
+
+TEST(Light, FlatTonesOfAPrintAreThoseOfItsLightOnlyWhereTheFileTellsTheCurve) {
+  const ToneCurve& curve = ToneCurve::Srgb();
+  Image print;
+  ASSERT_TRUE(print.Create(480, 320, kGray8));
+  double light[6] = {};
+  const auto forInner = [&](const auto& visit) {
+    for (int y = 0; y < 320; ++y) {
+      for (int x = 0; x < 480; ++x) {
+        if (x % 160 >= 30 && x % 160 < 130 && y % 160 >= 30 && y % 160 < 130) {
+          visit(x / 160 + 3 * (y / 160), x, y);
+        }
+      }
+    }
+  };
+  for (int i = 0; i < 480 * 320; ++i) {
+    const float level = curve.LevelOf(PrintedLight(i % 480, i / 480) * kHostMax);
+    print.view().Row(i / 480)[i % 480] = static_cast<uint8_t>(std::lround(level * kHostToByte));
+  }
+  forInner([&](int field, int x, int y) {
+    light[field] += double{curve.LightOf(print.view().Row(y)[x] * kByteToHost)} / 1e4;
+  });
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  const PictureView from = PictureOf(print.view());
+  ASSERT_EQ(kSuccess, Analyse(from, workspace, {}, &analysis));
+  ASSERT_EQ(kSuccess, DecideWhole(from, analysis, settings, workspace, &findings));
+  ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+  for (const ToneCurve* told : {&curve, static_cast<const ToneCurve*>(nullptr)}) {
+    Image result;
+    ASSERT_TRUE(result.Create(480, 320, kGray8));
+    RestorationSettings restoration;
+    restoration.light.curve = told;
+    ASSERT_EQ(kSuccess,
+              Restore(from, PictureOf(result.view()), findings, mask, workspace, {}, restoration, {}));
+    double tone[6] = {}, worst = 0;
+    forInner([&](int field, int x, int y) { tone[field] += result.view().Row(y)[x] / 1e4; });
+    for (int field = 0; field < 6; ++field) {
+      const float wanted = curve.LevelOf(static_cast<float>(light[field])) * kHostToByte;
+      worst = std::max(worst, std::abs(tone[field] - double{wanted}));
+    }
+    EXPECT_EQ(told != nullptr, worst <= 0.5) << worst;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,45 @@
+#include "restoration/light.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "image/pixel_kind.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr double kLeastPrintAmplitude = 16.0 * kByteToHost;
+constexpr double kMostApart = 0.04;     // of two periods; a cell at a period of 16 pixels is 3 percent
+constexpr double kMostOffSquare = 3.0;  // degrees
+
+bool AreSquare(const SpectrumPeak& a, const SpectrumPeak& b) {
+  return std::abs(a.period / b.period - 1.0) < kMostApart &&
+         std::abs(std::abs(a.angle - b.angle) - 90.0) < kMostOffSquare;
+}
+
+}  // namespace
+
+bool IsDotScreen(const Findings& findings) {
+  if (findings.strongAmplitude < kLeastPrintAmplitude) return false;
+  const auto& peaks = findings.peaks;
+  return std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& a) {
+    return a.isLicensed && std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& b) {
+             return b.isLicensed && b.scale == a.scale && AreSquare(a, b);
+           });
+  });
+}
+
+const ToneCurve* LightFor(const LightWish& wish, const Findings& findings) {
+  switch (wish.light) {
+    case Light::kAuto:
+      return wish.curve != nullptr && IsDotScreen(findings) ? wish.curve : nullptr;
+    case Light::kCoded:
+      return nullptr;
+    case Light::kLinear:
+      break;
+  }
+  return wish.curve != nullptr ? wish.curve : &ToneCurve::Srgb();
+}
+
+}  // namespace tessaline
