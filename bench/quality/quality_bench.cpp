@@ -84,7 +84,7 @@ Cleaned Clean(const Picture& before, bool is16, Way way, Workspace& workspace) {
   Mask mask;
   int32_t result = Analyse(view, workspace, {}, &analysis);
   if (result == kSuccess) {
-    result = way == kAutomatic ? DecideWhole(&view, analysis, settings, workspace, &findings)
+    result = way == kAutomatic ? DecideWhole(view, analysis, settings, workspace, &findings)
                                : Decide(analysis, settings, &findings);
   }
   if (result == kSuccess) result = Shape(findings, settings, &mask);
