@@ -1,10 +1,12 @@
 #include "cli/carried_metadata.h"
 
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 namespace tessaline::cli {
@@ -21,8 +23,6 @@ constexpr uint64_t kMostCarriedBytes = uint64_t{64} << 20;
 
 constexpr std::string_view kCarriedChunks[] = {"cHRM", "gAMA", "iCCP", "sRGB", "cICP", "mDCv", "cLLi", "pHYs",
                                                "oFFs", "sCAL", "eXIf", "tEXt", "zTXt", "iTXt", "tIME"};
-// What a decoder needs for the pixels themselves.
-constexpr std::string_view kPixelChunks[] = {"IHDR", "PLTE", "tRNS", "IDAT", "IEND"};
 
 template <size_t N>
 bool Lists(const std::string_view (&list)[N], const uint8_t* type) {
@@ -149,21 +149,12 @@ void PutText(std::string_view text, std::vector<uint8_t>& target) {
   target.insert(target.end(), text.begin(), text.end());
 }
 
-uint32_t PngChecksum(const uint8_t* bytes, size_t count) {
-  uint32_t checksum = ~0u;
-  for (size_t i = 0; i < count; ++i) {
-    checksum ^= bytes[i];
-    for (int bit = 0; bit < 8; ++bit) checksum = checksum >> 1 ^ ((checksum & 1) != 0 ? 0xEDB88320u : 0);
-  }
-  return ~checksum;
-}
-
 void PutPngChunk(std::string_view type, const std::vector<uint8_t>& data, std::vector<uint8_t>& target) {
   PutBigEndian(static_cast<uint32_t>(data.size()), 4, target);
   const size_t start = target.size();
   PutText(type, target);
   target.insert(target.end(), data.begin(), data.end());
-  PutBigEndian(PngChecksum(target.data() + start, target.size() - start), 4, target);
+  PutBigEndian(static_cast<uint32_t>(crc32_z(0, target.data() + start, target.size() - start)), 4, target);
 }
 
 // What does not fit into one segment is left out.
@@ -181,7 +172,9 @@ void PutJpegSegment(int marker, std::string_view mark, const std::vector<uint8_t
 }  // namespace
 
 std::vector<uint8_t> PngChunksOf(const std::optional<Resolution>& resolution,
-                                 const std::vector<uint8_t>& exif) {
+                                 const std::vector<uint8_t>& exif, const std::vector<uint8_t>& profile,
+                                 const std::vector<uint8_t>& xmp) {
+  using std::operator""sv;
   std::vector<uint8_t> chunks;
   if (resolution) {
     constexpr double kInchesPerMetre = 1000 / 25.4;
@@ -193,6 +186,23 @@ std::vector<uint8_t> PngChunksOf(const std::optional<Resolution>& resolution,
     PutPngChunk("pHYs", data, chunks);
   }
   if (!exif.empty()) PutPngChunk("eXIf", exif, chunks);
+  if (!profile.empty()) {
+    std::vector<uint8_t> data;
+    PutText("icc\0\0"sv, data);  // its name, and how it is compressed
+    const size_t head = data.size();
+    uLongf packedBytes = compressBound(static_cast<uLong>(profile.size()));
+    data.resize(head + packedBytes);
+    if (compress(&data[head], &packedBytes, profile.data(), static_cast<uLong>(profile.size())) != Z_OK)
+      throw std::bad_alloc();
+    data.resize(head + packedBytes);
+    PutPngChunk("iCCP", data, chunks);
+  }
+  if (!xmp.empty()) {
+    std::vector<uint8_t> data;
+    PutText("XML:com.adobe.xmp\0\0\0\0\0"sv, data);  // not compressed, of no language, not translated
+    data.insert(data.end(), xmp.begin(), xmp.end());
+    PutPngChunk("iTXt", data, chunks);
+  }
   return chunks;
 }
 
@@ -253,33 +263,15 @@ MetadataFilter::MetadataFilter(const Rules& rules, std::vector<uint8_t> carried,
   left_ = rules.leadBytes;
 }
 
-std::unique_ptr<MetadataFilter> MetadataFilter::ForPng(std::vector<uint8_t> carried, Drops drops,
-                                                       Write write) {
-  const Rules rules = {kPngSignature, kPngHead, false, drops == Drops::kAll ? JudgePng : JudgePngForExif};
-  return std::unique_ptr<MetadataFilter>(new MetadataFilter(rules, std::move(carried), std::move(write)));
-}
-
 std::unique_ptr<MetadataFilter> MetadataFilter::ForJpeg(std::vector<uint8_t> carried, Drops drops,
                                                         Write write) {
   const Rules rules = {kJpegStartMark, kJpegHead, true, drops == Drops::kAll ? JudgeJpeg : JudgeJpegForExif};
   return std::unique_ptr<MetadataFilter>(new MetadataFilter(rules, std::move(carried), std::move(write)));
 }
 
-MetadataFilter::Piece MetadataFilter::JudgePng(const uint8_t* head) {
-  const uint8_t* type = head + 4;
-  return {kPngChunkFrame + uint64_t{BigEndian32(head)}, Lists(kPixelChunks, type),
-          memcmp(type, "IHDR", 4) == 0, false};
-}
-
 MetadataFilter::Piece MetadataFilter::JudgeJpeg(const uint8_t* head) {
   const int marker = head[1];
   return {SegmentBytes(head), !IsDescriptiveMarker(marker), false, marker == kStartOfScan};
-}
-
-MetadataFilter::Piece MetadataFilter::JudgePngForExif(const uint8_t* head) {
-  Piece piece = JudgePng(head);
-  piece.isKept = memcmp(head + 4, "pHYs", 4) != 0 && memcmp(head + 4, "eXIf", 4) != 0;
-  return piece;
 }
 
 MetadataFilter::Piece MetadataFilter::JudgeJpegForExif(const uint8_t* head) {

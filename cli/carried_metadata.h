@@ -34,7 +34,8 @@ std::vector<uint8_t> JpegSegmentsToCarry(int descriptor);
 // The same made anew, for a file of another format: what the picture library would write invents a resolution
 // and loses parts of the EXIF block (in TIFF form; empty: none).
 std::vector<uint8_t> PngChunksOf(const std::optional<Resolution>& resolution,
-                                 const std::vector<uint8_t>& exif);
+                                 const std::vector<uint8_t>& exif, const std::vector<uint8_t>& profile,
+                                 const std::vector<uint8_t>& xmp);
 std::vector<uint8_t> JpegSegmentsOf(const std::optional<Resolution>& resolution,
                                     const std::vector<uint8_t>& exif, const std::vector<uint8_t>& xmp);
 
@@ -48,9 +49,8 @@ class MetadataFilter {
 
   enum class Drops {
     kAll,           // whatever describes the picture
-    kExifAndSizes,  // EXIF and resolution (and of JPEG the XMP that stands in the same kind of segment)
+    kExifAndSizes,  // EXIF and resolution (and the XMP that stands in the same kind of segment)
   };
-  static std::unique_ptr<MetadataFilter> ForPng(std::vector<uint8_t> carried, Drops drops, Write write);
   static std::unique_ptr<MetadataFilter> ForJpeg(std::vector<uint8_t> carried, Drops drops, Write write);
 
   // The next bytes of the file, in pieces of any size. False when writing failed.
@@ -72,9 +72,7 @@ class MetadataFilter {
   };
   MetadataFilter(const Rules& rules, std::vector<uint8_t> carried, Write write);
   bool Insert();
-  static Piece JudgePng(const uint8_t* head);
   static Piece JudgeJpeg(const uint8_t* head);
-  static Piece JudgePngForExif(const uint8_t* head);
   static Piece JudgeJpegForExif(const uint8_t* head);
 
   Rules rules_;

@@ -19,6 +19,7 @@
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
 #include "cli/picture_writer.h"
+#include "platform/parallel.h"
 
 namespace tessaline::cli {
 namespace {
@@ -275,7 +276,9 @@ class PictureRun {
         samples_.FillRow(y, isUntouched, row);
       }
     };
-    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get());
+    WritingWishes wishes;
+    wishes.threads = request_.threads > 0 ? request_.threads : UsableProcessors();
+    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes);
   }
 
   // What the picture's own decision came to, in one sentence.

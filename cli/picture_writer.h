@@ -20,10 +20,14 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
 // sampling of a JPEG file.
 std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const PictureFile& input);
 
+struct WritingWishes {
+  int threads = 1;  // that compress, where the format's pieces stand for themselves
+};
+
 // Writes the picture, upright where the format cannot tell its orientation, with the input's metadata,
 // compressed as the input is where both are of the same format. Refuses with kCannotWrite.
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
-                  OutputFile* output);
+                  OutputFile* output, const WritingWishes& wishes);
 
 // A small picture of 8-bit samples (1 or 3 of them per pixel) as PNG.
 void WritePlainPng(const uint8_t* pixels, int width, int height, int channels, OutputFile* output);
