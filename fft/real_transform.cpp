@@ -257,7 +257,8 @@ bool RealTransform::Examine(const RealPlane& plane, const ConstantRows& constant
 }
 
 void RealTransform::Filter(const RealPlane& plane, const ConstantRows& constant, SpectrumColumns& columns,
-                           int32_t wantedRows, Parallel& parallel, const Progress& progress) {
+                           int32_t wantedRows, FinishedRows& rows, Parallel& parallel,
+                           const Progress& progress) {
   const Progress told = progress.Unstoppable();
   TransformLines(plane, constant, &RealTransform::TransformSingle, parallel, told.Part(0.0, 0.3));
   const int32_t wantedLines = (wantedRows + 1) / 2;
@@ -290,7 +291,10 @@ void RealTransform::Filter(const RealPlane& plane, const ConstantRows& constant,
       parallel, tasks,
       [&](int32_t task, int32_t) {
         const int32_t end = std::min((task + 1) * kLinesPerTask, wantedLines);
-        for (int32_t m = task * kLinesPerTask; m < end; ++m) InverseSingle(plane.Line(m));
+        for (int32_t m = task * kLinesPerTask; m < end; ++m) {
+          InverseSingle(plane.Line(m));
+          for (int32_t y = 2 * m; y < std::min(2 * m + 2, wantedRows); ++y) rows.Take(y, plane.Row(y));
+        }
       },
       [&](int32_t finished) { return last.Advance(finished, tasks); });
 }

@@ -34,6 +34,14 @@ class SpectrumColumns {
   virtual void EndStrip(int32_t /*strip*/, int32_t /*worker*/) {}
 };
 
+// Who takes the rows of a filtered plane as soon as they stand, from several threads at once.
+class FinishedRows {
+ public:
+  virtual ~FinishedRows() = default;
+  // Sample x is row[2 * x].
+  virtual void Take(int32_t y, const float* row) = 0;
+};
+
 class RealTransform {
  public:
   static constexpr int32_t kStripColumns = 32;
@@ -52,12 +60,12 @@ class RealTransform {
   bool Examine(const RealPlane& plane, const ConstantRows& constant, SpectrumColumns& columns,
                Parallel& parallel, const Progress& progress);
 
-  // Forward, the columns' changes, and back, in single precision; afterwards rows 0 .. wantedRows - 1 of the
-  // plane are the filtered samples and the others are of no use. A change must keep the plane real: what it
-  // does to (kx, ky) it does to (-kx, -ky). Not to be stopped in the middle: what progress returns counts for
-  // nothing.
+  // Forward, the columns' changes, and back, in single precision: rows 0 .. wantedRows - 1 of the filtered
+  // samples go to `rows` while a thread has them at hand. The plane is of no use afterwards. A change must
+  // keep the plane real: what it does to (kx, ky) it does to (-kx, -ky). Not to be stopped in the middle:
+  // what progress returns counts for nothing.
   void Filter(const RealPlane& plane, const ConstantRows& constant, SpectrumColumns& columns,
-              int32_t wantedRows, Parallel& parallel, const Progress& progress);
+              int32_t wantedRows, FinishedRows& rows, Parallel& parallel, const Progress& progress);
 
   // Sums over all rows of the last Examine or Filter's plane, as it was handed in, transformed along x:
   // complex values 0 .. N/2, sum(y) sum(x) p(x, y) exp(-2 pi i kx x / N). This is row ky = 0 of the spectrum.

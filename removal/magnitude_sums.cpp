@@ -156,10 +156,13 @@ double ScaleSpectrumByLog(const ConstImageView& sums, const ImageView& gray16) {
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
     const double* const row = sums.Row<double>(y);
     auto* const levels = gray16.Row<uint16_t>(y);
+    double scaled[kSpectrumCells];
     for (int32_t x = 0; x < kSpectrumCells; ++x) {
-      const double sum = std::clamp(row[x], minimum, DBL_MAX);
-      const double level = (PortableLog(sum) - logMinimum) * double{kHostMax} / logSpan;
-      levels[x] = static_cast<uint16_t>(std::clamp(level, 0.0, double{kHostMax}));
+      const double sum = row[x] < minimum ? minimum : row[x] > DBL_MAX ? DBL_MAX : row[x];
+      scaled[x] = (PortableLog(sum) - logMinimum) * double{kHostMax} / logSpan;
+    }
+    for (int32_t x = 0; x < kSpectrumCells; ++x) {
+      levels[x] = static_cast<uint16_t>(std::clamp(scaled[x], 0.0, double{kHostMax}));
     }
   }
   return logSpan;

@@ -198,6 +198,17 @@ class StoredRows final : public FilteredRows {
   Rounding rounding_;
 };
 
+// One channel's rows on the way to those who take all channels'.
+class ChannelRows final : public FinishedRows {
+ public:
+  ChannelRows(FilteredRows& rows, int32_t channel) : rows_(rows), channel_(channel) {}
+  void Take(int32_t y, const float* levels) override { rows_.Take(channel_, y, levels); }
+
+ private:
+  FilteredRows& rows_;
+  int32_t channel_;
+};
+
 }  // namespace
 
 int32_t Apply(const PictureView& from, const PictureView& to, const Mask& mask, Workspace& workspace,
@@ -221,11 +232,10 @@ int32_t Filter(const PictureView& from, const Mask& mask, Workspace& workspace, 
     float mean = 0.0f;
     const ConstantRows constant = workspace.LoadPlane(from, channel, chain.remainder, &mean);
     if (options.meanLevels != nullptr) options.meanLevels[channel] = mean;
-    workspace.transform_.Filter(workspace.plane_, constant, workspace.filter_, from.height,
+    ChannelRows channelRows(rows, channel);
+    workspace.transform_.Filter(workspace.plane_, constant, workspace.filter_, from.height, channelRows,
                                 workspace.parallel_, part);
     chain.LeaveResult(workspace.transform_, workspace.filter_, from.width, workspace.scratch_.get());
-    ForEachRow(workspace.parallel_, from.height,
-               [&](int32_t y) { rows.Take(channel, y, workspace.plane_.Row(y)); });
   }
   return kSuccess;
 }

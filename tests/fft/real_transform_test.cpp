@@ -107,12 +107,18 @@ TEST_F(RealTransformTest, FiltersTheWantedRows) {
   }
   expected = SlowTransform(expected, +1);
   constexpr int kWantedRows = 77;
-  transform_.Filter(plane_, constant_, columns_, kWantedRows, SerialWork(), {});
+  struct Rows : FinishedRows {
+    void Take(int32_t y, const float* row) override { taken.emplace_back(y, row); }
+    std::vector<std::pair<int, const float*>> taken;
+  } rows;
+  transform_.Filter(plane_, constant_, columns_, kWantedRows, rows, SerialWork(), {});
+  ASSERT_EQ(size_t{kWantedRows}, rows.taken.size());
   long double worst = 0;
   for (int y = 0; y < kWantedRows; ++y) {
+    ASSERT_EQ(y, rows.taken[y].first);
     for (int x = 0; x < kSize; ++x) {
       const Wide wanted = expected[At(y, x)] / (long double){kSize * kSize};
-      worst = std::max(worst, std::abs(wanted - Wide(plane_.Row(y)[2 * x])));
+      worst = std::max(worst, std::abs(wanted - Wide(rows.taken[y].second[2 * x])));
     }
   }
   EXPECT_LT(worst, 3e-6);
