@@ -1,9 +1,11 @@
+#include <atomic>
+
 #include "platform/memory.h"
 
 namespace tessaline {
 
 namespace {
-int g_allocationsUntilFailure = -1;
+constinit std::atomic<int> g_allocationsUntilFailure{-1};
 }
 
 void FailAllocationAfter(int n) {
@@ -11,10 +13,10 @@ void FailAllocationAfter(int n) {
 }
 
 bool AllocationMustFail() {
-  if (g_allocationsUntilFailure < 0) return false;
-  if (g_allocationsUntilFailure == 0) return true;
-  --g_allocationsUntilFailure;
-  return false;
+  int left = g_allocationsUntilFailure;
+  while (left > 0 && !g_allocationsUntilFailure.compare_exchange_weak(left, left - 1)) {
+  }
+  return left == 0;
 }
 
 }  // namespace tessaline
