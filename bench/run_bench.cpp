@@ -81,7 +81,7 @@ constexpr Settings kSettings = {false, 95, 1, 6, 8};
 void RunOver(const PictureView& from, const PictureView& to, Workspace& workspace, Mask* mask) {
   Analysis analysis;
   Findings findings;
-  Demand(Analyse(from, workspace, {}, &analysis));
+  Demand(Analyse(from, workspace, {}, &analysis, DecisionKind::kByNumber));
   Demand(Decide(analysis, kSettings, &findings));
   Demand(Shape(findings, kSettings, mask));
   Demand(Apply(from, to, *mask, workspace, {Rounding::kTruncate, analysis.chain}, {}));

@@ -82,7 +82,10 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
     Demand(FrozenFindings(*wishes.frozen, &findings), name);
   } else {
     Told looking{progress, "looking", 0.0, looked};
-    Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis), name);
+    const bool isByNumber = !wishes.settings.isAutomatic && wishes.gathersInto == nullptr;
+    Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis,
+                   isByNumber ? DecisionKind::kByNumber : DecisionKind::kAny),
+           name);
     outcome.seconds.analyse = clock.Lap();
     if (wishes.gathersInto != nullptr) {
       Demand(wishes.gathersInto->Add(picture, analysis, workspace.parallel()), name);

@@ -26,6 +26,8 @@ class MagnitudeSums final : public SpectrumColumns {
   void Visit(int32_t kx, float* column, int32_t worker) override;
 
  private:
+  template <bool WithPowers>
+  void VisitColumn(int32_t kx, const float* column, int32_t worker);
   void AddTo(int32_t row, int32_t column, double magnitude, double power);
 
   int32_t size_ = 0;

@@ -96,12 +96,13 @@ ConstantRows Workspace::LoadPlane(const PictureView& picture, int32_t channel, d
 }
 
 int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Progress& progress,
-                    Analysis* analysis) {
+                    Analysis* analysis, DecisionKind decision) {
   if (!IsUsable(picture)) return kUnknownPixelKind;
   const int32_t n = TransformSizeFor(picture);
   if (analysis->transformSize == 0) {
     if (!analysis->sums.Create(kSpectrumCells, kSpectrumCells, sizeof(double)) ||
-        !analysis->powers.Create(kSpectrumCells, kSpectrumCells, sizeof(double))) {
+        (decision == DecisionKind::kAny &&
+         !analysis->powers.Create(kSpectrumCells, kSpectrumCells, sizeof(double)))) {
       return kOutOfMemory;
     }
     analysis->transformSize = n;
@@ -136,9 +137,9 @@ int32_t FinishAnalysis(Analysis* analysis) {
 }
 
 int32_t Analyse(const PictureView& picture, Workspace& workspace, const Progress& progress,
-                Analysis* analysis) {
+                Analysis* analysis, DecisionKind decision) {
   *analysis = {};
-  const int32_t result = AddSpectrum(picture, workspace, progress, analysis);
+  const int32_t result = AddSpectrum(picture, workspace, progress, analysis, decision);
   return result == kSuccess ? FinishAnalysis(analysis) : result;
 }
 

@@ -41,6 +41,12 @@ inline int32_t TransformSizeFor(const PictureView& picture) {
 bool IsUsable(const PictureView& picture);
 bool HasSameShape(const PictureView& a, const PictureView& b);
 
+// What an analysis is for.
+enum class DecisionKind {
+  kAny,
+  kByNumber,  // asks for less: no powers
+};
+
 // The memory and the threads that steps work with. Kept from call to call it saves taking the memory anew; it
 // holds no results.
 class Workspace {
@@ -55,7 +61,7 @@ class Workspace {
   Parallel& parallel() const { return parallel_; }
 
  private:
-  friend int32_t AddSpectrum(const PictureView&, Workspace&, const Progress&, struct Analysis*);
+  friend int32_t AddSpectrum(const PictureView&, Workspace&, const Progress&, struct Analysis*, DecisionKind);
   friend int32_t Filter(const PictureView&, const struct Mask&, Workspace&, const struct ApplyOptions&,
                         const Progress&, class FilteredRows&);
 
@@ -77,7 +83,8 @@ class Workspace {
 struct Analysis {
   int32_t transformSize = 0;  // N; 0: nothing added yet
   Image sums;    // 512 x 512 doubles: magnitudes, summed over channels and D x D blocks, D = N / 512
-  Image powers;  // the same of their squares, which the smeared peaks of a warped page are found in
+  Image powers;  // the same of their squares, which the smeared peaks of a warped page are found in; may be
+                 // empty
 
   // Of FinishAnalysis:
   Image rawGray16;       // 512 x 512, 16-bit: log spectrum, 0..32768, before the peak enhancement
@@ -91,14 +98,15 @@ struct Analysis {
 
 // Adds a picture's spectrum. All pictures of one analysis have one transform size. Returns 0; kUnequalSizes
 // for another transform size; kUnknownPixelKind for a picture without channels or pixels, or larger than
-// kLargestSide; kOutOfMemory; kUserCancelled. After an error the analysis is of no use.
+// kLargestSide; kOutOfMemory; kUserCancelled. After an error the analysis is of no use. The first picture's
+// kind of decision counts for all.
 int32_t AddSpectrum(const PictureView& picture, Workspace& workspace, const Progress& progress,
-                    Analysis* analysis);
+                    Analysis* analysis, DecisionKind decision = DecisionKind::kAny);
 // Makes the images. Returns 0 or kOutOfMemory.
 int32_t FinishAnalysis(Analysis* analysis);
 // Both for one picture, begun anew.
 int32_t Analyse(const PictureView& picture, Workspace& workspace, const Progress& progress,
-                Analysis* analysis);
+                Analysis* analysis, DecisionKind decision = DecisionKind::kAny);
 
 struct Findings {
   Image seeds;            // 512 x 512 bytes: pattern cells 255, others 0; point-symmetric
