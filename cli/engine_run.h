@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/film_decision.h"
@@ -30,9 +31,10 @@ struct EngineWishes {
 class Engine {
  public:
   // 0: as many threads as processors that this process may use. Where threads cannot be had, one works alone.
-  explicit Engine(int threads)
-      : pool_(MakeThreadPool(threads > 0 ? threads : UsableProcessors())),
-        workspace_(pool_ ? *pool_ : SerialWork()) {}
+  explicit Engine(int threads) : Engine(MakeThreadPool(threads > 0 ? threads : UsableProcessors())) {}
+  // On threads of the caller's making; null: one works alone.
+  explicit Engine(std::unique_ptr<Parallel> pool)
+      : pool_(std::move(pool)), workspace_(pool_ ? *pool_ : SerialWork()) {}
   Workspace& workspace() { return workspace_; }
 
  private:

@@ -1,5 +1,6 @@
 #include "cli/interruption.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -27,12 +28,22 @@ struct Temporary {
 Temporary temporaries[kMostTemporaries];
 std::atomic<pid_t> children[kMostChildren];
 std::atomic<bool> isChild{false};
+std::atomic<int> noticeEnd{-1};         // where a signal is noted instead of acted on
 int messageDescriptor = STDERR_FILENO;  // stderr itself may be silenced at the moment
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
 
 // Async-signal-safe calls only. Leaving from here rather than setting a flag: a transform of 8192 x 8192 or a
 // blocked read would let the user wait.
 void LeaveInterrupted(int) {
+  const int notice = noticeEnd.load();
+  if (notice >= 0) {
+    const int before = errno;
+    if (write(notice, "!", 1) < 0) {
+      // It is full of notices.
+    }
+    errno = before;
+    return;
+  }
   for (Temporary& temporary : temporaries) {
     if (temporary.used.load()) unlink(temporary.path);
   }
@@ -81,6 +92,13 @@ void InstallInterruptionHandlers() {
   sigaction(SIGXFSZ, &ignore, nullptr);
 }
 
+int NoteInterruptions() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
+  noticeEnd.store(ends[1]);
+  return ends[0];
+}
+
 int RegisterTemporary(const std::string& path) {
   if (path.size() >= kPathBytes) return -1;
   for (int i = 0; i < kMostTemporaries; ++i) {
@@ -122,6 +140,7 @@ void ForgetChild(pid_t child) {
 
 void BecomeChild() {
   isChild.store(true);
+  noticeEnd.store(-1);
   for (Temporary& temporary : temporaries) temporary.used.store(false);
   for (auto& slot : children) slot.store(0);
 }

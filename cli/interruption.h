@@ -12,6 +12,10 @@ namespace tessaline::cli {
 // SIGPIPE and SIGXFSZ are ignored, so that a closed pipe and a full disk come back as errors of write().
 void InstallInterruptionHandlers();
 
+// From here on those signals are only noted: what is returned, the reading end of a pipe, becomes readable.
+// The caller then leaves in its own order. -1 without such a pipe: the signals act as before.
+int NoteInterruptions();
+
 // A temporary file to remove when interrupted; at most 64 at a time, paths shorter than 4096 bytes.
 // Returns a handle for ForgetTemporary, or -1 when there is no room (the file is then not removed on a
 // signal).
@@ -30,8 +34,8 @@ class InterruptionHeld {
 void RegisterChild(pid_t child);  // at most 256 at a time
 void ForgetChild(pid_t child);
 
-// In a child, right after fork: the parent's files and children are not this process's to clean up, and of an
-// interruption the parent tells.
+// In a child, right after fork: the parent's files and children are not this process's to clean up, of an
+// interruption the parent tells, and it ends the child at once.
 void BecomeChild();
 
 }  // namespace tessaline::cli

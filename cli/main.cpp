@@ -51,6 +51,7 @@ ExitStatus Run(const PictureCommand& command) {
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;
+  if (!request.dryRun) RemoveStrays(FolderOf(request.output));
   ProgressBar progress(command.talk.showProgress);
   const PictureOutcome outcome = CleanPicture(request, &progress);
   progress.Clear();

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "cli/output_file.h"
+#include "cli/picture_list.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -259,40 +260,44 @@ Example:
     tessaline stream --width 1920 --height 1080 --pix-fmt rgb24 -a auto --freeze - - |
     ffmpeg -f rawvideo -pix_fmt rgb24 -s 1920x1080 -r 25 -i - out.mkv)";
 
-std::string JoinPath(const std::string& folder, const std::string& name) {
-  return folder.back() == '/' ? folder + name : folder + "/" + name;
+// INPUT OUTPUT. The output of a single picture may also be named by its folder or suffix.
+PictureCommand::Files PairFiles(const std::vector<std::string>& arguments, const PictureCommand& command) {
+  if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
+  if (!command.outputFolder.empty() || !command.suffix.empty()) {
+    PictureCommand one = command;
+    one.inputs = arguments;
+    const PictureList list(one);
+    return {list.Input(0), list.Output(0)};
+  }
+  if (arguments.size() == 1 && !command.dryRun) {
+    throw WrongUsage("OUTPUT is missing: where is the clean picture to go?", kPictureUsage);
+  }
+  if (arguments.size() > 2) {
+    throw WrongUsage("more than one INPUT needs --output-dir or --suffix", kPictureUsage);
+  }
+  return {arguments[0], arguments.size() == 2 ? arguments[1] : ""};
 }
 
-// INPUT OUTPUT, or with a folder every argument an INPUT that keeps its name there.
-std::vector<PictureCommand::Files> PairFiles(const std::vector<std::string>& arguments,
-                                             const std::string& outputFolder, bool dryRun) {
-  std::vector<PictureCommand::Files> pictures;
-  if (outputFolder.empty()) {
-    if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
-    if (arguments.size() == 1 && !dryRun) {
-      throw WrongUsage("OUTPUT is missing: where is the clean picture to go?", kPictureUsage);
-    }
-    if (arguments.size() > 2) {
-      throw WrongUsage("more than one INPUT needs --output-dir", kPictureUsage);
-    }
-    pictures.push_back({arguments[0], arguments.size() == 2 ? arguments[1] : ""});
-    return pictures;
+// What goes with many pictures only, and what they need.
+void CheckBatch(const PictureCommand& command) {
+  const bool hasPlace = !command.outputFolder.empty() || !command.suffix.empty();
+  if (!hasPlace && !command.dryRun) {
+    throw WrongUsage("many pictures need --output-dir or --suffix: where are the clean ones to go?",
+                     kPictureUsage);
   }
-  if (arguments.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
-  std::map<std::string, std::string> inputOfOutput;
-  for (const std::string& input : arguments) {
-    // "scans/", which is a folder, is called so when its turn comes, and does not meet other ones here.
-    const std::string name = FileNameOf(input.substr(0, input.find_last_not_of('/') + 1));
-    const std::string output = JoinPath(outputFolder, name);
-    const auto [other, isNew] = inputOfOutput.emplace(output, input);
-    if (!isNew) {
-      throw WrongUsage(other->second + " and " + input + " would both become " + output +
-                           "; nothing was written: clean them in separate calls",
-                       kPictureUsage);
-    }
-    pictures.push_back({input, output});
+  if (command.inputs.empty() && command.listFile.empty()) throw WrongUsage("INPUT is missing", kPictureUsage);
+  if (!(command.spectrumFile.empty() && command.maskFile.empty() && command.gateFile.empty())) {
+    throw WrongUsage("--spectrum, --mask and --gate take one picture at a time", kPictureUsage);
   }
-  return pictures;
+  if (command.skipsDone && command.dryRun) {
+    throw WrongUsage("--skip-done looks for outputs, and --dry-run writes none", kPictureUsage);
+  }
+  if (command.writesReports && !hasPlace) {
+    throw WrongUsage("--reports go beside the outputs: give --output-dir or --suffix", kPictureUsage);
+  }
+  if (!command.reportFile.empty() && command.reportFile == command.logFile) {
+    throw WrongUsage("--report and --log are the same file, " + command.logFile, kPictureUsage);
+  }
 }
 
 void RefuseSameFileTwice(const PictureCommand& command) {
@@ -321,17 +326,35 @@ void RefuseOtherThanPng(const std::string& file, const char* option) {
   throw WrongUsage(std::string(option) + " writes PNG; let " + file + " end in .png", kPictureUsage);
 }
 
+void AddBatchOptions(CLI::App& app, PictureCommand& command) {
+  AddLastWins(app, "--suffix", command.suffix,
+              "Add this to the name, before the extension; beside INPUT where there is no --output-dir",
+              "TEXT");
+  app.add_flag("--recursive", command.recursive,
+               "Take the pictures in folders, too, and mirror the folders in --output-dir");
+  AddLastWins(app, "--files-from", command.listFile,
+              "Take the names in this list, too, a line each; - is stdin", "FILE");
+  app.add_flag("-0,--null", command.listHasNuls, "Names in the list end with NUL bytes, not with lines");
+  app.add_flag("--skip-done", command.skipsDone,
+               "Leave out pictures whose output is there and not older: a run goes on where it was");
+  AddLastWins(app, "--log", command.logFile, "Append a line of JSON for each picture as it ends; - is stdout",
+              "FILE");
+  app.add_flag("--reports", command.writesReports, "Write each picture's report beside it, as OUTPUT.json");
+}
+
 Command ReadPictureCommand(int argc, const char* const* argv) {
   CLI::App app("Takes repeating patterns (halftones, line noise, weaves) out of pictures.", "tessaline");
   app.formatter(std::make_shared<HelpFormatter>(
       "Usage: tessaline [options] INPUT OUTPUT\n"
       "       tessaline [options] INPUT... --output-dir FOLDER [--jobs N]\n"
+      "       tessaline [options] --recursive FOLDER... --output-dir FOLDER\n"
+      "       tessaline [options] --files-from LIST --output-dir FOLDER\n"
       "       tessaline stream --width W --height H --pix-fmt F [options] INPUT OUTPUT"));
   app.footer(kPictureFooter);
   SharedTexts shared;
   PictureCommand command;
   std::vector<std::string> arguments;
-  std::string outputFolder, jobs;
+  std::string jobs, memory;
   bool wantsVersion = false, verbose = false;
   app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
       ->type_name("INPUT OUTPUT");
@@ -345,9 +368,13 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   AddLastWins(app, "--gate", command.gateFile,
               "With -a auto: write where the pattern was found, white there (8-bit grey PNG)", "FILE");
   app.add_flag("--dry-run", command.dryRun, "Look and report, write no picture (OUTPUT may be left out)");
-  AddLastWins(app, "--output-dir", outputFolder, "Put every picture into this folder under its own name",
-              "FOLDER");
-  AddLastWins(app, "-j,--jobs", jobs, "So many pictures at a time, 1..256 (default 1)", "N");
+  AddLastWins(app, "--output-dir", command.outputFolder,
+              "Put every picture into this folder under its own name", "FOLDER");
+  AddBatchOptions(app, command);
+  AddLastWins(app, "--memory", memory, "For all pictures in work together (default: what is available)",
+              "MIB");
+  AddLastWins(app, "-j,--jobs", jobs,
+              "At most so many pictures at a time, 1..256 (default: as many as processors)", "N");
   app.add_flag("-v,--verbose", verbose, "Tell every peak on stderr, not the result alone");
   app.add_flag("--version", wantsVersion, "Versions of the program and its libraries");
   if (const auto help = Parse(app, argc, argv, kPictureUsage)) return *help;
@@ -368,11 +395,24 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
     const NumberOption range = {"--jobs", "pictures at a time", 1, kMostJobs, true};
     command.jobs = static_cast<int>(Checked(range, jobs, kPictureUsage));
   }
-  command.pictures = PairFiles(arguments, outputFolder, command.dryRun);
-  command.isBatch = !outputFolder.empty() && command.pictures.size() > 1;
-  if (command.isBatch &&
-      !(command.spectrumFile.empty() && command.maskFile.empty() && command.gateFile.empty())) {
-    throw WrongUsage("--spectrum, --mask and --gate take one picture at a time", kPictureUsage);
+  if (!memory.empty()) {
+    const NumberOption range = {"--memory", "MiB", 1, 1 << 30, true};
+    command.memory = static_cast<uint64_t>(Checked(range, memory, kPictureUsage)) << 20;
+  }
+  if (command.suffix.find('/') != std::string::npos) {
+    throw WrongUsage("--suffix is a part of a name, without /; folders are --output-dir's", kPictureUsage);
+  }
+  if (command.listHasNuls && command.listFile.empty()) {
+    throw WrongUsage("-0 belongs to --files-from", kPictureUsage);
+  }
+  const bool hasPlace = !command.outputFolder.empty() || !command.suffix.empty();
+  command.isBatch = command.recursive || !command.listFile.empty() || command.skipsDone ||
+                    !command.logFile.empty() || command.writesReports || (hasPlace && arguments.size() > 1);
+  if (command.isBatch) {
+    command.inputs = arguments;
+    CheckBatch(command);
+  } else {
+    command.pictures = {PairFiles(arguments, command)};
   }
   RefuseOtherThanPng(command.spectrumFile, "--spectrum");
   RefuseOtherThanPng(command.maskFile, "--mask");

@@ -1,4 +1,4 @@
-// What the user asked for, read from the command line into plain records. No file is touched here.
+// What the user asked for, read from the command line into plain records. Nothing is written here.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,19 @@ struct PictureCommand {
     std::string input;
     std::string output;  // empty only in a dry run
   };
-  std::vector<Files> pictures;  // at least one; output names differ
-  bool isBatch = false;         // several pictures, or a folder to put them in
+  std::vector<Files> pictures;      // one; none in a batch
+  bool isBatch = false;             // pictures by arguments, lists and folders, see picture_list.h
+  std::vector<std::string> inputs;  // of a batch
+  std::string outputFolder;         // empty: beside the inputs
+  std::string suffix;               // of outputs' names, before the extension
+  std::string listFile;             // names of inputs; "-" is stdin
+  bool listHasNuls = false;         // between its names, in place of line breaks
+  bool recursive = false;           // folders among the inputs are walked, and mirrored in the output folder
+  bool skipsDone = false;           // leaves out what an earlier run has done
+  std::string logFile;              // empty: none; "-" is stdout
+  bool writesReports = false;       // each picture's beside it
+  uint64_t memory = 0;              // bytes for all pictures in work; 0: what is available
+  int jobs = 0;                     // pictures at a time; 0: as many as processors
   Settings settings;
   RestorationSettings restoration;  // of an automatic run
   std::string spectrumFile;         // empty: not wanted; only with one picture
@@ -33,8 +44,7 @@ struct PictureCommand {
   std::string reportFile;           // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
-  int jobs = 1;
-  int threads = 0;  // of each picture; 0: all processors that this process may use, shared among the jobs
+  int threads = 0;  // of each picture; 0: those of the processors that this process may use, shared
   Talk talk;
 };
 

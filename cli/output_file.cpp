@@ -1,15 +1,19 @@
 #include "cli/output_file.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
+#include <sstream>
 
 #include "cli/interruption.h"
 
@@ -30,13 +34,77 @@ mode_t ModeOfNewFiles() {
   return 0666 & ~mask;
 }
 
-// Leaves room in the name for the marks of a temporary file, whole bytes of it being enough: the name is
-// never shown.
+constexpr char kMark[] = ".tessaline-";
+constexpr size_t kRandom = 6;  // letters that mkostemp() puts in
+
+std::string HostName() {
+  char name[HOST_NAME_MAX + 1] = {};
+  gethostname(name, sizeof name - 1);
+  return name;
+}
+
+// When a process began, in the system's ticks: with its number it is told from every later one of the same
+// number. 0: there is no such process.
+unsigned long long BeginningOf(const std::string& process) {
+  std::ifstream file("/proc/" + process + "/stat");
+  std::string text;
+  std::getline(file, text);
+  const size_t nameEnd = text.rfind(')');  // the name in front may hold blanks
+  if (nameEnd == std::string::npos) return 0;
+  std::istringstream fields(text.substr(nameEnd + 1));
+  constexpr int kFieldsBefore = 19;  // behind the name: state, parent ...
+  std::string skipped;
+  for (int i = 0; i < kFieldsBefore; ++i) fields >> skipped;
+  unsigned long long ticks = 0;
+  fields >> ticks;
+  return ticks;
+}
+
+// The process whose file it is stands in the name: ".page.tif.tessaline-HOST.PROCESS.BEGINNING-XXXXXX".
+std::string OwnerMark() {
+  const std::string process = std::to_string(getpid());
+  return kMark + HostName() + "." + process + "." + std::to_string(BeginningOf(process)) + "-";
+}
+
+// Whole bytes of a long name make room for the marks: the name is never shown.
 std::string TemporaryTemplate(const std::string& finalPath) {
-  constexpr size_t kMarks = 24;  // ".", ".tessaline-", "XXXXXX" and some air
+  const std::string mark = OwnerMark() + std::string(kRandom, 'X');
   std::string name = FileNameOf(finalPath);
-  if (name.size() > NAME_MAX - kMarks) name.resize(NAME_MAX - kMarks);
-  return FolderOf(finalPath) + "/." + name + ".tessaline-XXXXXX";
+  name.resize(std::min(name.size(), NAME_MAX - 1 - mark.size()));
+  return FolderOf(finalPath) + "/." + name + mark;
+}
+
+bool IsNumber(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// A temporary file of a process of this machine that is no more. Whether one of another machine lives cannot
+// be told from here.
+bool IsNameOfStray(const std::string& name, const std::string& host) {
+  const size_t mark = name.rfind(kMark + host + ".");
+  if (name[0] != '.' || mark == std::string::npos || name.size() < kRandom + 1) return false;
+  const size_t owner = mark + sizeof kMark - 1 + host.size() + 1;
+  const size_t dot = name.find('.', owner), dash = name.size() - kRandom - 1;
+  if (dot == std::string::npos || dot > dash || name[dash] != '-') return false;
+  const std::string process = name.substr(owner, dot - owner), begun = name.substr(dot + 1, dash - dot - 1);
+  return IsNumber(process) && IsNumber(begun) && std::to_string(BeginningOf(process)) != begun;
+}
+
+// The lock is the second witness: a process behind another wall (a container) of this machine holds it,
+// though its number means nothing here.
+void RemoveUnlessLocked(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return;
+  struct stat status = {};
+  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+      flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+    unlink(path.c_str());
+  }
+  close(descriptor);
+}
+
+int64_t Nanoseconds(const timespec& time) {
+  return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
 }
 
 // As rename(), but an existing file stays and gives EEXIST.
@@ -81,6 +149,28 @@ bool WriteFully(int descriptor, const void* bytes, size_t count) {
   return true;
 }
 
+void RemoveStrays(const std::string& folder) {
+  const std::string host = HostName();
+  DIR* const entries = opendir(folder.c_str());
+  if (entries == nullptr) return;
+  while (const dirent* entry = readdir(entries)) {
+    if (IsNameOfStray(entry->d_name, host)) RemoveUnlessLocked(folder + "/" + entry->d_name);
+  }
+  closedir(entries);
+}
+
+bool IsDone(const std::string& input, const std::string& output) {
+  struct stat in = {}, out = {};
+  if (stat(input.c_str(), &in) != 0 || stat(output.c_str(), &out) != 0) return false;
+  if (!S_ISREG(out.st_mode) || out.st_size == 0) return false;
+  // What file systems keep of a time: FAT, most of old, exFAT, databases, SMB, this one.
+  constexpr int64_t kSteps[] = {2000000000, 1000000000, 10000000, 1000, 100, 1};
+  const int64_t written = Nanoseconds(out.st_mtim);
+  const int64_t step =
+      *std::find_if(std::begin(kSteps), std::end(kSteps), [&](int64_t kept) { return written % kept == 0; });
+  return Nanoseconds(in.st_mtim) - written < step;
+}
+
 OutputFile::OutputFile(const std::string& path, bool overwrite, const std::vector<FileIdentity>& inputs)
     : path_(path), finalPath_(path), overwrite_(overwrite) {
   if (path.empty() || FileNameOf(path).empty()) throw CannotWrite(path, "is not the name of a file");
@@ -116,15 +206,29 @@ OutputFile::OutputFile(const std::string& path, bool overwrite, const std::vecto
   if (stat(FolderOf(finalPath_).c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode)) {
     throw CannotWrite(path, "the folder " + FolderOf(finalPath_) + " does not exist; make it first");
   }
-  std::string name = TemporaryTemplate(finalPath_);
-  {
-    const InterruptionHeld held;
-    descriptor_ = mkostemp(name.data(), O_CLOEXEC);
-    if (descriptor_ >= 0) temporaryHandle_ = RegisterTemporary(name);
-  }
-  if (descriptor_ < 0) throw CannotWriteErrno(path, errno);
-  temporaryPath_ = name;
+  OpenTemporary();
   fchmod(descriptor_, mode);
+}
+
+// The lock tells other processes that this one lives; who took the file for a stray between its making and
+// the lock has removed it, and another is made.
+void OutputFile::OpenTemporary() {
+  for (bool isThere = false; !isThere;) {
+    temporaryPath_ = TemporaryTemplate(finalPath_);
+    {
+      const InterruptionHeld held;
+      descriptor_ = mkostemp(temporaryPath_.data(), O_CLOEXEC);
+      if (descriptor_ >= 0) temporaryHandle_ = RegisterTemporary(temporaryPath_);
+    }
+    if (descriptor_ < 0) {
+      temporaryPath_.clear();
+      throw CannotWriteErrno(path_, errno);
+    }
+    struct stat status = {};
+    flock(descriptor_, LOCK_EX);  // a file system without locks: the process's number has to do
+    isThere = fstat(descriptor_, &status) != 0 || status.st_nlink > 0;
+    if (!isThere) Discard();
+  }
 }
 
 OutputFile::~OutputFile() {

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -17,12 +18,13 @@ namespace tessaline::cli {
 struct FileIdentity {
   unsigned long long device = 0;
   unsigned long long inode = 0;
-  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+  friend auto operator<=>(const FileIdentity&, const FileIdentity&) = default;
 };
 FileIdentity IdentityOf(int descriptor);
 
 // A file being written. Bytes go to a temporary in the folder of the final name; Commit gives it that name.
-// What is not committed is removed again: by the destructor, and on a signal (interruption.h).
+// What is not committed is removed again: by the destructor, on a signal (interruption.h), and what a killed
+// process leaves by RemoveStrays of a later one.
 //
 // A name that stands for something else than a file (a pipe, a device) is opened and written directly.
 class OutputFile {
@@ -49,6 +51,7 @@ class OutputFile {
   void Commit();
 
  private:
+  void OpenTemporary();
   void Discard();
 
   std::string path_;
@@ -60,6 +63,16 @@ class OutputFile {
   bool replacesFile_ = false;
   std::optional<std::array<timespec, 2>> times_;  // last read, last changed
 };
+
+// Removes temporary files of this user and machine from a folder whose processes are no more. Those of living
+// processes stay, and those of other machines, of which nobody here can tell.
+void RemoveStrays(const std::string& folder);
+
+// True when `output` stands and is not older than `input`: it came from the input as it is now, for outputs
+// take their input's time, and appear under their names when they are whole. Times of files are compared, as
+// coarse as the output's file system keeps them, never the clock: it may be wrong or go back. What is empty
+// or no file is not done.
+bool IsDone(const std::string& input, const std::string& output);
 
 // Folder part of a path ("." when there is none) and the last part.
 std::string FolderOf(const std::string& path);

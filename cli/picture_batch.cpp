@@ -4,123 +4,46 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <deque>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "cli/batch_job.h"
+#include "cli/batch_log.h"
 #include "cli/interruption.h"
+#include "cli/machine_share.h"
 #include "cli/messages.h"
 #include "cli/output_file.h"
-#include "cli/picture_run.h"
+#include "cli/picture_list.h"
+#include "cli/picture_worker.h"
 #include "cli/progress_bar.h"
 #include "cli/report.h"
 
 namespace tessaline::cli {
 namespace {
 
-// One picture's process, as the parent sees it.
-struct Job {
-  pid_t process = 0;  // 0: not started, or ended
-  int pipe = -1;      // what the child tells, until it closes its end
-  std::string told;   // so far
-  bool isFinished = false;
-  Json result;  // {"status", "lines", "report"}
-};
-
-std::vector<FileIdentity> IdentitiesOfInputs(const PictureCommand& command) {
+std::vector<FileIdentity> IdentitiesOfInputs(const PictureList& list) {
   std::vector<FileIdentity> inputs;
-  for (const auto& picture : command.pictures) {
+  for (size_t i = 0; i < list.size(); ++i) {
     struct stat status = {};
-    if (stat(picture.input.c_str(), &status) == 0) inputs.push_back({status.st_dev, status.st_ino});
+    if (stat(list.Input(i).c_str(), &status) == 0) inputs.push_back({status.st_dev, status.st_ino});
   }
+  std::sort(inputs.begin(), inputs.end());
   return inputs;
 }
 
-// Jobs share the processors.
-int ThreadsFor(const PictureCommand& command) {
-  if (command.threads > 0 || command.jobs == 1) return command.threads;
-  return std::max(UsableProcessors() / command.jobs, 1);
-}
-
-PictureRequest RequestFor(const PictureCommand& command, size_t index) {
-  PictureRequest request;
-  request.input = command.pictures[index].input;
-  request.output = command.pictures[index].output;
-  request.settings = command.settings;
-  request.threads = ThreadsFor(command);
-  request.restoration = command.restoration;
-  request.dryRun = command.dryRun;
-  request.overwrite = command.overwrite;
-  request.verbose = command.talk.verbose;
-  request.otherInputs = IdentitiesOfInputs(command);
-  return request;
-}
-
-Json ResultOfFailure(const std::string& input, const Refusal& refusal) {
-  return {{"status", static_cast<int>(refusal.status())},
-          {"lines", Json::array({Printable(refusal.what())})},
-          {"report", DescribeFailure(input, refusal)}};
-}
-
-// The child's whole life.
-[[noreturn]] void RunInChild(const PictureRequest& request, int pipe) {
-  Json result;
-  try {
-    ProgressBar none(false);
-    const PictureOutcome outcome = CleanPicture(request, &none);
-    Json lines = Json::array();
-    for (const std::string& note : outcome.notes) lines.push_back(Printable(note));
-    result = {{"status", 0}, {"lines", lines}, {"report", outcome.report}};
-  } catch (const Refusal& refusal) {
-    result = ResultOfFailure(request.input, refusal);
-  } catch (const std::exception& error) {
-    result = ResultOfFailure(request.input, Refusal(ExitStatus::kUnreadable, request.input, error.what()));
-  }
-  const std::string text = result.dump(-1, ' ', false, Json::error_handler_t::replace);
-  WriteFully(pipe, text.data(), text.size());
-  _exit(0);
-}
-
-void Start(const PictureRequest& request, Job* job) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
-    throw Refusal(ExitStatus::kOutOfMemory, std::string("no pipe for a further process: ") + strerror(errno));
-  }
-  const pid_t parent = getpid();
-  const InterruptionHeld held;
-  const pid_t child = fork();
-  if (child < 0) {
-    close(ends[0]);
-    close(ends[1]);
-    throw Refusal(ExitStatus::kOutOfMemory, std::string("no further process: ") + strerror(errno));
-  }
-  if (child == 0) {
-    BecomeChild();
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent) _exit(static_cast<int>(ExitStatus::kInterrupted));
-    close(ends[0]);
-    const sigset_t none = [] {
-      sigset_t set;
-      sigemptyset(&set);
-      return set;
-    }();
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    RunInChild(request, ends[1]);
-  }
-  RegisterChild(child);
-  close(ends[1]);
-  job->process = child;
-  job->pipe = ends[0];
-}
-
-// Why a child that told nothing ended.
+// Why a process ended that had not told what became of its picture.
 Refusal EndedSilently(const std::string& input, int waitStatus) {
   if (WIFSIGNALED(waitStatus) && WTERMSIG(waitStatus) == SIGKILL) {
     return Refusal(ExitStatus::kOutOfMemory, input,
@@ -133,96 +56,397 @@ Refusal EndedSilently(const std::string& input, int waitStatus) {
   return Refusal(static_cast<ExitStatus>(WEXITSTATUS(waitStatus)), input, "its process was interrupted");
 }
 
-void Finish(const std::string& input, Job* job) {
-  close(job->pipe);
-  job->pipe = -1;
-  int waitStatus = 0;
-  while (waitpid(job->process, &waitStatus, 0) < 0 && errno == EINTR) {
+// The report of all, written as its entries come; those that come before their turn wait in a file without a
+// name, for one may be hundreds of kilobytes.
+class BatchReport {
+ public:
+  BatchReport(const PictureCommand& command, const std::vector<FileIdentity>& inputs) {
+    if (command.reportFile.empty()) return;
+    isWanted_ = true;
+    if (command.reportFile != "-")
+      file_ = std::make_unique<OutputFile>(command.reportFile, command.overwrite, inputs);
+    const std::string frame = ReportText("pictures", Json::array());
+    const size_t middle = frame.rfind("[]") + 1;
+    head_ = frame.substr(0, middle);
+    tail_ = frame.substr(middle);
+    Write(head_);
   }
-  ForgetChild(job->process);
-  job->process = 0;
-  job->result = Json::parse(job->told, nullptr, false);
-  if (job->result.is_discarded()) job->result = ResultOfFailure(input, EndedSilently(input, waitStatus));
-  job->isFinished = true;
-}
+  ~BatchReport() {
+    if (waitingFile_ >= 0) close(waitingFile_);
+  }
+  BatchReport(const BatchReport&) = delete;
+  BatchReport& operator=(const BatchReport&) = delete;
 
-// Reads what running children tell; returns when at least one has ended.
-void WaitForOne(const PictureCommand& command, std::vector<Job>& jobs) {
-  for (bool hasEnded = false; !hasEnded;) {
-    std::vector<pollfd> polled;
-    std::vector<size_t> indices;
-    for (size_t i = 0; i < jobs.size(); ++i) {
-      if (jobs[i].pipe < 0) continue;
-      polled.push_back({jobs[i].pipe, POLLIN, 0});
-      indices.push_back(i);
+  void Add(size_t index, const std::string& entry) {
+    if (!isWanted_) return;
+    if (index != next_) return Keep(index, entry);
+    WriteEntry(entry);
+    for (auto at = waiting_.find(next_); at != waiting_.end(); at = waiting_.find(next_)) {
+      std::string kept(at->second.length, '\0');
+      if (pread(waitingFile_, kept.data(), kept.size(), at->second.offset) !=
+          static_cast<ssize_t>(kept.size()))
+        throw CannotWrite();
+      waiting_.erase(at);
+      WriteEntry(kept);
     }
-    if (polled.empty()) return;
-    if (poll(polled.data(), polled.size(), -1) < 0) continue;
-    for (size_t i = 0; i < polled.size(); ++i) {
-      if (polled[i].revents == 0) continue;
-      Job& job = jobs[indices[i]];
-      char block[65536];
-      const ssize_t count = read(job.pipe, block, sizeof block);
-      if (count > 0) {
-        job.told.append(block, static_cast<size_t>(count));
-      } else if (count == 0 || errno != EINTR) {
-        Finish(command.pictures[indices[i]].input, &job);
-        hasEnded = true;
+  }
+
+  void Commit() {
+    if (!isWanted_) return;
+    Write((next_ > 0 ? "\n  " : "") + tail_);
+    if (file_) file_->Commit();
+  }
+
+ private:
+  struct Kept {
+    off_t offset;
+    size_t length;
+  };
+
+  Refusal CannotWrite() const {
+    return Refusal(ExitStatus::kCannotWrite, file_ ? file_->path() : "standard output",
+                   std::string("cannot be written: ") + strerror(errno));
+  }
+  void Write(const std::string& text) {
+    if (!WriteFully(file_ ? file_->descriptor() : STDOUT_FILENO, text.data(), text.size()))
+      throw CannotWrite();
+  }
+  void WriteEntry(const std::string& entry) { Write((next_++ > 0 ? ",\n    " : "\n    ") + entry); }
+  void Keep(size_t index, const std::string& entry) {
+    if (waitingFile_ < 0) OpenWaitingFile();
+    const off_t offset = lseek(waitingFile_, 0, SEEK_END);
+    if (!WriteFully(waitingFile_, entry.data(), entry.size())) throw CannotWrite();
+    waiting_[index] = {offset, entry.size()};
+  }
+  void OpenWaitingFile() {
+    const char* const named = getenv("TMPDIR");
+    std::string name = std::string(named != nullptr ? named : "/tmp") + "/tessaline-report-XXXXXX";
+    waitingFile_ = mkostemp(name.data(), O_CLOEXEC);
+    if (waitingFile_ < 0) throw CannotWrite();
+    unlink(name.c_str());
+  }
+
+  bool isWanted_ = false;
+  std::unique_ptr<OutputFile> file_;  // null: stdout
+  std::string head_, tail_;
+  size_t next_ = 0;
+  std::map<size_t, Kept> waiting_;
+  int waitingFile_ = -1;
+};
+
+// A place for a process, and what its process does.
+struct Desk {
+  std::unique_ptr<PictureWorker> worker;
+  bool hasTask = false;
+  PictureTask task = {};
+  bool isAsking = false;  // for memory
+  bool isAtWork = false;  // has it
+  uint64_t needed = 0;    // bytes of memory
+  int pictures = 0;       // that its process had
+  std::string report;     // of the picture in work, until its turn
+};
+
+class Batch {
+ public:
+  explicit Batch(const PictureCommand& command)
+      : command_(command),
+        list_(command),
+        inputs_(IdentitiesOfInputs(list_)),
+        log_(command.logFile, inputs_),
+        report_(command, inputs_),
+        threads_(UsableProcessors()),
+        desks_(static_cast<size_t>(command.jobs > 0 ? command.jobs : threads_.threads())),
+        progress_(command.talk.showProgress),
+        tally_(list_.size()),
+        notice_(NoteInterruptions()) {}
+
+  ExitStatus Run() {
+    if (!command_.talk.quiet) {
+      for (const std::string& note : list_.notes()) Tell(note);
+    }
+    while (!IsInterrupted() && !cannotLog_) {
+      HandOut();
+      if (!HasWork()) break;
+      ShareMemory();
+      ShowProgress();
+      Listen();
+    }
+    const bool isInterrupted = IsInterrupted();
+    if (isInterrupted) StopWorkers();
+    while (HasWork()) {
+      ShareMemory();
+      Listen();
+    }
+    desks_.clear();
+    progress_.Clear();
+    return Close(isInterrupted);
+  }
+
+ private:
+  double Seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count();
+  }
+
+  bool IsInterrupted() const {
+    pollfd polled = {notice_, POLLIN, 0};
+    return poll(&polled, 1, 0) > 0;
+  }
+
+  bool HasWork() const {
+    return std::any_of(desks_.begin(), desks_.end(), [](const Desk& desk) { return desk.hasTask; });
+  }
+
+  // The next picture that is not done; those that another run has in work come last.
+  std::optional<PictureTask> NextTask() {
+    while (next_ < list_.size() && !IsInterrupted()) {
+      const size_t index = next_++;
+      if (!command_.skipsDone || !IsDone(list_.Input(index), list_.Output(index))) {
+        CleanFolderOf(list_.Output(index));
+        return PictureTask{index, 0};
+      }
+      Finish(index, EndOfSkipped(facts_, index, "done before"), "");
+      if (cannotLog_) return std::nullopt;
+    }
+    if (inWorkElsewhere_.empty() || IsInterrupted()) return std::nullopt;
+    const PictureTask task = {inWorkElsewhere_.front(), 1};
+    inWorkElsewhere_.pop_front();
+    return task;
+  }
+
+  // Once in every folder that is written to.
+  void CleanFolderOf(const std::string& output) {
+    if (!output.empty() && !command_.dryRun && cleanedFolders_.insert(FolderOf(output)).second)
+      RemoveStrays(FolderOf(output));
+  }
+
+  void HandOut() {
+    for (Desk& desk : desks_) {
+      if (desk.hasTask) continue;
+      const std::optional<PictureTask> task = NextTask();
+      if (!task) return;
+      Seat(desk);
+      desk.hasTask = true;
+      desk.task = *task;
+      ++desk.pictures;
+      desk.worker->Give(*task);
+    }
+  }
+
+  // What a damaged file may have done to a process, or many have left in it, is not handed on.
+  void Seat(Desk& desk) {
+    constexpr int kMostPictures = 200;
+    if (desk.pictures >= kMostPictures) desk.worker.reset();
+    if (desk.worker) return;
+    desk.pictures = 0;
+    const ThreadShare share = {&threads_, static_cast<int>(&desk - desks_.data())};
+    desk.worker = std::make_unique<PictureWorker>(
+        [this, share](const ParentLine& line) { ServeTasks(facts_, share, line); });
+  }
+
+  // What the pictures at work will still take of what is free now.
+  uint64_t Unclaimed() const {
+    uint64_t bytes = 0;
+    for (const Desk& desk : desks_) {
+      if (!desk.isAtWork) continue;
+      const uint64_t held = MemoryHeldBy(desk.worker->process());
+      bytes += desk.needed - std::min(desk.needed, held);
+    }
+    return bytes;
+  }
+
+  uint64_t Promised() const {
+    uint64_t bytes = 0;
+    for (const Desk& desk : desks_) bytes += desk.isAtWork ? desk.needed : 0;
+    return bytes;
+  }
+
+  bool HasMemoryFor(uint64_t needed) const {
+    if (command_.memory > 0 && Promised() + needed > command_.memory) return false;
+    return Unclaimed() + needed <= AvailableMemory();
+  }
+
+  // In the order of the list, so that a large picture gets its turn; one alone is never kept waiting.
+  void ShareMemory() {
+    if (isStopping_) return;
+    std::vector<Desk*> asking;
+    bool isAnyAtWork = false;
+    for (Desk& desk : desks_) {
+      if (desk.isAsking) asking.push_back(&desk);
+      isAnyAtWork = isAnyAtWork || desk.isAtWork;
+    }
+    std::sort(asking.begin(), asking.end(),
+              [](const Desk* a, const Desk* b) { return a->task.index < b->task.index; });
+    for (Desk* desk : asking) {
+      if (isAnyAtWork && !HasMemoryFor(desk->needed)) return;
+      desk->isAsking = false;
+      desk->isAtWork = isAnyAtWork = true;
+      threads_.Begin(PlaceOf(*desk));
+      desk->worker->GiveMemory();
+    }
+  }
+
+  int PlaceOf(const Desk& desk) const { return static_cast<int>(&desk - desks_.data()); }
+
+  void Listen() {
+    constexpr int kLookForMemory = 1000;  // milliseconds: another program may let go of some
+    std::vector<pollfd> polled = {{notice_, POLLIN, 0}};
+    std::vector<Desk*> heard = {nullptr};
+    bool isAnyAsking = false;
+    for (Desk& desk : desks_) {
+      if (!desk.hasTask) continue;
+      polled.push_back({desk.worker->descriptor(), POLLIN, 0});
+      heard.push_back(&desk);
+      isAnyAsking = isAnyAsking || desk.isAsking;
+    }
+    if (isStopping_) polled[0].fd = -1;
+    if (poll(polled.data(), polled.size(), isAnyAsking ? kLookForMemory : -1) < 0) return;
+    for (size_t i = 1; i < polled.size(); ++i) {
+      if (polled[i].revents != 0) Hear(*heard[i]);
+    }
+  }
+
+  void Hear(Desk& desk) {
+    const bool goesOn = desk.worker->Read();
+    while (desk.hasTask) {
+      const std::optional<Answer> answer = desk.worker->TakeAnswer();
+      if (!answer) break;
+      Take(desk, *answer);
+    }
+    if (!goesOn) Bury(desk);
+  }
+
+  void Take(Desk& desk, const Answer& answer) {
+    switch (answer.kind) {
+      case AnswerKind::kNeedsMemory:
+        desk.needed = strtoull(answer.content.c_str(), nullptr, 10);
+        desk.isAsking = true;
+        return;
+      case AnswerKind::kReport:
+        desk.report = answer.content;
+        return;
+      case AnswerKind::kInWorkElsewhere:
+        inWorkElsewhere_.push_back(desk.task.index);
+        Leave(desk);
+        return;
+      case AnswerKind::kDone: {
+        const std::optional<PictureEnd> end = Decode(answer.content);
+        const bool hasFailed = !end || end->entry["status"] != 0;
+        if (end) Finish(desk.task.index, *end, desk.report);
+        Leave(desk);
+        if (hasFailed) desk.worker.reset();
+        return;
       }
     }
   }
-}
 
-void TellResult(const Json& result, const Talk& talk) {
-  const bool hasFailed = result["status"] != 0;
-  if (talk.quiet && !hasFailed) return;
-  for (const auto& line : result["lines"]) Tell(line.get<std::string>());
-}
+  // The desk is free again.
+  void Leave(Desk& desk) {
+    if (desk.isAtWork) threads_.End(PlaceOf(desk));
+    desk.hasTask = desk.isAsking = desk.isAtWork = false;
+    desk.report.clear();
+  }
 
-std::unique_ptr<OutputFile> OpenReport(const PictureCommand& command) {
-  if (command.reportFile.empty() || command.reportFile == "-") return nullptr;
-  return std::make_unique<OutputFile>(command.reportFile, command.overwrite, IdentitiesOfInputs(command));
-}
+  // Of a process that has ended by itself. When it was interrupted, so is the run, or soon will be: the
+  // terminal and the schedulers tell all of its processes.
+  void Bury(Desk& desk) {
+    if (!desk.worker) return;
+    const int status = desk.worker->Wait();
+    desk.worker.reset();
+    if (!desk.hasTask) return;
+    const size_t index = desk.task.index;
+    if (!isStopping_ && !IsInterrupted())
+      Finish(index, EndOfFailed(facts_, index, EndedSilently(list_.Input(index), status)), "");
+    Leave(desk);
+  }
+
+  void StopWorkers() {
+    isStopping_ = true;
+    for (const Desk& desk : desks_) {
+      if (desk.worker) kill(desk.worker->process(), SIGTERM);
+    }
+  }
+
+  void Finish(size_t index, const PictureEnd& end, const std::string& report) {
+    tally_.Count(end.entry);
+    try {
+      if (!cannotLog_) log_.Append(end.entry);
+    } catch (const Refusal& refusal) {
+      cannotLog_ = std::make_unique<Refusal>(refusal);
+    }
+    report_.Add(index, report.empty() ? ReportEntryText(ReportOf(end)) : report);
+    ended_[index] = WordsOf(end);
+    // In the order of the list, as soon as all before are told.
+    for (auto at = ended_.find(told_); at != ended_.end(); at = ended_.find(++told_)) {
+      for (const std::string& line : at->second) {
+        progress_.Clear();
+        Tell(line);
+      }
+      ended_.erase(at);
+    }
+  }
+
+  static Json ReportOf(const PictureEnd& end) {
+    Json entry = {{"input", end.entry["input"]}};
+    if (end.entry.contains("nameBytes")) entry["nameBytes"] = end.entry["nameBytes"];
+    entry["status"] = end.entry["status"];
+    entry[entry["status"] == 0 ? "skipped" : "error"] = end.entry["message"];
+    return entry;
+  }
+
+  std::vector<std::string> WordsOf(const PictureEnd& end) const {
+    return command_.talk.quiet && end.entry["status"] == 0 ? std::vector<std::string>() : end.lines;
+  }
+
+  void ShowProgress() {
+    const size_t done = tally_.finished();
+    std::string text = std::to_string(done) + " of " + std::to_string(list_.size()) + " pictures";
+    const double seconds = Seconds(), cleaned = static_cast<double>(done - tally_.skipped());
+    if (cleaned > 0 && seconds > 1) {
+      const double perSecond = cleaned / seconds;
+      text += ", " + std::to_string(static_cast<int64_t>(perSecond * 60 + 0.5)) + " a minute, " +
+              Duration(static_cast<double>(list_.size() - done) / perSecond) + " left";
+    }
+    progress_.Show(static_cast<double>(done) / static_cast<double>(std::max<size_t>(list_.size(), 1)), text);
+  }
+
+  ExitStatus Close(bool isInterrupted) {
+    const double seconds = Seconds();
+    try {
+      if (!cannotLog_) log_.Append(tally_.Description(seconds, isInterrupted));
+    } catch (const Refusal& refusal) {
+      cannotLog_ = std::make_unique<Refusal>(refusal);
+    }
+    if (!isInterrupted && !cannotLog_) report_.Commit();
+    if (isInterrupted || !command_.talk.quiet) Tell(tally_.Words(seconds, isInterrupted));
+    if (isInterrupted) return ExitStatus::kInterrupted;
+    if (cannotLog_) throw Refusal(*cannotLog_);
+    return tally_.HasFailed() ? ExitStatus::kSomeFailed : ExitStatus::kDone;
+  }
+
+  const PictureCommand& command_;
+  const PictureList list_;
+  const std::vector<FileIdentity> inputs_;
+  const BatchFacts facts_{command_, list_, inputs_};
+  const BatchLog log_;
+  BatchReport report_;
+  SharedThreads threads_;
+  std::vector<Desk> desks_;
+  ProgressBar progress_;
+  Tally tally_;
+  const int notice_;
+  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  size_t next_ = 0, told_ = 0;
+  std::deque<size_t> inWorkElsewhere_;
+  std::map<size_t, std::vector<std::string>> ended_;  // and not told
+  std::set<std::string> cleanedFolders_;
+  std::unique_ptr<Refusal> cannotLog_;
+  bool isStopping_ = false;
+};
 
 }  // namespace
 
 ExitStatus CleanPictures(const PictureCommand& command) {
-  const std::unique_ptr<OutputFile> report = OpenReport(command);
-  std::vector<Job> jobs(command.pictures.size());
-  ProgressBar progress(command.talk.showProgress);
-  size_t started = 0, told = 0, finished = 0;
-  bool someFailed = false;
-  Json reports = Json::array();
-  while (told < jobs.size()) {
-    while (started < jobs.size() && started - finished < static_cast<size_t>(command.jobs)) {
-      Start(RequestFor(command, started), &jobs[started]);
-      ++started;
-    }
-    progress.Show(static_cast<double>(finished) / static_cast<double>(jobs.size()),
-                  std::to_string(finished) + " of " + std::to_string(jobs.size()) + " pictures");
-    WaitForOne(command, jobs);
-    finished = 0;
-    for (const Job& job : jobs) finished += job.isFinished;
-    // In the order of the arguments, as soon as all before are told.
-    for (; told < jobs.size() && jobs[told].isFinished; ++told) {
-      progress.Clear();
-      TellResult(jobs[told].result, command.talk);
-      someFailed = someFailed || jobs[told].result["status"] != 0;
-      reports.push_back(std::move(jobs[told].result["report"]));
-    }
-  }
-  progress.Clear();
-  if (!command.reportFile.empty()) {
-    const std::string text = ReportText("pictures", reports);
-    if (report) {
-      report->Write(text.data(), text.size());
-      report->Commit();
-    } else if (!WriteFully(STDOUT_FILENO, text.data(), text.size())) {
-      throw Refusal(ExitStatus::kCannotWrite, "standard output",
-                    std::string("cannot be written: ") + strerror(errno));
-    }
-  }
-  return someFailed ? ExitStatus::kSomeFailed : ExitStatus::kDone;
+  return Batch(command).Run();
 }
 
 }  // namespace tessaline::cli

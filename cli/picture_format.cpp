@@ -157,4 +157,11 @@ const FormatTraits& FormatToWrite(const std::string& file) {
                     "; let OUTPUT end in one of " + WrittenExtensions());
 }
 
+bool IsPictureName(const std::string& file) {
+  const std::string extension = LowerCaseExtension(file);
+  return !extension.empty() &&
+         std::any_of(std::begin(kFormats), std::end(kFormats),
+                     [&](const FormatTraits& traits) { return Lists(traits.extensions, extension); });
+}
+
 }  // namespace tessaline::cli

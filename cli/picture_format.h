@@ -28,4 +28,7 @@ const FormatTraits& FormatOfContents(int descriptor, const std::string& file);
 // By the extension. Refuses with kWrongUsage when there is none or it is none that this program writes.
 const FormatTraits& FormatToWrite(const std::string& file);
 
+// True when the name has an extension of a format that is read.
+bool IsPictureName(const std::string& file);
+
 }  // namespace tessaline::cli

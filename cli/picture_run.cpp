@@ -125,7 +125,10 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
     if (!request.maskFile.empty()) outputs.masks.push_back(open(NameForPage(request.maskFile, page)));
     if (!request.gateFile.empty()) outputs.gates.push_back(open(NameForPage(request.gateFile, page)));
   }
-  if (!request.reportFile.empty() && request.reportFile != "-") outputs.report = open(request.reportFile);
+  if (!request.reportFile.empty() && request.reportFile != "-") {
+    outputs.report = std::make_unique<OutputFile>(request.reportFile,
+                                                  request.overwrite || request.overwritesReport, inputs);
+  }
   return outputs;
 }
 
@@ -141,6 +144,15 @@ const char* ModelName(ColourModel model) {
   return "";
 }
 
+std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PictureFile& input) {
+  if (request.threads > 0 || request.sharedThreads.threads == nullptr) {
+    return MakeThreadPool(request.threads > 0 ? request.threads : UsableProcessors());
+  }
+  const PageKind& kind = input.kind();
+  return MakeSharedPool(request.sharedThreads,
+                        static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height));
+}
+
 // The run over all pages of one picture.
 class PictureRun {
  public:
@@ -148,6 +160,7 @@ class PictureRun {
       : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
     if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, request_.output);
     outputs_ = OpenOutputs(request_, input_);
+    if (request_.beforeReading) request_.beforeReading(input_.kind());
   }
 
   PictureOutcome Run() {
@@ -160,7 +173,7 @@ class PictureRun {
     const auto writing = std::chrono::steady_clock::now();
     if (!request_.dryRun) Write();
     writeSeconds_ = SecondsSince(writing);
-    PictureOutcome outcome = {Notes(), Report()};
+    PictureOutcome outcome = {Notes(), Report(), Found()};
     if (!request_.reportFile.empty()) WriteReport(outcome.report);
     outputs_.Commit();
     return outcome;
@@ -252,6 +265,15 @@ class PictureRun {
     size_t count = 0;
     for (const EngineOutcome& outcome : outcomes_) count += outcome.patternFound;
     return count;
+  }
+
+  // In short, for the log.
+  std::string Found() const {
+    const auto strongest = std::find_if(outcomes_.begin(), outcomes_.end(),
+                                        [](const EngineOutcome& outcome) { return outcome.patternFound; });
+    if (strongest == outcomes_.end()) return "";
+    if (!request_.settings.isAutomatic) return CountNotches(*strongest, input_.resolution());
+    return NamePattern(*strongest, input_.resolution()).text;
   }
 
   bool CopiesInput() const {
@@ -381,7 +403,7 @@ class PictureRun {
   PictureFile input_;
   Outputs outputs_;
   PageSamples samples_;
-  Engine engine_{request_.threads};
+  Engine engine_{MakePool(request_, input_)};
   std::unique_ptr<PageStore> store_;  // only with several pages
   std::vector<EngineOutcome> outcomes_;
   double readSeconds_ = 0;

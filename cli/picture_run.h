@@ -1,9 +1,11 @@
 // One picture from its file to its clean file.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "cli/machine_share.h"
 #include "cli/options.h"
 #include "cli/progress_bar.h"
 #include "cli/report.h"
@@ -22,13 +24,18 @@ struct PictureRequest {
   bool dryRun = false;
   bool overwrite = false;
   int threads = 0;                        // 0: all processors that this process may use
+  ThreadShare sharedThreads;              // where several pictures are in work and `threads` is 0
   bool verbose = false;                   // notes tell every peak
   std::vector<FileIdentity> otherInputs;  // of the same call: no output may be one of them either
+  bool overwritesReport = false;
+  // Called once the outputs are open and before memory is taken for pixels; returns when it may be.
+  std::function<void(const PageKind&)> beforeReading;
 };
 
 struct PictureOutcome {
   std::vector<std::string> notes;  // lines for the user, the result in the first
   Json report;                     // this picture's part of the report
+  std::string found;               // in short; empty where nothing was
 };
 
 // Everything that can be refused without decoding is refused before the decoding begins. Either all files

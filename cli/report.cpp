@@ -5,8 +5,6 @@
 
 #include <charconv>
 
-#include "cli/messages.h"
-
 namespace tessaline::cli {
 namespace {
 
@@ -114,14 +112,6 @@ Json DescribeNames(const std::string& input, const std::optional<std::string>& o
   names["output"] = output ? Json(*output) : Json(nullptr);
   if (output) KeepBytes("outputNameBytes", *output, &names);
   return names;
-}
-
-Json DescribeFailure(const std::string& input, const Refusal& refusal) {
-  Json failure = {{"input", input}};
-  KeepBytes("nameBytes", input, &failure);
-  failure["status"] = static_cast<int>(refusal.status());
-  failure["error"] = Printable(refusal.what());
-  return failure;
 }
 
 std::string ReportText(const char* kind, const Json& content) {

@@ -8,7 +8,6 @@
 #include "cli/engine_run.h"
 #include "cli/options.h"
 #include "cli/picture_file.h"
-#include "cli/refusal.h"
 
 namespace tessaline::cli {
 
@@ -22,9 +21,6 @@ Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& 
 // The members `input` and `output` (null where none is written). JSON is UTF-8: of a name that is not, the
 // bytes stand beside it in base64, as `nameBytes` and `outputNameBytes`.
 Json DescribeNames(const std::string& input, const std::optional<std::string>& output);
-
-// A picture that could not be cleaned.
-Json DescribeFailure(const std::string& input, const Refusal& refusal);
 
 // The whole report. `kind` is "pictures" or "stream", whose value `content` becomes.
 std::string ReportText(const char* kind, const Json& content);

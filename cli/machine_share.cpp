@@ -1,0 +1,185 @@
+#include "cli/machine_share.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <new>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "cli/refusal.h"
+
+namespace tessaline::cli {
+namespace {
+
+constexpr uint64_t kMiB = uint64_t{1} << 20;
+constexpr uint64_t kUnlimited = UINT64_MAX;
+
+// A file that holds one number; "max" and a missing file are no limit.
+uint64_t NumberIn(const std::string& path, uint64_t otherwise) {
+  std::ifstream file(path);
+  uint64_t number = 0;
+  return file >> number ? number : otherwise;
+}
+
+// The number behind a word in a file of lines "word number ...".
+uint64_t NumberBehind(const std::string& word, const std::string& path, uint64_t otherwise) {
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream fields(line);
+    std::string first;
+    uint64_t number = 0;
+    if (fields >> first >> number && first == word) return number;
+  }
+  return otherwise;
+}
+
+// Of the two kinds of control groups, where they stand and what their files are called.
+struct GroupKind {
+  const char* controller;  // in /proc/self/cgroup
+  const char* root;
+  const char* limit;
+  const char* used;
+  const char* cached;  // in memory.stat: pages of files that go when memory is asked for
+};
+constexpr GroupKind kGroupKinds[] = {
+    {"", "/sys/fs/cgroup", "memory.max", "memory.current", "inactive_file"},
+    {"memory", "/sys/fs/cgroup/memory", "memory.limit_in_bytes", "memory.usage_in_bytes",
+     "total_inactive_file"},
+};
+
+uint64_t LeftInGroup(const GroupKind& kind, const std::string& folder) {
+  const uint64_t limit = NumberIn(folder + "/" + kind.limit, kUnlimited);
+  if (limit == kUnlimited) return kUnlimited;
+  const uint64_t used = NumberIn(folder + "/" + kind.used, 0);
+  const uint64_t cached = NumberBehind(kind.cached, folder + "/memory.stat", 0);
+  const uint64_t held = used - std::min(used, cached);
+  return limit - std::min(limit, held);
+}
+
+// The least of the group and those it lies in. In a container its own group is the root.
+uint64_t LeftInGroupsOf(const GroupKind& kind, std::string group) {
+  uint64_t left = LeftInGroup(kind, kind.root);
+  while (group.size() > 1) {
+    left = std::min(left, LeftInGroup(kind, kind.root + group));
+    group.resize(group.find_last_of('/'));
+  }
+  return left;
+}
+
+// Runs tasks on as many threads of a pool as can be borrowed.
+class SharedPool final : public Parallel {
+ public:
+  SharedPool(const ThreadShare& share, std::unique_ptr<Parallel> pool)
+      : share_(share), pool_(std::move(pool)) {}
+
+  int32_t threads() const override { return pool_->threads(); }
+
+  bool Run(int32_t count, Task task, Poll poll, void* user) override {
+    const int most = std::min(threads(), count) - 1;
+    const int borrowed = most > 0 ? share_.threads->Borrow(share_.place, most) : 0;
+    if (borrowed == 0) return SerialWork().Run(count, task, poll, user);
+    // Each thread takes one hand's work: tasks, one after the other, until none is left.
+    std::atomic<int32_t> next{0}, finished{0};
+    std::atomic<bool> isStopped{false};
+    const auto hand = [&](int32_t, int32_t worker) {
+      for (int32_t index; !isStopped && (index = next.fetch_add(1)) < count;) {
+        task(user, index, worker);
+        const int32_t now = finished.fetch_add(1) + 1;
+        if (worker == 0 && poll != nullptr && poll(user, now)) isStopped = true;
+      }
+    };
+    ForEachTask(*pool_, borrowed + 1, hand, [](int32_t) { return false; });
+    share_.threads->GiveBack(share_.place, borrowed);
+    return isStopped || (poll != nullptr && count > 0 && poll(user, count));
+  }
+
+ private:
+  ThreadShare share_;
+  std::unique_ptr<Parallel> pool_;
+};
+
+}  // namespace
+
+uint64_t AvailableMemory() {
+  uint64_t available = NumberBehind("MemAvailable:", "/proc/meminfo", kUnlimited / 1024) * 1024;
+  std::ifstream groups("/proc/self/cgroup");
+  // "NUMBER:CONTROLLERS:PATH"
+  for (std::string line; std::getline(groups, line);) {
+    const size_t first = line.find(':'), second = line.find(':', first + 1);
+    if (second == std::string::npos) continue;
+    const std::string controllers = line.substr(first + 1, second - first - 1);
+    for (const GroupKind& kind : kGroupKinds) {
+      if (controllers == kind.controller)
+        available = std::min(available, LeftInGroupsOf(kind, line.substr(second + 1)));
+    }
+  }
+  return available;
+}
+
+uint64_t MemoryHeldBy(int process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/statm");
+  uint64_t whole = 0, resident = 0;
+  file >> whole >> resident;
+  return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+uint64_t MemoryNeeded(const PageKind& kind, bool isAutomatic) {
+  constexpr uint64_t kProgram = 64 * kMiB;
+  constexpr int32_t kLeastSide = 1024, kMostSide = 8192;  // of the transform; larger pictures go in tiles
+  const int32_t largest = std::max(kind.width, kind.height);
+  uint64_t side = kLeastSide;
+  while (side < kMostSide && side < static_cast<uint64_t>(largest)) side *= 2;
+  const auto rows = static_cast<uint64_t>(std::min(kind.height, kMostSide));
+  const uint64_t picture =
+      std::min<uint64_t>(kind.RowBytes(), uint64_t{kMostSide} * 4 * sizeof(float)) * rows;
+  return kProgram + side * side * sizeof(float) + (isAutomatic ? picture * 15 / 2 : picture * 3 / 2);
+}
+
+SharedThreads::SharedThreads(int threads) : threads_(threads) {
+  void* const shared =
+      mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) throw Refusal(ExitStatus::kOutOfMemory, "not enough memory to share");
+  counts_ = new (shared) Counts{};
+  counts_->spare = threads;
+}
+
+SharedThreads::~SharedThreads() {
+  munmap(counts_, sizeof(Counts));
+}
+
+void SharedThreads::Begin(int) {
+  counts_->spare.fetch_sub(1);
+}
+
+void SharedThreads::End(int place) {
+  counts_->spare.fetch_add(1 + counts_->borrowed[place].exchange(0));
+}
+
+int SharedThreads::Borrow(int place, int most) {
+  int spare = counts_->spare.load(), taken = 0;
+  do {
+    taken = std::clamp(spare, 0, most);
+  } while (taken > 0 && !counts_->spare.compare_exchange_weak(spare, spare - taken));
+  counts_->borrowed[place].fetch_add(taken);
+  return taken;
+}
+
+void SharedThreads::GiveBack(int place, int count) {
+  counts_->borrowed[place].fetch_sub(count);
+  counts_->spare.fetch_add(count);
+}
+
+std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels) {
+  constexpr uint64_t kPixelsPerThread = uint64_t{1} << 20;
+  const uint64_t worth = pixels / kPixelsPerThread + 1;
+  const int threads = static_cast<int>(std::min<uint64_t>(worth, share.threads->threads()));
+  std::unique_ptr<Parallel> pool = threads > 1 ? MakeThreadPool(threads) : nullptr;
+  if (!pool) return nullptr;
+  return std::make_unique<SharedPool>(share, std::move(pool));
+}
+
+}  // namespace tessaline::cli
