@@ -173,6 +173,14 @@ void SharedThreads::GiveBack(int place, int count) {
   counts_->spare.fetch_add(count);
 }
 
+BorrowedThreads::BorrowedThreads(const ThreadShare& share) : share_(share) {
+  if (share.threads != nullptr) count_ = share.threads->Borrow(share.place, share.threads->threads() - 1);
+}
+
+BorrowedThreads::~BorrowedThreads() {
+  if (share_.threads != nullptr) share_.threads->GiveBack(share_.place, count_);
+}
+
 std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels) {
   constexpr uint64_t kPixelsPerThread = uint64_t{1} << 20;
   const uint64_t worth = pixels / kPixelsPerThread + 1;

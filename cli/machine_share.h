@@ -61,6 +61,20 @@ struct ThreadShare {
   int place = 0;
 };
 
+// Further threads borrowed for as long as it lives; none where nothing is shared.
+class BorrowedThreads {
+ public:
+  explicit BorrowedThreads(const ThreadShare& share);
+  ~BorrowedThreads();
+  BorrowedThreads(const BorrowedThreads&) = delete;
+  BorrowedThreads& operator=(const BorrowedThreads&) = delete;
+  int count() const { return count_; }
+
+ private:
+  ThreadShare share_;
+  int count_ = 0;
+};
+
 // A pool for one picture of so many pixels: as many threads as it is worth, each stretch on those that can be
 // borrowed. Null for one.
 std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels);

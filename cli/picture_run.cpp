@@ -11,6 +11,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 #include "cli/engine_run.h"
@@ -144,11 +145,15 @@ const char* ModelName(ColourModel model) {
   return "";
 }
 
-std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PictureFile& input) {
-  if (request.threads > 0 || request.sharedThreads.threads == nullptr) {
-    return MakeThreadPool(request.threads > 0 ? request.threads : UsableProcessors());
-  }
-  const PageKind& kind = input.kind();
+// None where threads are shared with other pictures.
+std::optional<int> FixedThreads(const PictureRequest& request) {
+  if (request.threads > 0) return request.threads;
+  if (request.sharedThreads.threads != nullptr) return std::nullopt;
+  return UsableProcessors();
+}
+
+std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind) {
+  if (const std::optional<int> threads = FixedThreads(request)) return MakeThreadPool(*threads);
   return MakeSharedPool(request.sharedThreads,
                         static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height));
 }
@@ -299,7 +304,8 @@ class PictureRun {
       }
     };
     WritingWishes wishes;
-    wishes.threads = request_.threads > 0 ? request_.threads : UsableProcessors();
+    const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
+    wishes.threads = FixedThreads(request_).value_or(1 + borrowed.count());
     WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes);
   }
 
@@ -403,7 +409,7 @@ class PictureRun {
   PictureFile input_;
   Outputs outputs_;
   PageSamples samples_;
-  Engine engine_{MakePool(request_, input_)};
+  Engine engine_{MakePool(request_, input_.kind())};
   std::unique_ptr<PageStore> store_;  // only with several pages
   std::vector<EngineOutcome> outcomes_;
   double readSeconds_ = 0;
