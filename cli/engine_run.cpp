@@ -105,6 +105,7 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
   outcome.logSpan = analysis.logSpan;
   outcome.hasThreshold = !wishes.settings.isAutomatic && !isFrozen;
   outcome.isAutomatic = findings.isAutomatic;
+  outcome.isOfLight = CurveOf(wishes.restoration, findings) != nullptr;
   if (wishes.collectsNotches && !isFrozen) outcome.notches = CollectNotches(analysis, findings);
   if (wishes.collectsSeeds) outcome.seeds = CellsOf(findings.seeds);
   if (wishes.drawsSpectrum && !isFrozen) {

@@ -90,7 +90,7 @@ NumberOption FromRange(const char* name, const char* unit, const SettingRange& r
 
 // The options that pictures and streams share.
 struct SharedTexts {
-  std::string acceptance, sensitivity, polish, notchRadius, protectionRadius, threads, report;
+  std::string acceptance, sensitivity, polish, light, notchRadius, protectionRadius, threads, report;
   bool everywhere = false, progress = false, quiet = false, overwrite = false;
 };
 
@@ -122,6 +122,11 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
                   ".." + Plain(kPolishRange.maximum) + " (default " + Plain(kPolishRange.standard) +
                   "; 0 nothing)",
               "P");
+  AddLastWins(
+      app, "--light", texts.light,
+      "With -a auto: filter light (linear) or levels as they are (coded); auto (default): light, for dot "
+      "screens in files that tell how they are coded",
+      "LIGHT");
   AddLastWins(app, "-n,--notch-radius", texts.notchRadius,
               Describe("Radius of what is taken out round each peak", kNotchRadiusRange, "spectrum cells"),
               "CELLS");
@@ -164,12 +169,24 @@ Settings ReadSettings(const SharedTexts& texts, const char* usage) {
   return settings;
 }
 
+constexpr std::pair<const char*, Light> kLights[] = {
+    {"auto", Light::kAuto}, {"coded", Light::kCoded}, {"linear", Light::kLinear}};
+
+Light ReadLight(const std::string& text, const char* usage) {
+  for (const auto& [name, light] : kLights) {
+    if (text == name) return light;
+  }
+  throw WrongUsage("--light takes linear, coded or auto, not '" + text + "'", usage);
+}
+
 RestorationSettings ReadRestoration(const SharedTexts& texts, bool isAutomatic, const char* usage) {
   RestorationSettings restoration;
   if (!isAutomatic && texts.everywhere) throw WrongUsage("--everywhere belongs to --acceptance auto", usage);
   if (!isAutomatic && !texts.polish.empty()) {
     throw WrongUsage("--polish belongs to --acceptance auto", usage);
   }
+  if (!isAutomatic && !texts.light.empty()) throw WrongUsage("--light belongs to --acceptance auto", usage);
+  if (!texts.light.empty()) restoration.light.light = ReadLight(texts.light, usage);
   restoration.everywhere = texts.everywhere;
   if (!texts.polish.empty()) {
     restoration.polish =

@@ -16,6 +16,7 @@
 
 #include "cli/engine_run.h"
 #include "cli/found_words.h"
+#include "cli/light_curve.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
@@ -235,6 +236,9 @@ class PictureRun {
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     wishes.restoration = request_.restoration;
     if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
+    std::optional<ToneCurve> curve;  // of the file
+    if (request_.settings.isAutomatic) curve = LightCurveOf(input_, page);
+    if (curve) wishes.restoration.light.curve = &*curve;
     wishes.drawsGate = !request_.gateFile.empty();
     show(0, "looking");
     EngineOutcome outcome = RunEngine(samples_.picture(), engine_.workspace(), wishes, show, request_.input);
@@ -325,7 +329,8 @@ class PictureRun {
     const bool isPlural = name.isPlural || outcomes_.size() > 1;
     const std::string verb =
         std::string(isPlural ? " were " : " was ") + (request_.dryRun ? "found" : "taken out");
-    if (outcomes_.size() == 1) return name.text + verb;
+    if (outcomes_.size() == 1)
+      return name.text + verb + (strongest->isOfLight && !request_.dryRun ? " in linear light" : "");
     return "patterns on " + std::to_string(found) + " of " + std::to_string(outcomes_.size()) + " pages" +
            verb + ", on page " + std::to_string(strongest - outcomes_.begin() + 1) + " " + name.text;
   }

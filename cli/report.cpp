@@ -72,6 +72,8 @@ Json DescribeSettings(const Settings& settings, const RestorationSettings& resto
     parameters["sensitivity"] = settings.sensitivity;
     parameters["everywhere"] = restoration.everywhere;
     parameters["polish"] = AsWritten(restoration.polish);
+    constexpr const char* kLights[] = {"auto", "coded", "linear"};
+    parameters["light"] = kLights[static_cast<size_t>(restoration.light.light)];
   }
   return parameters;
 }
@@ -100,6 +102,7 @@ Json DescribeRun(const EngineOutcome& outcome, const std::optional<Resolution>& 
   if (outcome.isAutomatic) {
     Json peaks = Json::array();
     for (const SpectrumPeak& peak : outcome.peaks) peaks.push_back(DescribePeak(peak, resolution));
+    if (outcome.patternFound) run["light"] = outcome.isOfLight ? "linear" : "coded";
     run["logSpan"] = outcome.logSpan;
     run["peaks"] = peaks;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -48,6 +49,29 @@ void CheckRange(Value value, const SettingRange& range, const char* name) {
   throw CallFault{TESSALINE_ERROR_SETTINGS, std::string(name) + " is " + std::to_string(value) +
                                                 "; it has to be " + std::to_string(range.minimum) + " to " +
                                                 std::to_string(range.maximum)};
+}
+
+static_assert(TESSALINE_LIGHT_CODED == static_cast<int32_t>(Light::kCoded) &&
+              TESSALINE_LIGHT_LINEAR == static_cast<int32_t>(Light::kLinear) &&
+              TESSALINE_COLOURS_LAB == static_cast<int32_t>(ChannelMeaning::kOpponents));
+void CheckChoice(int32_t value, int32_t last, const char* name) {
+  if (value >= 0 && value <= last) return;
+  throw CallFault{TESSALINE_ERROR_SETTINGS, std::string(name) + " is " + std::to_string(value) +
+                                                "; it has to be 0 to " + std::to_string(last)};
+}
+
+// Null where the record has none.
+std::shared_ptr<const ToneCurve> CurveOf(const TessalineSettings& record) {
+  constexpr int32_t kMostEntries = 65536;
+  if (record.lightCurve == nullptr && record.lightCurveCount == 0) return nullptr;
+  const auto curve = std::make_shared<ToneCurve>();
+  if (record.lightCurve == nullptr || record.lightCurveCount > kMostEntries ||
+      !curve->Create(record.lightCurve, record.lightCurveCount)) {
+    throw CallFault{
+        TESSALINE_ERROR_SETTINGS,
+        "lightCurve is none: it takes 2 to 65536 numbers that never fall, the last above the first"};
+  }
+  return curve;
 }
 
 int32_t VerdictOf(const SpectrumPeak& peak) {
@@ -109,27 +133,36 @@ CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePictu
   return pictures;
 }
 
+bool IsSettingsRecord(uint32_t recordBytes) {
+  return recordBytes == offsetof(TessalineSettings, light) || recordBytes == sizeof(TessalineSettings);
+}
+
 CallSettings SettingsOf(const TessalineSettings* record) {
   TessalineSettings known;
   tessaline_settings_init(&known, sizeof known);
   if (record != nullptr) {
-    if (record->recordBytes != sizeof known) {
+    if (!IsSettingsRecord(record->recordBytes)) {
       throw CallFault{TESSALINE_ERROR_SETTINGS, "recordBytes is " + std::to_string(record->recordBytes) +
                                                     "; this library knows " + std::to_string(sizeof known) +
                                                     " (begin with tessaline_settings_init)"};
     }
-    known = *record;
+    std::memcpy(&known, record, record->recordBytes);
   }
   CheckRange(known.acceptance, kAcceptanceRange, "acceptance");
   CheckRange(known.notchRadius, kNotchRadiusRange, "notchRadius");
   CheckRange(known.protectionRadius, kProtectionRadiusRange, "protectionRadius");
   CheckRange(known.sensitivity, kSensitivityRange, "sensitivity");
   CheckRange(known.polish, kPolishRange, "polish");
+  CheckChoice(known.light, TESSALINE_LIGHT_LINEAR, "light");
+  CheckChoice(known.colours, TESSALINE_COLOURS_LAB, "colours");
   CallSettings settings;
+  settings.curve = CurveOf(known);
   settings.removal = {known.isAutomatic != 0, known.acceptance, known.sensitivity, known.notchRadius,
                       known.protectionRadius};
   settings.restoration.everywhere = known.isEverywhere != 0;
   settings.restoration.polish = static_cast<float>(known.polish);
+  settings.restoration.meaning = static_cast<ChannelMeaning>(known.colours);
+  settings.restoration.light = {static_cast<Light>(known.light), settings.curve.get()};
   return settings;
 }
 
@@ -175,6 +208,7 @@ InterfaceEngine::Decided InterfaceEngine::DecideOn(const Analysed& analysed, con
   Demand(DecideWhole(analysed.tiles, analysed.spectrum, settings.removal, workspace_, &removal.findings));
   Demand(Shape(removal.findings, settings.removal, &removal.mask));
   removal.restoration = settings.restoration;
+  removal.curve = settings.curve;
   decided.decision = Describe(analysed.spectrum, removal.findings);
   return decided;
 }

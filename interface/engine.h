@@ -34,7 +34,10 @@ CallPictures ViewCallPictures(const TessalinePicture* from, const TessalinePictu
 struct CallSettings {
   Settings removal;
   RestorationSettings restoration;
+  std::shared_ptr<const ToneCurve> curve;  // the one that `restoration` points to, if it does
 };
+// Whether some version's settings record has that size.
+bool IsSettingsRecord(uint32_t recordBytes);
 // What a caller's record says; null stands for the standard values. Throws CallFault.
 CallSettings SettingsOf(const TessalineSettings* record);
 
@@ -64,6 +67,7 @@ class InterfaceEngine {
     Mask mask;
     Findings findings;  // automatic: the mask is theirs, and the restoration measures by them
     RestorationSettings restoration;
+    std::shared_ptr<const ToneCurve> curve;  // that it points to
   };
   struct Decided {
     Decision decision;

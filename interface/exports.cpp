@@ -10,8 +10,9 @@
 // Records are laid out as callers in other languages declare them: natural alignment, 64-bit pointers.
 static_assert(sizeof(TessalinePicture) == 72 && offsetof(TessalinePicture, pixels) == 16 &&
               offsetof(TessalinePicture, planes) == 24 && offsetof(TessalinePicture, pixelStride) == 56);
-static_assert(sizeof(TessalineSettings) == 40 && offsetof(TessalineSettings, acceptance) == 8 &&
-              offsetof(TessalineSettings, sensitivity) == 24);
+static_assert(sizeof(TessalineSettings) == 64 && offsetof(TessalineSettings, acceptance) == 8 &&
+              offsetof(TessalineSettings, sensitivity) == 24 && offsetof(TessalineSettings, light) == 40 &&
+              offsetof(TessalineSettings, lightCurve) == 48);
 static_assert(sizeof(TessalineFindings) == 40 && offsetof(TessalineFindings, logSpan) == 32);
 static_assert(sizeof(TessalineNotch) == 56 && offsetof(TessalineNotch, periodPixels) == 24);
 static_assert(sizeof(TessalinePeak) == 56 && offsetof(TessalinePeak, periodPixels) == 24);
@@ -139,17 +140,23 @@ int32_t tessaline_release_memory(TessalineEngine* engine) {
 }
 
 int32_t tessaline_settings_init(TessalineSettings* settings, uint32_t recordBytes) {
-  if (settings == nullptr || recordBytes != sizeof *settings) return TESSALINE_ERROR_ARGUMENT;
+  if (settings == nullptr || !tessaline::IsSettingsRecord(recordBytes)) return TESSALINE_ERROR_ARGUMENT;
   const tessaline::Settings standard;
   const tessaline::RestorationSettings restoration;
-  *settings = {recordBytes,
-               1,
-               standard.acceptance,
-               standard.notchRadius,
-               standard.protectionRadius,
-               restoration.everywhere,
-               standard.sensitivity,
-               restoration.polish};
+  const TessalineSettings all = {recordBytes,
+                                 1,
+                                 standard.acceptance,
+                                 standard.notchRadius,
+                                 standard.protectionRadius,
+                                 restoration.everywhere,
+                                 standard.sensitivity,
+                                 restoration.polish,
+                                 TESSALINE_LIGHT_AUTO,
+                                 TESSALINE_COLOURS_RGB,
+                                 nullptr,
+                                 0,
+                                 0};
+  std::memcpy(settings, &all, recordBytes);
   return TESSALINE_OK;
 }
 

@@ -43,6 +43,27 @@ Settings ReadSettings(const py::object& acceptance, const py::object& sensitivit
   return settings;
 }
 
+Light ReadLight(const std::string& name) {
+  constexpr std::pair<const char*, Light> kLights[] = {
+      {"auto", Light::kAuto}, {"coded", Light::kCoded}, {"linear", Light::kLinear}};
+  for (const auto& [known, light] : kLights) {
+    if (name == known) return light;
+  }
+  throw py::value_error("light must be \"auto\", \"coded\" or \"linear\", not \"" + name + "\"");
+}
+
+std::optional<ToneCurve> ReadLightCurve(const py::object& values) {
+  if (values.is_none()) return std::nullopt;
+  const auto light = py::array_t<float, py::array::c_style | py::array::forcecast>::ensure(values);
+  ToneCurve curve;
+  if (!light || light.ndim() != 1 || light.size() > 65536 ||
+      !curve.Create(light.data(), static_cast<int32_t>(light.size()))) {
+    PyErr_Clear();
+    throw py::value_error("light_curve must be 2 to 65536 numbers that never fall, the last above the first");
+  }
+  return curve;
+}
+
 // The levels that the program writes; in the range that only arrays and files use, the nearest.
 Rounding RoundingFor(SampleFormat format) {
   return format == SampleFormat::kFull16 ? Rounding::kNearest : Rounding::kTruncate;
@@ -106,13 +127,16 @@ std::shared_ptr<PythonAnalysis> AnalyseArray(const py::array& array, const py::o
 
 py::array CleanArray(const py::array& array, const py::object& acceptance, const py::object& sensitivity,
                      const py::object& notchRadius, const py::object& protectionRadius, bool everywhere,
-                     const py::object& polish, int white, std::optional<int> threads, const py::object& out,
+                     const py::object& polish, const std::string& light, const py::object& lightCurve,
+                     int white, std::optional<int> threads, const py::object& out,
                      const py::object& progress) {
   constexpr double kLooked = 0.5;  // looking costs about as much as removing
   const Settings settings = ReadSettings(acceptance, sensitivity, notchRadius, protectionRadius);
   RestorationSettings restoration;
   restoration.everywhere = everywhere;
   restoration.polish = static_cast<float>(InRange("polish", polish, kPolishRange));
+  const std::optional<ToneCurve> curve = ReadLightCurve(lightCurve);
+  restoration.light = {ReadLight(light), curve ? &*curve : nullptr};
   ArrayPicture from = ReadArray(array, white);
   const ArrayPicture to = ArrayForResult(out, white, &from);
   CallMemory memory;
@@ -166,6 +190,9 @@ notch_radius       1 to 16 spectrum cells: how far round each peak frequencies a
 protection_radius  1 to 128 pixels: repeats longer than 512 / protection_radius pixels are left alone
 everywhere         of "auto": also where the picture has no pattern, which is left alone otherwise
 polish             of "auto", 0 to 2: how strongly to smooth what the notches leave of the pattern
+light              of "auto": "linear" takes the pattern out of the light that levels stand for, in which a print's dots
+                   average; "coded" out of the levels; "auto" out of light for a dot screen where light_curve is given
+light_curve        the light, 0 to 1, of levels evenly spaced from black to white; None: not known, "linear" takes sRGB's
 white              the level that uint16 calls white, 65535 or 32768
 threads            1 to 256; None: all processors that the process may use
 out                an array of the same shape and type, also the array itself; it is untouched or finished
@@ -287,8 +314,9 @@ PYBIND11_MODULE(_tessaline, module) {
   module.def("clean", CleanArray, "array"_a, "acceptance"_a = "auto", py::kw_only(),
              "sensitivity"_a = kSensitivityRange.standard, "notch_radius"_a = kNotchRadiusRange.standard,
              "protection_radius"_a = kProtectionRadiusRange.standard, "everywhere"_a = false,
-             "polish"_a = kPolishRange.standard, "white"_a = 65535, "threads"_a = py::none(),
-             "out"_a = py::none(), "progress"_a = py::none(), kCleanDoc);
+             "polish"_a = kPolishRange.standard, "light"_a = "auto", "light_curve"_a = py::none(),
+             "white"_a = 65535, "threads"_a = py::none(), "out"_a = py::none(), "progress"_a = py::none(),
+             kCleanDoc);
   module.def("analyse", AnalyseArray, "array"_a, "acceptance"_a = "auto", py::kw_only(),
              "sensitivity"_a = kSensitivityRange.standard, "notch_radius"_a = kNotchRadiusRange.standard,
              "protection_radius"_a = kProtectionRadiusRange.standard, "white"_a = 65535,

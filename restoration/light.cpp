@@ -9,6 +9,7 @@ namespace tessaline {
 
 namespace {
 
+// At medium tones such a screen is darkened by little more than a level.
 constexpr double kLeastPrintAmplitude = 16.0 * kByteToHost;
 constexpr double kMostApart = 0.04;     // of two periods; a cell at a period of 16 pixels is 3 percent
 constexpr double kMostOffSquare = 3.0;  // degrees

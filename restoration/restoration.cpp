@@ -122,9 +122,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   if (drawnGate != nullptr) DrawGate(gate, rows.rows()[0], drawnGate->view());
   FilteredPlanes filtered(planes);
   PictureView filteredFrom = from;
-  // The differences of opponents are none of light.
-  const ToneCurve* const light =
-      settings.meaning == ChannelMeaning::kRgb ? LightFor(settings.light, findings) : nullptr;
+  const ToneCurve* const light = CurveOf(settings, findings);
   filteredFrom.light = light;
   ApplyOptions filterOptions = options;
   if (light != nullptr) filterOptions.chain = {};  // the analysis', which saw levels
@@ -138,6 +136,10 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
 }
 
 }  // namespace
+
+const ToneCurve* CurveOf(const RestorationSettings& settings, const Findings& findings) {
+  return settings.meaning == ChannelMeaning::kOpponents ? nullptr : LightFor(settings.light, findings);
+}
 
 int32_t Restore(const PictureView& from, const PictureView& to, const Findings& findings, const Mask& mask,
                 Workspace& workspace, const ApplyOptions& options, const RestorationSettings& settings,

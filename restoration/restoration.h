@@ -24,6 +24,9 @@ struct RestorationSettings {
   LightWish light;
 };
 
+// The curve of the light that the notches work on; null: they work on levels, as always on opponents.
+const ToneCurve* CurveOf(const RestorationSettings& settings, const Findings& findings);
+
 // As Apply, of which the options' rounding is not looked at. `gate`, if given, receives how far the gate was
 // open: the picture's size, bytes, 255 where the pattern was taken out entirely. Returns what Apply returns.
 int32_t Restore(const PictureView& from, const PictureView& to, const Findings& findings, const Mask& mask,

@@ -87,17 +87,36 @@ typedef struct TessalinePicture {
 /* Begin with tessaline_settings_init. Members that a later version adds stand at the end; `recordBytes` tells
  * the library which ones the program knows, and the others have their standard values. */
 typedef struct TessalineSettings {
-  uint32_t recordBytes;   /* sizeof(TessalineSettings) */
+  uint32_t recordBytes;   /* sizeof(TessalineSettings); 40 for the members up to `polish` */
   int32_t isAutomatic;    /* standard 1: the acceptance is found from the picture; 0: `acceptance` counts */
   float acceptance;       /* percent, 0..100, standard 60; higher finds more */
   float notchRadius;      /* spectrum cells, 1..16, standard 6 */
   float protectionRadius; /* pixels, 1..128, standard 8: only shorter periods are taken out */
 
   /* Of the automatic acceptance alone: */
-  int32_t isEverywhere; /* standard 0: only where the picture has the pattern; 1: in all of it */
-  double sensitivity;   /* 0.7..1.3, standard 1; higher finds more */
-  double polish;        /* 0..2, standard 1: how much of what the notches leave is smoothed; 0: nothing */
+  int32_t isEverywhere;    /* standard 0: only where the picture has the pattern; 1: in all of it */
+  double sensitivity;      /* 0.7..1.3, standard 1; higher finds more */
+  double polish;           /* 0..2, standard 1: how much of what the notches leave is smoothed; 0: nothing */
+  int32_t light;           /* TESSALINE_LIGHT_AUTO ..., standard 0 */
+  int32_t colours;         /* TESSALINE_COLOURS_RGB ..., standard 0: what three channels are */
+  const float* lightCurve; /* light, 0..1, of levels evenly spaced from black to white, never falling; null,
+                            * the standard: not known. Read during the call that is given the settings */
+  int32_t lightCurveCount; /* 2..65536 where there is a curve, else 0 */
+  int32_t reserved;        /* 0 */
 } TessalineSettings;
+
+/* What the notches of an automatic run work on. Dots of ink average in light, so a print filtered in its
+ * coded levels comes out too dark; what was added to the levels averages there. */
+enum {
+  TESSALINE_LIGHT_AUTO = 0,  /* light for a dot screen where `lightCurve` tells the coding, else levels */
+  TESSALINE_LIGHT_CODED = 1, /* levels as they are */
+  TESSALINE_LIGHT_LINEAR = 2 /* light, by `lightCurve`, or that of sRGB without one */
+};
+
+enum {
+  TESSALINE_COLOURS_RGB = 0,
+  TESSALINE_COLOURS_LAB = 1 /* a lightness and two differences: polished each for itself, never in light */
+};
 
 /* For tessaline_apply and tessaline_clean, to be added up. */
 enum {

@@ -4,6 +4,7 @@ import numpy as np
 import numpy.typing as npt
 
 Acceptance = Union[Literal["auto"], float]
+Light = Literal["auto", "coded", "linear"]
 Picture = npt.NDArray[Any]  # (H, W), (H, W, 1), (H, W, 3), (H, W, 4) of uint8, uint16 or float32
 Progress = Optional[Callable[[float], Any]]
 Resolution = Union[None, float, Tuple[float, float]]
@@ -91,6 +92,8 @@ def clean(
     protection_radius: float = 8.0,
     everywhere: bool = False,
     polish: float = 1.0,
+    light: Light = "auto",
+    light_curve: Optional[npt.ArrayLike] = None,
     white: White = 65535,
     threads: Optional[int] = None,
     out: Optional[Picture] = None,

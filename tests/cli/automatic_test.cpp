@@ -1,8 +1,11 @@
 // The acceptance found from the picture itself, through the program.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "samples/film.h"
 #include "tests/cli/pictures.h"
@@ -55,6 +58,34 @@ TEST(Automatic, TakesTheScreenOutAndNamesWhatIsLicensed) {
     EXPECT_GT(rim.green, 170);
     EXPECT_LT(rim.blue, 80);
   }
+}
+
+TEST(Automatic, TakesDotsOutInLightWhereTheFileTellsItsCurve) {
+  const TemporaryFolder folder;
+  Picture picture = DrawScreen(1, 0, 8, kWidth, kHeight);
+  for (uint16_t& sample : picture.samples) {  // as black on white
+    sample = static_cast<uint16_t>(std::clamp(3 * (sample - 128) + 128, 0, 255));
+  }
+  Save(picture, folder / "bare.png");
+  Save(picture, folder / "told.tif", "[profile=srgb]");
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"bare.png", "auto", "coded"},
+      {"told.tif", "auto", "linear"},
+      {"told.tif", "coded", "coded"},
+      {"bare.png", "linear", "linear"}};  // sRGB both: as the file says, and where none does
+  std::map<std::string, std::vector<uint16_t>> results;
+  for (const auto& [name, light, used] : cases) {
+    const Ended ended = RunProgram({"-f", "-a", "auto", "--sensitivity", "1.3", "--light", light,
+                                    folder / name, folder / "out.png", "--report", folder / "report.json"});
+    ASSERT_EQ(0, ended.status) << ended.err;
+    const auto report = nlohmann::json::parse(ReadWholeFile(folder / "report.json"))["pictures"][0];
+    EXPECT_EQ(light, report["parameters"]["light"]);
+    EXPECT_EQ(used, report["pages"][0]["light"]) << name;
+    const Picture result = Load(folder / "out.png");
+    const auto other = results.emplace(used, result.samples).first;
+    for (size_t i = 0; i < result.samples.size(); ++i) ASSERT_NEAR(other->second[i], result.samples[i], 2);
+  }
+  EXPECT_NE(results["coded"], results["linear"]);
 }
 
 TEST(Automatic, LeavesAPageOfTextAsItIsAndMarksItsLines) {

@@ -166,6 +166,8 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
        [](P p, S) { static_cast<float*>(p->planes[2])[4 * kWidth] = NAN; }},
       {TESSALINE_ERROR_SETTINGS, "acceptance", [](P, S s) { s->acceptance = 101; }},
       {TESSALINE_ERROR_SETTINGS, "sensitivity", [](P, S s) { s->sensitivity = NAN; }},
+      {TESSALINE_ERROR_SETTINGS, "light is 3", [](P, S s) { s->light = 3; }},
+      {TESSALINE_ERROR_SETTINGS, "lightCurve", [](P, S s) { s->lightCurveCount = 2; }},
       {TESSALINE_ERROR_SETTINGS, "recordBytes", [](P, S s) { s->recordBytes = 8; }},
   };
   Engine engine(1);

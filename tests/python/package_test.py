@@ -69,6 +69,8 @@ class PackageTest(unittest.TestCase):
         self.assertAlmostEqual(strongest.lines_per_inch, 300 * np.hypot(0.21, 0.13), 0)
         self.assertEqual((found.peaks[0].verdict, found.threshold, found.spectrum.max()), ("used", None, 32768))
         self.assertEqual(found.decide(0).found, False)
+        faint = tessaline.analyse((128 + (BYTES.astype(int) - 128) // 90).astype(np.uint8))
+        self.assertEqual([faint.found, faint.decide(sensitivity=1.3).found], [False, False])
         mask = pickle.loads(pickle.dumps(tessaline.Mask(found.mask.cells)))
         wanted = mask.apply(BYTES, threads=1)
         everywhere = tessaline.clean(BYTES, everywhere=True, polish=0)
