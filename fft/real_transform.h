@@ -38,8 +38,8 @@ class SpectrumColumns {
 class FinishedRows {
  public:
   virtual ~FinishedRows() = default;
-  // Sample x is row[2 * x].
-  virtual void Take(int32_t y, const float* row) = 0;
+  // Sample x is row[2 * x]; the row may be overwritten, and stays where it is until the plane is used again.
+  virtual void Take(int32_t y, float* row) = 0;
 };
 
 class RealTransform {

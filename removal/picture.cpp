@@ -40,9 +40,10 @@ decltype(auto) WithFormat(SampleFormat format, Use use) {
   return use(FloatFormat{});
 }
 
-template <typename Format>
+// Levels stand kApart floats apart.
+template <typename Format, int kApart>
 void Load(const uint8_t* sample, ptrdiff_t step, int32_t width, float* levels) {
-  for (int32_t x = 0; x < width; ++x, sample += step, levels += 2) {
+  for (int32_t x = 0; x < width; ++x, sample += step, levels += kApart) {
     *levels =
         static_cast<float>(*reinterpret_cast<const typename Format::Sample*>(sample)) * Format::kToLevel;
   }
@@ -61,11 +62,11 @@ double SumOfEverySecond(const float* levels, int32_t count) {
   return total;
 }
 
-template <typename Format>
+template <typename Format, int kApart>
 void Store(const float* levels, int32_t width, Rounding rounding, ptrdiff_t step, uint8_t* sample) {
   using Sample = typename Format::Sample;
   const float allowance = rounding == Rounding::kNearest ? 0.5f : 0.0f;
-  for (int32_t x = 0; x < width; ++x, sample += step, levels += 2) {
+  for (int32_t x = 0; x < width; ++x, sample += step, levels += kApart) {
     const float value = *levels * Format::kFromLevel;
     if constexpr (std::is_same_v<Sample, float>) {
       *reinterpret_cast<float*>(sample) = value;
@@ -95,7 +96,7 @@ PictureView PictureOf(const ImageView& image) {
 double LoadLevels(const PictureView& picture, int32_t channel, int32_t y, float* levels) {
   const ChannelView& from = picture.channel[channel];
   WithFormat(picture.format, [&](auto format) {
-    Load<decltype(format)>(from.data + y * from.rowBytes, from.pixelBytes, picture.width, levels);
+    Load<decltype(format), 2>(from.data + y * from.rowBytes, from.pixelBytes, picture.width, levels);
   });
   if (picture.light != nullptr) picture.light->DecodeRow(picture.width, levels);
   return SumOfEverySecond(levels, picture.width);
@@ -105,7 +106,22 @@ void StoreLevels(const PictureView& picture, int32_t channel, int32_t y, Roundin
                  const float* levels) {
   const ChannelView& to = picture.channel[channel];
   WithFormat(picture.format, [&](auto format) {
-    Store<decltype(format)>(levels, picture.width, rounding, to.pixelBytes, to.data + y * to.rowBytes);
+    Store<decltype(format), 2>(levels, picture.width, rounding, to.pixelBytes, to.data + y * to.rowBytes);
+  });
+}
+
+void LoadPart(const PictureView& picture, const RowPart& part, float* levels) {
+  const ChannelView& from = picture.channel[part.channel];
+  const uint8_t* const begin = from.data + part.y * from.rowBytes + part.first * from.pixelBytes;
+  WithFormat(picture.format,
+             [&](auto format) { Load<decltype(format), 1>(begin, from.pixelBytes, part.count, levels); });
+}
+
+void StorePart(const PictureView& picture, const RowPart& part, Rounding rounding, const float* levels) {
+  const ChannelView& to = picture.channel[part.channel];
+  uint8_t* const begin = to.data + part.y * to.rowBytes + part.first * to.pixelBytes;
+  WithFormat(picture.format, [&](auto format) {
+    Store<decltype(format), 1>(levels, part.count, rounding, to.pixelBytes, begin);
   });
 }
 

@@ -54,4 +54,12 @@ double LoadLevels(const PictureView& picture, int32_t channel, int32_t y, float*
 void StoreLevels(const PictureView& picture, int32_t channel, int32_t y, Rounding rounding,
                  const float* levels);
 
+// The same for a part of a row, one level after the other.
+struct RowPart {
+  int32_t channel, y;
+  int32_t first, count;  // pixels
+};
+void LoadPart(const PictureView& picture, const RowPart& part, float* levels);
+void StorePart(const PictureView& picture, const RowPart& part, Rounding rounding, const float* levels);
+
 }  // namespace tessaline

@@ -190,7 +190,7 @@ namespace {
 class StoredRows final : public FilteredRows {
  public:
   StoredRows(const PictureView& picture, Rounding rounding) : picture_(picture), rounding_(rounding) {}
-  void Take(int32_t channel, int32_t y, const float* levels) override {
+  void Take(int32_t channel, int32_t y, float* levels) override {
     StoreLevels(picture_, channel, y, rounding_, levels);
   }
 
@@ -203,7 +203,7 @@ class StoredRows final : public FilteredRows {
 class ChannelRows final : public FinishedRows {
  public:
   ChannelRows(FilteredRows& rows, int32_t channel) : rows_(rows), channel_(channel) {}
-  void Take(int32_t y, const float* levels) override { rows_.Take(channel_, y, levels); }
+  void Take(int32_t y, float* levels) override { rows_.Take(channel_, y, levels); }
 
  private:
   FilteredRows& rows_;

@@ -152,8 +152,9 @@ class FilteredRows {
   virtual ~FilteredRows() = default;
   // Row y of a channel, on the scale 0 .. 32768, unclamped: sample x is levels[2 * x]. Channel after channel,
   // its rows from several threads at once; the channel's own samples may be overwritten from then on, those
-  // of later ones not.
-  virtual void Take(int32_t channel, int32_t y, const float* levels) = 0;
+  // of later ones not. The levels may be overwritten too; those of the last channel stay where they are until
+  // the workspace is used again.
+  virtual void Take(int32_t channel, int32_t y, float* levels) = 0;
 };
 
 // Apply for who wants the channels themselves; `options.rounding` is theirs. Returns what Apply returns.

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <vector>
 
-#include "fft/unit_roots.h"
+#include "removal/portable_math.h"
 #include "removal/spectrum_grid.h"
+#include "restoration/row_kernels.h"
 
 namespace tessaline {
-
-namespace {
 
 // How the gate measures a peak of each scale.
 struct GateRule {
@@ -18,12 +18,19 @@ struct GateRule {
   float closed, opened;  // shares of the picture's strong places, between which it opens
   double softening;      // pixels
   int32_t mostCarriers;
+  int32_t reductionOfLarge;  // of the planes that large pictures are measured on, others by 4
 };
+
+namespace {
+
 constexpr GateRule kRules[] = {
-    {12.0, true, 0.04f, 0.12f, 2.0, 8},  // fine
-    {5.0, false, 0.06f, 0.20f, 4.0, 4},  // near
-    {3.0, false, 0.06f, 0.20f, 4.0, 4},  // far
+    {12.0, true, 0.04f, 0.12f, 2.0, kMostCarriers, 8},  // fine
+    {5.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // near
+    {3.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // far
 };
+// From here on the gate's edges may lie a little off, for speed: of a page with a halftone, a pixel of 500 by
+// more than 20 of 255.
+constexpr int64_t kLargePicture = int64_t{2048} * 1024;
 const GateRule& RuleOf(const GatePlan& plan) {
   return kRules[static_cast<size_t>(plan.scale)];
 }
@@ -32,105 +39,38 @@ constexpr float kUsualMargin = 1.5f;
 constexpr int32_t kBesideCarrier = 18;  // cells, square to the carrier's direction
 constexpr double kStrongShare = 0.98;   // of the places lie below the strong ones
 
-// The phase of a carrier along one axis, for 512 pixels; it repeats.
-struct PhaseTable {
-  std::array<float, kSpectrumCells> cosine, sine;
-
-  explicit PhaseTable(int32_t cells) {
-    for (int32_t place = 0; place < kSpectrumCells; ++place) {
-      const UnitRootValue root = UnitRoot(kSpectrumCells, int64_t{cells & (kSpectrumCells - 1)} * place);
-      cosine[place] = static_cast<float>(root.cosine);
-      sine[place] = static_cast<float>(root.sine);
-    }
-  }
-};
-
-// A portion of a row as it is multiplied by a carrier.
-struct ComplexRow {
-  float* real;
-  float* imaginary;
-};
-
-// Two rows of the channel times exp(-2 pi i (dx x + dy y) / 512), added.
-void DemodulateRows(const Plane& channel, const PhaseTable& phaseX, const PhaseTable& phaseY, int32_t firstY,
-                    const ComplexRow& product) {
-  constexpr int32_t kWrap = kSpectrumCells - 1;
-  const int32_t lastY = std::min(firstY + 1, channel.height - 1);
-  const float* const first = channel.Row(firstY);
-  const float* const last = channel.Row(lastY);
-  const float share = lastY == firstY ? 0.5f : 1.0f;  // a row alone counts twice, and half as much
-  const float firstCosine = share * phaseY.cosine[firstY & kWrap];
-  const float firstSine = share * phaseY.sine[firstY & kWrap];
-  const float lastCosine = share * phaseY.cosine[lastY & kWrap];
-  const float lastSine = share * phaseY.sine[lastY & kWrap];
-  for (int32_t begin = 0; begin < channel.width; begin += kSpectrumCells) {
-    const int32_t count = std::min(kSpectrumCells, channel.width - begin);
-    for (int32_t i = 0; i < count; ++i) {
-      const int32_t x = begin + i;
-      const float real = first[x] * firstCosine + last[x] * lastCosine;
-      const float imaginary = -(first[x] * firstSine + last[x] * lastSine);
-      product.real[x] = real * phaseX.cosine[i] + imaginary * phaseX.sine[i];
-      product.imaginary[x] = imaginary * phaseX.cosine[i] - real * phaseX.sine[i];
-    }
-  }
-}
-
-// A quarter of the samples: means of two, then a binomial of four of those, which keeps the other lines of a
-// screen from folding onto this one. (A mean of four alone lets a tenth of them through.)
-double QuarterVariance() {
-  constexpr double kOfPairs = 0.25, kOfBinomial = 4 * 0.75;
-  return kOfPairs + kOfBinomial;
-}
-float Binomial(float a, float b, float c, float d) {
-  return 0.125f * (a + d) + 0.375f * (b + c);
-}
-void QuarterRow(float* row, int32_t width, float* quarter) {
-  const int32_t halfWidth = (width + 1) / 2;
-  for (int32_t x = 0; x < width / 2; ++x) row[x] = 0.5f * (row[2 * x] + row[2 * x + 1]);
-  if (width % 2 != 0) row[halfWidth - 1] = row[width - 1];
-  const auto half = [&](int32_t x) { return row[Reflected(x, halfWidth)]; };
-  const auto atBorder = [&](int32_t x) {
-    return Binomial(half(2 * x - 1), half(2 * x), half(2 * x + 1), half(2 * x + 2));
-  };
-  const int32_t last = ReducedSide(width) - 1;
-  quarter[0] = atBorder(0);
-  for (int32_t x = 1; x < last; ++x) {
-    quarter[x] = Binomial(row[2 * x - 1], row[2 * x], row[2 * x + 1], row[2 * x + 2]);
-  }
-  quarter[last] = atBorder(last);
-}
-// Of a plane that has half the rows, into one that has a quarter.
-void QuarterColumns(const Plane& halved, Parallel& parallel, Plane* quartered) {
-  RowsInParallel(parallel, quartered->height, [&](int32_t y, int32_t) {
-    const auto half = [&](int32_t row) { return halved.Row(Reflected(row, halved.height)); };
-    const float *const a = half(2 * y - 1), *const b = half(2 * y), *const c = half(2 * y + 1),
-                       *const d = half(2 * y + 2);
-    float* const row = quartered->Row(y);
-    for (int32_t x = 0; x < quartered->width; ++x) row[x] = 0.5f * Binomial(a[x], b[x], c[x], d[x]);
-  });
-}
-
-// The places to either side of a carrier, where the picture itself is as strong as under it.
-std::array<Carrier, 2> BesideCarrier(const Carrier& carrier) {
+// From a carrier to a place beside it, where the picture itself is as strong as under it.
+Carrier StepBeside(const Carrier& carrier) {
   const double length = std::hypot(carrier.dx, carrier.dy);
-  const auto stepX = static_cast<int32_t>(std::lround(-kBesideCarrier * carrier.dy / length));
-  const auto stepY = static_cast<int32_t>(std::lround(kBesideCarrier * carrier.dx / length));
-  return {Carrier{carrier.dx + stepX, carrier.dy + stepY}, Carrier{carrier.dx - stepX, carrier.dy - stepY}};
+  return {static_cast<int32_t>(std::lround(-kBesideCarrier * carrier.dy / length)),
+          static_cast<int32_t>(std::lround(kBesideCarrier * carrier.dx / length))};
 }
 
-float SmoothStep(float share) {
-  const float t = std::clamp(share, 0.0f, 1.0f);
-  return t * t * (3.0f - 2.0f * t);
+// How much farther from the carrier than wanted the Gaussian of the places beside it stands.
+double FartherBeside(const GateRule& rule, const Demodulation& demodulation) {
+  const double variance = rule.sigma * rule.sigma;
+  return variance / (variance - demodulation.windowVariance());
 }
 
-void KeepGreater(const Plane& other, Plane* plane) {
-  const size_t count = static_cast<size_t>(plane->width) * static_cast<size_t>(plane->height);
-  for (size_t i = 0; i < count; ++i) plane->samples[i] = std::max(plane->samples[i], other.samples[i]);
-}
+// The weights of a cubic through four samples, a quarter of the way from the second to the third. The power
+// is smooth enough for it; straight lines between samples 8 pixels apart would show in the gate.
+constexpr float kQuarterWay[] = {-7.0f / 128, 105.0f / 128, 35.0f / 128, -5.0f / 128};
 
-void Clear(Plane* plane) {
-  std::fill_n(plane->samples.get(), static_cast<size_t>(plane->width) * static_cast<size_t>(plane->height),
-              0.0f);
+// Row y of a plane with blocks of half the side. `mixed`: scratch, a row of `plane`.
+void HalveBlocks(const Plane& plane, int32_t y, float* mixed, int32_t width, float* row) {
+  const auto blend = [](int32_t place, int32_t count, const auto& at) {
+    const int32_t towards = place % 2 == 0 ? -1 : 1;
+    float sum = 0.0f;
+    for (int32_t i = 0; i < 4; ++i)
+      sum += kQuarterWay[i] * at(Reflected(place / 2 + (i - 1) * towards, count));
+    return sum;
+  };
+  for (int32_t x = 0; x < plane.width; ++x) {
+    mixed[x] = blend(y, plane.height, [&](int32_t of) { return plane.Row(of)[x]; });
+  }
+  for (int32_t x = 0; x < width; ++x) {
+    row[x] = blend(x, plane.width, [&](int32_t of) { return mixed[of]; });
+  }
 }
 
 // The value that a share of the samples lies below, between two of them in proportion. `sorted` is
@@ -167,114 +107,215 @@ GatePlan PlanGate(const Findings& findings) {
   std::stable_sort(licensed.begin(), licensed.end(), [](const SpectrumPeak* a, const SpectrumPeak* b) {
     return a->height + a->background > b->height + b->background;
   });
-  plan.count = std::min(static_cast<int32_t>(licensed.size()), RuleOf(plan).mostCarriers);
-  for (int32_t i = 0; i < plan.count; ++i) plan.carriers[i] = {licensed[i]->dx, licensed[i]->dy};
+  for (const SpectrumPeak* const peak : licensed) {
+    if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
+    plan.carriers.push_back({peak->dx, peak->dy});
+  }
   return plan;
 }
 
-bool Gate::Prepare(int32_t width, int32_t height) {
-  width_ = width;
-  for (Plane* const plane :
-       {&open_, &pattern_, &usual_, &ofPattern_, &ofUsual_, &real_, &imaginary_, &scratch_}) {
-    if (!plane->Create(ReducedSide(width), ReducedSide(height))) return false;
+// The demodulation's window is no flat one: together with it a Gaussian of what is left of the variance
+// stands nearer to the carrier than where it is put, so that it is put farther away.
+Gate::Beside::Beside(const Carrier& step, const Demodulation& demodulation, const GateRule& rule,
+                     int32_t reduction)
+    : acrossX(step.dx * FartherBeside(rule, demodulation), reduction, demodulation.columns()),
+      acrossY(step.dy * FartherBeside(rule, demodulation), reduction, GaussianKernel::kMostReach + 1) {
+  const double variance = rule.sigma * rule.sigma - demodulation.windowVariance();
+  const double beyond = (FartherBeside(rule, demodulation) - 1.0) * std::hypot(step.dx, step.dy) *
+                        (2.0 * std::numbers::pi / kSpectrumCells);
+  const double left = demodulation.WindowGain(step) * PortableExp(-0.5 * variance * beyond * beyond);
+  gain = static_cast<float>(1.0 / (left * left));
+}
+
+// A thread's rows, with borders.
+struct Gate::Scratch {
+  static constexpr int32_t kRows = 12;
+  float* memory;
+  int32_t columns;
+
+  static size_t RowFloats(int32_t columns) {
+    return static_cast<size_t>(columns) + 2 * GaussianKernel::kMostReach;
   }
-  return halfReal_.Create(ReducedSide(width), (height + 1) / 2) &&
-         halfImaginary_.Create(ReducedSide(width), (height + 1) / 2);
-}
+  float* Row(int32_t i) const {
+    return memory + static_cast<size_t>(i) * RowFloats(columns) + GaussianKernel::kMostReach;
+  }
+};
 
-void Gate::OpenEverywhere() {
-  std::fill_n(open_.samples.get(), static_cast<size_t>(open_.width) * static_cast<size_t>(open_.height),
-              1.0f);
-}
+namespace {
 
-// Less its Gaussian blur: a channel's mean would leak into every carrier at the borders.
-void Gate::TakeHighPass(double sigma, Parallel& parallel, float* const* rows, Plane* channel) {
-  ReducePlane(*channel, parallel, &real_);
-  Blur(GaussianOfRest(sigma, kVarianceOfBlocks + kVarianceOfEnlarging), parallel, &real_, &scratch_);
-  RowsInParallel(parallel, channel->height, [&](int32_t y, int32_t worker) {
-    EnlargeRow(real_, y, channel->width, rows[worker]);
-    for (int32_t x = 0; x < channel->width; ++x) channel->Row(y)[x] -= rows[worker][x];
-  });
-}
+// The rows and weights of a Gaussian down the columns round a row; borders mirror.
+struct GaussianDown {
+  static constexpr int32_t kMost = 2 * GaussianKernel::kMostReach + 1;
+  int32_t terms = 0;
+  int32_t distance[kMost];
+  float weights[kMost];
 
-// Adds the square of the amplitude at a carrier.
-void Gate::AddPower(const Carrier& carrier, double sigma, const Plane& channel, Parallel& parallel,
-                    float* const* rows, Plane* power) {
-  const PhaseTable phaseX(carrier.dx), phaseY(carrier.dy);
-  RowsInParallel(parallel, halfReal_.height, [&](int32_t y, int32_t worker) {
-    const ComplexRow product{rows[worker], rows[worker] + channel.width};
-    DemodulateRows(channel, phaseX, phaseY, 2 * y, product);
-    QuarterRow(product.real, channel.width, halfReal_.Row(y));
-    QuarterRow(product.imaginary, channel.width, halfImaginary_.Row(y));
-  });
-  QuarterColumns(halfReal_, parallel, &real_);
-  QuarterColumns(halfImaginary_, parallel, &imaginary_);
-  const GaussianKernel kernel = GaussianOfRest(sigma, QuarterVariance());
-  Blur(kernel, parallel, &real_, &scratch_);
-  Blur(kernel, parallel, &imaginary_, &scratch_);
-  RowsInParallel(parallel, power->height, [&](int32_t y, int32_t) {
-    const float* const real = real_.Row(y);
-    const float* const imaginary = imaginary_.Row(y);
-    float* const sum = power->Row(y);
-    for (int32_t x = 0; x < power->width; ++x) {
-      sum[x] += 4.0f * (real[x] * real[x] + imaginary[x] * imaginary[x]);
-    }
-  });
-}
-
-void Gate::AddChannel(const GatePlan& plan, const Plane& channel, Parallel& parallel, float* const* rows) {
-  const GateRule& rule = RuleOf(plan);
-  Clear(&ofPattern_);
-  Clear(&ofUsual_);
-  for (int32_t i = 0; i < plan.count; ++i) {
-    AddPower(plan.carriers[i], rule.sigma, channel, parallel, rows, &ofPattern_);
-    if (!rule.knowsUsual) continue;
-    for (const Carrier& beside : BesideCarrier(plan.carriers[i])) {
-      AddPower(beside, rule.sigma, channel, parallel, rows, &ofUsual_);
+  GaussianDown(const GaussianKernel& kernel, int32_t y, int32_t rows) {
+    for (int32_t i = -kernel.reach; i <= kernel.reach; ++i, ++terms) {
+      distance[terms] = Reflected(y + i, rows) - y;
+      weights[terms] = kernel.weights[static_cast<size_t>(std::abs(i))];
     }
   }
-  KeepGreater(ofPattern_, &pattern_);
-  KeepGreater(ofUsual_, &usual_);
+  void Weigh(const Plane& plane, int32_t y, const float* by, int32_t columns, float* sums) const {
+    const float* rows[kMost];
+    for (int32_t i = 0; i < terms; ++i) rows[i] = plane.Row(y + distance[i]);
+    ActiveRowKernels().weigh(terms, rows, by, columns, sums);
+  }
+};
+
+void BlurAlong(const GaussianKernel& kernel, float* row, int32_t columns, float* blurred) {
+  constexpr int32_t kMost = GaussianDown::kMost;
+  const float* rows[kMost];
+  float weights[kMost];
+  MirrorBorders(row, columns, kernel.reach);
+  for (int32_t i = -kernel.reach; i <= kernel.reach; ++i) {
+    rows[i + kernel.reach] = row + i;
+    weights[i + kernel.reach] = kernel.weights[static_cast<size_t>(std::abs(i))];
+  }
+  ActiveRowKernels().weigh(2 * kernel.reach + 1, rows, weights, columns, blurred);
 }
 
-void Gate::OpenWherePattern(const GatePlan& plan, Parallel& parallel, float* const* rows) {
+}  // namespace
+
+bool Gate::Prepare(int32_t width, int32_t height, const GatePlan& plan, int32_t threads) {
+  plan_ = plan;
+  if (!open_.Create(ReducedSide(width, kReduction), ReducedSide(height, kReduction))) return false;
+  if (plan.carriers.empty()) return true;
   const GateRule& rule = RuleOf(plan);
-  const size_t count = static_cast<size_t>(open_.width) * static_cast<size_t>(open_.height);
-  Plane& amplitude = pattern_;  // takes the place of its square
-  for (size_t i = 0; i < count; ++i) {
-    const float usual = 0.5f * usual_.samples[i];  // two places beside each carrier
-    amplitude.samples[i] =
-        std::sqrt(std::max(pattern_.samples[i] - kUsualMargin * kUsualMargin * usual, 0.0f));
+  reduction_ = int64_t{width} * height >= kLargePicture ? rule.reductionOfLarge : kReduction;
+  if (!demodulation_.Prepare(width, height, reduction_, plan.carriers, threads)) return false;
+  for (const Carrier& carrier : plan.carriers) {
+    if (rule.knowsUsual) beside_.emplace_back(StepBeside(carrier), demodulation_, rule, reduction_);
   }
-  const float strong = Percentile(amplitude, kStrongShare, &scratch_);
+  threadFloats_ = std::max(Scratch::kRows * Scratch::RowFloats(demodulation_.columns()),
+                           2 * static_cast<size_t>(open_.width) * kReduction);
+  memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
+  return memory_ && softened_.Create(open_.width, open_.height) &&
+         amplitude_.Create(open_.width, open_.height) &&
+         pattern_.Create(demodulation_.columns(), demodulation_.rows()) &&
+         usual_.Create(demodulation_.columns(), demodulation_.rows());
+}
+
+// Adds a channel's power at the carriers and beside them, where it is greater than the other channels'.
+void Gate::AddRow(int32_t y, const Scratch& scratch) {
+  const RowKernels& kernels = ActiveRowKernels();
+  const GateRule& rule = RuleOf(plan_);
+  const int32_t columns = demodulation_.columns();
+  const GaussianKernel kernel = GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_);
+  const GaussianDown down(kernel, y, demodulation_.rows());
+  float* const power[2] = {scratch.Row(0), scratch.Row(1)};
+  for (float* const row : power) std::fill_n(row, columns, 0.0f);
+  float *const real = scratch.Row(2), *const imaginary = scratch.Row(3);
+  float *const blurredReal = scratch.Row(4), *const blurredImaginary = scratch.Row(5);
+  const auto addPower = [&](float gain, float* sum) {
+    BlurAlong(kernel, real, columns, blurredReal);
+    BlurAlong(kernel, imaginary, columns, blurredImaginary);
+    kernels.addPower(columns, gain, blurredReal, blurredImaginary, sum);
+  };
+  for (size_t k = 0; k < plan_.carriers.size(); ++k) {
+    const Plane &ofReal = demodulation_.real(static_cast<int32_t>(k)),
+                &ofImaginary = demodulation_.imaginary(static_cast<int32_t>(k));
+    down.Weigh(ofReal, y, down.weights, columns, real);
+    down.Weigh(ofImaginary, y, down.weights, columns, imaginary);
+    addPower(1.0f, power[0]);
+    if (beside_.empty()) continue;
+    const Beside& beside = beside_[k];
+    float cosines[GaussianDown::kMost], sines[GaussianDown::kMost];
+    for (int32_t i = 0; i < down.terms; ++i) {
+      const auto turn = static_cast<size_t>(std::abs(down.distance[i]));
+      cosines[i] = down.weights[i] * beside.acrossY.cosine[turn];
+      sines[i] = down.weights[i] * (down.distance[i] < 0 ? -1.0f : 1.0f) * beside.acrossY.sine[turn];
+    }
+    float *const cosineReal = scratch.Row(6), *const cosineImaginary = scratch.Row(7),
+                 *const sineReal = scratch.Row(8), *const sineImaginary = scratch.Row(9);
+    down.Weigh(ofReal, y, cosines, columns, cosineReal);
+    down.Weigh(ofImaginary, y, cosines, columns, cosineImaginary);
+    down.Weigh(ofReal, y, sines, columns, sineReal);
+    down.Weigh(ofImaginary, y, sines, columns, sineImaginary);
+    for (const float side : {1.0f, -1.0f}) {
+      kernels.turnBeside(columns, side, beside.acrossX.cosine.data(), beside.acrossX.sine.data(),
+                         {cosineReal, cosineImaginary, sineReal, sineImaginary}, real, imaginary);
+      addPower(beside.gain, power[1]);
+    }
+  }
+  for (int32_t x = 0; x < columns; ++x) {
+    pattern_.Row(y)[x] = std::max(pattern_.Row(y)[x], power[0][x]);
+    usual_.Row(y)[x] = std::max(usual_.Row(y)[x], power[1][x]);
+  }
+}
+
+// The square of the pattern's amplitude, less what is usual, as reduced as the gate is.
+void Gate::MeasureAmplitude() {
+  const int32_t width = pattern_.width, height = pattern_.height;
+  Plane& square = pattern_;
+  for (int32_t y = 0; y < height; ++y) {
+    for (int32_t x = 0; x < width; ++x) {
+      const float usual = 0.5f * usual_.Row(y)[x];  // two places beside each carrier
+      square.Row(y)[x] -= kUsualMargin * kUsualMargin * usual;
+    }
+  }
+  const int32_t times = reduction_ / kReduction;
+  for (int32_t y = 0; y < amplitude_.height; ++y) {
+    float* const row = amplitude_.Row(y);
+    if (times == 1) {
+      std::copy_n(square.Row(y), width, row);
+    } else {
+      HalveBlocks(square, y, usual_.Row(0), amplitude_.width, row);  // of no more use
+    }
+    for (int32_t x = 0; x < amplitude_.width; ++x) {
+      row[x] = row[x] > 0.0f ? std::sqrt(row[x]) : 0.0f;  // not-a-number too
+    }
+  }
+}
+
+void Gate::OpenWherePattern(Parallel& parallel) {
+  const GateRule& rule = RuleOf(plan_);
+  MeasureAmplitude();
+  const float strong = Percentile(amplitude_, kStrongShare, &softened_);
   const float closed = rule.closed * strong, span = (rule.opened - rule.closed) * strong;
   // The step is steeper than a block: it is taken at every pixel, and the blocks' means are kept.
   RowsInParallel(parallel, open_.height, [&](int32_t blockY, int32_t worker) {
-    float* const sums = open_.Row(blockY);
-    std::fill_n(sums, open_.width, 0.0f);
-    for (int32_t y = blockY * kReduction; y < (blockY + 1) * kReduction; ++y) {
-      EnlargeRow(amplitude, y, open_.width * kReduction, rows[worker]);
-      for (int32_t x = 0; span > 0.0f && x < open_.width * kReduction; ++x) {
-        sums[x / kReduction] += SmoothStep((rows[worker][x] - closed) / span) / (kReduction * kReduction);
-      }
+    const int32_t pixels = open_.width * kReduction;
+    float* const row = memory_.get() + static_cast<size_t>(worker) * threadFloats_;
+    float* const steps = row + pixels;
+    std::fill_n(steps, pixels, 0.0f);
+    for (int32_t y = blockY * kReduction; span > 0.0f && y < (blockY + 1) * kReduction; ++y) {
+      EnlargeRow(amplitude_, kReduction, y, 0, open_.width, row);
+      ActiveRowKernels().addSteps(pixels, row, closed, 1.0f / span, steps);
+    }
+    for (int32_t x = 0; x < open_.width; ++x) {
+      float sum = 0.0f;
+      for (int32_t i = 0; i < kReduction; ++i) sum += steps[kReduction * x + i];
+      open_.Row(blockY)[x] = sum / (kReduction * kReduction);
     }
   });
-  Blur(GaussianOfRest(rule.softening, kVarianceOfBlocks + kVarianceOfEnlarging), parallel, &open_, &scratch_);
+  const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
+  Blur(GaussianOfRest(rule.softening, done, kReduction), parallel, open_.width, &open_, &softened_);
 }
 
-void Gate::Measure(const PictureView& picture, const GatePlan& plan, Parallel& parallel, Plane* channel,
-                   float* const* rows) {
-  Clear(&pattern_);
-  Clear(&usual_);
-  for (int32_t c = 0; c < picture.channels; ++c) {
-    RowsInParallel(parallel, picture.height, [&](int32_t y, int32_t worker) {
-      LoadLevels(picture, c, y, rows[worker]);
-      for (int32_t x = 0; x < picture.width; ++x) channel->Row(y)[x] = rows[worker][2 * x];
-    });
-    TakeHighPass(RuleOf(plan).sigma, parallel, rows, channel);
-    AddChannel(plan, *channel, parallel, rows);
+bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progress& progress) {
+  if (plan_.carriers.empty()) {
+    std::fill_n(open_.samples.get(), static_cast<size_t>(open_.width) * static_cast<size_t>(open_.height),
+                1.0f);
+    return false;
   }
-  OpenWherePattern(plan, parallel, rows);
+  for (int32_t c = 0; c < picture.channels; ++c) {
+    const Progress part = progress.Part(double(c) / picture.channels, (c + 1.0) / picture.channels);
+    if (demodulation_.Measure(picture, c, RuleOf(plan_).sigma, parallel, part)) return true;
+    RowsInParallel(parallel, demodulation_.rows(), [&](int32_t y, int32_t worker) {
+      Scratch scratch{memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
+      AddRow(y, scratch);
+    });
+  }
+  OpenWherePattern(parallel);
+  demodulation_ = {};
+  beside_ = {};
+  pattern_ = {};
+  usual_ = {};
+  amplitude_ = {};
+  softened_ = {};
+  memory_.reset();
+  return false;
 }
 
 }  // namespace tessaline

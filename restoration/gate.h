@@ -7,24 +7,19 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
+#include "platform/progress.h"
 #include "removal/picture.h"
 #include "removal/steps.h"
+#include "restoration/demodulation.h"
 #include "restoration/plane.h"
 
 namespace tessaline {
 
-// A place in the spectrum, in cells from the zero frequency.
-struct Carrier {
-  int32_t dx, dy;
-};
-
 // What the gate is measured by.
 struct GatePlan {
-  static constexpr int32_t kMostCarriers = 8;
-
-  std::array<Carrier, kMostCarriers> carriers{};
-  int32_t count = 0;  // 0: nothing to measure by, the gate is open everywhere
+  std::vector<Carrier> carriers;  // at most kMostCarriers; none: nothing to measure by, it is open everywhere
   PeakScale scale = PeakScale::kFine;
 };
 // The licensed peaks of greatest magnitude.
@@ -32,33 +27,49 @@ GatePlan PlanGate(const Findings& findings);
 
 class Gate {
  public:
-  // For pictures of that size. False: no memory.
-  bool Prepare(int32_t width, int32_t height);
+  static constexpr int32_t kReduction = 4;
 
-  // Open throughout.
-  void OpenEverywhere();
-  // Measures the picture. `channel` has its size; it is overwritten, as are `rows`, one for each thread, of
-  // two samples a pixel.
-  void Measure(const PictureView& picture, const GatePlan& plan, Parallel& parallel, Plane* channel,
-               float* const* rows);
+  // For pictures of that size. False: no memory. May throw std::bad_alloc.
+  bool Prepare(int32_t width, int32_t height, const GatePlan& plan, int32_t threads);
 
-  // How far it is open along row y: 0, as before, to 1, without what the notches take.
-  void Row(int32_t y, float* open) const { EnlargeRow(open_, y, width_, open); }
+  // Measures the picture; without carriers the gate is open throughout. Gives back all memory but the
+  // result's. True: stopped.
+  bool Measure(const PictureView& picture, Parallel& parallel, const Progress& progress);
+
+  // How far it is open along row y, 0, as before, to 1, without what the notches take: for the pixels of some
+  // blocks of kReduction.
+  void Row(int32_t y, int32_t firstBlock, int32_t blocks, float* open) const {
+    EnlargeRow(open_, kReduction, y, firstBlock, blocks, open);
+  }
+  int32_t blocks() const { return open_.width; }
 
  private:
-  void TakeHighPass(double sigma, Parallel& parallel, float* const* rows, Plane* channel);
-  void AddPower(const Carrier& carrier, double sigma, const Plane& channel, Parallel& parallel,
-                float* const* rows, Plane* power);
-  void AddChannel(const GatePlan& plan, const Plane& channel, Parallel& parallel, float* const* rows);
-  void OpenWherePattern(const GatePlan& plan, Parallel& parallel, float* const* rows);
+  struct Scratch;
+  // From a carrier's planes to the places beside it: they are turned on by the distance. Both sides share the
+  // work, for the one turns as the other one back.
+  struct Beside {
+    Wave acrossX, acrossY;
+    float gain;  // what the window took of the power there, to multiply by
 
-  int32_t width_ = 0;
-  // Reduced, all of them.
+    Beside(const Carrier& step, const Demodulation& demodulation, const struct GateRule& rule,
+           int32_t reduction);
+  };
+
+  void AddRow(int32_t y, const Scratch& scratch);
+  void MeasureAmplitude();
+  void OpenWherePattern(Parallel& parallel);
+
   Plane open_;
-  Plane pattern_, usual_;      // greatest power of the channels at the carriers, and beside them
-  Plane ofPattern_, ofUsual_;  // of one channel
-  Plane real_, imaginary_, scratch_;
-  Plane halfReal_, halfImaginary_;  // of twice as many rows
+  // While it is measured.
+  GatePlan plan_;
+  int32_t reduction_ = kReduction;  // of the demodulation
+  Demodulation demodulation_;
+  std::vector<Beside> beside_;  // by carrier; none where the usual is not looked at
+  Plane pattern_, usual_;       // greatest power of the channels at the carriers, and beside them
+  Plane amplitude_;             // of the pattern
+  Plane softened_;              // what the gate is blurred by way of
+  OwnedBlock<float> memory_;    // of every thread
+  size_t threadFloats_ = 0;
 };
 
 }  // namespace tessaline

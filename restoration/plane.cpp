@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "removal/portable_math.h"
+#include "restoration/row_kernels.h"
 
 namespace tessaline {
 
@@ -45,64 +46,53 @@ void BlurRow(const GaussianKernel& kernel, const float* row, int32_t width, floa
   }
 }
 
-void BlurDown(const GaussianKernel& kernel, const Plane& plane, int32_t y, float* blurred) {
+void BlurDown(const GaussianKernel& kernel, const Plane& plane, int32_t y, int32_t columns, float* blurred) {
   const float* const row = plane.Row(y);
-  for (int32_t x = 0; x < plane.width; ++x) blurred[x] = kernel.weights[0] * row[x];
+  for (int32_t x = 0; x < columns; ++x) blurred[x] = kernel.weights[0] * row[x];
   for (int32_t i = 1; i <= kernel.reach; ++i) {
     const float weight = kernel.weights[i];
     const float* const above = plane.Row(Reflected(y - i, plane.height));
     const float* const below = plane.Row(Reflected(y + i, plane.height));
-    for (int32_t x = 0; x < plane.width; ++x) blurred[x] += weight * (above[x] + below[x]);
+    for (int32_t x = 0; x < columns; ++x) blurred[x] += weight * (above[x] + below[x]);
   }
 }
 
 }  // namespace
 
-void Blur(const GaussianKernel& kernel, Parallel& parallel, Plane* plane, Plane* scratch) {
+void Blur(const GaussianKernel& kernel, Parallel& parallel, int32_t columns, Plane* plane, Plane* scratch) {
   if (kernel.reach == 0) return;
   RowsInParallel(parallel, plane->height,
-                 [&](int32_t y, int32_t) { BlurRow(kernel, plane->Row(y), plane->width, scratch->Row(y)); });
+                 [&](int32_t y, int32_t) { BlurRow(kernel, plane->Row(y), columns, scratch->Row(y)); });
   RowsInParallel(parallel, plane->height,
-                 [&](int32_t y, int32_t) { BlurDown(kernel, *scratch, y, plane->Row(y)); });
+                 [&](int32_t y, int32_t) { BlurDown(kernel, *scratch, y, columns, plane->Row(y)); });
 }
 
-void ReducePlane(const Plane& plane, Parallel& parallel, Plane* reduced) {
-  RowsInParallel(parallel, reduced->height, [&](int32_t y, int32_t) {
-    float* const means = reduced->Row(y);
-    const int32_t endY = std::min((y + 1) * kReduction, plane.height);
-    for (int32_t x = 0; x < reduced->width; ++x) {
-      const int32_t endX = std::min((x + 1) * kReduction, plane.width);
-      float sum = 0.0f;
-      for (int32_t v = y * kReduction; v < endY; ++v) {
-        for (int32_t u = x * kReduction; u < endX; ++u) sum += plane.Row(v)[u];
-      }
-      means[x] = sum / static_cast<float>((endY - y * kReduction) * (endX - x * kReduction));
-    }
-  });
-}
-
-void EnlargeRow(const Plane& reduced, int32_t y, int32_t width, float* row) {
-  // Quarters of a block from the middle of the block that the sample lies in: -3/8, -1/8, 1/8 and 3/8.
-  const auto offset = [](int32_t place) {
-    return (static_cast<float>(place % kReduction) - 0.5f * (kReduction - 1)) / kReduction;
-  };
-  const auto nextTo = [](int32_t place, float towards, int32_t count) {
-    return std::clamp(place + (towards < 0.0f ? -1 : 1), 0, count - 1);
-  };
-  const int32_t blockY = y / kReduction;
-  const float towardsY = offset(y);
+void EnlargeRow(const Plane& reduced, int32_t reduction, int32_t y, int32_t firstBlock, int32_t blocks,
+                float* row) {
+  // Parts of a block from the middle of the block that the row lies in.
+  const int32_t blockY = y / reduction;
+  const float towards = (static_cast<float>(y % reduction) - 0.5f * static_cast<float>(reduction - 1)) /
+                        static_cast<float>(reduction);
+  const int32_t otherY = std::clamp(blockY + (towards < 0.0f ? -1 : 1), 0, reduced.height - 1);
   const float* const own = reduced.Row(blockY);
-  const float* const other = reduced.Row(nextTo(blockY, towardsY, reduced.height));
-  const float weightY = std::abs(towardsY);
-  const auto mixed = [&](int32_t x) { return own[x] + weightY * (other[x] - own[x]); };
-  for (int32_t blockX = 0; blockX < reduced.width; ++blockX) {
-    const float left = mixed(std::max(blockX - 1, 0)), middle = mixed(blockX),
-                right = mixed(std::min(blockX + 1, reduced.width - 1));
-    for (int32_t x = blockX * kReduction; x < std::min(width, (blockX + 1) * kReduction); ++x) {
-      const float towards = offset(x);
-      row[x] = middle + std::abs(towards) * ((towards < 0.0f ? left : right) - middle);
+  const float* const other = reduced.Row(otherY);
+  const float share = std::abs(towards);
+  const auto enlarge = ActiveRowKernels().enlarge[reduction == 8];
+  const int32_t end = firstBlock + blocks;
+  const auto atBorder = [&](int32_t block) {  // whose neighbour it is itself
+    float ownThree[3], otherThree[3];
+    for (int32_t i = 0; i < 3; ++i) {
+      const int32_t x = std::clamp(block - 1 + i, 0, reduced.width - 1);
+      ownThree[i] = own[x];
+      otherThree[i] = other[x];
     }
-  }
+    enlarge(1, ownThree + 1, otherThree + 1, share, row + (block - firstBlock) * reduction);
+  };
+  const int32_t first = std::max(firstBlock, 1), last = std::min(end, reduced.width - 1);
+  if (firstBlock == 0) atBorder(0);
+  if (end == reduced.width && reduced.width > 1) atBorder(end - 1);
+  if (first < last)
+    enlarge(last - first, own + first, other + first, share, row + (first - firstBlock) * reduction);
 }
 
 }  // namespace tessaline

@@ -1,5 +1,5 @@
-// Planes of floating point samples, and the two forms in which the restoration smooths them: Gaussians, and
-// planes reduced by blocks of 4 x 4, on which wide Gaussians are cheap.
+// Planes of floating point samples, most of them reduced: one sample for every block of 4 x 4 or 8 x 8
+// pixels, on which wide Gaussians are cheap.
 #pragma once
 
 #include <array>
@@ -28,6 +28,14 @@ inline int32_t Reflected(int32_t place, int32_t count) {
   return place;
 }
 
+// Fills `margin` samples to both sides of a row of `count`.
+inline void MirrorBorders(float* row, int32_t count, int32_t margin) {
+  for (int32_t i = 1; i <= margin; ++i) {
+    row[-i] = row[Reflected(-i, count)];
+    row[count - 1 + i] = row[Reflected(count - 1 + i, count)];
+  }
+}
+
 // task(y, worker) for every row, in portions that are worth a thread's while.
 template <typename Task>
 void RowsInParallel(Parallel& parallel, int32_t rows, const Task& task) {
@@ -49,26 +57,29 @@ struct GaussianKernel {
   std::array<float, kMostReach + 1> weights{};
 };
 
-// Blurs in place; borders mirror. `scratch` has the plane's shape.
-void Blur(const GaussianKernel& kernel, Parallel& parallel, Plane* plane, Plane* scratch);
-
-// Reduced planes: sample (x, y) is the mean of the block from (4x, 4y) on, cut off at the borders.
-constexpr int32_t kReduction = 4;
-inline int32_t ReducedSide(int32_t side) {
-  return (side + kReduction - 1) / kReduction;
-}
-void ReducePlane(const Plane& plane, Parallel& parallel, Plane* reduced);
-
-// Row y, `width` samples, of the plane that a reduced one stands for, bilinear between the blocks' middles.
-void EnlargeRow(const Plane& reduced, int32_t y, int32_t width, float* row);
-
-// A Gaussian of `sigma` samples as it is to be taken on a reduced plane whose making has done a part of the
-// work already, a blur of that variance.
-inline GaussianKernel GaussianOfRest(double sigma, double varianceDone) {
+// A Gaussian of `sigma` pixels as it is to be taken on a plane reduced by `reduction`, whose making has done
+// a part of the work already, a blur of that variance.
+inline GaussianKernel GaussianOfRest(double sigma, double varianceDone, int32_t reduction) {
   const double rest = sigma * sigma - varianceDone;
-  return GaussianKernel(rest > 0.0 ? std::sqrt(rest) / kReduction : 0.0);
+  return GaussianKernel(rest > 0.0 ? std::sqrt(rest) / reduction : 0.0);
 }
-constexpr double kVarianceOfBlocks = (kReduction * kReduction - 1) / 12.0;
-constexpr double kVarianceOfEnlarging = kReduction * kReduction / 6.0;
+constexpr double VarianceOfBlocks(int32_t reduction) {
+  return (reduction * reduction - 1) / 12.0;
+}
+constexpr double VarianceOfEnlarging(int32_t reduction) {
+  return reduction * reduction / 6.0;
+}
+
+// Blurs the first `columns` of a plane in place; borders mirror. `scratch` has the plane's shape.
+void Blur(const GaussianKernel& kernel, Parallel& parallel, int32_t columns, Plane* plane, Plane* scratch);
+
+inline int32_t ReducedSide(int32_t side, int32_t reduction) {
+  return (side + reduction - 1) / reduction;
+}
+
+// Row y of the plane that a reduced one stands for, bilinear between the blocks' middles: those of its
+// samples that lie in blocks firstBlock .. firstBlock + blocks - 1, `reduction` (4 or 8) of each.
+void EnlargeRow(const Plane& reduced, int32_t reduction, int32_t y, int32_t firstBlock, int32_t blocks,
+                float* row);
 
 }  // namespace tessaline

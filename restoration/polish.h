@@ -7,8 +7,10 @@
 
 #include <cstdint>
 
+#include "platform/progress.h"
 #include "removal/picture.h"
 #include "restoration/plane.h"
+#include "restoration/taken_channels.h"
 
 namespace tessaline {
 
@@ -20,26 +22,36 @@ enum class ChannelMeaning : int32_t {
 
 class Polish {
  public:
-  // For pictures of that size. False: no memory.
-  bool Prepare(int32_t width, int32_t height, int32_t channels, int32_t threads);
+  // For such pictures. False: no memory.
+  bool Prepare(const PictureView& picture, ChannelMeaning meaning, int32_t threads);
 
-  // Works out the noise: `taken`, a plane for each channel, holds what is taken out, on the scale 0 .. 32768.
-  // `amount` scales it, 0 for none.
-  void MeasureNoise(const Plane* taken, ChannelMeaning meaning, float amount, Parallel& parallel);
+  // Works out the noise from what is taken out of the picture, and puts what remains in its place. `amount`
+  // scales it, 0 for none. True: stopped.
+  bool MeasureNoise(const PictureView& picture, float amount, TakenChannels* channels, Parallel& parallel,
+                    const Progress& progress);
 
-  // Polishes the planes of the channels, into the picture. No sample of the picture is looked at.
-  void Store(const Plane* channels, Parallel& parallel, const PictureView& picture);
+  // Polishes what remains, into the picture, of which no sample is looked at.
+  void Store(const TakenChannels& channels, Parallel& parallel, const PictureView& picture,
+             const Progress& progress) const;
 
  private:
-  struct Strip;
-  void PolishAxis(const Plane* channels, int32_t axis, const Strip& strip) const;
+  static constexpr int32_t kReduction = 8;
+  struct Tile;
 
-  ChannelMeaning meaning_ = ChannelMeaning::kRgb;
+  void MeasureBlocks(const PictureView& picture, int32_t blockY, TakenChannels* channels);
+  bool IsAnyNoise(const Tile& tile) const;
+  void StorePlainly(const Tile& tile) const;
+  void StoreTile(const Tile& tile) const;
+  void LoadRow(const Tile& tile, int32_t y) const;
+  void MeasureGains(const Tile& tile, int32_t axis, int32_t y) const;
+  void StoreRow(const Tile& tile, int32_t y) const;
+  const float* WeightsOf(int32_t axis) const;
+
+  bool isMixed_ = false;
   int32_t channels_ = 0;
   Plane noise_[kMostChannels];  // variance by axis, reduced
   Plane scratch_;               // likewise
-  OwnedBlock<float> strips_;    // of every thread
-  size_t stripFloats_ = 0;
+  OwnedBlock<float> memory_;    // of every thread
 };
 
 }  // namespace tessaline

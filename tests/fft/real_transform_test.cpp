@@ -108,7 +108,7 @@ TEST_F(RealTransformTest, FiltersTheWantedRows) {
   expected = SlowTransform(expected, +1);
   constexpr int kWantedRows = 77;
   struct Rows : FinishedRows {
-    void Take(int32_t y, const float* row) override { taken.emplace_back(y, row); }
+    void Take(int32_t y, float* row) override { taken.emplace_back(y, row); }
     std::vector<std::pair<int, const float*>> taken;
   } rows;
   transform_.Filter(plane_, constant_, columns_, kWantedRows, rows, SerialWork(), {});

@@ -1,0 +1,79 @@
+// The inner loops of the gate and the polish, once per instruction set. All sets give the same bits: no
+// operation is fused and every lane does what the others do.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tessaline {
+
+// A reduction's window reaches over some blocks of `hop` samples both ways, its middle between two samples.
+struct ReductionWindow {
+  int hop, blocks;
+  constexpr int side() const { return hop * blocks; }
+};
+constexpr ReductionWindow kReductionWindows[] = {{4, 2}, {8, 3}};
+// A carrier's wave under it; value t stands for the samples t + 1/2 from the middle to either side.
+struct CarrierWindow {
+  static constexpr int kMost = 12;
+  float cosineX[kMost], sineX[kMost], cosineY[kMost], sineY[kMost];
+};
+static_assert(CarrierWindow::kMost == kReductionWindows[1].side() / 2);
+constexpr int kDemodulated = 128;                    // reduced samples that are computed at once
+constexpr int kDemodulatedReach = kDemodulated + 8;  // values of a phase that they need, with some to spare
+
+// The sums of a carrier's rows with the cosines and with the sines of a wave down the columns.
+struct BesideRows {
+  const float *cosineReal, *cosineImaginary, *sineReal, *sineImaginary;
+};
+
+// The polish, of windows of 2 * reach + 1 rows.
+struct WindowRows {
+  static constexpr int kMostRows = 5;
+  const float* rows[kMostRows];
+};
+
+struct RowKernels {
+  // By kReductionWindows: kDemodulated samples of `carriers` carriers, without the phase of the window's
+  // place. `rows`: those of the window, each of them `hop` phases `phaseFloats` apart; value i of phase p is
+  // sample hop * i + p from the first window's begin on.
+  void (*demodulate[2])(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWindow* windows,
+                        int32_t carriers, float* const* real, float* const* imaginary);
+  // Times cosine - i sine.
+  void (*turn)(int32_t count, const float* cosine, const float* sine, const float* real,
+               const float* imaginary, float* turnedReal, float* turnedImaginary);
+  // The sum of `terms` rows with weights.
+  void (*weigh)(int32_t terms, const float* const* rows, const float* weights, int32_t count, float* sums);
+  // Adds 4 gain |z|^2.
+  void (*addPower)(int32_t count, float gain, const float* real, const float* imaginary, float* power);
+  // (C - i side S) (cosine - i side sine) of complex rows C and S.
+  void (*turnBeside)(int32_t count, float side, const float* cosine, const float* sine,
+                     const BesideRows& rows, float* real, float* imaginary);
+  // Adds smooth steps from 0 at `closed` on to 1.
+  void (*addSteps)(int32_t count, const float* values, float closed, float slope, float* steps);
+  // A row of a reduced plane (by 4, by 8), from the blend of two on: `blocks` blocks, of which the
+  // neighbours to both sides are there.
+  void (*enlarge[2])(int32_t blocks, const float* own, const float* other, float share, float* row);
+
+  // (level - filtered) * open. Filtered samples stand two floats apart.
+  void (*takeOut)(int32_t count, const float* levels, const float* filtered, const float* open, float* taken);
+  void (*addSquares)(int32_t count, const float* const* channels, const float* weights, float* squares);
+  void (*mix)(int32_t count, const float* const* channels, const float* weights, float* mixed);
+  // Polish, by reach 1, 2: sums of values and of their squares along a row; gains from the sums of several
+  // rows, and (1 - gain) mean; the sums of those two along a row; and what the polish adds to the values.
+  void (*sumValues[2])(int32_t count, const float* values, float* sums, float* squares);
+  void (*measureGain[2])(int32_t count, const WindowRows& sums, const WindowRows& squares, const float* noise,
+                         float* gain, float* smooth);
+  void (*sumGains[2])(int32_t count, const float* gain, const float* smooth, float* gains, float* smooths);
+  void (*change[2])(int32_t count, const WindowRows& gains, const WindowRows& smooths, const float* values,
+                    float* change);
+};
+
+// The ones for this processor.
+const RowKernels& ActiveRowKernels();
+
+// One per instruction set.
+extern const RowKernels kBaselineRowKernels;
+extern const RowKernels kAvx2RowKernels;
+
+}  // namespace tessaline

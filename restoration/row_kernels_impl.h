@@ -1,0 +1,242 @@
+// The loops themselves; compiled once for every instruction set, everything in a namespace of each file's
+// own.
+#pragma once
+
+#include <utility>
+
+#include "restoration/row_kernels.h"
+
+namespace tessaline {
+namespace {
+
+template <int... kTerm, typename Term>
+inline float Sum(std::integer_sequence<int, kTerm...>, const Term& term) {
+  return (term(kTerm) + ...);
+}
+template <int kCount, typename Term>
+inline float SumOf(const Term& term) {
+  return Sum(std::make_integer_sequence<int, kCount>{}, term);
+}
+
+using DemodulatedRow = float[kDemodulatedReach];
+
+// The two halves of a window of rows, folded: what is even about its middle goes with the cosine, what is odd
+// with the sine.
+template <int kHalf>
+struct FoldedRows {
+  DemodulatedRow even[kHalf], odd[kHalf];
+
+  void Fold(const float* const* rows, ptrdiff_t offset) {
+    for (int t = 0; t < kHalf; ++t) {
+      const float* const after = rows[kHalf + t] + offset;
+      const float* const before = rows[kHalf - 1 - t] + offset;
+      for (int i = 0; i < kDemodulatedReach; ++i) {
+        even[t][i] = after[i] + before[i];
+        odd[t][i] = after[i] - before[i];
+      }
+    }
+  }
+  void Weigh(const CarrierWindow& window, DemodulatedRow (&sums)[2]) const {
+    for (int i = 0; i < kDemodulatedReach; ++i) {
+      sums[0][i] = SumOf<kHalf>([&](int t) { return window.cosineY[t] * even[t][i]; });
+      sums[1][i] = -SumOf<kHalf>([&](int t) { return window.sineY[t] * odd[t][i]; });
+    }
+  }
+};
+
+// What lies t + 1/2 to either side of the windows' middles, added.
+inline void AddPair(const CarrierWindow& window, int t, const DemodulatedRow (&ofAfter)[2], int after,
+                    const DemodulatedRow (&ofBefore)[2], int before, float* real, float* imaginary) {
+  const float cosine = window.cosineX[t], sine = window.sineX[t];
+  const float *const afterReal = ofAfter[0] + after, *const afterImaginary = ofAfter[1] + after,
+                     *const beforeReal = ofBefore[0] + before, *const beforeImaginary = ofBefore[1] + before;
+  for (int i = 0; i < kDemodulated; ++i) {
+    real[i] += cosine * (afterReal[i] + beforeReal[i]) + sine * (afterImaginary[i] - beforeImaginary[i]);
+    imaginary[i] += cosine * (afterImaginary[i] + beforeImaginary[i]) - sine * (afterReal[i] - beforeReal[i]);
+  }
+}
+
+template <int kWindow>
+void Demodulate(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWindow* windows,
+                int32_t carriers, float* const* real, float* const* imaginary) {
+  constexpr int kHop = kReductionWindows[kWindow].hop, kHalf = kReductionWindows[kWindow].side() / 2;
+  for (int32_t k = 0; k < carriers; ++k) {
+    for (int i = 0; i < kDemodulated; ++i) real[k][i] = imaginary[k][i] = 0.0f;
+  }
+  // Two samples that lie alike on both sides of the middle are of a phase and of the opposite one.
+  for (int phase = 0; phase < kHop / 2; ++phase) {
+    const int opposite = kHop - 1 - phase;
+    FoldedRows<kHalf> folded[2];
+    folded[0].Fold(rows, phase * phaseFloats);
+    folded[1].Fold(rows, opposite * phaseFloats);
+    for (int32_t k = 0; k < carriers; ++k) {
+      DemodulatedRow sums[2][2];
+      folded[0].Weigh(windows[k], sums[0]);
+      folded[1].Weigh(windows[k], sums[1]);
+      for (int t = 0; t < kHalf; ++t) {
+        const int after = kHalf + t, before = kHalf - 1 - t;
+        if (after % kHop != phase && after % kHop != opposite) continue;
+        AddPair(windows[k], t, sums[after % kHop != phase], after / kHop, sums[before % kHop != phase],
+                before / kHop, real[k], imaginary[k]);
+      }
+    }
+  }
+}
+
+void Turn(int32_t count, const float* cosine, const float* sine, const float* real, const float* imaginary,
+          float* turnedReal, float* turnedImaginary) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float re = real[i], im = imaginary[i];
+    turnedReal[i] = re * cosine[i] + im * sine[i];
+    turnedImaginary[i] = im * cosine[i] - re * sine[i];
+  }
+}
+
+void Weigh(int32_t terms, const float* const* rows, const float* weights, int32_t count,
+           float* __restrict sums) {
+  constexpr int kAtOnce = 3;
+  for (int32_t i = 0; i < count; ++i) sums[i] = weights[0] * rows[0][i];
+  int32_t term = 1;
+  for (; term + kAtOnce <= terms; term += kAtOnce) {
+    const float *const a = rows[term], *const b = rows[term + 1], *const c = rows[term + 2];
+    const float ofA = weights[term], ofB = weights[term + 1], ofC = weights[term + 2];
+    for (int32_t i = 0; i < count; ++i) sums[i] += ofA * a[i] + ofB * b[i] + ofC * c[i];
+  }
+  for (; term < terms; ++term) {
+    const float* const row = rows[term];
+    const float weight = weights[term];
+    for (int32_t i = 0; i < count; ++i) sums[i] += weight * row[i];
+  }
+}
+
+void AddPower(int32_t count, float gain, const float* real, const float* imaginary, float* __restrict power) {
+  const float factor = 4.0f * gain;
+  for (int32_t i = 0; i < count; ++i) power[i] += factor * (real[i] * real[i] + imaginary[i] * imaginary[i]);
+}
+
+void TurnBeside(int32_t count, float side, const float* cosine, const float* sine, const BesideRows& rows,
+                float* __restrict real, float* __restrict imaginary) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float re = rows.cosineReal[i] + side * rows.sineImaginary[i];
+    const float im = rows.cosineImaginary[i] - side * rows.sineReal[i];
+    real[i] = re * cosine[i] + side * im * sine[i];
+    imaginary[i] = im * cosine[i] - side * re * sine[i];
+  }
+}
+
+void AddSteps(int32_t count, const float* values, float closed, float slope, float* __restrict steps) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float share = (values[i] - closed) * slope;
+    const float above = share > 0.0f ? share : 0.0f;
+    const float t = above < 1.0f ? above : 1.0f;
+    steps[i] += t * t * (3.0f - 2.0f * t);
+  }
+}
+
+template <int kReduction>
+void Enlarge(int32_t blocks, const float* own, const float* other, float share, float* __restrict row) {
+  const auto mixed = [&](int32_t x) { return own[x] + share * (other[x] - own[x]); };
+  for (int32_t x = 0; x < blocks; ++x) {
+    const float middle = mixed(x), toLeft = mixed(x - 1) - middle, toRight = mixed(x + 1) - middle;
+    for (int i = 0; i < kReduction / 2; ++i) {
+      const float part = (static_cast<float>(i) + 0.5f) / kReduction;
+      row[kReduction * x + kReduction / 2 - 1 - i] = middle + part * toLeft;
+      row[kReduction * x + kReduction / 2 + i] = middle + part * toRight;
+    }
+  }
+}
+
+void TakeOut(int32_t count, const float* levels, const float* filtered, const float* open,
+             float* __restrict taken) {
+  for (int32_t x = 0; x < count; ++x) taken[x] = (levels[x] - filtered[2 * x]) * open[x];
+}
+
+void AddSquares(int32_t count, const float* const* channels, const float* weights,
+                float* __restrict squares) {
+  const float *const a = channels[0], *const b = channels[1], *const c = channels[2];
+  for (int32_t x = 0; x < count; ++x) {
+    const float value = weights[0] * a[x] + weights[1] * b[x] + weights[2] * c[x];
+    squares[x] += value * value;
+  }
+}
+
+void Mix(int32_t count, const float* const* channels, const float* weights, float* __restrict mixed) {
+  const float *const a = channels[0], *const b = channels[1], *const c = channels[2];
+  for (int32_t x = 0; x < count; ++x) mixed[x] = weights[0] * a[x] + weights[1] * b[x] + weights[2] * c[x];
+}
+
+template <int kReach>
+constexpr int kSide = 2 * kReach + 1;
+template <int kReach>
+constexpr float kShare = 1.0f / (kSide<kReach> * kSide<kReach>);
+
+template <int kReach>
+inline float SumAlong(const float* row, int32_t x) {
+  return SumOf<kSide<kReach>>([&](int i) { return row[x + i - kReach]; });
+}
+template <int kReach>
+inline float SumDown(const WindowRows& window, int32_t x) {
+  return SumOf<kSide<kReach>>([&](int i) { return window.rows[i][x]; });
+}
+
+template <int kReach>
+void SumValues(int32_t count, const float* values, float* __restrict sums, float* __restrict squares) {
+  for (int32_t x = 0; x < count; ++x) {
+    sums[x] = SumAlong<kReach>(values, x);
+    squares[x] = SumOf<kSide<kReach>>([&](int i) { return values[x + i - kReach] * values[x + i - kReach]; });
+  }
+}
+
+template <int kReach>
+void MeasureGain(int32_t count, const WindowRows& sumRows, const WindowRows& squareRows, const float* noise,
+                 float* __restrict gain, float* __restrict smooth) {
+  const WindowRows sums = sumRows, squares = squareRows;
+  for (int32_t x = 0; x < count; ++x) {
+    const float mean = SumDown<kReach>(sums, x) * kShare<kReach>;
+    const float variance = SumDown<kReach>(squares, x) * kShare<kReach> - mean * mean;
+    const float above = variance - noise[x];
+    // Without noise the gain is 1 whatever the variance, so that samples stay exactly as they are.
+    const float share = above > 0.0f ? above / (variance > 0.0f ? variance : 1.0f) : 0.0f;
+    const float kept = noise[x] > 0.0f ? share : 1.0f;
+    gain[x] = kept;
+    smooth[x] = (1.0f - kept) * mean;
+  }
+}
+
+template <int kReach>
+void SumGains(int32_t count, const float* gain, const float* smooth, float* __restrict gains,
+              float* __restrict smooths) {
+  for (int32_t x = 0; x < count; ++x) gains[x] = SumAlong<kReach>(gain, x);
+  for (int32_t x = 0; x < count; ++x) smooths[x] = SumAlong<kReach>(smooth, x);
+}
+
+template <int kReach>
+void Change(int32_t count, const WindowRows& gainRows, const WindowRows& smoothRows, const float* values,
+            float* __restrict change) {
+  const WindowRows gains = gainRows, smooths = smoothRows;
+  constexpr float kAll = kSide<kReach> * kSide<kReach>;
+  for (int32_t x = 0; x < count; ++x) {
+    change[x] =
+        (SumDown<kReach>(smooths, x) - (kAll - SumDown<kReach>(gains, x)) * values[x]) * kShare<kReach>;
+  }
+}
+
+constexpr RowKernels MakeRowKernels() {
+  return {{Demodulate<0>, Demodulate<1>},
+          Turn,
+          Weigh,
+          AddPower,
+          TurnBeside,
+          AddSteps,
+          {Enlarge<4>, Enlarge<8>},
+          TakeOut,
+          AddSquares,
+          Mix,
+          {SumValues<1>, SumValues<2>},
+          {MeasureGain<1>, MeasureGain<2>},
+          {SumGains<1>, SumGains<2>},
+          {Change<1>, Change<2>}};
+}
+
+}  // namespace
+}  // namespace tessaline
