@@ -80,7 +80,7 @@ Seconds RunOver(const PictureView& picture, bool restores, Workspace& workspace,
   const double begun = SecondsBy(clock);
   Demand(Analyse(picture, workspace, {}, &analysis));
   const double analysed = SecondsBy(clock);
-  Demand(restores ? DecideWhole(&picture, analysis, settings, workspace, &findings)
+  Demand(restores ? DecideWhole(picture, analysis, settings, workspace, &findings)
                   : Decide(analysis, settings, &findings));
   const double decided = SecondsBy(clock);
   Demand(Shape(findings, settings, &mask));
