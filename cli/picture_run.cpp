@@ -50,6 +50,10 @@ class PageStore {
   PageStore(const PageStore&) = delete;
   PageStore& operator=(const PageStore&) = delete;
 
+  // Row `y` of all pages; the next ones stand behind it.
+  void Begin(int32_t y) {
+    lseek(descriptor_, static_cast<off_t>(y) * static_cast<off_t>(rowBytes_), SEEK_SET);
+  }
   void Append(const void* row) {
     if (WriteFully(descriptor_, row, rowBytes_)) return;
     throw Refusal(ExitStatus::kCannotWrite, outputPath_,
@@ -258,11 +262,14 @@ class PictureRun {
     outcome.gatePicture.Release();
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
-    if (store_) StorePage(!outcome.samplesChanged);
+    wishes_.isUntouched.push_back(!outcome.samplesChanged);
+    if (store_ && !CopiesPage(outputFormat_->format, input_, page, wishes_)) StorePage(page);
     outcomes_.push_back(std::move(outcome));
   }
 
-  void StorePage(bool isUntouched) {
+  void StorePage(int page) {
+    const bool isUntouched = wishes_.isUntouched[static_cast<size_t>(page)];
+    store_->Begin(page * input_.kind().height);
     std::vector<uint8_t> row(input_.kind().RowBytes());
     for (int32_t y = 0; y < input_.kind().height; ++y) {
       samples_.FillRow(y, isUntouched, row.data());
@@ -307,10 +314,9 @@ class PictureRun {
         samples_.FillRow(y, isUntouched, row);
       }
     };
-    WritingWishes wishes;
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
-    wishes.threads = FixedThreads(request_).value_or(1 + borrowed.count());
-    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes);
+    wishes_.threads = FixedThreads(request_).value_or(1 + borrowed.count());
+    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes_);
   }
 
   // What the picture's own decision came to, in one sentence.
@@ -413,6 +419,7 @@ class PictureRun {
   const FormatTraits* outputFormat_;
   PictureFile input_;
   Outputs outputs_;
+  WritingWishes wishes_;
   PageSamples samples_;
   Engine engine_{MakePool(request_, input_.kind())};
   std::unique_ptr<PageStore> store_;  // only with several pages

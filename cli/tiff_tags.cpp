@@ -180,6 +180,17 @@ uint64_t TiffStructure::Value(size_t page, uint16_t tag, uint64_t fallback) cons
   return fallback;
 }
 
+std::vector<uint64_t> TiffStructure::Values(size_t page, uint16_t tag) const {
+  std::vector<uint64_t> values;
+  for (const Entry& entry : pages_[page].entries) {
+    if (entry.tag != tag) continue;
+    const std::vector<uint8_t> bytes = ValueBytes(entry);
+    const size_t unit = bytes.empty() ? 1 : SizeOfType(entry.type)->unit;
+    for (size_t at = 0; at < bytes.size(); at += unit) values.push_back(LittleEndian(&bytes[at], unit));
+  }
+  return values;
+}
+
 std::optional<double> TiffStructure::Rational(size_t page, uint16_t tag) const {
   for (const Entry& entry : pages_[page].entries) {
     if (entry.tag != tag || entry.type != kRational || entry.count != 1) continue;

@@ -94,6 +94,12 @@ class TiffStructure {
 
   // First value of an integer tag of a page, or `fallback` when the tag is absent.
   uint64_t Value(size_t page, uint16_t tag, uint64_t fallback) const;
+  // All values of an integer tag of a page; none when it is absent or cannot be read.
+  std::vector<uint64_t> Values(size_t page, uint16_t tag) const;
+  // As many bytes of the file as there is room for; false when there are not so many.
+  bool ReadBytes(uint64_t offset, std::vector<uint8_t>& bytes) const {
+    return source_.Read(offset, bytes.data(), bytes.size());
+  }
   // First value of a RATIONAL tag of a page; nothing when it is absent or stands over 0.
   std::optional<double> Rational(size_t page, uint16_t tag) const;
   // Pixels per inch of a page, horizontal and vertical; nothing when they are not told, or in no unit of
