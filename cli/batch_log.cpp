@@ -172,7 +172,7 @@ size_t Tally::skipped() const {
 
 std::string Tally::Words(double seconds, bool isInterrupted) const {
   std::string text = isInterrupted ? "interrupted after " + Duration(seconds) + ": " : "";
-  text += std::to_string(pictures_) + (pictures_ == 1 ? " picture" : " pictures");
+  text += Counted(pictures_, "picture");
   text += isInterrupted ? "" : " in " + Duration(seconds);
   const char* between = ": ";
   const auto add = [&](size_t count, const std::string& words) {

@@ -56,4 +56,8 @@ void Tell(const std::string& text) {
   fprintf(stderr, "tessaline: %s\n", Printable(text).c_str());
 }
 
+std::string Counted(size_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 }  // namespace tessaline::cli

@@ -1,6 +1,7 @@
 // What the program says on stderr.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace tessaline::cli {
@@ -12,5 +13,8 @@ std::string Printable(const std::string& text);
 
 // One line, "tessaline: TEXT", printable whatever it holds.
 void Tell(const std::string& text);
+
+// "1 picture", "2 pictures"
+std::string Counted(size_t count, const std::string& what);
 
 }  // namespace tessaline::cli

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <optional>
 
+#include "cli/messages.h"
 #include "cli/picture_format.h"
 #include "cli/refusal.h"
 
@@ -80,12 +81,14 @@ void MakeFoldersBelow(const std::string& given, const std::string& path) {
 
 PictureList::PictureList(const PictureCommand& command)
     : command_(command), outputFolder_(IdentityOfPath(command.outputFolder)) {
+  if (!command.outputFolder.empty() && !command.dryRun && !IsFolder(command.outputFolder)) {
+    throw Refusal(ExitStatus::kCannotWrite, command.outputFolder, "is no folder that exists; make it first");
+  }
   for (const std::string& input : command.inputs) AddArgument(input);
   if (!command.listFile.empty()) ReadList(command.listFile, command.listHasNuls ? '\0' : '\n');
   if (passedOver_ > 0) {
-    notes_.push_back(std::to_string(passedOver_) +
-                     " files passed over: their names do not end as those of pictures do" +
-                     (command.suffix.empty() ? "" : ", or they are results of before"));
+    notes_.push_back(Counted(passedOver_, "file") + " passed over, called otherwise than pictures" +
+                     (command.suffix.empty() ? "" : ", or results of before"));
   }
   SettleSameOutputs();
   if (command.dryRun) return;
@@ -197,7 +200,7 @@ void PictureList::SettleSameOutputs() {
     if (!isRepeated[i]) places_[kept++] = places_[i];
   }
   places_.resize(kept);
-  notes_.push_back(std::to_string(repeated) + " pictures are named twice and taken once");
+  notes_.push_back(Counted(repeated, "name") + " passed over, of pictures named before");
 }
 
 void PictureList::RefuseOutputNamed(const std::string& file, const char* role) const {

@@ -18,7 +18,8 @@ class PictureList {
  public:
   // Reads the list and walks the folders that `command` names. Refuses, before anything is written: with
   // kWrongUsage when two pictures would become the same one, or an output is the log or the report; with
-  // kUnreadable when the list or a folder cannot be read. An input named twice is taken once.
+  // kUnreadable when the list or a folder cannot be read; with kCannotWrite when there is no output folder.
+  // An input named twice is taken once.
   explicit PictureList(const PictureCommand& command);
 
   size_t size() const { return places_.size(); }

@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
@@ -198,11 +200,85 @@ TEST_F(Batch, NamesOfAllKindsAreToldWithoutHarmAndKeptInTheReport) {
   EXPECT_FALSE(pictures[2].contains("nameBytes"));
 }
 
+// The results in a log, whose lines are all whole, with their counts.
+std::map<std::string, int> ResultsIn(const std::string& log) {
+  std::map<std::string, int> results;
+  std::istringstream lines(ReadWholeFile(log));
+  for (std::string line; std::getline(lines, line);) {
+    const auto entry = nlohmann::json::parse(line);
+    ++results[entry.contains("summary") ? "summary" : entry["result"].get<std::string>()];
+  }
+  return results;
+}
+
+TEST_F(Batch, FoldersAreMirroredAndWhatIsDoneIsLeftOut) {
+  for (const char* name : {"a/1.png", "a/b/1.png", "a/b/2.png"}) {
+    std::filesystem::create_directories((folder.path() / name).parent_path());
+    std::filesystem::copy_file(folder / "in.png", folder / name);
+  }
+  WriteWholeFile(folder / "a/notes", "no picture");
+  char host[256] = {};
+  gethostname(host, sizeof host - 1);
+  const std::string mark = std::string("out/.x.png.tessaline-") + host;
+  WriteWholeFile(folder / (mark + ".4194305.77-abcdef"), "of a process that cannot be");
+  WriteWholeFile(folder / (mark + ".elsewhere.4194305.77-abcdef"), "of another machine");
+  WriteWholeFile(folder / "list",
+                 (folder / "a/1.png\n") + (folder / "a/1.png\n") + (folder / "a/none.png\n"));
+  const std::vector<std::string> arguments = {"-a",          "97",           "--recursive",
+                                              folder / "a",  "--output-dir", folder / "out",
+                                              "--skip-done", "--log",        folder / "log"};
+  const auto run = [&](std::vector<std::string> more) {
+    more.insert(more.end(), arguments.begin(), arguments.end());
+    std::filesystem::remove(folder / "log");
+    return RunProgram(more).status;
+  };
+  using Results = std::map<std::string, int>;
+  EXPECT_EQ(0, run({"--reports"}));
+  EXPECT_EQ((Results{{"cleaned", 3}, {"summary", 1}}), ResultsIn(folder / "log"));
+  EXPECT_TRUE(std::filesystem::exists(folder / "out/b/2.png.json"));
+  EXPECT_FALSE(std::filesystem::exists(folder / (mark + ".4194305.77-abcdef")));
+  EXPECT_TRUE(std::filesystem::exists(folder / (mark + ".elsewhere.4194305.77-abcdef")));
+  std::filesystem::resize_file(folder / "out/b/2.png", 0);
+  std::filesystem::last_write_time(folder / "a/1.png", std::filesystem::file_time_type::clock::now());
+  EXPECT_EQ(1, run({}));  // both are there
+  EXPECT_EQ((Results{{"skipped", 1}, {"failed", 2}, {"summary", 1}}), ResultsIn(folder / "log"));
+  EXPECT_EQ(0, run({"-f"}));
+  EXPECT_EQ((Results{{"skipped", 1}, {"cleaned", 2}, {"summary", 1}}), ResultsIn(folder / "log"));
+  std::filesystem::create_directory(folder / "out2");
+  const Ended listed =
+      RunProgram({"--files-from", folder / "list", "--output-dir", folder / "out2", "--log", "/dev/full"});
+  EXPECT_EQ(7, listed.status) << listed.err;
+  EXPECT_TRUE(std::filesystem::exists(folder / "out2/1.png"));
+}
+
+// One is killed, and two at once do the rest.
+TEST_F(Batch, RunsShareAFolderAndGoOnWhereTheyWere) {
+  constexpr int kPictures = 12;
+  for (int i = 0; i < kPictures; ++i)
+    Save(DrawScreen(1, 0, 8, 900, 600), folder / ("a/" + std::to_string(i) + ".png"));
+  const std::vector<std::string> arguments = {"-a",          "97",         "-j",           "2",
+                                              "--recursive", folder / "a", "--output-dir", folder / "out",
+                                              "--skip-done", "--log",      folder / "log"};
+  RunningProgram killed(arguments);
+  ASSERT_TRUE(killed.WaitForError(".png"));
+  killed.Signal(SIGKILL);
+  EXPECT_EQ(-SIGKILL, killed.Wait().status);  // its processes hold stderr too: they are gone
+  RunningProgram other(arguments);
+  EXPECT_EQ(0, RunProgram(arguments).status);
+  EXPECT_EQ(0, other.Wait().status);
+  const auto results = ResultsIn(folder / "log");
+  EXPECT_LE(results.at("cleaned"), kPictures);
+  EXPECT_GE(results.at("cleaned"), kPictures - 2);  // of those it had in work the lines may be missing
+  EXPECT_EQ(2, results.at("summary"));
+  EXPECT_EQ(kPictures, std::distance(std::filesystem::directory_iterator(folder / "out"),
+                                     std::filesystem::directory_iterator()));
+}
+
 TEST_F(Batch, OneInterruptionEndsAllProcesses) {
   SaveLarge("a/1.png");
   SaveLarge("a/2.png");
-  RunningProgram program(
-      {"-a", "97", "--jobs", "2", "--output-dir", folder / "out", folder / "a/1.png", folder / "a/2.png"});
+  RunningProgram program({"-a", "97", "--jobs", "2", "--output-dir", folder / "out", "--log", folder / "log",
+                          folder / "a/1.png", folder / "a/2.png"});
   const auto entries = [&] {
     return std::distance(std::filesystem::directory_iterator(folder / "out"),
                          std::filesystem::directory_iterator());
@@ -212,6 +288,8 @@ TEST_F(Batch, OneInterruptionEndsAllProcesses) {
   const Ended ended = program.Wait();  // the children hold stderr too: this returns when they are gone
   EXPECT_EQ(130, ended.status);
   EXPECT_EQ(1, ended.ErrorLines()) << ended.err;
+  EXPECT_NE(std::string::npos, ended.err.find(": 2 pictures: 2 not done")) << ended.err;
+  EXPECT_EQ(1, ResultsIn(folder / "log").at("summary"));
   EXPECT_EQ(0, entries());
 }
 
