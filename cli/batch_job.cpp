@@ -71,6 +71,7 @@ PictureRequest RequestFor(const BatchFacts& facts, size_t index, const ThreadSha
   request.threads = command.threads;
   request.sharedThreads = threads;
   request.restoration = command.restoration;
+  request.storage = command.storage;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;

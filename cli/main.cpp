@@ -44,6 +44,8 @@ ExitStatus Run(const PictureCommand& command) {
   request.output = command.pictures[0].output;
   request.settings = command.settings;
   request.restoration = command.restoration;
+  request.storage = command.storage;
+  request.threads = command.threads;
   request.spectrumFile = command.spectrumFile;
   request.maskFile = command.maskFile;
   request.gateFile = command.gateFile;

@@ -371,7 +371,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   SharedTexts shared;
   PictureCommand command;
   std::vector<std::string> arguments;
-  std::string jobs, memory;
+  std::string jobs, memory, quality;
   bool wantsVersion = false, verbose = false;
   app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
       ->type_name("INPUT OUTPUT");
@@ -387,6 +387,12 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   app.add_flag("--dry-run", command.dryRun, "Look and report, write no picture (OUTPUT may be left out)");
   AddLastWins(app, "--output-dir", command.outputFolder,
               "Put every picture into this folder under its own name", "FOLDER");
+  AddLastWins(
+      app, "--compression", command.storage.compression,
+      "PNG: none, fast, standard or small; TIFF: none, lzw, deflate, zstd or packbits; WebP: lossless "
+      "or lossy (default: as INPUT where it is of the same format)",
+      "NAME");
+  AddLastWins(app, "--quality", quality, "Of JPEG and lossy WebP, 1..100 (default: of JPEG as INPUT)", "Q");
   AddBatchOptions(app, command);
   AddLastWins(app, "--memory", memory, "For all pictures in work together (default: what is available)",
               "MIB");
@@ -411,6 +417,10 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   if (!jobs.empty()) {
     const NumberOption range = {"--jobs", "pictures at a time", 1, kMostJobs, true};
     command.jobs = static_cast<int>(Checked(range, jobs, kPictureUsage));
+  }
+  if (!quality.empty()) {
+    command.storage.quality =
+        static_cast<int>(Checked({"--quality", "", 1, 100, true}, quality, kPictureUsage));
   }
   if (!memory.empty()) {
     const NumberOption range = {"--memory", "MiB", 1, 1 << 30, true};

@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "cli/picture_format.h"
 #include "removal/settings.h"
 #include "restoration/restoration.h"
 
@@ -38,10 +39,11 @@ struct PictureCommand {
   int jobs = 0;                     // pictures at a time; 0: as many as processors
   Settings settings;
   RestorationSettings restoration;  // of an automatic run
-  std::string spectrumFile;         // empty: not wanted; only with one picture
-  std::string maskFile;             // likewise
-  std::string gateFile;             // likewise
-  std::string reportFile;           // "-" is stdout
+  StorageWishes storage;
+  std::string spectrumFile;  // empty: not wanted; only with one picture
+  std::string maskFile;      // likewise
+  std::string gateFile;      // likewise
+  std::string reportFile;    // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
   int threads = 0;  // of each picture; 0: those of the processors that this process may use, shared

@@ -1,6 +1,7 @@
 // The file formats that pictures come in and go out in.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace tessaline::cli {
@@ -19,6 +20,13 @@ struct FormatTraits {
   bool keepsLab;
   bool keepsPages;        // several pictures in one file
   bool keepsOrientation;  // of a picture that came in another format
+};
+
+// What the user wants of the file beyond its format.
+struct StorageWishes {
+  std::string compression;     // by name; empty: as the input, or the format's usual one
+  std::optional<int> quality;  // 1..100
+  bool IsLeftOpen() const { return compression.empty() && !quality; }
 };
 
 // By the first bytes, whatever the file is called. Refuses: kUnreadable when it is no picture, kUnsupported

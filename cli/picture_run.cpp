@@ -168,6 +168,7 @@ class PictureRun {
  public:
   PictureRun(const PictureRequest& request, ProgressBar* progress)
       : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
+    wishes_.storage = request_.storage;
     if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, request_.output);
     outputs_ = OpenOutputs(request_, input_);
     if (request_.beforeReading) request_.beforeReading(input_.kind());
@@ -205,7 +206,9 @@ class PictureRun {
       throw Refusal(ExitStatus::kCannotWrite, request.output,
                     "is a folder; give the name of a file, or --output-dir to put the picture there");
     }
-    return &FormatToWrite(request.output);
+    const FormatTraits& format = FormatToWrite(request.output);
+    RefuseUnknownStorage(format, request.storage, request.output);
+    return &format;
   }
 
   // The share of the whole that is behind when `part` of a page is cleaned, and of the rows are written.
@@ -293,7 +296,8 @@ class PictureRun {
   }
 
   bool CopiesInput() const {
-    return PagesWithPattern() == 0 && outputFormat_->format == input_.format().format;
+    return PagesWithPattern() == 0 && outputFormat_->format == input_.format().format &&
+           request_.storage.IsLeftOpen();
   }
 
   void Write() {

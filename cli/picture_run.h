@@ -17,6 +17,7 @@ struct PictureRequest {
   std::string output;  // may be empty in a dry run
   Settings settings;
   RestorationSettings restoration;
+  StorageWishes storage;
   std::string spectrumFile;  // empty: not wanted. Further pages get "-2", "-3", ... before the extension
   std::string maskFile;
   std::string gateFile;

@@ -21,16 +21,20 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
 std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const PictureFile& input);
 
 struct WritingWishes {
-  int threads = 1;                // that compress, where the format's pieces stand for themselves
+  int threads = 1;  // that compress, where the format's pieces stand for themselves
+  StorageWishes storage;
   std::vector<bool> isUntouched;  // by page: the run changed nothing in it
 };
+
+// Refuses (kWrongUsage) a compression or a quality that the format does not have.
+void RefuseUnknownStorage(const FormatTraits& format, const StorageWishes& storage, const std::string& file);
 
 // True where WritePicture takes the page's compressed data as they are from one TIFF file into another. It
 // asks for no rows of such pages.
 bool CopiesPage(FileFormat format, const PictureFile& input, int page, const WritingWishes& wishes);
 
 // Writes the picture, upright where the format cannot tell its orientation, with the input's metadata,
-// compressed as the input is where both are of the same format. Refuses with kCannotWrite.
+// compressed as wished, else as the input is where both are of the same format. Refuses with kCannotWrite.
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output, const WritingWishes& wishes);
 

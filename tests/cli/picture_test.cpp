@@ -178,6 +178,38 @@ TEST(Pictures, TiffPagesAreCleanedOneByOne) {
   EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status) << "PNG has no pages";
 }
 
+TEST(Pictures, CompressionAndQualityAreTheUsersAndOfTheFormat) {
+  const TemporaryFolder folder;
+  const Picture picture = DrawScreen(3, 0, 16);
+  Save(picture, folder / "in.png");
+  Save(DrawScreen(3, 0, 8), folder / "in.jpg", "[Q=90]");
+  const auto bytesOf = [&](const char* input, const std::string& output, std::vector<std::string> options) {
+    options.insert(options.end(), {"-f", "-a", "0", folder / input, folder / output});
+    const Ended ended = RunProgram(options);
+    EXPECT_EQ(0, ended.status) << ended.err;
+    if (input == std::string("in.png")) {
+      EXPECT_EQ(picture, Load(folder / output)) << options[1];
+    }
+    return std::filesystem::file_size(folder / output);
+  };
+  const auto png = [&](const char* name) { return bytesOf("in.png", "out.png", {"--compression", name}); };
+  EXPECT_GT(png("none"), png("fast"));
+  EXPECT_GE(png("fast"), png("standard"));
+  EXPECT_GE(png("standard"), png("small"));
+  for (const char* name : {"none", "packbits", "lzw", "deflate", "zstd"})
+    bytesOf("in.png", "out.tif", {"--compression", name});
+  EXPECT_LT(bytesOf("in.jpg", "out.jpg", {"--quality", "40"}),
+            bytesOf("in.jpg", "out.jpg", {"--quality", "80"}));
+  for (const std::vector<std::string>& wrong :
+       std::vector<std::vector<std::string>>{{"--compression", "lzw", "out.png"},
+                                             {"--quality", "80", "out.tif"},
+                                             {"--quality", "0", "out.jpg"}}) {
+    const Ended ended = RunProgram({wrong[0], wrong[1], folder / "in.png", folder / wrong[2]});
+    EXPECT_EQ(2, ended.status) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(wrong[0] == "--quality" ? "quality" : "it has none, fast, "));
+  }
+}
+
 TEST(Pictures, PnmKeepsItsLargestLevelAndTheSamplesTheirBrightness) {
   const TemporaryFolder folder;
   const Picture picture = DrawScreen(1, 0, 8);
