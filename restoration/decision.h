@@ -1,6 +1,7 @@
 // What the automatic run decides beyond the peaks of the spectrum's cells.
 //
-//   CheckLicences      a regular peak that nobody could see is not worth touching a picture for
+//   CheckLicences      a regular peak that nobody could see is not worth touching a picture for, and sheets
+//                      of digits have no screen
 //   AddSmearedPeaks    a warped or curled page spreads a peak over tens of cells, below any one cell's height
 #pragma once
 
@@ -26,7 +27,8 @@ int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const S
 // The parts of it.
 
 // Takes all licences and seeds back when none of the three strongest licensed peaks has an amplitude of 2
-// levels of 255 in the strong places: the tiles of which 98 % lie below those.
+// levels of 255 in the strong places: the tiles of which 98 % lie below those. So it does where more than a
+// dozen peaks off the axes are stronger than every licensed one, as in a sheet of digits.
 int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
 
 // Adds the peaks that a smoothed spectrum shows, and their cells.

@@ -36,8 +36,9 @@ const GateRule& RuleOf(const GatePlan& plan) {
 }
 
 constexpr float kUsualMargin = 1.5f;
-constexpr int32_t kBesideCarrier = 18;  // cells, square to the carrier's direction
-constexpr double kStrongShare = 0.98;   // of the places lie below the strong ones
+constexpr int32_t kBesideCarrier = 18;    // cells, square to the carrier's direction
+constexpr double kStrongShare = 0.98;     // of the places lie below the strong ones
+constexpr double kLeastLeadOnAxis = 0.7;  // natural log of magnitudes: twice as strong
 
 // From a carrier to a place beside it, where the picture itself is as strong as under it.
 Carrier StepBeside(const Carrier& carrier) {
@@ -100,13 +101,18 @@ GatePlan PlanGate(const Findings& findings) {
   }
   if (licensed.empty()) return plan;
   plan.scale = licensed.front()->scale;
+  const auto magnitude = [](const SpectrumPeak* peak) { return peak->height + peak->background; };
+  std::stable_sort(licensed.begin(), licensed.end(),
+                   [&](const SpectrumPeak* a, const SpectrumPeak* b) { return magnitude(a) > magnitude(b); });
+  // Near the axes text and edges repeat too, so peaks off them tell better where a pattern is. Not where its
+  // fundamentals lie on the axes: what is off them is weak then, and missing wherever the dots are half
+  // grown.
   const auto isOffAxis = [](const SpectrumPeak* peak) { return !IsNearAxis(peak->dx, peak->dy); };
-  if (std::any_of(licensed.begin(), licensed.end(), isOffAxis)) {
+  const auto strongestOff = std::find_if(licensed.begin(), licensed.end(), isOffAxis);
+  if (strongestOff != licensed.end() &&
+      magnitude(licensed.front()) < magnitude(*strongestOff) + kLeastLeadOnAxis) {
     std::erase_if(licensed, [&](const SpectrumPeak* peak) { return !isOffAxis(peak); });
   }
-  std::stable_sort(licensed.begin(), licensed.end(), [](const SpectrumPeak* a, const SpectrumPeak* b) {
-    return a->height + a->background > b->height + b->background;
-  });
   for (const SpectrumPeak* const peak : licensed) {
     if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
     plan.carriers.push_back({peak->dx, peak->dy});

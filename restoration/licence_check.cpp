@@ -120,22 +120,36 @@ double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Para
   return amplitudes[lower] + (place - static_cast<double>(lower)) * (amplitudes[upper] - amplitudes[lower]);
 }
 
+double MagnitudeOf(const SpectrumPeak& peak) {
+  return peak.height + peak.background;
+}
+
 std::vector<SpectrumPeak> StrongestLicensed(const Findings& findings) {
   std::vector<SpectrumPeak> licensed;
   for (const SpectrumPeak& peak : findings.peaks) {
     if (peak.isLicensed) licensed.push_back(peak);
   }
   std::stable_sort(licensed.begin(), licensed.end(), [](const SpectrumPeak& a, const SpectrumPeak& b) {
-    return a.height + a.background > b.height + b.background;
+    return MagnitudeOf(a) > MagnitudeOf(b);
   });
   if (licensed.size() > kPeaksChecked) licensed.resize(kPeaksChecked);
   return licensed;
 }
 
-void TakeLicencesBack(Findings* findings) {
+// Digits in rows and columns repeat both ways, in hundreds of peaks too close together for a licence, of
+// which a few weak ones stand apart by chance. A screen's own lines are its strongest; only the fundamentals
+// of four inks may be too close together, at most 8 of them.
+bool IsSheet(const Findings& findings, const SpectrumPeak& strongest) {
+  constexpr ptrdiff_t kMostFundamentals = 12;
+  return std::count_if(findings.peaks.begin(), findings.peaks.end(), [&](const SpectrumPeak& peak) {
+           return !IsNearAxis(peak.dx, peak.dy) && MagnitudeOf(peak) > MagnitudeOf(strongest);
+         }) > kMostFundamentals;
+}
+
+void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
   for (SpectrumPeak& peak : findings->peaks) {
     if (peak.isLicensed) {
-      peak.verdict = PeakVerdict::kTooFaint;
+      peak.verdict = reason;
     } else if (peak.verdict == PeakVerdict::kUsed) {
       peak.verdict = PeakVerdict::kNoLicence;
     }
@@ -150,12 +164,16 @@ void TakeLicencesBack(Findings* findings) {
 int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
+    if (!strongest.empty() && IsSheet(*findings, strongest[0])) {
+      TakeLicencesBack(PeakVerdict::kNotIsolated, findings);
+      return kSuccess;
+    }
     double amplitude = 0.0;
     for (size_t i = 0; i < strongest.size() && amplitude < kLeastAmplitude; ++i) {
       amplitude = StrongAmplitude(tiled, strongest[i], parallel);
     }
     findings->strongAmplitude = amplitude;
-    if (!strongest.empty() && amplitude < kLeastAmplitude) TakeLicencesBack(findings);
+    if (!strongest.empty() && amplitude < kLeastAmplitude) TakeLicencesBack(PeakVerdict::kTooFaint, findings);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

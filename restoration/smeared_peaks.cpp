@@ -31,6 +31,7 @@ constexpr SmearRule kFar = {PeakScale::kFar, 8, 1.8, 0.7, 4, false};
 constexpr int32_t kNearestToCentre = 40;  // cells
 constexpr double kLeastIsolation = 0.8;
 constexpr double kLeastUsed = 1.0, kLeastUsedOnAxis = 1.5;  // height
+constexpr double kLeastUsedOffLattice = 2.2;                // right on an axis, where text has its lines
 
 bool IsOnAxis(int32_t dx, int32_t dy) {
   return std::abs(dx) <= 8 + 0.06 * std::abs(dy) || std::abs(dy) <= 8 + 0.06 * std::abs(dx);
@@ -153,6 +154,31 @@ bool HasLicence(const std::vector<SpectrumPeak>& peaks) {
   return std::any_of(peaks.begin(), peaks.end(), [](const SpectrumPeak& peak) { return peak.isLicensed; });
 }
 
+// Whether a place is a sum of up to `terms` licensed peaks, signs free, the spectrum being periodic.
+bool IsSumOf(int32_t terms, int32_t dx, int32_t dy, double tolerance,
+             const std::vector<SpectrumPeak>& peaks) {
+  const int32_t x = ((dx + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+  const int32_t y = ((dy + kSpectrumCentre) & kWrap) - kSpectrumCentre;
+  if (x * x + y * y <= tolerance * tolerance) return true;
+  return terms > 0 && std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& peak) {
+           return peak.isLicensed && (IsSumOf(terms - 1, dx - peak.dx, dy - peak.dy, tolerance, peaks) ||
+                                      IsSumOf(terms - 1, dx + peak.dx, dy + peak.dy, tolerance, peaks));
+         });
+}
+
+// Lines of text and upright edges smear into low peaks right on the axes: one is used there only where it is
+// high, as an ink at 0 degrees is, or the others' lattice has a place for it. (A page that is warped all over
+// has smears only, which are too wide for that question.)
+void LeaveOutOffLattice(const SmearRule& rule, std::vector<SpectrumPeak>* peaks) {
+  constexpr int32_t kOnAxis = 4;  // cells
+  constexpr int32_t kMostTerms = 3;
+  const std::vector<SpectrumPeak> all = *peaks;
+  std::erase_if(*peaks, [&](const SpectrumPeak& peak) {
+    return std::min(std::abs(peak.dx), std::abs(peak.dy)) <= kOnAxis && peak.height < kLeastUsedOffLattice &&
+           !IsSumOf(kMostTerms, peak.dx, peak.dy, 1.5 * rule.sigma, all);
+  });
+}
+
 // A peak's cells, finer than it was found by, and their mirror images.
 void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const SpectrumPeak& peak, float discRadius,
               const ImageView& seeds) {
@@ -175,9 +201,10 @@ void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const Spectru
 void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* findings) {
   const bool isFound = HasLicence(findings->peaks);
   for (const SmearRule& rule : {kNear, kFar}) {
-    const std::vector<SpectrumPeak> peaks =
+    std::vector<SpectrumPeak> peaks =
         FindPeaks(SmoothedSpectrum(powers, rule.sigma), rule, settings.sensitivity);
     if (HasLicence(peaks)) {
+      if (isFound) LeaveOutOffLattice(rule, &peaks);
       const SmoothedSpectrum fine(powers, 1);
       const float discRadius = ProtectedDiscRadius(settings.protectionRadius);
       for (const SpectrumPeak& peak : peaks) {

@@ -57,7 +57,7 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
     first = result;
     const Distance ofSeeds =
         DistanceBetween(ReadPicture(name + ".seed.png"), SamplesOf(findings.seeds.view()));
-    EXPECT_LE(ofSeeds.shareBeyond, 2e-4);  // 52 of 262144 cells
+    EXPECT_LE(ofSeeds.shareBeyond, 1e-3);  // 262 of 262144 cells; the page's text keeps more than there
     const Distance ofGate = DistanceBetween(ReadPicture(name + ".gate.png"), open);
     EXPECT_LE(ofGate.mean, 3);
     EXPECT_LE(ofGate.shareBeyond, 0.001);
@@ -72,6 +72,19 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
 
 INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page", "warped"),
                          [](const auto& test) { return test.param; });
+
+TEST(Licences, AreNotGivenToAPictureWithoutAScreen) {
+  const Picture clean = ReadPicture("restore/clean.png");
+  Image picture = ImageOf(clean);
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  ASSERT_EQ(kSuccess, Analyse(PictureOf(picture.view()), workspace, {}, &analysis));
+  ASSERT_EQ(kSuccess, DecideWhole(PictureOf(picture.view()), analysis, settings, workspace, &findings));
+  EXPECT_EQ(0, findings.seedCells);
+}
 
 TEST(Licences, AreTakenBackFromWhatNobodyCouldSeeInAnyOfThePictures) {
   const Picture strong = ReadPicture("restore/halftone.png");
