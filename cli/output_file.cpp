@@ -44,7 +44,7 @@ std::string HostName() {
 }
 
 // When a process began, in the system's ticks: with its number it is told from every later one of the same
-// number. 0: there is no such process.
+// number. 0: there is no such process, or it has ended and only its number is still to be called for.
 unsigned long long BeginningOf(const std::string& process) {
   std::ifstream file("/proc/" + process + "/stat");
   std::string text;
@@ -53,8 +53,10 @@ unsigned long long BeginningOf(const std::string& process) {
   if (nameEnd == std::string::npos) return 0;
   std::istringstream fields(text.substr(nameEnd + 1));
   constexpr int kFieldsBefore = 19;  // behind the name: state, parent ...
-  std::string skipped;
-  for (int i = 0; i < kFieldsBefore; ++i) fields >> skipped;
+  std::string state, skipped;
+  fields >> state;
+  if (state == "Z" || state == "X") return 0;
+  for (int i = 1; i < kFieldsBefore; ++i) fields >> skipped;
   unsigned long long ticks = 0;
   fields >> ticks;
   return ticks;

@@ -213,7 +213,8 @@ class Batch {
     return task;
   }
 
-  // Once in every folder that is written to.
+  // Before the first picture of every folder that is written to, and at the end: who starts a run at once
+  // after killing one may find its processes still dying.
   void CleanFolderOf(const std::string& output) {
     if (!output.empty() && !command_.dryRun && cleanedFolders_.insert(FolderOf(output)).second)
       RemoveStrays(FolderOf(output));
@@ -411,6 +412,7 @@ class Batch {
 
   ExitStatus Close(bool isInterrupted) {
     const double seconds = Seconds();
+    for (const std::string& folder : cleanedFolders_) RemoveStrays(folder);
     try {
       if (!cannotLog_) log_.Append(tally_.Description(seconds, isInterrupted));
     } catch (const Refusal& refusal) {
