@@ -3,10 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <vector>
+
 #include "buffers/buffer_table.h"
 #include "cli/engine_run.h"
 #include "cli/iptc.h"
 #include "cli/jpeg_tables.h"
+#include "cli/machine_share.h"
 #include "cli/refusal.h"
 #include "cli/tiff_tags.h"
 #include "platform/memory.h"
@@ -25,6 +30,33 @@ TEST(JpegCompression, EveryQualityIsRecognised) {
     EXPECT_EQ(quality, ReadJpegCompression(file).value().quality);
     close(file);
   }
+}
+
+TEST(SharedThreads, AreOnesOwnWhenOthersWorkAndAllWhenAlone) {
+  SharedThreads threads(3);
+  const auto pool = MakeSharedPool({&threads, 0}, uint64_t{100} << 20);
+  ASSERT_EQ(3, pool->threads());
+  for (int place = 0; place < 3; ++place) threads.Begin(place);
+  EXPECT_EQ(0, threads.Borrow(0, 8));
+  threads.End(1);
+  EXPECT_EQ(1, threads.Borrow(2, 8));
+  threads.End(2);  // killed, with what it had borrowed
+  std::vector<std::atomic<int>> times(1000);
+  std::atomic<int> most{0}, working{0};
+  EXPECT_FALSE(ForEachTask(
+      *pool, 1000,
+      [&](int32_t index, int32_t worker) {
+        ++times[static_cast<size_t>(index)];
+        most = std::max<int>(most, ++working);
+        EXPECT_LT(worker, 3);
+        --working;
+      },
+      [](int32_t) { return false; }));
+  EXPECT_TRUE(std::all_of(times.begin(), times.end(), [](const auto& count) { return count == 1; }));
+  EXPECT_LE(most, 3);
+  EXPECT_TRUE(ForEachTask(
+      *pool, 1000, [](int32_t, int32_t) {}, [](int32_t finished) { return finished > 5; }));
+  EXPECT_EQ(2, threads.Borrow(0, 8));
 }
 
 }  // namespace
