@@ -81,9 +81,6 @@ void MakeFoldersBelow(const std::string& given, const std::string& path) {
 
 PictureList::PictureList(const PictureCommand& command)
     : command_(command), outputFolder_(IdentityOfPath(command.outputFolder)) {
-  if (!command.outputFolder.empty() && !command.dryRun && !IsFolder(command.outputFolder)) {
-    throw Refusal(ExitStatus::kCannotWrite, command.outputFolder, "is no folder that exists; make it first");
-  }
   for (const std::string& input : command.inputs) AddArgument(input);
   if (!command.listFile.empty()) ReadList(command.listFile, command.listHasNuls ? '\0' : '\n');
   if (passedOver_ > 0) {
@@ -92,6 +89,9 @@ PictureList::PictureList(const PictureCommand& command)
   }
   SettleSameOutputs();
   if (command.dryRun) return;
+  if (!command.outputFolder.empty() && !IsFolder(command.outputFolder)) {
+    throw Refusal(ExitStatus::kCannotWrite, command.outputFolder, "is no folder that exists; make it first");
+  }
   RefuseOutputNamed(command.reportFile, "--report");
   RefuseOutputNamed(command.logFile, "--log");
 }
