@@ -182,7 +182,11 @@ void LeaveOutOffLattice(const SmearRule& rule, std::vector<SpectrumPeak>* peaks)
 // A peak's cells, finer than it was found by, and their mirror images.
 void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const SpectrumPeak& peak, float discRadius,
               const ImageView& seeds) {
-  const int32_t reach = rule.reach * rule.sigma;
+  // Low ones near an axis lie beside the cross that the edges of every picture have there.
+  constexpr int32_t kReachNearCross = 3;
+  constexpr double kCrossRadius = 80.0;  // cells
+  const bool isNearCross = IsOnAxis(peak.dx, peak.dy) && std::hypot(peak.dx, peak.dy) < kCrossRadius;
+  const int32_t reach = (isNearCross ? kReachNearCross : rule.reach) * rule.sigma;
   const double least = std::max(rule.weak, 0.4 * peak.height);
   for (int32_t v = -reach; v <= reach; ++v) {
     for (int32_t u = -reach; u <= reach; ++u) {
