@@ -29,7 +29,8 @@ constexpr Coding kStored = {0, Z_DEFAULT_STRATEGY};
 // statistics, some per cent in size (measured on halftones before and after the run).
 constexpr Coding kRuns = {6, Z_RLE};
 constexpr Coding kRepeats = {4, Z_DEFAULT_STRATEGY};
-constexpr Coding kSmallRepeats = {9, Z_DEFAULT_STRATEGY};
+constexpr Coding kValues = {6, Z_HUFFMAN_ONLY};  // frequent values alone
+constexpr Coding kSmallRepeats = {7, Z_DEFAULT_STRATEGY};
 
 // Of rows in a piece: enough for the statistics of its own that every piece has.
 constexpr size_t kPieceBytes = size_t{512} << 10;
@@ -156,7 +157,7 @@ class PngPiece {
   std::vector<Coding> CodingsFor(const std::vector<uint8_t>& filtered) const {
     if (effort_ == PngEffort::kNone) return {kStored};
     if (effort_ == PngEffort::kFast) return {kRuns};
-    if (effort_ == PngEffort::kSmall) return {kRuns, kSmallRepeats};
+    if (effort_ == PngEffort::kSmall) return {kRuns, kValues, kSmallRepeats};
     // A page of text or a drawing does have repeats: a few rows in the middle tell.
     const size_t count = std::min(kProbeBytes, filtered.size());
     const uint8_t* const middle = filtered.data() + (filtered.size() - count) / 2;
