@@ -256,22 +256,22 @@ void ReplaceWebpExif(const std::vector<uint8_t>& exif, std::vector<uint8_t>& fil
   put(file.size() - kHead, &file[kSizeAt]);
 }
 
-MetadataFilter::MetadataFilter(const Rules& rules, std::vector<uint8_t> carried, Write write)
-    : rules_(rules), carried_(std::move(carried)), write_(std::move(write)) {
-  // The lead counts as a piece of known size.
-  piece_ = {rules.leadBytes, true, rules.insertsAfterLead, false};
-  left_ = rules.leadBytes;
+MetadataFilter::MetadataFilter(Judge judge, std::vector<uint8_t> carried, Write write)
+    : judge_(judge), carried_(std::move(carried)), write_(std::move(write)) {
+  // The start mark counts as a segment of known size.
+  piece_ = {kJpegStartMark, true, false};
+  left_ = kJpegStartMark;
 }
 
 std::unique_ptr<MetadataFilter> MetadataFilter::ForJpeg(std::vector<uint8_t> carried, Drops drops,
                                                         Write write) {
-  const Rules rules = {kJpegStartMark, kJpegHead, true, drops == Drops::kAll ? JudgeJpeg : JudgeJpegForExif};
-  return std::unique_ptr<MetadataFilter>(new MetadataFilter(rules, std::move(carried), std::move(write)));
+  const Judge judge = drops == Drops::kAll ? JudgeJpeg : JudgeJpegForExif;
+  return std::unique_ptr<MetadataFilter>(new MetadataFilter(judge, std::move(carried), std::move(write)));
 }
 
 MetadataFilter::Piece MetadataFilter::JudgeJpeg(const uint8_t* head) {
   const int marker = head[1];
-  return {SegmentBytes(head), !IsDescriptiveMarker(marker), false, marker == kStartOfScan};
+  return {SegmentBytes(head), !IsDescriptiveMarker(marker), marker == kStartOfScan};
 }
 
 MetadataFilter::Piece MetadataFilter::JudgeJpegForExif(const uint8_t* head) {
@@ -290,12 +290,12 @@ bool MetadataFilter::Feed(const uint8_t* bytes, size_t count) {
   while (count > 0) {
     if (passesAll_) return write_(bytes, count);
     if (left_ == 0) {  // a piece begins
-      const size_t taken = std::min(count, rules_.headBytes - head_.size());
+      const size_t taken = std::min(count, kJpegHead - head_.size());
       head_.insert(head_.end(), bytes, bytes + taken);
       bytes += taken;
       count -= taken;
-      if (head_.size() < rules_.headBytes) return true;
-      piece_ = rules_.judge(head_.data());
+      if (head_.size() < kJpegHead) return true;
+      piece_ = judge_(head_.data());
       left_ = piece_.bytes - std::min<uint64_t>(piece_.bytes, head_.size());
       if (piece_.isKept && !write_(head_.data(), head_.size())) return false;
       head_.clear();
@@ -306,7 +306,7 @@ bool MetadataFilter::Feed(const uint8_t* bytes, size_t count) {
     bytes += part;
     count -= part;
     left_ -= part;
-    if (left_ == 0 && piece_.isInsertedAfter && !Insert()) return false;
+    if (left_ == 0 && !Insert()) return false;  // behind the start mark
   }
   return true;
 }

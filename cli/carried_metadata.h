@@ -42,7 +42,7 @@ std::vector<uint8_t> JpegSegmentsOf(const std::optional<Resolution>& resolution,
 // Puts the block in place of the EXIF chunk of a whole WebP file; without one the chunk goes.
 void ReplaceWebpExif(const std::vector<uint8_t>& exif, std::vector<uint8_t>& file);
 
-// A file on its way out: what describes the picture in it is left out, what is carried put in its place.
+// A JPEG file on its way out: what describes the picture in it is left out, what is carried put in its place.
 class MetadataFilter {
  public:
   using Write = std::function<bool(const uint8_t* bytes, size_t count)>;
@@ -57,25 +57,19 @@ class MetadataFilter {
   bool Feed(const uint8_t* bytes, size_t count);
 
  private:
-  // A chunk or segment: what to do with it is told by its first bytes.
+  // A segment: what to do with it is told by its first bytes.
   struct Piece {
     uint64_t bytes;  // with its head
     bool isKept;
-    bool isInsertedAfter;  // what is carried follows it
-    bool endsFiltering;    // from here on everything passes
+    bool endsFiltering;  // from here on everything passes
   };
-  struct Rules {
-    size_t leadBytes;  // before the first piece
-    size_t headBytes;  // of a piece
-    bool insertsAfterLead;
-    Piece (*judge)(const uint8_t* head);
-  };
-  MetadataFilter(const Rules& rules, std::vector<uint8_t> carried, Write write);
+  using Judge = Piece (*)(const uint8_t* head);
+  MetadataFilter(Judge judge, std::vector<uint8_t> carried, Write write);
   bool Insert();
   static Piece JudgeJpeg(const uint8_t* head);
   static Piece JudgeJpegForExif(const uint8_t* head);
 
-  Rules rules_;
+  Judge judge_;
   std::vector<uint8_t> carried_;
   Write write_;
   bool isInserted_ = false;
