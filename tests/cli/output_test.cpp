@@ -274,6 +274,30 @@ TEST_F(Batch, RunsShareAFolderAndGoOnWhereTheyWere) {
                                      std::filesystem::directory_iterator()));
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// The reports of pictures that are all peaks, 100 kilobytes each, pass through the parent and are not held.
+TEST_F(Batch, MemoryDoesNotGrowWithThePictures) {
+  Picture dense = DrawScreen(1, 0, 8, 160, 120);
+  for (size_t i = 0; i < dense.samples.size(); ++i)
+    if (i / 160 % 5 == 0 && i % 160 % 7 == 0) dense.samples[i] = 255;
+  std::string list;
+  for (int i = 0; i < 80; ++i) {
+    list += folder / ("a/" + std::to_string(i) + ".pgm") + "\n";
+    Save(dense, folder / ("a/" + std::to_string(i) + ".pgm"));
+  }
+  WriteWholeFile(folder / "list", list);
+  RunningProgram program({"-q", "-a", "auto", "--files-from", folder / "list", "--dry-run", "--log", "-",
+                          "--report", folder / "report"});
+  ASSERT_TRUE(program.WaitForOutput(1));
+  const int64_t atFirst = program.PeakKilobytes();
+  int64_t atLast = atFirst;
+  while (const int64_t now = program.PeakKilobytes()) atLast = now;
+  EXPECT_EQ(0, program.Wait().status);
+  EXPECT_GT(std::filesystem::file_size(folder / "report"), 6000000u);
+  EXPECT_LT(atLast - atFirst, 3000);
+}
+#endif
+
 TEST_F(Batch, OneInterruptionEndsAllProcesses) {
   SaveLarge("a/1.png");
   SaveLarge("a/2.png");

@@ -144,6 +144,15 @@ void RunningProgram::Signal(int signal) {
   kill(process_, signal);
 }
 
+int64_t RunningProgram::PeakKilobytes() const {
+  std::ifstream status("/proc/" + std::to_string(process_) + "/status");
+  for (std::string word; status >> word;) {
+    int64_t kilobytes = 0;
+    if (word == "VmHWM:" && status >> kilobytes) return kilobytes;
+  }
+  return 0;
+}
+
 Ended RunningProgram::Wait() {
   CloseInput();
   ReadUntil([] { return false; });

@@ -51,6 +51,8 @@ class RunningProgram {
   bool WaitForOutput(size_t bytes);
   bool WaitForError(const std::string& text);
   void Signal(int signal);
+  // The most memory that it has held so far; 0 when it has ended.
+  int64_t PeakKilobytes() const;
   Ended Wait();
 
  private:
