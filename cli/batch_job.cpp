@@ -72,6 +72,7 @@ PictureRequest RequestFor(const BatchFacts& facts, size_t index, const ThreadSha
   request.sharedThreads = threads;
   request.restoration = command.restoration;
   request.storage = command.storage;
+  request.tileSide = command.tileSide;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;

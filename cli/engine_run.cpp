@@ -10,45 +10,6 @@
 namespace tessaline::cli {
 namespace {
 
-// Seconds since the last time it was asked.
-class StepClock {
- public:
-  double Lap() {
-    const auto now = std::chrono::steady_clock::now();
-    const double seconds = std::chrono::duration<double>(now - begun_).count();
-    begun_ = now;
-    return seconds;
-  }
-
- private:
-  std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
-};
-
-// A stretch of the run, told as the user's progress.
-struct Told {
-  const EngineProgress& progress;
-  const char* doing;
-  double begin, end;
-
-  static bool Report(void* user, double part) {
-    const Told& told = *static_cast<Told*>(user);
-    if (told.progress) told.progress(told.begin + (told.end - told.begin) * part, told.doing);
-    return false;
-  }
-  Progress progressOfStep() { return {Report, this}; }
-};
-
-void Demand(int32_t result, const std::string& name) {
-  if (result == kOutOfMemory) {
-    throw Refusal(ExitStatus::kOutOfMemory, name,
-                  "not enough memory for the transform; close other programs or give it a "
-                  "smaller picture");
-  }
-  if (result != kSuccess) {
-    throw Refusal(ExitStatus::kUnsupported, name, "the run refused it (code " + std::to_string(result) + ")");
-  }
-}
-
 int32_t FrozenFindings(const KeptDecision& decision, Findings* findings) {
   const SeedMap& seeds = decision.seeds;
   *findings = {};
@@ -68,6 +29,43 @@ int32_t DrawGateOnly(const PictureView& picture, const Findings& findings, Works
 
 }  // namespace
 
+bool EngineStretch::Report(void* stretch, double part) {
+  const auto& told = *static_cast<EngineStretch*>(stretch);
+  if (told.progress) told.progress(told.begin + (told.end - told.begin) * part, told.doing);
+  return false;
+}
+
+void DemandStep(int32_t result, const std::string& name) {
+  if (result == kOutOfMemory) {
+    throw Refusal(ExitStatus::kOutOfMemory, name,
+                  "not enough memory for the transform; close other programs or give it a "
+                  "smaller picture");
+  }
+  if (result != kSuccess) {
+    throw Refusal(ExitStatus::kUnsupported, name, "the run refused it (code " + std::to_string(result) + ")");
+  }
+}
+
+void DescribeDecision(const Analysis& analysis, const Findings& findings, const Mask& mask,
+                      const EngineWishes& wishes, EngineOutcome* outcome) {
+  const bool isFrozen = wishes.frozen != nullptr;
+  outcome->patternFound = findings.seedCells > 0;
+  outcome->threshold = findings.threshold;
+  outcome->seedCells = findings.seedCells;
+  outcome->logSpan = analysis.logSpan;
+  outcome->hasThreshold = !wishes.settings.isAutomatic && !isFrozen;
+  outcome->isAutomatic = findings.isAutomatic;
+  outcome->isOfLight = CurveOf(wishes.restoration, findings) != nullptr;
+  if (wishes.collectsNotches && !isFrozen) outcome->notches = CollectNotches(analysis, findings);
+  if (wishes.collectsSeeds) outcome->seeds = CellsOf(findings.seeds);
+  if (wishes.drawsSpectrum && !isFrozen) {
+    outcome->spectrumPicture = DrawSpectrum(analysis, findings, mask, wishes.settings.protectionRadius);
+    outcome->maskPicture = CellsOf(mask.cells);
+  }
+  if (!isFrozen) outcome->peaks = findings.peaks;
+  outcome->samplesChanged = outcome->patternFound && !wishes.onlyLook;
+}
+
 EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const EngineWishes& wishes,
                         const EngineProgress& progress, const std::string& name) {
   // Looking costs about as much as removing.
@@ -79,56 +77,42 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
   Analysis analysis;
   Findings findings;
   if (isFrozen) {
-    Demand(FrozenFindings(*wishes.frozen, &findings), name);
+    DemandStep(FrozenFindings(*wishes.frozen, &findings), name);
   } else {
-    Told looking{progress, "looking", 0.0, looked};
+    EngineStretch looking{progress, "looking", 0.0, looked};
     const bool isByNumber = !wishes.settings.isAutomatic && wishes.gathersInto == nullptr;
-    Demand(Analyse(picture, workspace, looking.progressOfStep(), &analysis,
-                   isByNumber ? DecisionKind::kByNumber : DecisionKind::kAny),
-           name);
+    DemandStep(Analyse(picture, workspace, looking.OfStep(), &analysis,
+                       isByNumber ? DecisionKind::kByNumber : DecisionKind::kAny),
+               name);
     outcome.seconds.analyse = clock.Lap();
     if (wishes.gathersInto != nullptr) {
-      Demand(wishes.gathersInto->Add(picture, analysis, workspace.parallel()), name);
+      DemandStep(wishes.gathersInto->Add(picture, analysis, workspace.parallel()), name);
       outcome.logSpan = analysis.logSpan;
       return outcome;
     }
-    Demand(DecideWhole(picture, analysis, wishes.settings, workspace, &findings), name);
+    DemandStep(DecideWhole(picture, analysis, wishes.settings, workspace, &findings), name);
     outcome.seconds.decide = clock.Lap();
   }
   Mask mask;
-  Demand(Shape(findings, wishes.settings, &mask), name);
+  DemandStep(Shape(findings, wishes.settings, &mask), name);
   outcome.seconds.shape = clock.Lap();
 
-  outcome.patternFound = findings.seedCells > 0;
-  outcome.threshold = findings.threshold;
-  outcome.seedCells = findings.seedCells;
-  outcome.logSpan = analysis.logSpan;
-  outcome.hasThreshold = !wishes.settings.isAutomatic && !isFrozen;
-  outcome.isAutomatic = findings.isAutomatic;
-  outcome.isOfLight = CurveOf(wishes.restoration, findings) != nullptr;
-  if (wishes.collectsNotches && !isFrozen) outcome.notches = CollectNotches(analysis, findings);
-  if (wishes.collectsSeeds) outcome.seeds = CellsOf(findings.seeds);
-  if (wishes.drawsSpectrum && !isFrozen) {
-    outcome.spectrumPicture = DrawSpectrum(analysis, findings, mask, wishes.settings.protectionRadius);
-    outcome.maskPicture = CellsOf(mask.cells);
-  }
-  if (!isFrozen) outcome.peaks = findings.peaks;
-  outcome.samplesChanged = outcome.patternFound && !wishes.onlyLook;
+  DescribeDecision(analysis, findings, mask, wishes, &outcome);
   Image* const gate = wishes.drawsGate ? &outcome.gatePicture : nullptr;
   if (gate != nullptr && !outcome.samplesChanged) {
-    Demand(DrawGateOnly(picture, findings, workspace, wishes.restoration, gate), name);
+    DemandStep(DrawGateOnly(picture, findings, workspace, wishes.restoration, gate), name);
   }
   if (!outcome.samplesChanged) return outcome;
 
   clock.Lap();
   ApplyOptions options;
   options.chain = analysis.chain;
-  Told removing{progress, "removing", looked, 1.0};
-  const Progress progressOfStep = removing.progressOfStep();
-  Demand(wishes.settings.isAutomatic ? Restore(picture, picture, findings, mask, workspace, options,
-                                               wishes.restoration, progressOfStep, gate)
-                                     : Apply(picture, picture, mask, workspace, options, progressOfStep),
-         name);
+  EngineStretch removing{progress, "removing", looked, 1.0};
+  const Progress progressOfStep = removing.OfStep();
+  DemandStep(wishes.settings.isAutomatic ? Restore(picture, picture, findings, mask, workspace, options,
+                                                   wishes.restoration, progressOfStep, gate)
+                                         : Apply(picture, picture, mask, workspace, options, progressOfStep),
+             name);
   outcome.seconds.apply = clock.Lap();
   return outcome;
 }

@@ -1,6 +1,7 @@
 // One run of the removal over a picture, watched: what it found, how long its steps took.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -47,6 +48,20 @@ struct StepSeconds {
   double analyse = 0, decide = 0, shape = 0, apply = 0;
 };
 
+// Seconds since the last time it was asked.
+class StepClock {
+ public:
+  double Lap() {
+    const auto now = std::chrono::steady_clock::now();
+    const double seconds = std::chrono::duration<double>(now - begun_).count();
+    begun_ = now;
+    return seconds;
+  }
+
+ private:
+  std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+};
+
 struct EngineOutcome {
   bool patternFound = false;
   bool samplesChanged = false;  // false: the picture is untouched
@@ -68,6 +83,25 @@ struct EngineOutcome {
 
 // How far the run is, 0..1, and what it does.
 using EngineProgress = std::function<void(double fraction, const char* doing)>;
+
+// A stretch of the run, told as the user's progress; outlives what it gives.
+struct EngineStretch {
+  const EngineProgress& progress;
+  const char* doing;
+  double begin, end;
+
+  Progress OfStep() { return {Report, this}; }
+
+ private:
+  static bool Report(void* stretch, double part);
+};
+
+// Refuses what a step of the engine says other than kSuccess.
+void DemandStep(int32_t result, const std::string& name);
+
+// Everything in the outcome that does not come from the samples.
+void DescribeDecision(const Analysis& analysis, const Findings& findings, const Mask& mask,
+                      const EngineWishes& wishes, EngineOutcome* outcome);
 
 // One run over a picture, in place. Refuses with kOutOfMemory; `name` is for the message.
 EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const EngineWishes& wishes,

@@ -50,6 +50,7 @@ ExitStatus Run(const PictureCommand& command) {
   request.maskFile = command.maskFile;
   request.gateFile = command.gateFile;
   request.reportFile = command.reportFile;
+  request.tileSide = command.tileSide;
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;

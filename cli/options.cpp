@@ -14,6 +14,7 @@
 #include "cli/output_file.h"
 #include "cli/picture_list.h"
 #include "cli/refusal.h"
+#include "tiling/tiled_run.h"
 
 namespace tessaline::cli {
 namespace {
@@ -247,14 +248,14 @@ std::string VersionText() {
 
 constexpr const char* kPictureFooter = R"(
 Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL, HEIF and AVIF; writes PNG, TIFF,
-JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB and Lab of 8 or 16 bits, up
-to 7500 pixels on a side; alpha and metadata are kept. INPUT is never changed.
+JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB and Lab of 8 or 16 bits, of
+any size; alpha and metadata are kept. INPUT is never changed.
 
 Not sure of a number? -a auto finds it from the picture itself, also in real press halftones that no number reaches.
 Nothing found with a number? Try a higher one: 80 to 95 is usual on small pictures.
 
 Exit status: 0 done; 1 some of several pictures failed; 2 wrong usage; 3 input unreadable or damaged; 4 kind of
-picture not supported; 5 more than 7500 pixels on a side; 6 out of memory; 7 output cannot be written;
+picture not supported; 5 too large for what is asked; 6 out of memory; 7 output cannot be written;
 130 interrupted.
 
 Examples:
@@ -371,7 +372,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   SharedTexts shared;
   PictureCommand command;
   std::vector<std::string> arguments;
-  std::string jobs, memory, quality;
+  std::string jobs, memory, quality, tile;
   bool wantsVersion = false, verbose = false;
   app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
       ->type_name("INPUT OUTPUT");
@@ -398,6 +399,11 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
               "MIB");
   AddLastWins(app, "-j,--jobs", jobs,
               "At most so many pictures at a time, 1..256 (default: as many as processors)", "N");
+  AddLastWins(
+      app, "--tile", tile,
+      "Clean in tiles of SIDE x SIDE pixels, 512..3700, or auto; pictures of more than 7500 pixels on "
+      "a side always are",
+      "SIDE");
   app.add_flag("-v,--verbose", verbose, "Tell every peak on stderr, not the result alone");
   app.add_flag("--version", wantsVersion, "Versions of the program and its libraries");
   if (const auto help = Parse(app, argc, argv, kPictureUsage)) return *help;
@@ -421,6 +427,12 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   if (!quality.empty()) {
     command.storage.quality =
         static_cast<int>(Checked({"--quality", "", 1, 100, true}, quality, kPictureUsage));
+  }
+  if (!tile.empty()) {
+    const NumberOption range = {"--tile", "pixels on a side of a tile, or auto", kSmallestTile, kLargestTile,
+                                true};
+    command.tileSide = tile == "auto" ? 0 : static_cast<int>(Checked(range, tile, kPictureUsage));
+    if (!command.gateFile.empty()) throw WrongUsage("--gate and --tile exclude each other", kPictureUsage);
   }
   if (!memory.empty()) {
     const NumberOption range = {"--memory", "MiB", 1, 1 << 30, true};

@@ -46,6 +46,7 @@ struct PictureCommand {
   std::string reportFile;    // "-" is stdout
   bool dryRun = false;
   bool overwrite = false;
+  std::optional<int> tileSide;  // clean in tiles: of that side, 0 what suits; absent: where it is too large
   int threads = 0;  // of each picture; 0: those of the processors that this process may use, shared
   Talk talk;
 };

@@ -45,8 +45,6 @@ Refusal LoadingRefusal(const std::string& path) {
   return Damaged(path, "");
 }
 
-static_assert(kLargestSide == 7500, "TooLarge names the limit");
-
 Refusal Unsupported(const std::string& path, const std::string& what) {
   return Refusal(ExitStatus::kUnsupported, path, what);
 }
@@ -368,7 +366,6 @@ PageKind PictureFile::KindOf(VipsImage* image, int page) const {
   PageKind kind;
   kind.width = vips_image_get_width(image);
   kind.height = vips_image_get_height(image);
-  if (kind.width > kLargestSide || kind.height > kLargestSide) throw TooLarge(path_, kind.width, kind.height);
   switch (vips_image_get_format(image)) {
     case VIPS_FORMAT_UCHAR:
       kind.bits = 8;
@@ -417,29 +414,46 @@ const void* OnFullRange(const void* row, uint32_t largest, const PageKind& kind,
 
 }  // namespace
 
+void PageReader::Rewind() {
+  next_ = 0;
+  region_.reset();
+  image_.reset();
+}
+
+void PageReader::Read(int count, const std::function<void(const void* row)>& take) {
+  const PageKind& kind = file_.kind();
+  const StderrSilenced silenced;
+  if (!region_) {
+    TakeLibraryError();
+    image_ = file_.LoadPage(page_);
+    region_.reset(vips_region_new(image_.get()));
+    if (!region_) throw LoadingRefusal(file_.path());
+  }
+  while (count > 0) {
+    const int top = next_ / kStripRows * kStripRows;
+    const VipsRect strip = {0, top, kind.width, std::min(kStripRows, kind.height - top)};
+    const bool isHeld = next_ > top;
+    if (!isHeld && vips_region_prepare(region_.get(), &strip) != 0) throw LoadingRefusal(file_.path());
+    for (; count > 0 && next_ < top + strip.height; ++next_, --count) {
+      const void* const row = VIPS_REGION_ADDR(region_.get(), 0, next_);
+      take(file_.pnmLargest_ ? OnFullRange(row, *file_.pnmLargest_, kind, &scaled_) : row);
+    }
+  }
+  if (file_.format().format == FileFormat::kJpeg && TellsOfJpegDamage(TakeLibraryError())) {
+    throw Damaged(file_.path(), "");
+  }
+}
+
 void PictureFile::ReadPage(int page, PageSamples* samples,
                            const std::function<void(int rows)>& rowsDone) const {
-  const Refusal noMemory(ExitStatus::kOutOfMemory, path_,
-                         "not enough memory for its samples; close other programs");
-  if (!samples->Create(kind_)) throw noMemory;
-  TakeLibraryError();
-  const StderrSilenced silenced;
-  const GPointer<VipsImage> image = LoadPage(page);
-  const GPointer<VipsRegion> region(vips_region_new(image.get()));
-  if (!region) throw noMemory;
-  std::vector<uint8_t> scaled;
-  for (int top = 0; top < kind_.height; top += kStripRows) {
-    const VipsRect strip = {0, top, kind_.width, std::min(kStripRows, kind_.height - top)};
-    if (vips_region_prepare(region.get(), &strip) != 0) throw LoadingRefusal(path_);
-    for (int y = top; y < top + strip.height; ++y) {
-      const void* const row = VIPS_REGION_ADDR(region.get(), 0, y);
-      samples->TakeRow(y, pnmLargest_ ? OnFullRange(row, *pnmLargest_, kind_, &scaled) : row);
-    }
-    if (rowsDone) rowsDone(top + strip.height);
+  if (!samples->Create(kind_)) {
+    throw Refusal(ExitStatus::kOutOfMemory, path_, "not enough memory for its samples; close other programs");
   }
-  if (format_->format == FileFormat::kJpeg) {
-    const std::string warnings = TakeLibraryError();
-    if (TellsOfJpegDamage(warnings)) throw Damaged(path_, "");
+  PageReader reader(*this, page);
+  for (int y = 0; y < kind_.height;) {
+    const int count = std::min(kStripRows, kind_.height - y);
+    reader.Read(count, [&](const void* row) { samples->TakeRow(y++, row); });
+    if (rowsDone) rowsDone(y);
   }
 }
 

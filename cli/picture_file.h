@@ -50,8 +50,8 @@ class PictureFile {
   // Of a PNM file: the level that is white in it. Its samples are on the full range here, as all others.
   std::optional<uint32_t> pnmLargest() const { return pnmLargest_; }
 
-  // Decodes a page, counted from 0. Damage and truncation are refused with kUnreadable, want of memory with
-  // kOutOfMemory. `rowsDone`, when not null, hears how far the decoding is.
+  // Decodes a page, counted from 0. Refuses as PageReader does, and want of memory with kOutOfMemory.
+  // `rowsDone`, when not null, hears how far the decoding is.
   void ReadPage(int page, PageSamples* samples,
                 const std::function<void(int rows)>& rowsDone = nullptr) const;
 
@@ -59,6 +59,7 @@ class PictureFile {
   void CopyTo(OutputFile* output) const;
 
  private:
+  friend class PageReader;
   struct Patch;  // bytes of the file that the decoder is to see differently
 
   void Open();
@@ -81,6 +82,26 @@ class PictureFile {
   GPointer<VipsImage> metadata_;
   std::optional<TiffStructure> tiff_;
   std::optional<uint32_t> pnmLargest_;
+};
+
+// Decodes a page row by row. Only the rows in work are held, as far as the format allows that.
+class PageReader {
+ public:
+  PageReader(const PictureFile& file, int page) : file_(file), page_(page) {}
+
+  // The first row is the next again.
+  void Rewind();
+  // The next `count` rows, as they stand in the file but for PNM levels, which are on the full range; `take`
+  // has one of them at a time. Refuses damage and truncation with kUnreadable, the latest at the last row.
+  void Read(int count, const std::function<void(const void* row)>& take);
+
+ private:
+  const PictureFile& file_;
+  int page_;
+  int next_ = 0;  // row
+  GPointer<VipsImage> image_;
+  GPointer<VipsRegion> region_;
+  std::vector<uint8_t> scaled_;
 };
 
 }  // namespace tessaline::cli

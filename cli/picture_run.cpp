@@ -21,6 +21,7 @@
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
 #include "cli/picture_writer.h"
+#include "cli/tiled_page.h"
 #include "platform/parallel.h"
 
 namespace tessaline::cli {
@@ -170,6 +171,10 @@ class PictureRun {
       : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
     wishes_.storage = request_.storage;
     if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, request_.output);
+    if (isTiled_ && !request_.gateFile.empty()) {
+      throw Refusal(ExitStatus::kTooLarge, request_.input,
+                    "is cleaned in tiles, of which no gate is drawn; leave --gate out");
+    }
     outputs_ = OpenOutputs(request_, input_);
     if (request_.beforeReading) request_.beforeReading(input_.kind());
   }
@@ -213,6 +218,7 @@ class PictureRun {
 
   // The share of the whole that is behind when `part` of a page is cleaned, and of the rows are written.
   double ShareOfPages(int page, double part) const {
+    if (isTiled_ && !store_) return part;  // written while it is cleaned
     constexpr double kBeforeWriting =
         0.7;  // PNG of 3600 x 2400; slower formats only stand a while at their end
     return (page + part) / input_.pages() * (request_.dryRun ? 1 : kBeforeWriting);
@@ -225,6 +231,7 @@ class PictureRun {
     const std::string ofPages =
         input_.pages() > 1 ? " page " + std::to_string(page + 1) + " of " + std::to_string(input_.pages())
                            : "";
+    if (isTiled_) return RunTiledPage(page, ofPages);
     constexpr double kReading = 0.1;  // of a page's share
     const auto reading = std::chrono::steady_clock::now();
     const auto showReading = [&](int rows) {
@@ -237,18 +244,44 @@ class PictureRun {
       ShowProgress(ShareOfPages(page, kReading + (1 - kReading) * fraction), doing + ofPages);
     };
 
+    show(0, "looking");
+    TakeOutcome(page, RunEngine(samples_.picture(), engine_.workspace(), Wishes(page), show, request_.input));
+    StorePage(page, [this, y = 0](bool isUntouched, void* row) mutable {
+      samples_.FillRow(y++, isUntouched, row);
+    });
+  }
+
+  // Looked at here; cleaned while it is written, or stored.
+  void RunTiledPage(int page, const std::string& ofPages) {
+    const double looked = request_.dryRun ? 1.0 : 0.4;
+    const auto show = [this, page, ofPages](double fraction, const char* doing) {
+      ShowProgress(ShareOfPages(page, fraction), doing + ofPages);
+    };
+    tiled_ = std::make_unique<TiledPage>(input_, page, engine_, request_.tileSide.value_or(0),
+                                         [show, looked](double fraction, const char* doing) {
+                                           show(looked + (1 - looked) * fraction, doing);
+                                         });
+    TakeOutcome(page, tiled_->Look(Wishes(page), [show, looked](double fraction, const char* doing) {
+      show(looked * fraction, doing);
+    }));
+    StorePage(page, [this](bool, void* row) { tiled_->NextRow(row); });
+    outcomes_.back().seconds.apply = tiled_->cleaningSeconds();
+  }
+
+  EngineWishes Wishes(int page) {
     EngineWishes wishes;
     wishes.settings = request_.settings;
     wishes.onlyLook = request_.dryRun;
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     wishes.restoration = request_.restoration;
     if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
-    std::optional<ToneCurve> curve;  // of the file
-    if (request_.settings.isAutomatic) curve = LightCurveOf(input_, page);
-    if (curve) wishes.restoration.light.curve = &*curve;
+    if (request_.settings.isAutomatic) curve_ = LightCurveOf(input_, page);
+    if (curve_) wishes.restoration.light.curve = &*curve_;
     wishes.drawsGate = !request_.gateFile.empty();
-    show(0, "looking");
-    EngineOutcome outcome = RunEngine(samples_.picture(), engine_.workspace(), wishes, show, request_.input);
+    return wishes;
+  }
+
+  void TakeOutcome(int page, EngineOutcome outcome) {
     const auto index = static_cast<size_t>(page);
     if (!outputs_.spectra.empty()) {
       const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
@@ -266,16 +299,18 @@ class PictureRun {
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
     wishes_.isUntouched.push_back(!outcome.samplesChanged);
-    if (store_ && !CopiesPage(outputFormat_->format, input_, page, wishes_)) StorePage(page);
     outcomes_.push_back(std::move(outcome));
   }
 
-  void StorePage(int page) {
+  // Of several pages the finished one, for the writer. next(isUntouched, row) fills its rows in their order.
+  template <typename Next>
+  void StorePage(int page, Next next) {
+    if (!store_ || CopiesPage(outputFormat_->format, input_, page, wishes_)) return;
     const bool isUntouched = wishes_.isUntouched[static_cast<size_t>(page)];
     store_->Begin(page * input_.kind().height);
     std::vector<uint8_t> row(input_.kind().RowBytes());
     for (int32_t y = 0; y < input_.kind().height; ++y) {
-      samples_.FillRow(y, isUntouched, row.data());
+      next(isUntouched, row.data());
       store_->Append(row.data());
     }
   }
@@ -307,10 +342,12 @@ class PictureRun {
       return;
     }
     const bool isUntouched = !outcomes_[0].samplesChanged;  // one page: with more, the store is asked
+    const bool isCleanedMeanwhile = tiled_ && !store_;
     const double begun = ShareOfPages(input_.pages(), 0);
     const double rows = static_cast<double>(input_.kind().height) * input_.pages();
     ShowProgress(begun, "writing");
     const RowFiller fill = [&](int32_t y, void* row) {
+      if (isCleanedMeanwhile) return tiled_->NextRow(row);
       ShowProgress(begun + (1 - begun) * y / rows, "writing");
       if (store_) {
         store_->Read(y, row);
@@ -321,6 +358,7 @@ class PictureRun {
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
     wishes_.threads = FixedThreads(request_).value_or(1 + borrowed.count());
     WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes_);
+    if (isCleanedMeanwhile) outcomes_.back().seconds.apply = tiled_->cleaningSeconds();
   }
 
   // What the picture's own decision came to, in one sentence.
@@ -423,9 +461,13 @@ class PictureRun {
   const FormatTraits* outputFormat_;
   PictureFile input_;
   Outputs outputs_;
+  const bool isTiled_ = request_.tileSide || input_.kind().width > kLargestSide ||
+                        input_.kind().height > kLargestSide;
   WritingWishes wishes_;
+  std::optional<ToneCurve> curve_;  // of the page in work, by its file
   PageSamples samples_;
   Engine engine_{MakePool(request_, input_.kind())};
+  std::unique_ptr<TiledPage> tiled_;  // the last page, where they are done in tiles
   std::unique_ptr<PageStore> store_;  // only with several pages
   std::vector<EngineOutcome> outcomes_;
   double readSeconds_ = 0;

@@ -21,7 +21,8 @@ struct PictureRequest {
   std::string spectrumFile;  // empty: not wanted. Further pages get "-2", "-3", ... before the extension
   std::string maskFile;
   std::string gateFile;
-  std::string reportFile;  // "-" is stdout
+  std::string reportFile;       // "-" is stdout
+  std::optional<int> tileSide;  // see PictureCommand
   bool dryRun = false;
   bool overwrite = false;
   int threads = 0;                        // 0: all processors that this process may use

@@ -491,6 +491,12 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
     throw Refusal(ExitStatus::kUnsupported, outputPath,
                   std::string(format.name) + " cannot hold " + what + " of " + input.path() + "; " + instead);
   };
+  if (std::max(kind.width, kind.height) > format.mostSide) {
+    throw Refusal(ExitStatus::kTooLarge, outputPath,
+                  std::string(format.name) + " holds " + std::to_string(format.mostSide) +
+                      " pixels on a side, and " + input.path() + " is " + std::to_string(kind.width) + "x" +
+                      std::to_string(kind.height) + "; write PNG or TIFF");
+  }
   if (kind.bits > format.mostBits) {
     refuse("the " + std::to_string(kind.bits) + " bits per sample", "write PNG or TIFF");
   }

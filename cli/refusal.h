@@ -13,7 +13,7 @@ enum class ExitStatus : int {
   kWrongUsage = 2,   // options and arguments
   kUnreadable = 3,   // input missing, unreadable, damaged or cut short
   kUnsupported = 4,  // a kind of picture that the run or the output format cannot take
-  kTooLarge = 5,     // more than 7500 pixels on a side
+  kTooLarge = 5,     // for the output format, or for what is asked
   kOutOfMemory = 6,
   kCannotWrite = 7,  // output, its folder, or the disk
   kInterrupted = 130,
@@ -32,11 +32,11 @@ class Refusal : public std::runtime_error {
   ExitStatus status_;
 };
 
-// More than kLargestSide on a side. The other doors' words for it offer a selection, which a shell has not.
-inline Refusal TooLarge(const std::string& file, int width, int height) {
+// Frames are done as a whole.
+inline Refusal FrameTooLarge(const std::string& file, int width, int height) {
   return Refusal(ExitStatus::kTooLarge, file,
                  "is " + std::to_string(width) + "x" + std::to_string(height) +
-                     ", and Tessaline is limited to 7500x7500 pixels; make it smaller or cut it into parts");
+                     ", and frames are limited to 7500x7500 pixels; make them smaller");
 }
 
 }  // namespace tessaline::cli

@@ -130,7 +130,8 @@ class StreamRun {
   StreamRun(const StreamCommand& command, ProgressBar* progress)
       : command_(command), progress_(progress), kind_(KindOf(command)), decision_(command.settings) {
     if (command.width > kLargestSide || command.height > kLargestSide) {
-      throw TooLarge(command.input == "-" ? "standard input" : command.input, command.width, command.height);
+      throw FrameTooLarge(command.input == "-" ? "standard input" : command.input, command.width,
+                          command.height);
     }
     input_ = std::make_unique<FrameInput>(command.input);
     output_ = std::make_unique<FrameOutput>(command.output, command.overwrite, input_->identity());

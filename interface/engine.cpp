@@ -10,6 +10,7 @@
 #include "interface/findings_json.h"
 #include "removal/notches.h"
 #include "restoration/decision.h"
+#include "tiling/any_size.h"
 
 namespace tessaline {
 namespace {
@@ -173,8 +174,7 @@ bool InterfaceEngine::Report(void* user, double part) {
 
 InterfaceEngine::Analysed InterfaceEngine::Examine(const CallerPicture& picture, const Progress& part) {
   Analysed analysed;
-  Demand(Analyse(picture.cleaned, workspace_, part, &analysed.spectrum));
-  Demand(analysed.tiles.Add(picture.cleaned, workspace_.parallel()));
+  Demand(AnalyseAnySize(picture.cleaned, workspace_, part, &analysed.spectrum, &analysed.tiles));
   return analysed;
 }
 
@@ -185,6 +185,10 @@ void InterfaceEngine::AnalyseAnew(const CallerPicture& picture) {
 void InterfaceEngine::AnalyseMore(const CallerPicture& picture) {
   if (analysed_.spectrum.transformSize == 0) {
     throw CallFault{TESSALINE_ERROR_ORDER, "nothing was analysed yet; call tessaline_analyse first"};
+  }
+  if (IsDoneInTiles(picture.cleaned)) {
+    throw CallFault{TESSALINE_ERROR_PICTURE,
+                    "a picture that is done in tiles is analysed alone; call tessaline_analyse"};
   }
   const Analysis& held = analysed_.spectrum;
   Analysed sum;  // what is held stays as it is until all is well
@@ -241,9 +245,8 @@ void InterfaceEngine::TakeOut(const CallPictures& pictures, const Removal& remov
   options.rounding = (flags & TESSALINE_ROUND_TO_NEAREST) != 0 ? Rounding::kNearest : Rounding::kTruncate;
   options.chain = chain;
   const PictureView &from = pictures.from.cleaned, &to = pictures.to.cleaned;
-  Demand(removal.findings.isAutomatic ? Restore(from, to, removal.findings, removal.mask, workspace_, options,
-                                                removal.restoration, part)
-                                      : Apply(from, to, removal.mask, workspace_, options, part));
+  Demand(TakeOutAnySize(from, to, removal.findings, removal.mask, workspace_, options, removal.restoration,
+                        part));
   if (!pictures.isInPlace) CopySamples(pictures.from, pictures.to, CopiedChannels::kAlpha);
 }
 
@@ -255,7 +258,8 @@ void InterfaceEngine::ApplyMask(const CallPictures& pictures, uint32_t flags) {
   }
   PaddingChain chain;
   if ((flags & TESSALINE_PICTURE_OF_ANALYSIS) != 0) {
-    if (analysed_.spectrum.transformSize != TransformSizeFor(pictures.from.cleaned)) {
+    const PictureView& picture = pictures.from.cleaned;
+    if (!IsDoneInTiles(picture) && analysed_.spectrum.transformSize != TransformSizeFor(picture)) {
       throw CallFault{
           TESSALINE_ERROR_ORDER,
           "this is not the picture that was analysed last; leave TESSALINE_PICTURE_OF_ANALYSIS out"};

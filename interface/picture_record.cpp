@@ -5,7 +5,7 @@
 #include <string>
 
 #include "interface/call_fault.h"
-#include "removal/steps.h"
+#include "tiling/any_size.h"
 
 namespace tessaline {
 namespace {
@@ -22,10 +22,10 @@ constexpr FormatRow kFormats[] = {
     {TESSALINE_FLOAT32, SampleFormat::kFloat, 4},
 };
 
-constexpr ptrdiff_t kLargestStride = ptrdiff_t{1} << 40;  // bytes; times 7500 it is still far from overflow
+constexpr ptrdiff_t kLargestStride = ptrdiff_t{1} << 40;  // bytes; times a million it is still no overflow
 constexpr float kLargestFloat = 1e6f;                     // squared magnitudes of any sum stay finite
 
-static_assert(TESSALINE_LARGEST_SIDE == kLargestSide);
+static_assert(TESSALINE_LARGEST_SIDE == kLargestTiledSide);
 
 [[noreturn]] void Refuse(const char* name, const std::string& text) {
   throw CallFault{TESSALINE_ERROR_PICTURE, std::string(name) + ": " + text};
@@ -81,9 +81,10 @@ CallerPicture ViewCallerPicture(const TessalinePicture* record, const char* name
     throw CallFault{TESSALINE_ERROR_ARGUMENT, std::string(name) + ": no picture was given"};
   }
   const TessalinePicture& given = *record;
-  if (given.width < 1 || given.height < 1 || given.width > kLargestSide || given.height > kLargestSide) {
+  if (given.width < 1 || given.height < 1 || given.width > kLargestTiledSide ||
+      given.height > kLargestTiledSide) {
     Refuse(name, std::to_string(given.width) + " x " + std::to_string(given.height) +
-                     " pixels; both sides have to be 1 to " + std::to_string(kLargestSide));
+                     " pixels; both sides have to be 1 to " + std::to_string(kLargestTiledSide));
   }
   if (given.channels < 1 || given.channels > 4) {
     Refuse(name, std::to_string(given.channels) + " channels; 1 to 4 are possible");

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <string>
 
-#include "removal/steps.h"
+#include "tiling/any_size.h"
 
 namespace py = pybind11;
 
@@ -91,10 +91,10 @@ ArrayPicture ReadArray(const py::array& array, int white) {
     throw py::value_error("an array of shape " + shape +
                           " is no picture; give (H, W), (H, W, 1), (H, W, 3) or (H, W, 4)");
   }
-  if (array.shape(0) < 1 || array.shape(1) < 1 || array.shape(0) > kLargestSide ||
-      array.shape(1) > kLargestSide) {
+  if (array.shape(0) < 1 || array.shape(1) < 1 || array.shape(0) > kLargestTiledSide ||
+      array.shape(1) > kLargestTiledSide) {
     throw py::value_error("an array of shape " + shape + " is empty or larger than " +
-                          std::to_string(kLargestSide) + " on a side; clean it in parts");
+                          std::to_string(kLargestTiledSide) + " on a side");
   }
   py::array readable = array;
   if (!IsInPlaceForEngine(array)) {

@@ -7,6 +7,7 @@
 #include "python/array_picture.h"
 #include "python/findings.h"
 #include "restoration/restoration.h"
+#include "tiling/any_size.h"
 
 namespace py = pybind11;
 using namespace py::literals;
@@ -86,8 +87,7 @@ std::shared_ptr<ExaminedPicture> AnalysePart(const PictureView& picture, Call& c
   DemandUsableLevels(picture);
   auto examined = std::make_shared<ExaminedPicture>();
   call.Run(0.0, end, [&](Workspace& workspace, const Progress& progress) {
-    const int32_t result = Analyse(picture, workspace, progress, &examined->spectrum);
-    return result == kSuccess ? examined->tiles.Add(picture, workspace.parallel()) : result;
+    return AnalyseAnySize(picture, workspace, progress, &examined->spectrum, &examined->tiles);
   });
   return examined;
 }
@@ -147,9 +147,8 @@ py::array CleanArray(const py::array& array, const py::object& acceptance, const
   RemovePart(from, to, *analysis->mask, chain, call, kLooked,
              [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
                const Mask& mask = analysis->mask->mask();
-               return settings.isAutomatic ? Restore(from.picture, to.picture, analysis->findings, mask,
-                                                     workspace, options, restoration, part)
-                                           : Apply(from.picture, to.picture, mask, workspace, options, part);
+               return TakeOutAnySize(from.picture, to.picture, analysis->findings, mask, workspace, options,
+                                     restoration, part);
              });
   return to.array;
 }
@@ -163,7 +162,7 @@ py::array ApplyMask(PythonMask& mask, const py::array& array, const py::object& 
   Call call(threads, progress, *memory);
   RemovePart(from, to, mask, {}, call, 0.0,
              [&](Workspace& workspace, const ApplyOptions& options, const Progress& part) {
-               return Apply(from.picture, to.picture, mask.mask(), workspace, options, part);
+               return TakeOutAnySize(from.picture, to.picture, {}, mask.mask(), workspace, options, {}, part);
              });
   mask.GiveBack(std::move(memory));
   return to.array;
@@ -172,7 +171,7 @@ py::array ApplyMask(PythonMask& mask, const py::array& array, const py::object& 
 constexpr const char* kModuleDoc =
     R"(Takes repeating patterns (halftone screens, line noise, scan textures) out of pictures.
 
-Pictures are NumPy arrays of shape (H, W), (H, W, 1), (H, W, 3) or (H, W, 4), at most 7500 pixels on a side:
+Pictures are NumPy arrays of shape (H, W), (H, W, 1), (H, W, 3) or (H, W, 4), of any size:
 uint8 of 0 to 255, uint16 of 0 to 65535 (or, with white=32768, 0 to 32768), float32 of 0 to 1, whose results may lie a
 little outside. A fourth channel is alpha and left alone. Strides do not matter: slices, transposed and flipped
 arrays are read and written where they lie. An array in foreign byte order or at an odd address is copied first.

@@ -18,6 +18,10 @@ enum class SampleFormat : int32_t {
   kFloat,   // 32-bit float, 0..1; results may lie outside
 };
 
+constexpr size_t SampleBytes(SampleFormat format) {
+  return format == SampleFormat::kByte ? 1 : format == SampleFormat::kFloat ? 4 : 2;
+}
+
 // How a result becomes a whole number.
 enum class Rounding : int32_t {
   kTruncate,  // clamp, then truncate: what the numbered run promises

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <numbers>
 #include <vector>
 
@@ -74,12 +75,9 @@ void HalveBlocks(const Plane& plane, int32_t y, float* mixed, int32_t width, flo
   }
 }
 
-// The value that a share of the samples lies below, between two of them in proportion. `sorted` is
-// overwritten.
-float Percentile(const Plane& plane, double share, Plane* sorted) {
-  const size_t count = static_cast<size_t>(plane.width) * static_cast<size_t>(plane.height);
-  float* const values = sorted->samples.get();
-  std::copy_n(plane.samples.get(), count, values);
+// The value that a share of the values lies below, between two of them in proportion; they are put in another
+// order.
+float Percentile(double share, size_t count, float* values) {
   const double place = share * static_cast<double>(count - 1);
   const auto lower = static_cast<size_t>(place);
   std::nth_element(values, values + lower, values + count);
@@ -251,7 +249,7 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
 }
 
 // The square of the pattern's amplitude, less what is usual, as reduced as the gate is.
-void Gate::MeasureAmplitude() {
+void Gate::TakeUsualOff() {
   const int32_t width = pattern_.width, height = pattern_.height;
   Plane& square = pattern_;
   for (int32_t y = 0; y < height; ++y) {
@@ -276,8 +274,12 @@ void Gate::MeasureAmplitude() {
 
 void Gate::OpenWherePattern(Parallel& parallel) {
   const GateRule& rule = RuleOf(plan_);
-  MeasureAmplitude();
-  const float strong = Percentile(amplitude_, kStrongShare, &softened_);
+  float strong = plan_.strong;
+  if (strong == 0.0f) {
+    const size_t count = static_cast<size_t>(amplitude_.width) * static_cast<size_t>(amplitude_.height);
+    std::copy_n(amplitude_.samples.get(), count, softened_.samples.get());
+    strong = Percentile(kStrongShare, count, softened_.samples.get());
+  }
   const float closed = rule.closed * strong, span = (rule.opened - rule.closed) * strong;
   // The step is steeper than a block: it is taken at every pixel, and the blocks' means are kept.
   RowsInParallel(parallel, open_.height, [&](int32_t blockY, int32_t worker) {
@@ -305,14 +307,7 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
                 1.0f);
     return false;
   }
-  for (int32_t c = 0; c < picture.channels; ++c) {
-    const Progress part = progress.Part(double(c) / picture.channels, (c + 1.0) / picture.channels);
-    if (demodulation_.Measure(picture, c, RuleOf(plan_).sigma, parallel, part)) return true;
-    RowsInParallel(parallel, demodulation_.rows(), [&](int32_t y, int32_t worker) {
-      Scratch scratch{memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
-      AddRow(y, scratch);
-    });
-  }
+  if (MeasureAmplitude(picture, parallel, progress)) return true;
   OpenWherePattern(parallel);
   demodulation_ = {};
   beside_ = {};
@@ -322,6 +317,38 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   softened_ = {};
   memory_.reset();
   return false;
+}
+
+bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress) {
+  for (int32_t c = 0; c < picture.channels; ++c) {
+    const Progress part = progress.Part(double(c) / picture.channels, (c + 1.0) / picture.channels);
+    if (demodulation_.Measure(picture, c, RuleOf(plan_).sigma, parallel, part)) return true;
+    RowsInParallel(parallel, demodulation_.rows(), [&](int32_t y, int32_t worker) {
+      Scratch scratch{memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
+      AddRow(y, scratch);
+    });
+  }
+  TakeUsualOff();
+  return false;
+}
+
+void Gate::AddAmplitudes(const PictureView& picture, std::vector<float>* amplitudes) {
+  MeasureAmplitude(picture, SerialWork(), {});
+  for (int32_t y = 0; y < amplitude_.height; ++y) {
+    amplitudes->insert(amplitudes->end(), amplitude_.Row(y), amplitude_.Row(y) + amplitude_.width);
+  }
+}
+
+float MeasureStrong(const TiledPicture& tiled, const Findings& findings) {
+  const GatePlan plan = PlanGate(findings);
+  std::vector<float> amplitudes;
+  for (size_t i = 0; i < tiled.tiles.size() && !plan.carriers.empty(); ++i) {
+    Gate gate;
+    const PictureView tile = TileOf(tiled, i);
+    if (!gate.Prepare(tile.width, tile.height, plan, 1)) throw std::bad_alloc();
+    gate.AddAmplitudes(tile, &amplitudes);
+  }
+  return amplitudes.empty() ? 0.0f : Percentile(kStrongShare, amplitudes.size(), amplitudes.data());
 }
 
 }  // namespace tessaline

@@ -13,6 +13,7 @@
 #include "removal/picture.h"
 #include "removal/steps.h"
 #include "restoration/demodulation.h"
+#include "restoration/picture_tiles.h"
 #include "restoration/plane.h"
 
 namespace tessaline {
@@ -21,9 +22,14 @@ namespace tessaline {
 struct GatePlan {
   std::vector<Carrier> carriers;  // at most kMostCarriers; none: nothing to measure by, it is open everywhere
   PeakScale scale = PeakScale::kFine;
+  float strong = 0.0f;  // amplitude of the strong places, 0..32768; 0: as the picture measured has them
 };
 // The licensed peaks of greatest magnitude.
 GatePlan PlanGate(const Findings& findings);
+
+// The amplitude of a picture's strong places, from tiles of it, for a gate that sees parts of it alone; 0
+// where nothing was found. May throw std::bad_alloc.
+float MeasureStrong(const TiledPicture& tiled, const Findings& findings);
 
 class Gate {
  public:
@@ -35,6 +41,9 @@ class Gate {
   // Measures the picture; without carriers the gate is open throughout. Gives back all memory but the
   // result's. True: stopped.
   bool Measure(const PictureView& picture, Parallel& parallel, const Progress& progress);
+
+  // Of the same, the pattern's amplitudes alone, added to `amplitudes`; Prepare is wanted before each.
+  void AddAmplitudes(const PictureView& picture, std::vector<float>* amplitudes);
 
   // How far it is open along row y, 0, as before, to 1, without what the notches take: for the pixels of some
   // blocks of kReduction.
@@ -56,7 +65,8 @@ class Gate {
   };
 
   void AddRow(int32_t y, const Scratch& scratch);
-  void MeasureAmplitude();
+  bool MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress);
+  void TakeUsualOff();
   void OpenWherePattern(Parallel& parallel);
 
   Plane open_;

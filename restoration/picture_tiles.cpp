@@ -13,8 +13,6 @@ namespace {
 constexpr int32_t kTileSide = 128;
 constexpr size_t kMostTiles = 400;
 
-constexpr ptrdiff_t kSampleBytes[] = {1, 2, 2, 4};  // by SampleFormat
-
 // All that overlap by half.
 std::vector<Tile> AllTiles(const PictureView& picture, int32_t width, int32_t height) {
   std::vector<Tile> tiles;
@@ -48,7 +46,7 @@ PictureView PartOf(const PictureView& picture, const PictureView& shape, const T
 
 // The tile that stands at `samples`, row after row.
 PictureView PackedTile(PictureView shape, uint8_t* samples) {
-  const ptrdiff_t bytes = kSampleBytes[static_cast<size_t>(shape.format)];
+  const ptrdiff_t bytes = static_cast<ptrdiff_t>(SampleBytes(shape.format));
   for (int32_t c = 0; c < shape.channels; ++c) {
     shape.channel[c] = {samples + c * bytes, shape.channels * bytes, shape.width * shape.channels * bytes};
   }
@@ -75,9 +73,16 @@ TiledPicture TilesOf(const PictureView& picture) {
   return tiled;
 }
 
+PictureView TileOf(const TiledPicture& tiled, size_t index) {
+  PictureView shape = tiled.picture;
+  shape.width = tiled.tileWidth;
+  shape.height = tiled.tileHeight;
+  return PartOf(tiled.picture, shape, tiled.tiles[index]);
+}
+
 size_t PictureTiles::TileBytes() const {
   return static_cast<size_t>(shape_.width) * static_cast<size_t>(shape_.height) *
-         static_cast<size_t>(shape_.channels * kSampleBytes[static_cast<size_t>(shape_.format)]);
+         static_cast<size_t>(shape_.channels * static_cast<ptrdiff_t>(SampleBytes(shape_.format)));
 }
 
 void PictureTiles::KeepEverySecond() {

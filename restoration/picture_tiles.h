@@ -21,6 +21,7 @@ struct TiledPicture {
   std::vector<Tile> tiles;
 };
 TiledPicture TilesOf(const PictureView& picture);
+PictureView TileOf(const TiledPicture& tiled, size_t index);
 
 class PictureTiles {
  public:

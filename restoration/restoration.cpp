@@ -16,7 +16,10 @@ namespace {
 constexpr double kMeasured = 0.25, kFiltered = 0.65, kNoiseKnown = 0.75;
 
 GatePlan PlanFor(const Findings& findings, const RestorationSettings& settings) {
-  return settings.everywhere ? GatePlan{} : PlanGate(findings);
+  if (settings.everywhere) return {};
+  GatePlan plan = PlanGate(findings);
+  plan.strong = settings.strong;
+  return plan;
 }
 
 void DrawGate(const Gate& gate, std::vector<float>& row, const ImageView& drawn) {

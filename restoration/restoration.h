@@ -22,6 +22,9 @@ struct RestorationSettings {
   float polish = kPolishRange.standard;
   ChannelMeaning meaning = ChannelMeaning::kRgb;
   LightWish light;
+  // Of a picture that is a part of a larger one, the amplitude of that one's strong places (MeasureStrong); 0
+  // where it is the whole.
+  float strong = 0.0f;
 };
 
 // The curve of the light that the notches work on; null: they work on levels, as always on opponents.

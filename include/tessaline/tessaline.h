@@ -55,8 +55,8 @@ enum {
 };
 
 enum {
-  TESSALINE_LARGEST_SIDE = 7500, /* pixels */
-  TESSALINE_MASK_SIDE = 512,     /* cells */
+  TESSALINE_LARGEST_SIDE = 1000000, /* pixels; beyond 7500 a picture is done in tiles */
+  TESSALINE_MASK_SIDE = 512,        /* cells */
   TESSALINE_MASK_BYTES = 512 * 512
 };
 
@@ -74,7 +74,7 @@ enum {
  * Channels 1 to 3 are looked at together and cleaned. The fourth, alpha, is left alone. For grey with alpha
  * say 1 channel and the pixelStride of both. */
 typedef struct TessalinePicture {
-  int32_t width; /* pixels, 1..7500 */
+  int32_t width; /* pixels, 1..TESSALINE_LARGEST_SIDE */
   int32_t height;
   int32_t format;   /* TESSALINE_UINT8 ... */
   int32_t channels; /* 1..4 */

@@ -259,6 +259,35 @@ TEST(Interface, StepsMaskAndFindingsTellTheSameAsAllInOneAndCancellingLeavesAllA
   EXPECT_EQ(byMask.bytes(), masked.bytes());
 }
 
+TEST(LargePictures, AreDoneInTilesAndUntouchedWhenCancelled) {
+  constexpr int32_t kLong = 7600, kShort = 120;
+  std::vector<uint8_t> samples;
+  for (int32_t i = 0; i < kLong * kShort; ++i) {
+    samples.push_back(static_cast<uint8_t>(LevelAt(i % kLong % 400, i / kLong, 0)));
+  }
+  const std::vector<uint8_t> before = samples;
+  const TargetPicture picture(std::span<uint8_t>(samples), kLong, kShort, 1);
+  TessalineSettings settings = StandardSettings();
+  settings.isAutomatic = 1;
+  Engine engine(1);
+  double most = 0.0;
+  engine.SetProgress([&](double part) {
+    most = part;
+    return part > 0.9;
+  });
+  EXPECT_THROW(engine.Clean(picture, settings), Error);
+  EXPECT_GT(most, 0.9);
+  EXPECT_EQ(before, samples);
+  engine.SetProgress(nullptr);
+  engine.Clean(picture, settings);
+  double left = 0.0, was = 0.0;  // from pixel to pixel
+  for (int32_t i = 1; i < kLong * kShort; ++i) {
+    left += std::abs(samples[i] - samples[i - 1]);
+    was += std::abs(before[i] - before[i - 1]);
+  }
+  EXPECT_LT(left, 0.2 * was);
+}
+
 TEST(ParallelHandles, GiveTheSameBitsAsOneAfterTheOther) {
   LaidOut one(kLayouts[0]), two(kLayouts[2]), first(kLayouts[0]), second(kLayouts[2]);
   const auto clean = [](const LaidOut& picture) {

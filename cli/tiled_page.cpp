@@ -1,0 +1,106 @@
+#include "cli/tiled_page.h"
+
+#include <cstring>
+
+#include "cli/refusal.h"
+#include "restoration/decision.h"
+#include "restoration/gate.h"
+
+namespace tessaline::cli {
+namespace {
+
+// With what the files' libraries hold a run stays below 600 MiB.
+constexpr size_t kMostBytes = size_t{540} << 20;
+
+// Lab's a and b, to and fro.
+template <typename Sample>
+void FlipSigns(const PageKind& kind, uint8_t* row) {
+  constexpr int kTopBit = 1 << (8 * sizeof(Sample) - 1);
+  auto* samples = reinterpret_cast<Sample*>(row);
+  for (int32_t x = 0; x < kind.width; ++x, samples += kind.channels()) {
+    samples[1] = static_cast<Sample>(samples[1] ^ kTopBit);
+    samples[2] = static_cast<Sample>(samples[2] ^ kTopBit);
+  }
+}
+
+void FlipSigns(const PageKind& kind, uint8_t* row) {
+  if (kind.hasSignedAb) kind.bits == 16 ? FlipSigns<uint16_t>(kind, row) : FlipSigns<uint8_t>(kind, row);
+}
+
+}  // namespace
+
+PageRows::PageRows(const PictureFile& file, int page) : kind_(file.kind()), reader_(file, page) {
+  const auto sampleBytes = static_cast<size_t>(kind_.bits / 8);
+  layout_ = {kind_.width,
+             kind_.RowBytes(),
+             kind_.bits == 16 ? SampleFormat::kFull16 : SampleFormat::kByte,
+             kind_.colours(),
+             {}};
+  for (size_t c = 0; c < static_cast<size_t>(kind_.colours()); ++c) {
+    layout_.place[c] = {c * sampleBytes, static_cast<ptrdiff_t>(sampleBytes) * kind_.channels()};
+  }
+}
+
+void PageRows::Read(int32_t count, uint8_t* rows) {
+  reader_.Read(count, [&](const void* row) {
+    memcpy(rows, row, layout_.rowBytes);
+    FlipSigns(kind_, rows);
+    rows += layout_.rowBytes;
+  });
+}
+
+void PageRows::FillFileRow(const uint8_t* row, void* fileRow) const {
+  memcpy(fileRow, row, layout_.rowBytes);
+  FlipSigns(kind_, static_cast<uint8_t*>(fileRow));
+}
+
+TiledPage::TiledPage(const PictureFile& file, int page, Engine& engine, int32_t side, EngineProgress progress)
+    : name_(file.path()),
+      rows_(file, page),
+      workspace_(engine.workspace()),
+      side_(side),
+      progress_(std::move(progress)) {}
+
+EngineOutcome TiledPage::Look(const EngineWishes& wishes, const EngineProgress& progress) {
+  rule_ = TilesFor(rows_.layout().rowBytes, wishes.settings.notchRadius, kMostBytes, side_);
+  EngineOutcome outcome;
+  EngineStretch looking{progress, "looking", 0.0, 1.0};
+  StepClock clock;
+  Analysis analysis;
+  PictureTiles tiles;
+  DemandStep(AnalyseInTiles(rows_, rule_, workspace_, looking.OfStep(), &analysis, &tiles), name_);
+  outcome.transformSize = analysis.transformSize;
+  outcome.seconds.analyse = clock.Lap();
+  DemandStep(DecideWhole(tiles, analysis, wishes.settings, workspace_, &findings_), name_);
+  outcome.seconds.decide = clock.Lap();
+  DemandStep(Shape(findings_, wishes.settings, &mask_), name_);
+  outcome.seconds.shape = clock.Lap();
+  DescribeDecision(analysis, findings_, mask_, wishes, &outcome);
+  rows_.Rewind();
+  if (!outcome.samplesChanged) return outcome;
+  TiledRemoval removal = {findings_, mask_, Rounding::kTruncate, wishes.restoration};
+  if (findings_.isAutomatic) removal.restoration.strong = MeasureStrong(tiles.view(), findings_);
+  cleaned_ = std::make_unique<CleanedRows>(rows_, rule_, removal, workspace_, removing_.OfStep());
+  DemandStep(cleaned_->Begin(), name_);
+  return outcome;
+}
+
+void TiledPage::NextRow(void* fileRow) {
+  const size_t rowBytes = rows_.layout().rowBytes;
+  if (!cleaned_) {
+    row_.resize(rowBytes);
+    rows_.Read(1, row_.data());
+    rows_.FillFileRow(row_.data(), fileRow);
+    return;
+  }
+  if (left_ == 0) {
+    StepClock clock;
+    DemandStep(cleaned_->Next(&next_, &left_), name_);
+    cleaningSeconds_ += clock.Lap();
+  }
+  rows_.FillFileRow(next_, fileRow);
+  next_ += rowBytes;
+  --left_;
+}
+
+}  // namespace tessaline::cli
