@@ -153,7 +153,7 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
   using S = TessalineSettings*;
   const Bad bads[] = {
       {TESSALINE_ERROR_PICTURE, "0 x 200", [](P p, S) { p->width = 0; }},
-      {TESSALINE_ERROR_PICTURE, "7501", [](P p, S) { p->height = 7501; }},
+      {TESSALINE_ERROR_PICTURE, "1000001", [](P p, S) { p->height = 1000001; }},
       {TESSALINE_ERROR_PICTURE, "channels", [](P p, S) { p->channels = 5; }},
       {TESSALINE_ERROR_PICTURE, "format 9", [](P p, S) { p->format = 9; }},
       {TESSALINE_ERROR_PICTURE, "overlap", [](P p, S) { p->rowStride = kWidth; }},
