@@ -164,7 +164,7 @@ class Batch {
     if (!command_.talk.quiet) {
       for (const std::string& note : list_.notes()) Tell(note);
     }
-    while (!IsInterrupted() && !cannotLog_) {
+    while (!IsInterrupted() && !stop_) {
       HandOut();
       if (!HasWork()) break;
       ShareMemory();
@@ -205,7 +205,7 @@ class Batch {
         return PictureTask{index, 0};
       }
       Finish(index, EndOfSkipped(facts_, index, "done before"), "");
-      if (cannotLog_) return std::nullopt;
+      if (stop_) return std::nullopt;
     }
     if (inWorkElsewhere_.empty() || IsInterrupted()) return std::nullopt;
     const PictureTask task = {inWorkElsewhere_.front(), 1};
@@ -369,11 +369,8 @@ class Batch {
 
   void Finish(size_t index, const PictureEnd& end, const std::string& report) {
     tally_.Count(end.entry);
-    try {
-      if (!cannotLog_) log_.Append(end.entry);
-    } catch (const Refusal& refusal) {
-      cannotLog_ = std::make_unique<Refusal>(refusal);
-    }
+    Log(end.entry);
+    StopWithoutOutputFolder(end.entry);
     report_.Add(index, report.empty() ? ReportEntryText(ReportOf(end)) : report);
     ended_[index] = WordsOf(end);
     // In the order of the list, as soon as all before are told.
@@ -384,6 +381,24 @@ class Batch {
       }
       ended_.erase(at);
     }
+  }
+
+  void Log(const Json& entry) {
+    try {
+      if (!logFails_) log_.Append(entry);
+    } catch (const Refusal& refusal) {
+      logFails_ = true;
+      stop_ = std::make_unique<Refusal>(refusal);
+    }
+  }
+
+  // Every picture that is left would fail alike.
+  void StopWithoutOutputFolder(const Json& entry) {
+    const std::string& folder = command_.outputFolder;
+    if (stop_ || entry["status"] != static_cast<int>(ExitStatus::kCannotWrite) || folder.empty()) return;
+    if (access(folder.c_str(), F_OK) == 0) return;
+    stop_ = std::make_unique<Refusal>(ExitStatus::kCannotWrite, folder,
+                                      "is gone, and the run ends; with the folder back, --skip-done goes on");
   }
 
   static Json ReportOf(const PictureEnd& end) {
@@ -413,15 +428,11 @@ class Batch {
   ExitStatus Close(bool isInterrupted) {
     const double seconds = Seconds();
     for (const std::string& folder : cleanedFolders_) RemoveStrays(folder);
-    try {
-      if (!cannotLog_) log_.Append(tally_.Description(seconds, isInterrupted));
-    } catch (const Refusal& refusal) {
-      cannotLog_ = std::make_unique<Refusal>(refusal);
-    }
-    if (!isInterrupted && !cannotLog_) report_.Commit();
+    Log(tally_.Description(seconds, isInterrupted));
+    if (!isInterrupted && !stop_) report_.Commit();
     if (isInterrupted || !command_.talk.quiet) Tell(tally_.Words(seconds, isInterrupted));
     if (isInterrupted) return ExitStatus::kInterrupted;
-    if (cannotLog_) throw Refusal(*cannotLog_);
+    if (stop_) throw Refusal(*stop_);
     return tally_.HasFailed() ? ExitStatus::kSomeFailed : ExitStatus::kDone;
   }
 
@@ -441,7 +452,8 @@ class Batch {
   std::deque<size_t> inWorkElsewhere_;
   std::map<size_t, std::vector<std::string>> ended_;  // and not told
   std::set<std::string> cleanedFolders_;
-  std::unique_ptr<Refusal> cannotLog_;
+  std::unique_ptr<Refusal> stop_;  // no further picture is begun
+  bool logFails_ = false;
   bool isStopping_ = false;
 };
 
