@@ -86,7 +86,8 @@ bool ExifNamesSrgb(const PictureFile& input) {
 }  // namespace
 
 std::optional<ToneCurve> LightCurveOf(const PictureFile& input, int page) {
-  if (input.kind().model == ColourModel::kLab) return std::nullopt;
+  const ColourModel model = input.kind().model;
+  if (model == ColourModel::kLab || model == ColourModel::kCmyk) return std::nullopt;
   const std::vector<uint8_t> profile = ProfileOf(input, page);
   if (!profile.empty()) {
     std::optional<ToneCurve> curve = CurveOfProfile(profile, input.kind().colours());

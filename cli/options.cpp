@@ -248,7 +248,7 @@ std::string VersionText() {
 
 constexpr const char* kPictureFooter = R"(
 Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL, HEIF and AVIF; writes PNG, TIFF,
-JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB and Lab of 8 or 16 bits, of
+JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB, Lab and CMYK of 8 or 16 bits, of
 any size; alpha and metadata are kept. INPUT is never changed.
 
 Not sure of a number? -a auto finds it from the picture itself, also in real press halftones that no number reaches.

@@ -1,5 +1,6 @@
 #include "cli/page_samples.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -10,7 +11,8 @@ namespace tessaline::cli {
 static_assert(EveryLevelComesBack());
 
 bool PageSamples::Create(const PageKind& kind) {
-  main_.Release();
+  for (Image& image : main_) image.Release();
+  isChanged_ = {};
   extras_ = {};
   lowestBits_ = {};
   kind_ = kind;
@@ -26,7 +28,10 @@ bool PageSamples::Create(const PageKind& kind) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  return main_.Create(kind.width, kind.height, kind.colours() * kind.bits / 8);
+  const int32_t coloursOfPart = kind.colours() / kind.parts();
+  return std::all_of(main_.begin(), main_.begin() + kind.parts(), [&](Image& image) {
+    return image.Create(kind.width, kind.height, coloursOfPart * kind.bits / 8);
+  });
 }
 
 namespace {
@@ -46,7 +51,11 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
   const int32_t colours = kind_.colours();
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
-  auto* main = main_.view().Row<Sample>(y);
+  // Colour after colour from one part, or one colour from each.
+  Sample* main[kInks];
+  for (int32_t part = 0; part < kind_.parts(); ++part)
+    main[part] = main_[static_cast<size_t>(part)].view().Row<Sample>(y);
+  const int32_t lastPart = kind_.parts() - 1;
   auto* extra = reinterpret_cast<Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
   uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
   if constexpr (sizeof(Sample) == 2) memset(lowestBits, 0, lowestBitsPerRow_);
@@ -55,11 +64,11 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
     for (int32_t colour = 0; colour < colours; ++colour, ++index) {
       const auto sample = static_cast<Sample>(*in++ ^ SignFlipOf<Sample>(kind_, colour));
       if constexpr (sizeof(Sample) == 2) {
-        *main++ = RunLevelOf(sample);
+        *main[std::min(colour, lastPart)]++ = RunLevelOf(sample);
         lowestBits[index / 8] =
             static_cast<uint8_t>(lowestBits[index / 8] | LowestBitOf(sample) << (index % 8));
       } else {
-        *main++ = sample;
+        *main[std::min(colour, lastPart)]++ = sample;
       }
     }
     for (size_t i = 0; i < extras; ++i) *extra++ = *in++;
@@ -67,21 +76,26 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
 }
 
 template <typename Sample>
-void PageSamples::FillRowAs(int32_t y, bool isUntouched, Sample* out) const {
+void PageSamples::FillRowAs(int32_t y, Sample* out) const {
   const int32_t colours = kind_.colours();
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
-  const auto* main = main_.view().Row<Sample>(y);
+  const Sample* main[kInks];
+  for (int32_t part = 0; part < kind_.parts(); ++part)
+    main[part] = main_[static_cast<size_t>(part)].view().Row<Sample>(y);
+  const int32_t lastPart = kind_.parts() - 1;
   const auto* extra =
       reinterpret_cast<const Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
   const uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
   size_t index = 0;
   for (size_t x = 0; x < width; ++x) {
     for (int32_t colour = 0; colour < colours; ++colour, ++index) {
-      Sample sample = *main++;
+      const int32_t part = std::min(colour, lastPart);
+      Sample sample = *main[part]++;
       if constexpr (sizeof(Sample) == 2) {
-        sample = isUntouched ? ExactFullRangeLevel(sample, lowestBits[index / 8] >> (index % 8) & 1)
-                             : FullRangeLevelOf(sample);
+        sample = isChanged_[static_cast<size_t>(part)]
+                     ? FullRangeLevelOf(sample)
+                     : ExactFullRangeLevel(sample, lowestBits[index / 8] >> (index % 8) & 1);
       }
       *out++ = static_cast<Sample>(sample ^ SignFlipOf<Sample>(kind_, colour));
     }
@@ -97,11 +111,11 @@ void PageSamples::TakeRow(int32_t y, const void* fileRow) {
   }
 }
 
-void PageSamples::FillRow(int32_t y, bool isUntouched, void* fileRow) const {
+void PageSamples::FillRow(int32_t y, void* fileRow) const {
   if (kind_.bits == 16) {
-    FillRowAs(y, isUntouched, static_cast<uint16_t*>(fileRow));
+    FillRowAs(y, static_cast<uint16_t*>(fileRow));
   } else {
-    FillRowAs(y, isUntouched, static_cast<uint8_t*>(fileRow));
+    FillRowAs(y, static_cast<uint8_t*>(fileRow));
   }
 }
 

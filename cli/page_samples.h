@@ -1,7 +1,8 @@
-// One picture's samples on their way from the file to the run and back: colour planes in a buffer that the
-// run works on, alpha and other extra channels beside it, untouched.
+// One picture's samples on their way from the file to the run and back: colour planes in buffers that the
+// run works on, alpha and other extra channels beside them, untouched.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -9,7 +10,10 @@
 
 namespace tessaline::cli {
 
-enum class ColourModel { kGrey, kRgb, kLab };
+enum class ColourModel { kGrey, kRgb, kLab, kCmyk };
+
+constexpr int32_t kInks = 4;
+constexpr const char* kInkNames[kInks] = {"cyan", "magenta", "yellow", "black"};
 
 // How the samples of a page stand in a row: pixel after pixel, `colours` of them, then `extras`.
 struct PageKind {
@@ -19,7 +23,11 @@ struct PageKind {
   int32_t extras = 0;        // alpha and other channels
   int32_t bits = 8;          // per sample: 8, or 16 in full range and the machine's byte order
   bool hasSignedAb = false;  // Lab whose a and b are two's complement round 0
-  int32_t colours() const { return model == ColourModel::kGrey ? 1 : 3; }
+  int32_t colours() const {
+    return model == ColourModel::kGrey ? 1 : model == ColourModel::kCmyk ? kInks : 3;
+  }
+  // Pictures that are looked at and cleaned each for itself: dot screens live in the inks.
+  int32_t parts() const { return model == ColourModel::kCmyk ? kInks : 1; }
   int32_t channels() const { return colours() + extras; }
   size_t RowBytes() const {
     return static_cast<size_t>(width) * static_cast<size_t>(channels()) * static_cast<size_t>(bits / 8);
@@ -33,24 +41,27 @@ class PageSamples {
   bool Create(const PageKind& kind);
 
   const PageKind& kind() const { return kind_; }
-  // The colour planes, of kind 1, 2, 3 or 6; without channels before Create.
-  PictureView picture() { return PictureOf(main_.view()); }
+  // The colour planes of a part, of kind 1, 2, 3 or 6; without channels before Create.
+  PictureView picture(int32_t part = 0) { return PictureOf(main_[static_cast<size_t>(part)].view()); }
+  // Says that the run has changed a part. Of one that is not changed every sample comes back exactly; of the
+  // others 16-bit colours are scaled from the run's range.
+  void SetChanged(int32_t part) { isChanged_[static_cast<size_t>(part)] = true; }
 
   // A row as it stands in the file. 16-bit colours are scaled to the run's range.
   void TakeRow(int32_t y, const void* fileRow);
 
-  // The row for the file. `isUntouched`: the run has not changed the buffer, and every sample comes back
-  // exactly; otherwise 16-bit colours are scaled from the run's range.
-  void FillRow(int32_t y, bool isUntouched, void* fileRow) const;
+  // The row for the file.
+  void FillRow(int32_t y, void* fileRow) const;
 
  private:
   template <typename Sample>
   void TakeRowAs(int32_t y, const Sample* in);
   template <typename Sample>
-  void FillRowAs(int32_t y, bool isUntouched, Sample* out) const;
+  void FillRowAs(int32_t y, Sample* out) const;
 
   PageKind kind_;
-  Image main_;
+  std::array<Image, kInks> main_;  // by part
+  std::array<bool, kInks> isChanged_ = {};
   std::vector<uint8_t> extras_;      // of all rows, in file order
   std::vector<uint8_t> lowestBits_;  // of 16-bit colour samples, one bit each, rows padded to bytes
   size_t lowestBitsPerRow_ = 0;      // bytes

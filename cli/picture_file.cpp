@@ -187,10 +187,17 @@ bool PictureFile::IsLabPage(int page) const {
   return photometric == kPhotometricCieLab || photometric == kPhotometricIccLab;
 }
 
+// Inks of other names than the four of print.
+bool PictureFile::HasOtherInks(int page) const {
+  constexpr uint16_t kInkSet = 332;
+  constexpr uint64_t kCmykInks = 1;
+  return tiff_ && tiff_->Value(static_cast<size_t>(page), kInkSet, kCmykInks) != kCmykInks;
+}
+
 namespace {
 
 // What the format calls colours, and what the decoder makes of them.
-constexpr uint64_t kPhotometricTaken[] = {0, 1, 2, 3, 5, 6, 8, 9};  // CMYK, 5, is refused in its own words
+constexpr uint64_t kPhotometricTaken[] = {0, 1, 2, 3, 5, 6, 8, 9};
 constexpr uint64_t kBitsTaken[] = {1, 2, 4, 8, 16};
 constexpr uint64_t kCompressionsTaken[] = {1, 2, 3, 4, 5, 6, 7, 8, 32773, 32946, 34661, 34925, 50000, 50001};
 constexpr uint64_t kUnsigned = 1, kSigned = 2, kFloat = 3, kUntold = 4;
@@ -219,8 +226,8 @@ void PictureFile::RefuseTiffKinds() const {
                                    "; convert it to 16 bits per sample first");
     }
     if (!Lists(kPhotometricTaken, tiff_->Value(index, kTiffPhotometric, 1))) {
-      throw Unsupported(path_,
-                        "its colours are neither grey nor RGB nor Lab" + where + "; convert it to RGB first");
+      throw Unsupported(path_, "its colours are neither grey nor RGB nor Lab nor CMYK" + where +
+                                   "; convert it to RGB first");
     }
     if (!Lists(kCompressionsTaken, compression)) {
       throw Unsupported(path_, "is compressed in a way that cannot be read (number " +
@@ -353,12 +360,13 @@ ColourModel PictureFile::ModelOf(VipsImage* image, int page) const {
       if (bands < 3) break;
       return IsLabPage(page) ? ColourModel::kLab : ColourModel::kRgb;
     case VIPS_INTERPRETATION_CMYK:
-      throw Unsupported(path_, "is in CMYK" + where + "; convert it to RGB first");
+      if (bands < kInks || HasOtherInks(page)) break;
+      return ColourModel::kCmyk;
     default:
       break;
   }
-  throw Unsupported(path_,
-                    "its colours are neither grey nor RGB nor Lab" + where + "; convert it to RGB first");
+  throw Unsupported(
+      path_, "its colours are neither grey nor RGB nor Lab nor CMYK" + where + "; convert it to RGB first");
 }
 
 PageKind PictureFile::KindOf(VipsImage* image, int page) const {

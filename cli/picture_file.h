@@ -22,7 +22,7 @@ namespace tessaline::cli {
 class PictureFile {
  public:
   // Looks at the file without decoding pixels. Refuses what cannot be read (kUnreadable), what the run cannot
-  // take (kUnsupported: float, CMYK, pages that differ) and what is too large (kTooLarge).
+  // take (kUnsupported: float, pages that differ) and what is too large (kTooLarge).
   explicit PictureFile(const std::string& path);
   ~PictureFile();
   PictureFile(const PictureFile&) = delete;
@@ -70,6 +70,7 @@ class PictureFile {
   PageKind KindOf(VipsImage* image, int page) const;
   ColourModel ModelOf(VipsImage* image, int page) const;
   bool IsLabPage(int page) const;
+  bool HasOtherInks(int page) const;
   void RefuseTiffKinds() const;
 
   std::string path_;

@@ -14,22 +14,25 @@
 namespace tessaline::cli {
 namespace {
 
-// written, bits, alpha, Lab, pages, orientation
+// written, bits, alpha, Lab, CMYK, pages, orientation
 constexpr FormatTraits kFormats[] = {
-    {FileFormat::kPng, "PNG", "pngload_source", false, ".png", true, 16, true, false, false, false},
-    {FileFormat::kTiff, "TIFF", "tiffload_source", true, ".tif .tiff", true, 16, true, true, true, true},
+    {FileFormat::kPng, "PNG", "pngload_source", false, ".png", true, 16, true, false, false, false, false},
+    {FileFormat::kTiff, "TIFF", "tiffload_source", true, ".tif .tiff", true, 16, true, true, true, true,
+     true},
     {FileFormat::kJpeg, "JPEG", "jpegload_source", false, ".jpg .jpeg .jpe .jfif", true, 8, false, false,
-     false, true, 65500},
-    {FileFormat::kWebp, "WebP", "webpload_source", true, ".webp", true, 8, true, false, true, true, 16383},
-    {FileFormat::kGif, "GIF", "gifload_source", true, ".gif", false, 0, false, false, false, false},
-    {FileFormat::kPnm, "PNM", "ppmload_source", false, ".ppm .pgm .pnm", true, 16, false, false, false,
+     true, false, true, 65500},
+    {FileFormat::kWebp, "WebP", "webpload_source", true, ".webp", true, 8, true, false, false, true, true,
+     16383},
+    {FileFormat::kGif, "GIF", "gifload_source", true, ".gif", false, 0, false, false, false, false, false},
+    {FileFormat::kPnm, "PNM", "ppmload_source", false, ".ppm .pgm .pnm", true, 16, false, false, false, false,
      false},
     // The library calls the reduced sizes of a JPEG 2000 picture its pages.
     {FileFormat::kJpeg2000, "JPEG 2000", "jp2kload_source", false, ".jp2 .j2k .j2c .jpc", true, 16, true,
-     false, false, false},
-    {FileFormat::kJpegXl, "JPEG XL", "jxlload_source", false, ".jxl", true, 16, true, false, false, false},
-    {FileFormat::kHeif, "HEIF", "heifload_source", true, ".heic .heif .avif", false, 0, false, false, false,
+     false, false, false, false},
+    {FileFormat::kJpegXl, "JPEG XL", "jxlload_source", false, ".jxl", true, 16, true, false, false, false,
      false},
+    {FileFormat::kHeif, "HEIF", "heifload_source", true, ".heic .heif .avif", false, 0, false, false, false,
+     false, false},
 };
 
 const FormatTraits& Traits(FileFormat format) {

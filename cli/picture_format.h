@@ -18,6 +18,7 @@ struct FormatTraits {
   int mostBits;            // per sample, when written
   bool keepsAlpha;
   bool keepsLab;
+  bool keepsCmyk;
   bool keepsPages;         // several pictures in one file
   bool keepsOrientation;   // of a picture that came in another format
   int mostSide = 1000000;  // pixels, when written; what no picture reaches where the format has no limit

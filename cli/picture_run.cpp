@@ -74,14 +74,27 @@ class PageStore {
   int descriptor_ = -1;
 };
 
-// "spectrum.png" for the first page, "spectrum-2.png" for the second.
-std::string NameForPage(const std::string& file, int page) {
-  if (page == 0) return file;
+// "spectrum.png" for the first page, "spectrum-2.png" for the second; "spectrum-2-cyan.png" for an ink.
+std::string NameForPart(const std::string& file, int page, const char* ink) {
+  std::string mark;
+  if (page > 0) mark.append("-").append(std::to_string(page + 1));
+  if (ink != nullptr) mark.append("-").append(ink);
   const size_t slash = file.find_last_of('/');
   size_t dot = file.find_last_of('.');
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = file.size();
-  return file.substr(0, dot) + "-" + std::to_string(page + 1) + file.substr(dot);
+  return file.substr(0, dot) + mark + file.substr(dot);
 }
+
+// Of a part of a picture with several; null: there is one.
+const char* InkName(const PageKind& kind, int32_t part) {
+  return kind.model == ColourModel::kCmyk ? kInkNames[part] : nullptr;
+}
+
+// What came of a page, or of one of its inks.
+struct PartOutcome : EngineOutcome {
+  int page = 0;
+  const char* ink = nullptr;
+};
 
 std::string Plain(float value) {
   std::ostringstream text;
@@ -100,7 +113,7 @@ std::string Advice(const Settings& settings) {
 // The files of one picture, open beside their final names until all is done.
 struct Outputs {
   std::unique_ptr<OutputFile> picture;
-  std::vector<std::unique_ptr<OutputFile>> spectra;  // by page
+  std::vector<std::unique_ptr<OutputFile>> spectra;  // by page and part
   std::vector<std::unique_ptr<OutputFile>> masks;
   std::vector<std::unique_ptr<OutputFile>> gates;
   std::unique_ptr<OutputFile> report;
@@ -126,11 +139,15 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
     outputs.picture = open(request.output);
     outputs.picture->TakeModeAndTimes(input.descriptor());
   }
-  for (int page = 0; page < input.pages(); ++page) {
-    if (!request.spectrumFile.empty())
-      outputs.spectra.push_back(open(NameForPage(request.spectrumFile, page)));
-    if (!request.maskFile.empty()) outputs.masks.push_back(open(NameForPage(request.maskFile, page)));
-    if (!request.gateFile.empty()) outputs.gates.push_back(open(NameForPage(request.gateFile, page)));
+  const int parts = input.kind().parts();
+  for (int index = 0; index < input.pages() * parts; ++index) {
+    const auto openPart = [&](const std::string& file, std::vector<std::unique_ptr<OutputFile>>& files) {
+      if (!file.empty())
+        files.push_back(open(NameForPart(file, index / parts, InkName(input.kind(), index % parts))));
+    };
+    openPart(request.spectrumFile, outputs.spectra);
+    openPart(request.maskFile, outputs.masks);
+    openPart(request.gateFile, outputs.gates);
   }
   if (!request.reportFile.empty() && request.reportFile != "-") {
     outputs.report = std::make_unique<OutputFile>(request.reportFile,
@@ -147,6 +164,8 @@ const char* ModelName(ColourModel model) {
       return "rgb";
     case ColourModel::kLab:
       return "lab";
+    case ColourModel::kCmyk:
+      return "cmyk";
   }
   return "";
 }
@@ -240,15 +259,18 @@ class PictureRun {
     showReading(0);
     input_.ReadPage(page, &samples_, showReading);
     readSeconds_ += SecondsSince(reading);
-    const auto show = [&](double fraction, const char* doing) {
-      ShowProgress(ShareOfPages(page, kReading + (1 - kReading) * fraction), doing + ofPages);
-    };
-
-    show(0, "looking");
-    TakeOutcome(page, RunEngine(samples_.picture(), engine_.workspace(), Wishes(page), show, request_.input));
-    StorePage(page, [this, y = 0](bool isUntouched, void* row) mutable {
-      samples_.FillRow(y++, isUntouched, row);
-    });
+    const int32_t parts = input_.kind().parts();
+    for (int32_t part = 0; part < parts; ++part) {
+      const auto show = [&](double fraction, const char* doing) {
+        ShowProgress(ShareOfPages(page, kReading + (1 - kReading) * (part + fraction) / parts),
+                     doing + ofPages);
+      };
+      show(0, "looking");
+      TakeOutcome(page, part,
+                  RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page), show, request_.input));
+      if (outcomes_.back().samplesChanged) samples_.SetChanged(part);
+    }
+    StorePage(page, [this, y = 0](void* row) mutable { samples_.FillRow(y++, row); });
   }
 
   // Looked at here; cleaned while it is written, or stored.
@@ -257,15 +279,28 @@ class PictureRun {
     const auto show = [this, page, ofPages](double fraction, const char* doing) {
       ShowProgress(ShareOfPages(page, fraction), doing + ofPages);
     };
-    tiled_ = std::make_unique<TiledPage>(input_, page, engine_, request_.tileSide.value_or(0),
-                                         [show, looked](double fraction, const char* doing) {
-                                           show(looked + (1 - looked) * fraction, doing);
-                                         });
-    TakeOutcome(page, tiled_->Look(Wishes(page), [show, looked](double fraction, const char* doing) {
-      show(looked * fraction, doing);
-    }));
-    StorePage(page, [this](bool, void* row) { tiled_->NextRow(row); });
-    outcomes_.back().seconds.apply = tiled_->cleaningSeconds();
+    const int32_t parts = input_.kind().parts();
+    tiled_.clear();
+    for (int32_t part = 0; part < parts; ++part) {
+      tiled_.push_back(std::make_unique<TiledPage>(input_, page, part, engine_, request_.tileSide.value_or(0),
+                                                   [show, looked](double fraction, const char* doing) {
+                                                     show(looked + (1 - looked) * fraction, doing);
+                                                   }));
+      TakeOutcome(page, part, tiled_.back()->Look(Wishes(page), [=](double fraction, const char* doing) {
+        show(looked * (part + fraction) / parts, doing);
+      }));
+    }
+    StorePage(page, [this](void* row) { NextTiledRow(row); });
+    TellCleaningTime();
+  }
+
+  void NextTiledRow(void* row) {
+    for (const auto& part : tiled_) part->NextRow(row);
+  }
+  void TellCleaningTime() {
+    for (size_t part = 0; part < tiled_.size(); ++part) {
+      outcomes_[outcomes_.size() - tiled_.size() + part].seconds.apply = tiled_[part]->cleaningSeconds();
+    }
   }
 
   EngineWishes Wishes(int page) {
@@ -275,14 +310,16 @@ class PictureRun {
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     wishes.restoration = request_.restoration;
     if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
+    // Inks are told by the share of paper that they cover, which averages as light does.
+    if (input_.kind().model == ColourModel::kCmyk) wishes.restoration.light.light = Light::kCoded;
     if (request_.settings.isAutomatic) curve_ = LightCurveOf(input_, page);
     if (curve_) wishes.restoration.light.curve = &*curve_;
     wishes.drawsGate = !request_.gateFile.empty();
     return wishes;
   }
 
-  void TakeOutcome(int page, EngineOutcome outcome) {
-    const auto index = static_cast<size_t>(page);
+  void TakeOutcome(int page, int32_t part, EngineOutcome outcome) {
+    const size_t index = outcomes_.size();
     if (!outputs_.spectra.empty()) {
       const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
       WritePlainPng(outcome.spectrumPicture.data(), kSpectrumCells, rows, 3, outputs_.spectra[index].get());
@@ -298,24 +335,24 @@ class PictureRun {
     outcome.gatePicture.Release();
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
-    wishes_.isUntouched.push_back(!outcome.samplesChanged);
-    outcomes_.push_back(std::move(outcome));
+    wishes_.isUntouched.resize(static_cast<size_t>(page) + 1, true);
+    if (outcome.samplesChanged) wishes_.isUntouched.back() = false;
+    outcomes_.push_back({std::move(outcome), page, InkName(input_.kind(), part)});
   }
 
-  // Of several pages the finished one, for the writer. next(isUntouched, row) fills its rows in their order.
+  // Of several pages the finished one, for the writer. next(row) fills its rows in their order.
   template <typename Next>
   void StorePage(int page, Next next) {
     if (!store_ || CopiesPage(outputFormat_->format, input_, page, wishes_)) return;
-    const bool isUntouched = wishes_.isUntouched[static_cast<size_t>(page)];
     store_->Begin(page * input_.kind().height);
     std::vector<uint8_t> row(input_.kind().RowBytes());
     for (int32_t y = 0; y < input_.kind().height; ++y) {
-      next(isUntouched, row.data());
+      next(row.data());
       store_->Append(row.data());
     }
   }
 
-  size_t PagesWithPattern() const {
+  size_t PartsWithPattern() const {
     size_t count = 0;
     for (const EngineOutcome& outcome : outcomes_) count += outcome.patternFound;
     return count;
@@ -331,7 +368,7 @@ class PictureRun {
   }
 
   bool CopiesInput() const {
-    return PagesWithPattern() == 0 && outputFormat_->format == input_.format().format &&
+    return PartsWithPattern() == 0 && outputFormat_->format == input_.format().format &&
            request_.storage.IsLeftOpen();
   }
 
@@ -341,29 +378,28 @@ class PictureRun {
       input_.CopyTo(outputs_.picture.get());
       return;
     }
-    const bool isUntouched = !outcomes_[0].samplesChanged;  // one page: with more, the store is asked
-    const bool isCleanedMeanwhile = tiled_ && !store_;
+    const bool isCleanedMeanwhile = !tiled_.empty() && !store_;
     const double begun = ShareOfPages(input_.pages(), 0);
     const double rows = static_cast<double>(input_.kind().height) * input_.pages();
     ShowProgress(begun, "writing");
     const RowFiller fill = [&](int32_t y, void* row) {
-      if (isCleanedMeanwhile) return tiled_->NextRow(row);
+      if (isCleanedMeanwhile) return NextTiledRow(row);
       ShowProgress(begun + (1 - begun) * y / rows, "writing");
       if (store_) {
         store_->Read(y, row);
       } else {
-        samples_.FillRow(y, isUntouched, row);
+        samples_.FillRow(y, row);
       }
     };
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
     wishes_.threads = FixedThreads(request_).value_or(1 + borrowed.count());
     WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes_);
-    if (isCleanedMeanwhile) outcomes_.back().seconds.apply = tiled_->cleaningSeconds();
+    if (isCleanedMeanwhile) TellCleaningTime();
   }
 
   // What the picture's own decision came to, in one sentence.
   std::string AutomaticSentence() const {
-    const size_t found = PagesWithPattern();
+    const size_t found = PartsWithPattern();
     if (found == 0) {
       std::string text = "auto: no regular pattern found, image unchanged";
       if (request_.settings.sensitivity < kSensitivityRange.maximum) {
@@ -379,12 +415,24 @@ class PictureRun {
         std::string(isPlural ? " were " : " was ") + (request_.dryRun ? "found" : "taken out");
     if (outcomes_.size() == 1)
       return name.text + verb + (strongest->isOfLight && !request_.dryRun ? " in linear light" : "");
-    return "patterns on " + std::to_string(found) + " of " + std::to_string(outcomes_.size()) + " pages" +
-           verb + ", on page " + std::to_string(strongest - outcomes_.begin() + 1) + " " + name.text;
+    return "patterns " + OnPartsOf(found) + verb + ", " + PlaceOf(*strongest, "on page ", " in ") + " " +
+           name.text;
+  }
+
+  // "on 2 of 3 pages", "in 2 of 4 inks"; of pages in CMYK the inks are counted, too.
+  std::string OnPartsOf(size_t found) const {
+    const std::string ofAll = std::to_string(found) + " of " + std::to_string(outcomes_.size());
+    return outcomes_[0].ink != nullptr ? "in " + ofAll + " inks" : "on " + ofAll + " pages";
+  }
+  std::string PlaceOf(const PartOutcome& outcome, const char* beforePage, const char* beforeInk) const {
+    std::string place;
+    if (input_.pages() > 1) place = beforePage + std::to_string(outcome.page + 1);
+    if (outcome.ink != nullptr) place += std::string(place.empty() ? beforeInk + 1 : beforeInk) + outcome.ink;
+    return place;
   }
 
   std::string NumberSentence() const {
-    const size_t found = PagesWithPattern();
+    const size_t found = PartsWithPattern();
     if (found == 0) {
       const std::string kept = request_.dryRun ? "" : "; " + request_.output + " has the same samples";
       return "found no pattern at acceptance " + Plain(request_.settings.acceptance) + kept +
@@ -392,14 +440,13 @@ class PictureRun {
     }
     const std::string verb = request_.dryRun ? "found " : "took out ";
     if (outcomes_.size() == 1) return verb + CountNotches(outcomes_[0], input_.resolution());
-    return verb + "patterns on " + std::to_string(found) + " of " + std::to_string(outcomes_.size()) +
-           " pages";
+    return verb + "patterns " + OnPartsOf(found);
   }
 
   std::vector<std::string> Notes() const {
     const bool isAutomatic = request_.settings.isAutomatic;
     std::string sentence = request_.input + ": " + (isAutomatic ? AutomaticSentence() : NumberSentence());
-    const bool tellsWhere = isAutomatic || PagesWithPattern() > 0;
+    const bool tellsWhere = isAutomatic || PartsWithPattern() > 0;
     if (tellsWhere && !request_.dryRun) sentence += "; written to " + request_.output;
     std::vector<std::string> notes = {sentence};
     if (!request_.dryRun && !CopiesInput()) {
@@ -407,11 +454,10 @@ class PictureRun {
         notes.push_back(request_.input + ": " + line);
       }
     }
-    for (size_t page = 0; request_.verbose && page < outcomes_.size(); ++page) {
+    for (size_t i = 0; request_.verbose && i < outcomes_.size(); ++i) {
       std::string subject = request_.input + ": ";
-      if (outcomes_.size() > 1) subject += "page " + std::to_string(page + 1) + ": ";
-      for (const std::string& line :
-           DescribeInLines(outcomes_[page], input_.resolution(static_cast<int>(page))))
+      if (outcomes_.size() > 1) subject += PlaceOf(outcomes_[i], "page ", " ") + ": ";
+      for (const std::string& line : DescribeInLines(outcomes_[i], input_.resolution(outcomes_[i].page)))
         notes.push_back(subject + line);
     }
     return notes;
@@ -421,9 +467,10 @@ class PictureRun {
     const PageKind& kind = input_.kind();
     const auto resolution = input_.resolution();
     Json pages = Json::array();
-    for (size_t page = 0; page < outcomes_.size(); ++page) {
-      Json description = {{"page", page + 1}};
-      description.update(DescribeRun(outcomes_[page], input_.resolution(static_cast<int>(page))));
+    for (const PartOutcome& outcome : outcomes_) {
+      Json description = {{"page", outcome.page + 1}};
+      if (outcome.ink != nullptr) description["ink"] = outcome.ink;
+      description.update(DescribeRun(outcome, input_.resolution(outcome.page)));
       pages.push_back(description);
     }
     Json report =
@@ -467,9 +514,9 @@ class PictureRun {
   std::optional<ToneCurve> curve_;  // of the page in work, by its file
   PageSamples samples_;
   Engine engine_{MakePool(request_, input_.kind())};
-  std::unique_ptr<TiledPage> tiled_;  // the last page, where they are done in tiles
-  std::unique_ptr<PageStore> store_;  // only with several pages
-  std::vector<EngineOutcome> outcomes_;
+  std::vector<std::unique_ptr<TiledPage>> tiled_;  // of the last page, by part, where they are done in tiles
+  std::unique_ptr<PageStore> store_;               // only with several pages
+  std::vector<PartOutcome> outcomes_;              // by page and part
   double readSeconds_ = 0;
   double writeSeconds_ = 0;
 };

@@ -175,6 +175,7 @@ void* CarryField(VipsImage*, const char* name, GValue* value, void* target) {
 }
 
 VipsInterpretation InterpretationOf(const PageKind& kind) {
+  if (kind.model == ColourModel::kCmyk) return VIPS_INTERPRETATION_CMYK;
   // Lab travels as RGB through the library and gets its name back in the file (see PictureFile).
   if (kind.colours() == 1) return kind.bits == 16 ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W;
   return kind.bits == 16 ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB;
@@ -385,6 +386,9 @@ std::unique_ptr<MetadataFilter> JpegFilterFor(const PictureFile& input, const Ar
 constexpr uint16_t kOfThePage[] = {kTiffOrientation, kTiffXResolution, kTiffYResolution, kTiffResolutionUnit,
                                    kTiffXmp,         kTiffPhotoshop,   kTiffIccProfile};
 
+// What the inks are called, how many there are, the levels of none and all of one.
+constexpr uint16_t kOfTheInks[] = {333, 334, 336};
+
 // From one TIFF file into another each page's own; the library gives all pages the first one's.
 TiffPageEdit EditOfTiffPage(const PictureFile& input, size_t page) {
   const TiffStructure& tiff = *input.tiff();
@@ -395,6 +399,9 @@ TiffPageEdit EditOfTiffPage(const PictureFile& input, size_t page) {
   // does what the extra channels are: the library knows no associated alpha.
   if (input.kind().model == ColourModel::kLab) {
     edit.removed.insert(edit.removed.end(), {kTiffPhotometric, kTiffSampleFormat});
+  }
+  if (input.kind().model == ColourModel::kCmyk) {
+    edit.removed.insert(edit.removed.end(), std::begin(kOfTheInks), std::end(kOfTheInks));
   }
   const std::vector<TiffTag> extras = tiff.Tags(page, std::array<uint16_t, 1>{kTiffExtraSamples});
   if (!extras.empty() && extras[0].count == static_cast<uint64_t>(input.kind().extras)) {
@@ -497,10 +504,14 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
                       " pixels on a side, and " + input.path() + " is " + std::to_string(kind.width) + "x" +
                       std::to_string(kind.height) + "; write PNG or TIFF");
   }
+  const bool isCmyk = kind.model == ColourModel::kCmyk;
+  if (isCmyk && !format.keepsCmyk) refuse("the CMYK inks", "write TIFF or JPEG");
   if (kind.bits > format.mostBits) {
-    refuse("the " + std::to_string(kind.bits) + " bits per sample", "write PNG or TIFF");
+    refuse("the " + std::to_string(kind.bits) + " bits per sample",
+           isCmyk ? "write TIFF" : "write PNG or TIFF");
   }
-  if (kind.extras > 0 && !format.keepsAlpha) refuse("the alpha channel", "write PNG or TIFF");
+  if (kind.extras > 0 && !format.keepsAlpha)
+    refuse("the alpha channel", isCmyk ? "write TIFF" : "write PNG or TIFF");
   // Beside TIFF the formats know at most one extra channel, and take it for alpha.
   if (kind.extras > 1 && format.format != FileFormat::kTiff) refuse("the extra channels", "write TIFF");
   if (kind.model == ColourModel::kLab && !format.keepsLab) refuse("the Lab colours", "write TIFF");

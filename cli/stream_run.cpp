@@ -280,8 +280,9 @@ class StreamRun {
     if (isDecided_) wishes.frozen = &kept_;
     EngineOutcome outcome = RunOnFrame(wishes);
     if (outcome.samplesChanged) {  // otherwise the frame goes out as it came in
+      samples_.SetChanged(0);
       for (int32_t y = 0; y < kind_.height; ++y) {
-        samples_.FillRow(y, false, frame_.data() + static_cast<size_t>(y) * rowBytes);
+        samples_.FillRow(y, frame_.data() + static_cast<size_t>(y) * rowBytes);
       }
     }
     return outcome;

@@ -116,7 +116,9 @@ void DescribeSamples(const PageKind& kind, BlockSize size, TIFF* tiff) {
   TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, kind.channels());
   TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
   TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, kind.colours() == 1 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
+  constexpr uint16_t kPhotometrics[] = {PHOTOMETRIC_MINISBLACK, PHOTOMETRIC_RGB, PHOTOMETRIC_RGB,
+                                        PHOTOMETRIC_SEPARATED};  // by model; Lab gets its name afterwards
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, kPhotometrics[static_cast<size_t>(kind.model)]);
 }
 
 bool KnowsPredictor(uint16_t compression) {

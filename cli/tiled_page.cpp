@@ -29,15 +29,17 @@ void FlipSigns(const PageKind& kind, uint8_t* row) {
 
 }  // namespace
 
-PageRows::PageRows(const PictureFile& file, int page) : kind_(file.kind()), reader_(file, page) {
+PageRows::PageRows(const PictureFile& file, int page, int32_t part)
+    : kind_(file.kind()), part_(part), reader_(file, page) {
   const auto sampleBytes = static_cast<size_t>(kind_.bits / 8);
   layout_ = {kind_.width,
              kind_.RowBytes(),
              kind_.bits == 16 ? SampleFormat::kFull16 : SampleFormat::kByte,
-             kind_.colours(),
+             kind_.colours() / kind_.parts(),
              {}};
-  for (size_t c = 0; c < static_cast<size_t>(kind_.colours()); ++c) {
-    layout_.place[c] = {c * sampleBytes, static_cast<ptrdiff_t>(sampleBytes) * kind_.channels()};
+  for (size_t c = 0; c < static_cast<size_t>(layout_.channels); ++c) {
+    layout_.place[c] = {(static_cast<size_t>(part) + c) * sampleBytes,
+                        static_cast<ptrdiff_t>(sampleBytes) * kind_.channels()};
   }
 }
 
@@ -50,19 +52,26 @@ void PageRows::Read(int32_t count, uint8_t* rows) {
 }
 
 void PageRows::FillFileRow(const uint8_t* row, void* fileRow) const {
-  memcpy(fileRow, row, layout_.rowBytes);
-  FlipSigns(kind_, static_cast<uint8_t*>(fileRow));
+  if (part_ == 0) {
+    memcpy(fileRow, row, layout_.rowBytes);
+    return FlipSigns(kind_, static_cast<uint8_t*>(fileRow));
+  }
+  const auto [offset, pixelBytes] = layout_.place[0];
+  for (size_t at = offset; at < layout_.rowBytes; at += static_cast<size_t>(pixelBytes))
+    memcpy(static_cast<uint8_t*>(fileRow) + at, row + at, static_cast<size_t>(kind_.bits / 8));
 }
 
-TiledPage::TiledPage(const PictureFile& file, int page, Engine& engine, int32_t side, EngineProgress progress)
+TiledPage::TiledPage(const PictureFile& file, int page, int32_t part, Engine& engine, int32_t side,
+                     EngineProgress progress)
     : name_(file.path()),
-      rows_(file, page),
+      mostBytes_(kMostBytes / static_cast<size_t>(file.kind().parts())),
+      rows_(file, page, part),
       workspace_(engine.workspace()),
       side_(side),
       progress_(std::move(progress)) {}
 
 EngineOutcome TiledPage::Look(const EngineWishes& wishes, const EngineProgress& progress) {
-  rule_ = TilesFor(rows_.layout().rowBytes, wishes.settings.notchRadius, kMostBytes, side_);
+  rule_ = TilesFor(rows_.layout().rowBytes, wishes.settings.notchRadius, mostBytes_, side_);
   EngineOutcome outcome;
   EngineStretch looking{progress, "looking", 0.0, 1.0};
   StepClock clock;

@@ -1,4 +1,4 @@
-// A page that is cleaned in tiles: read from the file twice or three times, never held.
+// A page, or one of its inks, that is cleaned in tiles: read from the file twice or three times, never held.
 #pragma once
 
 #include <memory>
@@ -15,16 +15,18 @@ namespace tessaline::cli {
 // their zero in the middle.
 class PageRows final : public PictureRows {
  public:
-  PageRows(const PictureFile& file, int page);
+  PageRows(const PictureFile& file, int page, int32_t part);
   const RowLayout& layout() const override { return layout_; }
   int32_t height() const override { return kind_.height; }
   void Rewind() override { reader_.Rewind(); }
   void Read(int32_t count, uint8_t* rows) override;
-  // A row as the engine has it, as the file is to have it.
+  // A row as the engine has it, as the file is to have it. Of a page with several parts the first gives all
+  // bytes of the row, the others their own.
   void FillFileRow(const uint8_t* row, void* fileRow) const;
 
  private:
   const PageKind& kind_;
+  int32_t part_;
   RowLayout layout_;
   PageReader reader_;
 };
@@ -32,17 +34,20 @@ class PageRows final : public PictureRows {
 class TiledPage {
  public:
   // `side` of the tiles, 0: what suits the picture. `progress` hears of the cleaning.
-  TiledPage(const PictureFile& file, int page, Engine& engine, int32_t side, EngineProgress progress);
+  TiledPage(const PictureFile& file, int page, int32_t part, Engine& engine, int32_t side,
+            EngineProgress progress);
 
   // Everything but the samples; as RunEngine with the same wishes, whose gate is not drawn.
   EngineOutcome Look(const EngineWishes& wishes, const EngineProgress& progress);
 
-  // The page's rows in their order, cleaned or, where nothing was found, as they are. After Look.
+  // The page's rows in their order, cleaned or, where nothing was found, as they are. After Look. Of several
+  // parts the first fills the row, the others put theirs into it.
   void NextRow(void* fileRow);
   double cleaningSeconds() const { return cleaningSeconds_; }
 
  private:
   const std::string name_;
+  size_t mostBytes_;
   PageRows rows_;
   Workspace& workspace_;
   int32_t side_;

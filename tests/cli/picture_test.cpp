@@ -91,6 +91,46 @@ TEST(Pictures, NothingFoundGivesTheSameSamplesInEveryFormat) {
   }
 }
 
+// The fourth ink has no screen.
+TEST(Pictures, EveryInkIsAPictureOfItsOwn) {
+  for (const int bits : {8, 16}) {
+    const TemporaryFolder folder;
+    const Picture picture = DrawScreen(3, 1, bits, 700, 600);
+    const ImagePointer inks = ImageOf(picture);
+    inks->Type = VIPS_INTERPRETATION_CMYK;
+    Save(inks, folder / "in.tif", "[compression=lzw]");
+    const bool isDeep = bits == 16;
+    if (!isDeep) Save(inks, folder / "in.jpg", "[Q=95,profile=cmyk]");
+    EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status);
+    EXPECT_EQ(isDeep ? 4 : 0, RunProgram(Finding({folder / "in.tif", folder / "of-tiff.jpg"})).status);
+    const std::vector<std::vector<std::string>> runs = {{"in.tif", "out.tif"},
+                                                        {"--tile", "512", "in.tif", "tiled.tif"},
+                                                        {"in.jpg", "out.jpg"},
+                                                        {"in.jpg", "of-jpeg.tif"}};
+    for (std::vector<std::string> run : std::span(runs).first(isDeep ? 2 : 4)) {
+      SCOPED_TRACE(run.back());
+      const std::string output = folder / run.back(), report = output + ".json";
+      for (size_t i = run.size() - 2; i < run.size(); ++i) run[i] = folder / run[i];
+      run.insert(run.begin(), {"-a", "auto", "--report", report});
+      const Ended ended = RunProgram(run);
+      ASSERT_EQ(0, ended.status) << ended.err;
+      EXPECT_NE(std::string::npos, ended.err.find("in 3 of 4 inks were taken out, in cyan ")) << ended.err;
+      const auto told = nlohmann::json::parse(ReadWholeFile(report))["pictures"][0];
+      EXPECT_EQ("cmyk", told["colours"]);
+      EXPECT_EQ("black", told["pages"][3]["ink"]);
+      EXPECT_EQ(false, told["pages"][3]["patternFound"]);
+      const ImagePointer after = Open(output);
+      EXPECT_EQ(VIPS_INTERPRETATION_CMYK, after->Type);
+      const Picture clean = Load(output);
+      for (int ink = 0; ink < 3; ++ink) EXPECT_LT(ScreenAmplitude(clean, ink), kGone);
+      const bool isOfJpeg = run[run.size() - 2].ends_with(".jpg");
+      EXPECT_EQ(isOfJpeg, vips_image_get_typeof(after.get(), VIPS_META_ICC_NAME) != 0);
+      EXPECT_NEAR(picture.At(350, 300, 3), clean.At(350, 300, 3), isOfJpeg ? 5 : 0);
+      EXPECT_TRUE(isOfJpeg || picture.Channel(3) == clean.Channel(3));
+    }
+  }
+}
+
 TEST(Pictures, LabKeepsItsTagsAndLosesTheScreen) {
   for (const char* form : {"labq", "labs"}) {
     const TemporaryFolder folder;
