@@ -1,5 +1,8 @@
 #include "removal/picture.h"
 
+#include <algorithm>
+#include <type_traits>
+
 #include "image/pixel_kind.h"
 
 namespace tessaline {
@@ -40,12 +43,53 @@ decltype(auto) WithFormat(SampleFormat format, Use use) {
   return use(FloatFormat{});
 }
 
+// Samples are gathered, and scattered, in portions: their conversion in between then is a loop of vectors,
+// whatever lies between them.
+constexpr int32_t kPortion = 256;
+
+// Calls use(step) with the steps of packed pictures as numbers that the compiler knows, in bytes.
+template <typename Sample, typename Use>
+void WithStep(ptrdiff_t step, const Use& use) {
+  constexpr ptrdiff_t kBytes = sizeof(Sample);
+  switch (step) {
+    case kBytes:
+      return use(std::integral_constant<ptrdiff_t, kBytes>{});
+    case 3 * kBytes:
+      return use(std::integral_constant<ptrdiff_t, 3 * kBytes>{});
+    case 4 * kBytes:
+      return use(std::integral_constant<ptrdiff_t, 4 * kBytes>{});
+    default:
+      return use(step);
+  }
+}
+
+// Calls use(x) for all, several in one turn of the loop.
+template <typename Use>
+inline void ForAll(int32_t count, const Use& use) {
+  constexpr int32_t kAtOnce = 8;
+  int32_t x = 0;
+  for (; x + kAtOnce <= count; x += kAtOnce) {
+    for (int32_t i = 0; i < kAtOnce; ++i) use(x + i);
+  }
+  for (; x < count; ++x) use(x);
+}
+
 // Levels stand kApart floats apart.
 template <typename Format, int kApart>
 void Load(const uint8_t* sample, ptrdiff_t step, int32_t width, float* levels) {
-  for (int32_t x = 0; x < width; ++x, sample += step, levels += kApart) {
-    *levels =
-        static_cast<float>(*reinterpret_cast<const typename Format::Sample*>(sample)) * Format::kToLevel;
+  using Sample = typename Format::Sample;
+  Sample gathered[kPortion];
+  float converted[kPortion];
+  for (int32_t first = 0; first < width; first += kPortion) {
+    const int32_t count = std::min(kPortion, width - first);
+    const uint8_t* const begin = sample + first * step;
+    WithStep<Sample>(step, [&](auto known) {
+      ForAll(count, [&](int32_t x) { gathered[x] = *reinterpret_cast<const Sample*>(begin + x * known); });
+    });
+    float* const to = levels + kApart * first;
+    float* const packed = kApart == 1 ? to : converted;
+    for (int32_t x = 0; x < count; ++x) packed[x] = static_cast<float>(gathered[x]) * Format::kToLevel;
+    if constexpr (kApart > 1) ForAll(count, [&](int32_t x) { to[kApart * x] = converted[x]; });
   }
 }
 
@@ -66,13 +110,24 @@ template <typename Format, int kApart>
 void Store(const float* levels, int32_t width, Rounding rounding, ptrdiff_t step, uint8_t* sample) {
   using Sample = typename Format::Sample;
   const float allowance = rounding == Rounding::kNearest ? 0.5f : 0.0f;
-  for (int32_t x = 0; x < width; ++x, sample += step, levels += kApart) {
-    const float value = *levels * Format::kFromLevel;
-    if constexpr (std::is_same_v<Sample, float>) {
-      *reinterpret_cast<float*>(sample) = value;
-    } else {
-      *reinterpret_cast<Sample*>(sample) = StoreLevel<Sample>(value + allowance, Format::kMaximum);
+  Sample converted[kPortion];
+  for (int32_t first = 0; first < width; first += kPortion) {
+    const int32_t count = std::min(kPortion, width - first);
+    const float* const from = levels + kApart * first;
+    for (int32_t x = 0; x < count; ++x) {
+      const float value = from[kApart * x] * Format::kFromLevel;
+      if constexpr (std::is_same_v<Sample, float>) {
+        converted[x] = value;
+      } else {  // as StoreLevel, without its branches
+        const float wanted = value + allowance, above = wanted > 0.0f ? wanted : 0.0f;
+        converted[x] =
+            static_cast<Sample>(static_cast<int32_t>(above < Format::kMaximum ? above : Format::kMaximum));
+      }
     }
+    uint8_t* const begin = sample + first * step;
+    WithStep<Sample>(step, [&](auto known) {
+      ForAll(count, [&](int32_t x) { *reinterpret_cast<Sample*>(begin + x * known) = converted[x]; });
+    });
   }
 }
 

@@ -114,8 +114,8 @@ struct Findings {
   int32_t threshold = 0;  // by number: what a cell's enhanced value had to exceed, 0..32768
   bool isAutomatic = false;
   std::vector<SpectrumPeak> peaks;  // automatic: all that stand out, highest first
-  // Of the strongest licensed peak, in the picture's strong places, 0..32768; 0 where nobody has measured it
-  // (restoration/decision.h).
+  // Of the strongest licensed peak, in the picture's strong places, 0..32768, up to 16 levels of 255; 0 where
+  // nobody has measured it (restoration/decision.h).
   double strongAmplitude = 0.0;
 };
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "image/pixel_kind.h"
 #include "removal/steps.h"
 #include "restoration/picture_tiles.h"
 
@@ -25,6 +26,9 @@ int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const S
                     const std::vector<SpectrumPeak>* licensedBefore = nullptr);
 
 // The parts of it.
+
+// Amplitudes are told up to this one only: enough of a print to be one of dots, whatever more it has.
+constexpr double kMostAmplitude = 16.0 * kByteToHost;
 
 // Takes all licences and seeds back when none of the three strongest licensed peaks has an amplitude of 2
 // levels of 255 in the strong places: the tiles of which 98 % lie below those. So it does where more than a

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <new>
 #include <numbers>
@@ -8,6 +9,7 @@
 #include "image/pixel_kind.h"
 #include "restoration/decision.h"
 #include "restoration/plane.h"
+#include "restoration/row_kernels.h"
 
 namespace tessaline {
 
@@ -19,15 +21,18 @@ constexpr int32_t kBins = 2 * kBinsAround + 1;
 constexpr int32_t kPeaksChecked = 3;
 constexpr double kLeastAmplitude = 2.0 * kByteToHost;
 constexpr double kStrongShare = 0.98;
+// Neighbours are not measured one after the other, so that strong places are met early wherever they lie: a
+// prime beyond the number of tiles.
+constexpr size_t kTileStride = 547;
 
 // One axis of a tile: the window times the waves of the bins round a peak's place.
 struct TileAxis {
   int32_t side;
   double windowSum = 0.0;
   std::vector<float> window;
-  // By place, a lane a bin and one of zeros: the sums of all bins go along together.
-  using Lanes = std::array<float, kBins + 1>;
-  std::vector<Lanes> cosine, sine;
+  // By place, a lane a bin and one of zeros.
+  static_assert(kBins < kWaves);
+  float cosine[kLongestTile][kWaves] = {}, sine[kLongestTile][kWaves] = {};
 
   TileAxis(int32_t tileSide, int32_t cells) : side(tileSide) {
     const double circle = 2.0 * std::numbers::pi;
@@ -37,12 +42,10 @@ struct TileAxis {
       const double hann = side > 1 ? 0.5 - 0.5 * std::cos(circle * i / (side - 1)) : 1.0;
       windowSum += hann;
       window.push_back(static_cast<float>(hann));
-      cosine.emplace_back();
-      sine.emplace_back();
       for (int32_t bin = 0; bin < kBins; ++bin) {
         const double phase = circle * (middle + bin - kBinsAround) * i / padded;
-        cosine.back()[bin] = static_cast<float>(std::cos(phase));
-        sine.back()[bin] = static_cast<float>(std::sin(phase));
+        cosine[i][bin] = static_cast<float>(std::cos(phase));
+        sine[i][bin] = static_cast<float>(std::sin(phase));
       }
     }
   }
@@ -51,42 +54,41 @@ struct TileAxis {
 // A tile's samples, less their mean, under the window.
 void LoadTile(const PictureView& picture, int32_t channel, const Tile& tile, const TileAxis& axisX,
               const TileAxis& axisY, float* samples) {
-  PictureView part = picture;
-  part.width = axisX.side;
-  const ChannelView& whole = picture.channel[channel];
-  part.channel[channel].data = whole.data + tile.x * whole.pixelBytes;
-  float row[2 * kLongestTile];
-  double sum = 0.0;
+  const int32_t width = axisX.side;
+  double sums[8] = {};
   for (int32_t y = 0; y < axisY.side; ++y) {
-    sum += LoadLevels(part, channel, tile.y + y, row);
-    for (int32_t x = 0; x < axisX.side; ++x) samples[y * axisX.side + x] = row[2 * x];
-  }
-  const auto mean = static_cast<float>(sum / (axisX.side * axisY.side));
-  for (int32_t y = 0; y < axisY.side; ++y) {
-    for (int32_t x = 0; x < axisX.side; ++x) {
-      float& sample = samples[y * axisX.side + x];
-      sample = (sample - mean) * axisX.window[x] * axisY.window[y];
+    float* const row = samples + y * width;
+    LoadPart(picture, {channel, tile.y + y, tile.x, width}, row);
+    int32_t x = 0;
+    for (; x + 8 <= width; x += 8) {
+      for (int32_t i = 0; i < 8; ++i) sums[i] += double{row[x + i]};
     }
+    for (; x < width; ++x) sums[0] += double{row[x]};
+  }
+  double sum = 0.0;
+  for (const double part : sums) sum += part;
+  const auto mean = static_cast<float>(sum / (width * axisY.side));
+  for (int32_t y = 0; y < axisY.side; ++y) {
+    float* const row = samples + y * width;
+    for (int32_t x = 0; x < width; ++x) row[x] = (row[x] - mean) * axisX.window[x] * axisY.window[y];
   }
 }
 
 // The greatest magnitude of the bins round the peak.
 double GreatestMagnitude(const float* samples, const TileAxis& axisX, const TileAxis& axisY) {
   double real[kBins][kBins] = {}, imaginary[kBins][kBins] = {};
-  for (int32_t y = 0; y < axisY.side; ++y) {
-    const float* const row = samples + y * axisX.side;
-    TileAxis::Lanes cosines{}, sines{};
-    for (int32_t x = 0; x < axisX.side; ++x) {
-      for (size_t lane = 0; lane < cosines.size(); ++lane) {
-        cosines[lane] += row[x] * axisX.cosine[x][lane];
-        sines[lane] += row[x] * axisX.sine[x][lane];
-      }
-    }
-    for (int32_t i = 0; i < kBins; ++i) {
+  for (int32_t first = 0; first < axisY.side; first += 2) {
+    const int32_t count = std::min(2, axisY.side - first);
+    const float* const rows[] = {samples + first * axisX.side, samples + (first + count - 1) * axisX.side};
+    float cosines[2][kWaves], sines[2][kWaves];
+    ActiveRowKernels().sumWaves(axisX.side, rows, axisX.cosine, axisX.sine, cosines, sines);
+    for (int32_t row = 0; row < count; ++row) {
       for (int32_t j = 0; j < kBins; ++j) {  // exp(-i (phase x + phase y))
-        const double cosine = axisY.cosine[y][j], sine = axisY.sine[y][j];
-        real[j][i] += cosines[i] * cosine - sines[i] * sine;
-        imaginary[j][i] -= sines[i] * cosine + cosines[i] * sine;
+        const double cosine = axisY.cosine[first + row][j], sine = axisY.sine[first + row][j];
+        for (int32_t i = 0; i < kBins; ++i) {
+          real[j][i] += cosines[row][i] * cosine - sines[row][i] * sine;
+          imaginary[j][i] -= sines[row][i] * cosine + cosines[row][i] * sine;
+        }
       }
     }
   }
@@ -98,26 +100,38 @@ double GreatestMagnitude(const float* samples, const TileAxis& axisX, const Tile
   return greatest;
 }
 
-// The amplitude of a peak in the picture's strong places, 0 .. 32768.
+// A share of the way through values in order.
+double Percentile(std::vector<double> values, double place) {
+  std::sort(values.begin(), values.end());
+  const auto lower = static_cast<size_t>(place);
+  const size_t upper = std::min(lower + 1, values.size() - 1);
+  return values[lower] + (place - static_cast<double>(lower)) * (values[upper] - values[lower]);
+}
+
+// The amplitude of a peak in the picture's strong places, 0 .. kMostAmplitude. Where so many tiles reach that
+// one that the others cannot change it, these are not measured.
 double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Parallel& parallel) {
+  const size_t count = tiled.tiles.size();
+  if (count == 0) return 0.0;
   const TileAxis axisX(tiled.tileWidth, peak.dx), axisY(tiled.tileHeight, peak.dy);
   const PictureView& picture = tiled.picture;
-  const std::vector<Tile>& tiles = tiled.tiles;
-  std::vector<double> amplitudes(tiles.size());
+  std::vector<double> amplitudes(count);
+  std::atomic<size_t> strong{0};
   const double unit = 2.0 / std::max(axisX.windowSum * axisY.windowSum, 1e-9);
   const auto measure = [&](int32_t index, int32_t) {
     float samples[kLongestTile * kLongestTile];
-    for (int32_t c = 0; c < picture.channels; ++c) {
-      LoadTile(picture, c, tiles[index], axisX, axisY, samples);
-      amplitudes[index] = std::max(amplitudes[index], unit * GreatestMagnitude(samples, axisX, axisY));
+    double& amplitude = amplitudes[static_cast<size_t>(index)];
+    const Tile& tile = tiled.tiles[static_cast<size_t>(index) * kTileStride % count];
+    for (int32_t c = 0; c < picture.channels && amplitude < kMostAmplitude; ++c) {
+      LoadTile(picture, c, tile, axisX, axisY, samples);
+      amplitude = std::max(amplitude, unit * GreatestMagnitude(samples, axisX, axisY));
     }
+    if (amplitude >= kMostAmplitude) ++strong;
   };
-  ForEachTask(parallel, static_cast<int32_t>(tiles.size()), measure, [](int32_t) { return false; });
-  std::sort(amplitudes.begin(), amplitudes.end());
-  const double place = kStrongShare * static_cast<double>(amplitudes.size() - 1);
-  const auto lower = static_cast<size_t>(place);
-  const size_t upper = std::min(lower + 1, amplitudes.size() - 1);
-  return amplitudes[lower] + (place - static_cast<double>(lower)) * (amplitudes[upper] - amplitudes[lower]);
+  const double place = kStrongShare * static_cast<double>(count - 1);
+  const size_t enough = count - static_cast<size_t>(place);
+  ForEachTask(parallel, static_cast<int32_t>(count), measure, [&](int32_t) { return strong >= enough; });
+  return strong >= enough ? kMostAmplitude : std::min(Percentile(amplitudes, place), kMostAmplitude);
 }
 
 double MagnitudeOf(const SpectrumPeak& peak) {

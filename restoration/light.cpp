@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "image/pixel_kind.h"
+#include "restoration/decision.h"
 
 namespace tessaline {
 
@@ -11,6 +12,7 @@ namespace {
 
 // At medium tones such a screen is darkened by little more than a level.
 constexpr double kLeastPrintAmplitude = 16.0 * kByteToHost;
+static_assert(kLeastPrintAmplitude <= kMostAmplitude);  // is told apart
 constexpr double kMostApart = 0.04;     // of two periods; a cell at a period of 16 pixels is 3 percent
 constexpr double kMostOffSquare = 3.0;  // degrees
 

@@ -55,11 +55,11 @@ PictureView PackedTile(PictureView shape, uint8_t* samples) {
 
 // Every channel that the copy has; of a picture that has fewer its last one again.
 void CopyTile(const PictureView& from, const PictureView& to) {
-  float levels[2 * kTileSide];
+  float levels[kTileSide];
   for (int32_t c = 0; c < to.channels; ++c) {
     for (int32_t y = 0; y < to.height; ++y) {
-      LoadLevels(from, std::min(c, from.channels - 1), y, levels);
-      StoreLevels(to, c, y, Rounding::kNearest, levels);
+      LoadPart(from, {std::min(c, from.channels - 1), y, 0, to.width}, levels);
+      StorePart(to, {c, y, 0, to.width}, Rounding::kNearest, levels);
     }
   }
 }

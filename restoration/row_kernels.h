@@ -22,6 +22,8 @@ static_assert(CarrierWindow::kMost == kReductionWindows[1].side() / 2);
 constexpr int kDemodulated = 128;                    // reduced samples that are computed at once
 constexpr int kDemodulatedReach = kDemodulated + 8;  // values of a phase that they need, with some to spare
 
+constexpr int kWaves = 8;  // whose sums go along together
+
 // The sums of a carrier's rows with the cosines and with the sines of a wave down the columns.
 struct BesideRows {
   const float *cosineReal, *cosineImaginary, *sineReal, *sineImaginary;
@@ -55,6 +57,13 @@ struct RowKernels {
   // neighbours to both sides are there.
   void (*enlarge[2])(int32_t blocks, const float* own, const float* other, float share, float* row);
 
+  // Of two rows the sums of a place's value times its kWaves cosines, and times its sines.
+  void (*sumWaves)(int32_t count, const float* const (&rows)[2], const float (*cosine)[kWaves],
+                   const float (*sine)[kWaves], float (&cosines)[2][kWaves], float (&sines)[2][kWaves]);
+
+  // Levels in 16 bits, a middle of them at 0, rounded and clamped; and back.
+  void (*encode)(int32_t count, float middle, const float* levels, int16_t* codes);
+  void (*decode)(int32_t count, float middle, const int16_t* codes, float* levels);
   // (level - filtered) * open. Filtered samples stand two floats apart.
   void (*takeOut)(int32_t count, const float* levels, const float* filtered, const float* open, float* taken);
   void (*addSquares)(int32_t count, const float* const* channels, const float* weights, float* squares);

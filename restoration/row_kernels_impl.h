@@ -146,6 +146,36 @@ void Enlarge(int32_t blocks, const float* own, const float* other, float share, 
   }
 }
 
+void SumWaves(int32_t count, const float* const (&rows)[2], const float (*cosine)[kWaves],
+              const float (*sine)[kWaves], float (&cosines)[2][kWaves], float (&sines)[2][kWaves]) {
+  float ofCosines[2][kWaves] = {}, ofSines[2][kWaves] = {};
+  for (int32_t x = 0; x < count; ++x) {
+    for (int row = 0; row < 2; ++row) {
+      const float value = rows[row][x];
+      for (int i = 0; i < kWaves; ++i) ofCosines[row][i] += value * cosine[x][i];
+      for (int i = 0; i < kWaves; ++i) ofSines[row][i] += value * sine[x][i];
+    }
+  }
+  for (int row = 0; row < 2; ++row) {
+    for (int i = 0; i < kWaves; ++i) cosines[row][i] = ofCosines[row][i];
+    for (int i = 0; i < kWaves; ++i) sines[row][i] = ofSines[row][i];
+  }
+}
+
+void Encode(int32_t count, float middle, const float* levels, int16_t* __restrict codes) {
+  constexpr float kLastCode = 32767.0f;
+  for (int32_t x = 0; x < count; ++x) {
+    const float code = levels[x] - middle;
+    const float above = code > -kLastCode ? code : -kLastCode;  // not-a-number too
+    const float within = above < kLastCode ? above : kLastCode;
+    codes[x] = static_cast<int16_t>(static_cast<int32_t>(within + (within < 0.0f ? -0.5f : 0.5f)));
+  }
+}
+
+void Decode(int32_t count, float middle, const int16_t* codes, float* __restrict levels) {
+  for (int32_t x = 0; x < count; ++x) levels[x] = static_cast<float>(codes[x]) + middle;
+}
+
 void TakeOut(int32_t count, const float* levels, const float* filtered, const float* open,
              float* __restrict taken) {
   for (int32_t x = 0; x < count; ++x) taken[x] = (levels[x] - filtered[2 * x]) * open[x];
@@ -229,6 +259,9 @@ constexpr RowKernels MakeRowKernels() {
           TurnBeside,
           AddSteps,
           {Enlarge<4>, Enlarge<8>},
+          SumWaves,
+          Encode,
+          Decode,
           TakeOut,
           AddSquares,
           Mix,

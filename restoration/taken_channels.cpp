@@ -10,12 +10,8 @@ namespace {
 
 constexpr int32_t kPart = 512;  // pixels that are worked on at once
 // What remains lies round the middle of the levels, what is taken out round 0.
-constexpr float kMiddleOfCodes[] = {0.0f, 16384.0f};
-constexpr float kLastCode = 32767.0f;
-
-int16_t CodeOf(float level) {
-  const float code = level > kLastCode ? kLastCode : level > -kLastCode ? level : -kLastCode;
-  return static_cast<int16_t>(static_cast<int32_t>(code + (code < 0.0f ? -0.5f : 0.5f)));
+constexpr float MiddleOf(TakenChannels::Kept what) {
+  return what == TakenChannels::Kept::kRest ? 16384.0f : 0.0f;
 }
 
 // Where the filtered samples are linear light it is that which goes in part, and what goes of the level is
@@ -76,9 +72,7 @@ void TakenChannels::Load(Kept what, const RowPart& part, float* levels) const {
   } else if (floats_) {
     std::copy_n(floats_.get() + PlaceOf(part), part.count, levels);
   } else {
-    const int16_t* const codes = codes_.get() + PlaceOf(part);
-    const float middle = kMiddleOfCodes[static_cast<int>(what)];
-    for (int32_t x = 0; x < part.count; ++x) levels[x] = static_cast<float>(codes[x]) + middle;
+    ActiveRowKernels().decode(part.count, MiddleOf(what), codes_.get() + PlaceOf(part), levels);
   }
 }
 
@@ -89,9 +83,7 @@ void TakenChannels::Keep(Kept what, const RowPart& part, const float* levels) {
   } else if (floats_) {
     std::copy_n(levels, part.count, floats_.get() + PlaceOf(part));
   } else {
-    int16_t* const codes = codes_.get() + PlaceOf(part);
-    const float middle = kMiddleOfCodes[static_cast<int>(what)];
-    for (int32_t x = 0; x < part.count; ++x) codes[x] = CodeOf(levels[x] - middle);
+    ActiveRowKernels().encode(part.count, MiddleOf(what), levels, codes_.get() + PlaceOf(part));
   }
 }
 
