@@ -66,6 +66,7 @@ PictureRequest RequestFor(const BatchFacts& facts, size_t index, const ThreadSha
   const PictureCommand& command = facts.command;
   PictureRequest request;
   request.input = facts.list.Input(index);
+  if (request.input == "-") request.input = "./-";  // in a list a name as any other
   request.output = facts.list.Output(index);
   request.settings = command.settings;
   request.threads = command.threads;

@@ -42,6 +42,7 @@ ExitStatus Run(const PictureCommand& command) {
   PictureRequest request;
   request.input = command.pictures[0].input;
   request.output = command.pictures[0].output;
+  request.format = command.format;
   request.settings = command.settings;
   request.restoration = command.restoration;
   request.storage = command.storage;
@@ -54,7 +55,7 @@ ExitStatus Run(const PictureCommand& command) {
   request.dryRun = command.dryRun;
   request.overwrite = command.overwrite;
   request.verbose = command.talk.verbose;
-  if (!request.dryRun) RemoveStrays(FolderOf(request.output));
+  if (!request.dryRun && request.output != "-") RemoveStrays(FolderOf(request.output));
   ProgressBar progress(command.talk.showProgress);
   const PictureOutcome outcome = CleanPicture(request, &progress);
   progress.Clear();

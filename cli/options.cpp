@@ -249,7 +249,7 @@ std::string VersionText() {
 constexpr const char* kPictureFooter = R"(
 Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL, HEIF and AVIF; writes PNG, TIFF,
 JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB, Lab and CMYK of 8 or 16 bits, of
-any size; alpha and metadata are kept. INPUT is never changed.
+any size; alpha and metadata are kept. INPUT is never changed. - is stdin, and stdout with --format.
 
 Not sure of a number? -a auto finds it from the picture itself, also in real press halftones that no number reaches.
 Nothing found with a number? Try a higher one: 80 to 95 is usual on small pictures.
@@ -316,6 +316,24 @@ void CheckBatch(const PictureCommand& command) {
   if (!command.reportFile.empty() && command.reportFile == command.logFile) {
     throw WrongUsage("--report and --log are the same file, " + command.logFile, kPictureUsage);
   }
+}
+
+void CheckStandardStreams(const PictureCommand& command) {
+  const bool isNamedByInput = command.isBatch || !command.outputFolder.empty() || !command.suffix.empty();
+  const auto isStandard = [](const std::string& input) { return input == "-"; };
+  if (isNamedByInput && (std::any_of(command.inputs.begin(), command.inputs.end(), isStandard) ||
+                         (!command.pictures.empty() && isStandard(command.pictures[0].input)))) {
+    throw WrongUsage("- is one picture without a name: give INPUT OUTPUT", kPictureUsage);
+  }
+  const bool goesOut = !command.pictures.empty() && command.pictures[0].output == "-" && !command.dryRun;
+  if (goesOut && command.format.empty()) {
+    throw WrongUsage("OUTPUT - has no extension: --format tells what to write", kPictureUsage);
+  }
+  if (!goesOut && !command.format.empty()) {
+    throw WrongUsage("--format is for OUTPUT -; the extension of any other tells what to write",
+                     kPictureUsage);
+  }
+  if (goesOut) FormatNamed(command.format);
 }
 
 void RefuseSameFileTwice(const PictureCommand& command) {
@@ -394,6 +412,8 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
       "or lossy (default: as INPUT where it is of the same format)",
       "NAME");
   AddLastWins(app, "--quality", quality, "Of JPEG and lossy WebP, 1..100 (default: of JPEG as INPUT)", "Q");
+  AddLastWins(app, "--format", command.format,
+              "Of a picture that goes to stdout: png, tif, jpg, webp, ppm, jp2, jxl", "NAME");
   AddBatchOptions(app, command);
   AddLastWins(app, "--memory", memory, "For all pictures in work together (default: what is available)",
               "MIB");
@@ -453,6 +473,7 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
   } else {
     command.pictures = {PairFiles(arguments, command)};
   }
+  CheckStandardStreams(command);
   RefuseOtherThanPng(command.spectrumFile, "--spectrum");
   RefuseOtherThanPng(command.maskFile, "--mask");
   RefuseOtherThanPng(command.gateFile, "--gate");

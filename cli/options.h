@@ -22,8 +22,8 @@ struct Talk {
 struct PictureCommand {
   struct Files {
     std::string input;
-    std::string output;  // empty only in a dry run
-  };
+    std::string output;             // empty only in a dry run
+  };                                // "-" is stdin, and stdout
   std::vector<Files> pictures;      // one; none in a batch
   bool isBatch = false;             // pictures by arguments, lists and folders, see picture_list.h
   std::vector<std::string> inputs;  // of a batch
@@ -40,6 +40,7 @@ struct PictureCommand {
   Settings settings;
   RestorationSettings restoration;  // of an automatic run
   StorageWishes storage;
+  std::string format;        // of a picture on stdout
   std::string spectrumFile;  // empty: not wanted; only with one picture
   std::string maskFile;      // likewise
   std::string gateFile;      // likewise

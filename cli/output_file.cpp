@@ -137,6 +137,20 @@ std::string FileNameOf(const std::string& path) {
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+int OpenNameless(const std::string& folder) {
+  const int descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (descriptor >= 0) return descriptor;
+  std::string name = folder + "/.tessaline-pages-XXXXXX";  // a file system without nameless files
+  const int named = mkostemp(name.data(), O_CLOEXEC);
+  if (named >= 0) unlink(name.c_str());
+  return named;
+}
+
+std::string FolderOfTemporaries() {
+  const char* const wanted = getenv("TMPDIR");
+  return wanted != nullptr && *wanted != 0 ? wanted : "/tmp";
+}
+
 bool WriteFully(int descriptor, const void* bytes, size_t count) {
   const char* at = static_cast<const char*>(bytes);
   while (count > 0) {
@@ -212,6 +226,18 @@ OutputFile::OutputFile(const std::string& path, bool overwrite, const std::vecto
   fchmod(descriptor_, mode);
 }
 
+OutputFile::OutputFile(ToStandardOutput)
+    : path_("standard output"), overwrite_(false), goesToStandardOutput_(true) {
+  if (isatty(STDOUT_FILENO) != 0) {
+    throw CannotWrite(path_, "is a terminal, which shows no picture; send it to a file or another program");
+  }
+  descriptor_ = OpenNameless(FolderOfTemporaries());
+  if (descriptor_ < 0) {
+    throw CannotWrite(path_, "cannot be prepared in " + FolderOfTemporaries() + ": " + strerror(errno) +
+                                 "; TMPDIR names another folder");
+  }
+}
+
 // The lock tells other processes that this one lives; who took the file for a stray between its making and
 // the lock has removed it, and another is made.
 void OutputFile::OpenTemporary() {
@@ -237,6 +263,18 @@ OutputFile::~OutputFile() {
   Discard();
 }
 
+void OutputFile::CopyToStandardOutput() const {
+  constexpr size_t kBlock = size_t{1} << 20;
+  std::vector<char> block(kBlock);
+  for (off_t at = 0;;) {
+    const ssize_t count = pread(descriptor_, block.data(), block.size(), at);
+    if (count == 0) return;
+    if (count < 0 || !WriteFully(STDOUT_FILENO, block.data(), static_cast<size_t>(count)))
+      throw CannotWriteErrno(path_, errno);
+    at += count;
+  }
+}
+
 void OutputFile::Discard() {
   if (descriptor_ >= 0) close(descriptor_);
   descriptor_ = -1;
@@ -258,6 +296,7 @@ void OutputFile::Write(const void* bytes, size_t count) {
 }
 
 void OutputFile::Commit() {
+  if (goesToStandardOutput_) return CopyToStandardOutput();
   if (temporaryPath_.empty()) {
     const int descriptor = descriptor_;
     descriptor_ = -1;

@@ -32,6 +32,10 @@ class OutputFile {
   // Refuses with kCannotWrite: the folder is missing or not writable; the file exists and `overwrite` is not
   // set; the file is one of `inputs`; the path names a folder.
   OutputFile(const std::string& path, bool overwrite, const std::vector<FileIdentity>& inputs);
+  // Standard output, which gets all bytes in Commit: nothing half-written goes out. Refuses with kCannotWrite
+  // where there is no place for them until then.
+  struct ToStandardOutput {};
+  explicit OutputFile(ToStandardOutput);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -52,6 +56,7 @@ class OutputFile {
 
  private:
   void OpenTemporary();
+  void CopyToStandardOutput() const;
   void Discard();
 
   std::string path_;
@@ -61,6 +66,7 @@ class OutputFile {
   int temporaryHandle_ = -1;
   bool overwrite_;
   bool replacesFile_ = false;
+  bool goesToStandardOutput_ = false;
   std::optional<std::array<timespec, 2>> times_;  // last read, last changed
 };
 
@@ -73,6 +79,12 @@ void RemoveStrays(const std::string& folder);
 // coarse as the output's file system keeps them, never the clock: it may be wrong or go back. What is empty
 // or no file is not done.
 bool IsDone(const std::string& input, const std::string& output);
+
+// A file without a name in that folder, open for reading and writing, gone with its descriptor; -1 with errno
+// set.
+int OpenNameless(const std::string& folder);
+// For such files that belong to no folder: TMPDIR, or /tmp.
+std::string FolderOfTemporaries();
 
 // Folder part of a path ("." when there is none) and the last part.
 std::string FolderOf(const std::string& path);

@@ -101,7 +101,8 @@ struct PictureFile::Patch {
   std::vector<uint8_t> bytes;
 };
 
-PictureFile::PictureFile(const std::string& path) : path_(path) {
+PictureFile::PictureFile(const std::string& path)
+    : path_(path == "-" ? "standard input" : path), isStandardInput_(path == "-") {
   StartPictureLibrary();
   const StderrSilenced silenced;
   TakeLibraryError();
@@ -144,9 +145,35 @@ PictureFile::~PictureFile() {
   if (descriptor_ >= 0) close(descriptor_);
 }
 
+// Pictures are read here and there and more than once.
+void PictureFile::KeepStandardInput() {
+  const auto refuse = [this](const std::string& what) {
+    throw Refusal(ExitStatus::kUnreadable, path_, what);
+  };
+  if (isatty(STDIN_FILENO) != 0) refuse("is a terminal; send a picture to it, or name a file");
+  const std::string folder = FolderOfTemporaries();
+  descriptor_ = OpenNameless(folder);
+  const auto refuseFolder = [&] {
+    refuse("cannot be kept in " + folder + ": " + strerror(errno) + "; TMPDIR names another folder");
+  };
+  if (descriptor_ < 0) refuseFolder();
+  constexpr size_t kBlock = size_t{1} << 20;
+  std::vector<char> block(kBlock);
+  for (;;) {
+    const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
+    if (count == 0) return;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) refuse(std::string("cannot be read: ") + strerror(errno));
+    if (!WriteFully(descriptor_, block.data(), static_cast<size_t>(count))) refuseFolder();
+  }
+}
+
 void PictureFile::Open() {
   // Not blocking, or a pipe without a writer would be waited for.
-  descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (isStandardInput_)
+    KeepStandardInput();
+  else
+    descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor_ < 0) {
     const std::string what = errno == ENOENT ? "does not exist; check the name"
                                              : std::string("cannot be read: ") + strerror(errno);

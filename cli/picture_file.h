@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <functional>
 #include <optional>
@@ -23,6 +24,7 @@ class PictureFile {
  public:
   // Looks at the file without decoding pixels. Refuses what cannot be read (kUnreadable), what the run cannot
   // take (kUnsupported: float, pages that differ) and what is too large (kTooLarge).
+  // "-" is standard input, which is kept in a file without a name. Then path() is "standard input".
   explicit PictureFile(const std::string& path);
   ~PictureFile();
   PictureFile(const PictureFile&) = delete;
@@ -31,7 +33,8 @@ class PictureFile {
   const std::string& path() const { return path_; }
   const FormatTraits& format() const { return *format_; }
   int descriptor() const { return descriptor_; }  // for positioned reads
-  FileIdentity identity() const { return IdentityOf(descriptor_); }
+  bool isStandardInput() const { return isStandardInput_; }
+  FileIdentity identity() const { return IdentityOf(isStandardInput_ ? STDIN_FILENO : descriptor_); }
   int pages() const { return pages_; }
   const PageKind& kind() const { return kind_; }  // of every page
   // As the file tells them; nothing where it does not.
@@ -63,6 +66,7 @@ class PictureFile {
   struct Patch;  // bytes of the file that the decoder is to see differently
 
   void Open();
+  void KeepStandardInput();
   void CheckEnding();
   GPointer<VipsImage> LoadPage(int page) const;
   GPointer<VipsSource> MakeSource(int page) const;
@@ -74,6 +78,7 @@ class PictureFile {
   void RefuseTiffKinds() const;
 
   std::string path_;
+  bool isStandardInput_;
   int descriptor_ = -1;
   off_t size_ = 0;
   timespec changed_ = {};

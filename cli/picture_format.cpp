@@ -160,6 +160,16 @@ const FormatTraits& FormatToWrite(const std::string& file) {
                     "; let OUTPUT end in one of " + WrittenExtensions());
 }
 
+const FormatTraits& FormatNamed(const std::string& name) {
+  const std::string extension = LowerCaseExtension("picture." + name);
+  for (const FormatTraits& traits : kFormats) {
+    if (traits.isWritten && Lists(traits.extensions, extension)) return traits;
+  }
+  throw Refusal(ExitStatus::kWrongUsage, "--format '" + name +
+                                             "' stands for no format that is written; give one of " +
+                                             WrittenExtensions() + ", without the dot");
+}
+
 bool IsPictureName(const std::string& file) {
   const std::string extension = LowerCaseExtension(file);
   return !extension.empty() &&

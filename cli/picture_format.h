@@ -38,6 +38,9 @@ const FormatTraits& FormatOfContents(int descriptor, const std::string& file);
 // By the extension. Refuses with kWrongUsage when there is none or it is none that this program writes.
 const FormatTraits& FormatToWrite(const std::string& file);
 
+// By its name, which is an extension without the dot. Refuses with kWrongUsage.
+const FormatTraits& FormatNamed(const std::string& name);
+
 // True when the name has an extension of a format that is read.
 bool IsPictureName(const std::string& file);
 

@@ -37,12 +37,7 @@ class PageStore {
  public:
   PageStore(const std::string& folder, const std::string& outputPath, size_t rowBytes)
       : outputPath_(outputPath), rowBytes_(rowBytes) {
-    descriptor_ = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (descriptor_ < 0) {  // a file system without nameless files
-      std::string name = folder + "/.tessaline-pages-XXXXXX";
-      descriptor_ = mkostemp(name.data(), O_CLOEXEC);
-      if (descriptor_ >= 0) unlink(name.c_str());
-    }
+    descriptor_ = OpenNameless(folder);
     if (descriptor_ < 0)
       throw Refusal(ExitStatus::kCannotWrite, outputPath_,
                     std::string("cannot be written: ") + strerror(errno));
@@ -136,8 +131,10 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
     return std::make_unique<OutputFile>(file, request.overwrite, inputs);
   };
   if (!request.dryRun) {
-    outputs.picture = open(request.output);
-    outputs.picture->TakeModeAndTimes(input.descriptor());
+    const bool goesOut = request.output == "-";
+    outputs.picture =
+        goesOut ? std::make_unique<OutputFile>(OutputFile::ToStandardOutput()) : open(request.output);
+    if (!input.isStandardInput()) outputs.picture->TakeModeAndTimes(input.descriptor());
   }
   const int parts = input.kind().parts();
   for (int index = 0; index < input.pages() * parts; ++index) {
@@ -189,9 +186,9 @@ class PictureRun {
   PictureRun(const PictureRequest& request, ProgressBar* progress)
       : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
     wishes_.storage = request_.storage;
-    if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, request_.output);
+    if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, outputName_);
     if (isTiled_ && !request_.gateFile.empty()) {
-      throw Refusal(ExitStatus::kTooLarge, request_.input,
+      throw Refusal(ExitStatus::kTooLarge, input_.path(),
                     "is cleaned in tiles, of which no gate is drawn; leave --gate out");
     }
     outputs_ = OpenOutputs(request_, input_);
@@ -201,8 +198,8 @@ class PictureRun {
   PictureOutcome Run() {
     const int pages = input_.pages();
     if (pages > 1 && !request_.dryRun) {
-      store_ =
-          std::make_unique<PageStore>(FolderOf(request_.output), request_.output, input_.kind().RowBytes());
+      const std::string folder = request_.output == "-" ? FolderOfTemporaries() : FolderOf(request_.output);
+      store_ = std::make_unique<PageStore>(folder, outputName_, input_.kind().RowBytes());
     }
     for (int page = 0; page < pages; ++page) RunPage(page);
     const auto writing = std::chrono::steady_clock::now();
@@ -230,7 +227,8 @@ class PictureRun {
       throw Refusal(ExitStatus::kCannotWrite, request.output,
                     "is a folder; give the name of a file, or --output-dir to put the picture there");
     }
-    const FormatTraits& format = FormatToWrite(request.output);
+    const FormatTraits& format =
+        request.output == "-" ? FormatNamed(request.format) : FormatToWrite(request.output);
     RefuseUnknownStorage(format, request.storage, request.output);
     return &format;
   }
@@ -243,7 +241,7 @@ class PictureRun {
     return (page + part) / input_.pages() * (request_.dryRun ? 1 : kBeforeWriting);
   }
   void ShowProgress(double share, const std::string& doing) {
-    progress_->Show(share, FileNameOf(request_.input) + ": " + doing);
+    progress_->Show(share, FileNameOf(input_.path()) + ": " + doing);
   }
 
   void RunPage(int page) {
@@ -267,7 +265,7 @@ class PictureRun {
       };
       show(0, "looking");
       TakeOutcome(page, part,
-                  RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page), show, request_.input));
+                  RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page), show, input_.path()));
       if (outcomes_.back().samplesChanged) samples_.SetChanged(part);
     }
     StorePage(page, [this, y = 0](void* row) mutable { samples_.FillRow(y++, row); });
@@ -434,7 +432,7 @@ class PictureRun {
   std::string NumberSentence() const {
     const size_t found = PartsWithPattern();
     if (found == 0) {
-      const std::string kept = request_.dryRun ? "" : "; " + request_.output + " has the same samples";
+      const std::string kept = request_.dryRun ? "" : "; " + outputName_ + " has the same samples";
       return "found no pattern at acceptance " + Plain(request_.settings.acceptance) + kept +
              ". To find more, " + Advice(request_.settings) + ".";
     }
@@ -445,17 +443,17 @@ class PictureRun {
 
   std::vector<std::string> Notes() const {
     const bool isAutomatic = request_.settings.isAutomatic;
-    std::string sentence = request_.input + ": " + (isAutomatic ? AutomaticSentence() : NumberSentence());
+    std::string sentence = input_.path() + ": " + (isAutomatic ? AutomaticSentence() : NumberSentence());
     const bool tellsWhere = isAutomatic || PartsWithPattern() > 0;
-    if (tellsWhere && !request_.dryRun) sentence += "; written to " + request_.output;
+    if (tellsWhere && !request_.dryRun) sentence += "; written to " + outputName_;
     std::vector<std::string> notes = {sentence};
     if (!request_.dryRun && !CopiesInput()) {
       for (const std::string& line : WhatIsNotKept(*outputFormat_, input_)) {
-        notes.push_back(request_.input + ": " + line);
+        notes.push_back(input_.path() + ": " + line);
       }
     }
     for (size_t i = 0; request_.verbose && i < outcomes_.size(); ++i) {
-      std::string subject = request_.input + ": ";
+      std::string subject = input_.path() + ": ";
       if (outcomes_.size() > 1) subject += PlaceOf(outcomes_[i], "page ", " ") + ": ";
       for (const std::string& line : DescribeInLines(outcomes_[i], input_.resolution(outcomes_[i].page)))
         notes.push_back(subject + line);
@@ -505,6 +503,7 @@ class PictureRun {
   std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   const PictureRequest& request_;
   ProgressBar* progress_;
+  const std::string outputName_ = request_.output == "-" ? "standard output" : request_.output;
   const FormatTraits* outputFormat_;
   PictureFile input_;
   Outputs outputs_;

@@ -13,8 +13,9 @@
 namespace tessaline::cli {
 
 struct PictureRequest {
-  std::string input;
-  std::string output;  // may be empty in a dry run
+  std::string input;   // "-" is stdin
+  std::string output;  // may be empty in a dry run; "-" is stdout
+  std::string format;  // of stdout
   Settings settings;
   RestorationSettings restoration;
   StorageWishes storage;

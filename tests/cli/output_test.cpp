@@ -103,6 +103,29 @@ TEST_F(Outputs, WithoutStandardStreamsAPictureOfTheInputsModeAndTime) {
             std::tuple(status.st_mode & 07777, status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
 }
 
+TEST_F(Outputs, StandardStreamsCarryPicturesWholeOrNotAtAll) {
+  const std::string input = ReadWholeFile(folder / "in.png");
+  for (const char* format : {"png", "tiff", "webp"}) {
+    const std::string file = folder / ("out." + std::string(format));
+    ASSERT_EQ(0, RunProgram({"-a", "97", folder / "in.png", file}).status);
+    const Ended ended = RunProgram({"-a", "97", "--format", format, "-", "-"}, input);
+    EXPECT_EQ(ReadWholeFile(file), ended.out) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find("standard input: took out")) << ended.err;
+  }
+  const Ended cut = RunProgram({"-a", "97", "--format", "png", "-", "-"}, input.substr(0, input.size() / 2));
+  EXPECT_EQ(3, cut.status) << cut.err;
+  EXPECT_EQ("", cut.out);
+  const std::vector<std::string> wrong[] = {{"-", "-"},
+                                            {"-", "-", "--format", "gif"},
+                                            {"-", folder / "a.png", "--format", "png"},
+                                            {"-", "-", "--format", "png", "--report", "-"},
+                                            {"-", "--output-dir", folder / ""}};
+  for (const auto& arguments : wrong) EXPECT_EQ(2, RunProgram(arguments, input).status);
+  RunningProgram onItself({"-f", "-a", "97", "-", folder / "in.png"}, {folder / "in.png"});
+  EXPECT_EQ(7, onItself.Wait().status);
+  EXPECT_EQ(input, ReadWholeFile(folder / "in.png"));
+}
+
 TEST_F(Outputs, OneBarFromReadingToWriting) {
   SaveLarge("large.png");
   Save(DrawScreen(1, 0, 8, 1700, 1200), folder / "grey.tif");
