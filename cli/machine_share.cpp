@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "cli/refusal.h"
+#include "cli/tiled_page.h"
 
 namespace tessaline::cli {
 namespace {
@@ -129,13 +130,17 @@ uint64_t MemoryHeldBy(int process) {
 
 uint64_t MemoryNeeded(const PageKind& kind, bool isAutomatic) {
   constexpr uint64_t kProgram = 64 * kMiB;
-  constexpr int32_t kLeastSide = 1024, kMostSide = 8192;  // of the transform; larger pictures go in tiles
+  constexpr int32_t kLeastSide = 1024, kMostSide = 8192;  // of the transform
   const int32_t largest = std::max(kind.width, kind.height);
+  if (largest > kLargestSide) {
+    Settings settings;
+    settings.isAutomatic = isAutomatic;
+    const TileRule rule = TilesOfPage(kind, settings, 0);
+    return kProgram + BytesOfTiles(kind.RowBytes(), isAutomatic, rule);
+  }
   uint64_t side = kLeastSide;
   while (side < kMostSide && side < static_cast<uint64_t>(largest)) side *= 2;
-  const auto rows = static_cast<uint64_t>(std::min(kind.height, kMostSide));
-  const uint64_t picture =
-      std::min<uint64_t>(kind.RowBytes(), uint64_t{kMostSide} * 4 * sizeof(float)) * rows;
+  const uint64_t picture = kind.RowBytes() * static_cast<uint64_t>(kind.height);
   return kProgram + side * side * sizeof(float) + (isAutomatic ? picture * 15 / 2 : picture * 3 / 2);
 }
 

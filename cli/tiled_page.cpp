@@ -9,9 +9,6 @@
 namespace tessaline::cli {
 namespace {
 
-// With what the files' libraries hold a run stays below 600 MiB.
-constexpr size_t kMostBytes = size_t{540} << 20;
-
 // Lab's a and b, to and fro.
 template <typename Sample>
 void FlipSigns(const PageKind& kind, uint8_t* row) {
@@ -28,6 +25,11 @@ void FlipSigns(const PageKind& kind, uint8_t* row) {
 }
 
 }  // namespace
+
+TileRule TilesOfPage(const PageKind& kind, const Settings& settings, int32_t side) {
+  constexpr size_t kMostBytes = size_t{540} << 20;  // with what the files' libraries hold, below 600 MiB
+  return TilesFor(kind.RowBytes(), settings, kMostBytes / static_cast<size_t>(kind.parts()), side);
+}
 
 PageRows::PageRows(const PictureFile& file, int page, int32_t part)
     : kind_(file.kind()), part_(part), reader_(file, page) {
@@ -64,14 +66,14 @@ void PageRows::FillFileRow(const uint8_t* row, void* fileRow) const {
 TiledPage::TiledPage(const PictureFile& file, int page, int32_t part, Engine& engine, int32_t side,
                      EngineProgress progress)
     : name_(file.path()),
-      mostBytes_(kMostBytes / static_cast<size_t>(file.kind().parts())),
+      kind_(file.kind()),
       rows_(file, page, part),
       workspace_(engine.workspace()),
       side_(side),
       progress_(std::move(progress)) {}
 
 EngineOutcome TiledPage::Look(const EngineWishes& wishes, const EngineProgress& progress) {
-  rule_ = TilesFor(rows_.layout().rowBytes, wishes.settings.notchRadius, mostBytes_, side_);
+  rule_ = TilesOfPage(kind_, wishes.settings, side_);
   EngineOutcome outcome;
   EngineStretch looking{progress, "looking", 0.0, 1.0};
   StepClock clock;

@@ -31,6 +31,9 @@ class PageRows final : public PictureRows {
   PageReader reader_;
 };
 
+// The tiles of a page; `side` of them, 0: what suits.
+TileRule TilesOfPage(const PageKind& kind, const Settings& settings, int32_t side);
+
 class TiledPage {
  public:
   // `side` of the tiles, 0: what suits the picture. `progress` hears of the cleaning.
@@ -47,7 +50,7 @@ class TiledPage {
 
  private:
   const std::string name_;
-  size_t mostBytes_;
+  const PageKind& kind_;
   PageRows rows_;
   Workspace& workspace_;
   int32_t side_;

@@ -63,8 +63,9 @@ class RowsInMemory final : public PictureRows {
 
 // A mask may come from elsewhere: a margin for narrow notches.
 TileRule RuleFor(const RowLayout& layout) {
-  constexpr float kNarrowNotch = 3.0f;
-  return TilesFor(layout.rowBytes, kNarrowNotch, kMostBytes);
+  Settings settings;
+  settings.notchRadius = 3.0f;
+  return TilesFor(layout.rowBytes, settings, kMostBytes);
 }
 
 bool IsAnySize(const PictureView& picture) {

@@ -33,21 +33,23 @@ Sample Between(Sample a, Sample b, int32_t place, int32_t span) {
 
 }  // namespace
 
-TileRule TilesFor(size_t rowBytes, float notchRadius, size_t mostBytes, int32_t side) {
-  constexpr size_t kTransformBytes = 24;  // a pixel, of an automatic run over RGB
+size_t BytesOfTiles(size_t rowBytes, bool isAutomatic, const TileRule& rule) {
+  const size_t transformBytes = isAutomatic ? 24 : 14;  // a pixel, measured over RGB
+  const auto side = static_cast<size_t>(rule.side);
+  return rowBytes * 2 * side + transformBytes * side * side;
+}
+
+TileRule TilesFor(size_t rowBytes, const Settings& settings, size_t mostBytes, int32_t side) {
   // Longest sides of three transform sizes.
   constexpr int32_t kSides[] = {kLargestTile, 1748, 774};
   // A notch is as wide in the spectrum as its answer is short in the picture: at 6 cells nothing is left of
   // it 96 pixels away.
   TileRule rule;
-  rule.margin = std::clamp(static_cast<int32_t>(std::lround(576.0f / notchRadius)), 96, 224);
+  rule.margin = std::clamp(static_cast<int32_t>(std::lround(576.0f / settings.notchRadius)), 96, 224);
   rule.blend = 32;
-  rule.side = kSides[2];
   for (const int32_t candidate : kSides) {
-    const auto pixels = static_cast<size_t>(candidate);
-    if (rowBytes * 2 * pixels + kTransformBytes * pixels * pixels > mostBytes) continue;
     rule.side = candidate;
-    break;
+    if (BytesOfTiles(rowBytes, settings.isAutomatic, rule) <= mostBytes) break;
   }
   if (side != 0) rule.side = std::clamp(side, kSmallestTile, kLargestTile);
   rule.margin = std::min(rule.margin, (rule.side - rule.blend) / 4);

@@ -18,9 +18,12 @@
 namespace tessaline {
 
 // The tiles for a picture whose rows have that many bytes: the largest of which rows and transforms keep to
-// about `mostBytes`, with a margin as wide as notches of that radius reach. `side` other than 0 asks for a
+// about `mostBytes`, with a margin as wide as the notches reach. `side` other than 0 asks for a
 // side.
-TileRule TilesFor(size_t rowBytes, float notchRadius, size_t mostBytes, int32_t side = 0);
+TileRule TilesFor(size_t rowBytes, const Settings& settings, size_t mostBytes, int32_t side = 0);
+// What a run in such tiles holds, about: the most of it are rows as read and cleaned, and a tile's
+// transforms.
+size_t BytesOfTiles(size_t rowBytes, bool isAutomatic, const TileRule& rule);
 constexpr int32_t kSmallestTile = 512, kLargestTile = 3700;
 
 // As Analyse. `looked`, if given, receives tiles for DecideWhole (restoration/decision.h). Returns 0,

@@ -63,12 +63,12 @@ TEST(TiledRun, ShiftingTheGridMovesNoSampleByMoreThanALevel) {
   DrawnRows picture(1700, 1300);
   for (const float radius : {2.0f, 6.0f, 12.0f}) {
     for (const bool isAutomatic : {false, true}) {
-      const auto ruleOf = [&](int32_t side) { return TilesFor(6800, radius, size_t{1} << 30, side); };
+      const Settings settings = {isAutomatic, 95, 1, radius, 8};
+      const auto ruleOf = [&](int32_t side) { return TilesFor(6800, settings, size_t{1} << 30, side); };
       Workspace workspace;
       Analysis analysis;
       Findings findings;
       Mask mask;
-      const Settings settings = {isAutomatic, 95, 1, radius, 8};
       ASSERT_EQ(kSuccess, AnalyseInTiles(picture, ruleOf(1000), workspace, {}, &analysis));
       ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
       ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
