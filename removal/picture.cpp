@@ -126,7 +126,7 @@ void Store(const float* levels, int32_t width, Rounding rounding, ptrdiff_t step
     }
     uint8_t* const begin = sample + first * step;
     WithStep<Sample>(step, [&](auto known) {
-      ForAll(count, [&](int32_t x) { *reinterpret_cast<Sample*>(begin + x * known) = converted[x]; });
+      for (int32_t x = 0; x < count; ++x) *reinterpret_cast<Sample*>(begin + x * known) = converted[x];
     });
   }
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "image/pixel_kind.h"
@@ -206,6 +207,88 @@ TEST(Light, FlatTonesOfAPrintAreThoseOfItsLightOnlyWhereTheFileTellsTheCurve) {
   }
   findings.strongAmplitude /= 20;  // as a weave's
   EXPECT_EQ(nullptr, LightFor({Light::kAuto, &curve}, findings));
+}
+
+// Stops at the first report beyond a part of the whole.
+struct Listener {
+  double stopBeyond, last = 0.0;
+  bool isRising = true;
+
+  static bool Report(void* user, double part) {
+    auto* const self = static_cast<Listener*>(user);
+    self->isRising &= part >= self->last;
+    self->last = part;
+    return part > self->stopBeyond;
+  }
+};
+
+TEST(Restore, TellsRisingPartsAndStopsInEveryStepButTheLastWithThePictureAsItWas) {
+  const Picture input = ReadPicture("restore/halftone.png");
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  Image first = ImageOf(input);
+  ASSERT_EQ(kSuccess, Analyse(PictureOf(first.view()), workspace, {}, &analysis));
+  ASSERT_EQ(kSuccess, DecideWhole(PictureOf(first.view()), analysis, settings, workspace, &findings));
+  ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+  for (const double beyond : {-1.0, 0.15, 0.24, 0.3, 0.6, 0.66, 0.74, 0.8, 1.0}) {
+    Image picture = ImageOf(input);
+    const PictureView view = PictureOf(picture.view());
+    Listener listener{beyond};
+    const int32_t result =
+        Restore(view, view, findings, mask, workspace, {}, {}, {Listener::Report, &listener});
+    EXPECT_TRUE(listener.isRising);
+    EXPECT_EQ(beyond < 0.75 ? kUserCancelled : kSuccess, result) << beyond;
+    EXPECT_EQ(beyond < 0.75, input.samples == SamplesOf(picture.view()).samples) << beyond;
+    EXPECT_EQ(beyond >= 0.75, listener.last == 1.0) << beyond;
+  }
+}
+
+TEST(BadInput, FindsNothingAndForcedThroughEveryStepStaysANumber) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  const struct {
+    int width, height;
+    float level, other;  // of one sample in the middle
+    PeakScale scale;
+  } cases[] = {{1, 1, 0.5f, 0.5f, PeakScale::kFine},        {1, 7500, 0.5f, 0.5f, PeakScale::kFine},
+               {300, 200, 0.5f, 0.5f, PeakScale::kFine},    {90, 70, 0.0f, 1.0f, PeakScale::kNear},
+               {300, 200, 1.0f, 0.0f, PeakScale::kFar},     {300, 200, 0.5f, NAN, PeakScale::kFine},
+               {300, 200, 0.5f, kInfinity, PeakScale::kFar}};
+  for (const auto& bad : cases) {
+    const auto samples = static_cast<size_t>(bad.width * bad.height);
+    std::vector<float> picture(samples, bad.level);
+    picture[samples / 2] = bad.other;
+    PictureView view{bad.width, bad.height, SampleFormat::kFloat, 1, {}};
+    view.channel[0] = {reinterpret_cast<uint8_t*>(picture.data()), 4, 4 * bad.width};
+    Settings settings;
+    settings.isAutomatic = true;
+    Workspace workspace;
+    Analysis analysis;
+    Findings findings;
+    Mask mask;
+    ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
+    ASSERT_EQ(kSuccess, DecideWhole(view, analysis, settings, workspace, &findings));
+    EXPECT_EQ(0, findings.seedCells);
+    SpectrumPeak peak{};
+    peak.dx = 70, peak.dy = -31, peak.isLicensed = true, peak.scale = bad.scale;
+    findings.peaks = {peak};
+    findings.seeds.view().Row(256 + 31)[256 + 70] = findings.seeds.view().Row(256 - 31)[256 - 70] = 255;
+    ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+    for (const bool everywhere : {false, true}) {
+      Image gate;
+      RestorationSettings restoration{everywhere, kPolishRange.maximum};
+      ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {}, restoration, {}, &gate));
+      for (size_t i = 0; i < samples && std::isfinite(bad.other); ++i) {
+        ASSERT_NEAR(i == samples / 2 ? bad.other : bad.level, picture[i], 0.05);
+      }
+      EXPECT_TRUE(!everywhere || gate.view().Row(bad.height / 2)[bad.width / 2] == 255);
+    }
+    EXPECT_EQ(kSuccess, CheckLicences({view, bad.width, bad.height, {}}, workspace.parallel(), &findings));
+    EXPECT_EQ(PeakVerdict::kTooFaint, findings.peaks[0].verdict);
+  }
 }
 
 }  // namespace
