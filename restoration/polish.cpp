@@ -85,22 +85,21 @@ bool Polish::Prepare(const PictureView& picture, ChannelMeaning meaning, int32_t
   return memory_ && scratch_.Create(width, height);
 }
 
-// A row of blocks: the mean squares of the axes, before what remains takes its place.
-void Polish::MeasureBlocks(const PictureView& picture, int32_t blockY, TakenChannels* channels) {
+// A row of blocks: the mean squares of the axes of what was taken out.
+void Polish::MeasureBlocks(const PictureView& picture, int32_t blockY, const TakenChannels& channels) {
   constexpr int32_t kPart = 64 * kReduction;
   const int32_t endY = std::min((blockY + 1) * kReduction, picture.height);
   for (int32_t first = 0; first < picture.width; first += kPart) {
     const int32_t count = std::min(kPart, picture.width - first);
-    float squares[kMostChannels][kPart] = {}, taken[kMostChannels][kPart], levels[kPart];
+    float squares[kMostChannels][kPart] = {}, taken[kMostChannels][kPart], levels[kPart], rest[kPart];
     const float* rows[kMostChannels];
     for (int32_t c = 0; c < kMostChannels; ++c) rows[c] = taken[c < channels_ ? c : 0];
     for (int32_t y = blockY * kReduction; y < endY; ++y) {
       for (int32_t c = 0; c < channels_; ++c) {
         const RowPart part{c, y, first, count};
-        channels->Load(TakenChannels::Kept::kTaken, part, taken[c]);
+        channels.Load(part, rest);
         LoadPart(picture, part, levels);
-        for (int32_t x = 0; x < count; ++x) levels[x] -= taken[c][x];
-        channels->Keep(TakenChannels::Kept::kRest, part, levels);
+        ActiveRowKernels().findTaken(count, levels, rest, taken[c]);
       }
       for (int32_t axis = 0; axis < channels_; ++axis) {
         ActiveRowKernels().addSquares(count, rows, WeightsOf(axis), squares[axis]);
@@ -118,7 +117,7 @@ void Polish::MeasureBlocks(const PictureView& picture, int32_t blockY, TakenChan
   }
 }
 
-bool Polish::MeasureNoise(const PictureView& picture, float amount, TakenChannels* channels,
+bool Polish::MeasureNoise(const PictureView& picture, float amount, const TakenChannels& channels,
                           Parallel& parallel, const Progress& progress) {
   const int32_t tasks = noise_[0].height;
   if (ForEachTask(
@@ -150,7 +149,7 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
     rows[c] = tile.memory.channels[c < channels_ ? c : 0][Slot(y)];
     if (c >= channels_) continue;
     float* const row = tile.memory.channels[c][Slot(y)] + kMargin - tile.x;  // by the picture's columns
-    tile.kept.Load(TakenChannels::Kept::kRest, {c, from, first, last - first}, row + first);
+    tile.kept.Load({c, from, first, last - first}, row + first);
     for (int32_t x = tile.x - kMargin; x < 0; ++x) row[x] = row[Reflected(x, width)];
     for (int32_t x = width; x < tile.x + tile.columns + kMargin; ++x) row[x] = row[Reflected(x, width)];
   }
@@ -232,7 +231,7 @@ void Polish::StorePlainly(const Tile& tile) const {
   for (int32_t c = 0; c < channels_; ++c) {
     for (int32_t y = tile.y; y < tile.y + tile.rows; ++y) {
       const RowPart part{c, y, tile.x, tile.columns};
-      tile.kept.Load(TakenChannels::Kept::kRest, part, levels);
+      tile.kept.Load(part, levels);
       StorePart(tile.picture, part, Rounding::kNearest, levels);
     }
   }

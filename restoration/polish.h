@@ -25,10 +25,9 @@ class Polish {
   // For such pictures. False: no memory.
   bool Prepare(const PictureView& picture, ChannelMeaning meaning, int32_t threads);
 
-  // Works out the noise from what is taken out of the picture, and puts what remains in its place. `amount`
-  // scales it, 0 for none. True: stopped.
-  bool MeasureNoise(const PictureView& picture, float amount, TakenChannels* channels, Parallel& parallel,
-                    const Progress& progress);
+  // Works out the noise from what is taken out of the picture. `amount` scales it, 0 for none. True: stopped.
+  bool MeasureNoise(const PictureView& picture, float amount, const TakenChannels& channels,
+                    Parallel& parallel, const Progress& progress);
 
   // Polishes what remains, into the picture, of which no sample is looked at.
   void Store(const TakenChannels& channels, Parallel& parallel, const PictureView& picture,
@@ -38,7 +37,7 @@ class Polish {
   static constexpr int32_t kReduction = 8;
   struct Tile;
 
-  void MeasureBlocks(const PictureView& picture, int32_t blockY, TakenChannels* channels);
+  void MeasureBlocks(const PictureView& picture, int32_t blockY, const TakenChannels& channels);
   bool IsAnyNoise(const Tile& tile) const;
   void StorePlainly(const Tile& tile) const;
   void StoreTile(const Tile& tile) const;

@@ -58,8 +58,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   const int32_t result =
       Filter(filteredFrom, mask, workspace, filterOptions, progress.Part(kMeasured, kFiltered), channels);
   if (result != kSuccess) return result;
-  if (polish.MeasureNoise(from, settings.polish, &channels, parallel,
-                          progress.Part(kFiltered, kNoiseKnown))) {
+  if (polish.MeasureNoise(from, settings.polish, channels, parallel, progress.Part(kFiltered, kNoiseKnown))) {
     return kUserCancelled;
   }
   polish.Store(channels, parallel, to, progress.Part(kNoiseKnown, 1.0));

@@ -61,11 +61,13 @@ struct RowKernels {
   void (*sumWaves)(int32_t count, const float* const (&rows)[2], const float (*cosine)[kWaves],
                    const float (*sine)[kWaves], float (&cosines)[2][kWaves], float (&sines)[2][kWaves]);
 
-  // Levels in 16 bits, a middle of them at 0, rounded and clamped; and back.
-  void (*encode)(int32_t count, float middle, const float* levels, int16_t* codes);
-  void (*decode)(int32_t count, float middle, const int16_t* codes, float* levels);
-  // (level - filtered) * open. Filtered samples stand two floats apart.
-  void (*takeOut)(int32_t count, const float* levels, const float* filtered, const float* open, float* taken);
+  // Levels in 16 bits, their middle at 0, rounded and clamped; and back.
+  void (*encode)(int32_t count, const float* levels, int16_t* codes);
+  void (*decode)(int32_t count, const int16_t* codes, float* levels);
+  // Takes (level - filtered) * open out of levels. Filtered samples stand two floats apart.
+  void (*takeOut)(int32_t count, const float* filtered, const float* open, float* levels);
+  // Level - rest; nothing where that is no more than the codes' rounding.
+  void (*findTaken)(int32_t count, const float* levels, const float* rest, float* taken);
   void (*addSquares)(int32_t count, const float* const* channels, const float* weights, float* squares);
   void (*mix)(int32_t count, const float* const* channels, const float* weights, float* mixed);
   // Polish, by reach 1, 2: sums of values and of their squares along a row; gains from the sums of several

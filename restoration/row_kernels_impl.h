@@ -162,23 +162,32 @@ void SumWaves(int32_t count, const float* const (&rows)[2], const float (*cosine
   }
 }
 
-void Encode(int32_t count, float middle, const float* levels, int16_t* __restrict codes) {
+constexpr float kMiddleOfCodes = 16384.0f;
+constexpr float kCodeRounding = 0.5f;
+
+void Encode(int32_t count, const float* levels, int16_t* __restrict codes) {
   constexpr float kLastCode = 32767.0f;
   for (int32_t x = 0; x < count; ++x) {
-    const float code = levels[x] - middle;
+    const float code = levels[x] - kMiddleOfCodes;
     const float above = code > -kLastCode ? code : -kLastCode;  // not-a-number too
     const float within = above < kLastCode ? above : kLastCode;
     codes[x] = static_cast<int16_t>(static_cast<int32_t>(within + (within < 0.0f ? -0.5f : 0.5f)));
   }
 }
 
-void Decode(int32_t count, float middle, const int16_t* codes, float* __restrict levels) {
-  for (int32_t x = 0; x < count; ++x) levels[x] = static_cast<float>(codes[x]) + middle;
+void Decode(int32_t count, const int16_t* codes, float* __restrict levels) {
+  for (int32_t x = 0; x < count; ++x) levels[x] = static_cast<float>(codes[x]) + kMiddleOfCodes;
 }
 
-void TakeOut(int32_t count, const float* levels, const float* filtered, const float* open,
-             float* __restrict taken) {
-  for (int32_t x = 0; x < count; ++x) taken[x] = (levels[x] - filtered[2 * x]) * open[x];
+void TakeOut(int32_t count, const float* filtered, const float* open, float* __restrict levels) {
+  for (int32_t x = 0; x < count; ++x) levels[x] -= (levels[x] - filtered[2 * x]) * open[x];
+}
+
+void FindTaken(int32_t count, const float* levels, const float* rest, float* __restrict taken) {
+  for (int32_t x = 0; x < count; ++x) {
+    const float change = levels[x] - rest[x];
+    taken[x] = change > kCodeRounding || change < -kCodeRounding ? change : 0.0f;
+  }
 }
 
 void AddSquares(int32_t count, const float* const* channels, const float* weights,
@@ -263,6 +272,7 @@ constexpr RowKernels MakeRowKernels() {
           Encode,
           Decode,
           TakeOut,
+          FindTaken,
           AddSquares,
           Mix,
           {SumValues<1>, SumValues<2>},

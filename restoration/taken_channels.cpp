@@ -9,19 +9,15 @@ namespace tessaline {
 namespace {
 
 constexpr int32_t kPart = 512;  // pixels that are worked on at once
-// What remains lies round the middle of the levels, what is taken out round 0.
-constexpr float MiddleOf(TakenChannels::Kept what) {
-  return what == TakenChannels::Kept::kRest ? 16384.0f : 0.0f;
-}
 
-// Where the filtered samples are linear light it is that which goes in part, and what goes of the level is
-// told. Where the gate is closed it is exactly nothing.
+// Where the filtered samples are linear light it is that which goes in part. Where the gate is closed levels
+// stay exactly as they are.
 void TakeLightOut(const ToneCurve& light, const float* filtered, const float* open, int32_t count,
                   float* levels) {
   for (int32_t x = 0; x < count; ++x) {
     const float before = light.LightOf(levels[x]);
     const float after = light.LevelOf(before - (before - filtered[2 * x]) * open[x]);
-    levels[x] = open[x] > 0.0f ? levels[x] - after : 0.0f;
+    levels[x] = open[x] > 0.0f ? after : levels[x];
   }
 }
 
@@ -59,31 +55,31 @@ void TakenChannels::Take(int32_t channel, int32_t y, float* filtered) {
     if (light_ != nullptr) {
       TakeLightOut(*light_, filtered + 2 * first, open, part.count, levels);
     } else {
-      ActiveRowKernels().takeOut(part.count, levels, filtered + 2 * first, open, levels);
+      ActiveRowKernels().takeOut(part.count, filtered + 2 * first, open, levels);
     }
-    Keep(Kept::kTaken, part, levels);
+    Keep(part, levels);
   }
 }
 
-void TakenChannels::Load(Kept what, const RowPart& part, float* levels) const {
+void TakenChannels::Load(const RowPart& part, float* levels) const {
   if (IsLast(part.channel)) {
     const float* const row = lastRows_[static_cast<size_t>(part.y)] + 2 * part.first;
     for (int32_t x = 0; x < part.count; ++x) levels[x] = row[2 * x];
   } else if (floats_) {
     std::copy_n(floats_.get() + PlaceOf(part), part.count, levels);
   } else {
-    ActiveRowKernels().decode(part.count, MiddleOf(what), codes_.get() + PlaceOf(part), levels);
+    ActiveRowKernels().decode(part.count, codes_.get() + PlaceOf(part), levels);
   }
 }
 
-void TakenChannels::Keep(Kept what, const RowPart& part, const float* levels) {
+void TakenChannels::Keep(const RowPart& part, const float* levels) {
   if (IsLast(part.channel)) {
     float* const row = lastRows_[static_cast<size_t>(part.y)] + 2 * part.first;
     for (int32_t x = 0; x < part.count; ++x) row[2 * x] = levels[x];
   } else if (floats_) {
     std::copy_n(levels, part.count, floats_.get() + PlaceOf(part));
   } else {
-    ActiveRowKernels().encode(part.count, MiddleOf(what), levels, codes_.get() + PlaceOf(part));
+    ActiveRowKernels().encode(part.count, levels, codes_.get() + PlaceOf(part));
   }
 }
 

@@ -1,4 +1,4 @@
-// What is taken out of a picture's channels, kept until all of them are there; then what remains of them.
+// What remains of a picture's channels once the pattern is taken out, kept until all of them are there.
 //
 // The last channel stays in the plane it was filtered in. The others are kept in the precision that their
 // samples deserve: 16 bits for bytes, 1/128 of a level, so that a picture of three such channels needs one
@@ -22,13 +22,11 @@ class TakenChannels final : public FilteredRows {
 
   void Take(int32_t channel, int32_t y, float* levels) override;
 
-  // What is kept of a part of a row: first what is taken out, 0 where the gate is closed; what remains once
-  // it is put in that one's place.
-  enum class Kept { kTaken, kRest };
-  void Load(Kept what, const RowPart& part, float* levels) const;
-  void Keep(Kept what, const RowPart& part, const float* levels);
+  // What remains of a part of a row: the picture's own levels where the gate is closed.
+  void Load(const RowPart& part, float* levels) const;
 
  private:
+  void Keep(const RowPart& part, const float* levels);
   size_t PlaceOf(const RowPart& part) const;
   bool IsLast(int32_t channel) const { return channel == picture_.channels - 1; }
 

@@ -213,11 +213,13 @@ TEST(Light, FlatTonesOfAPrintAreThoseOfItsLightOnlyWhereTheFileTellsTheCurve) {
 struct Listener {
   double stopBeyond, last = 0.0;
   bool isRising = true;
+  int stops = 0;
 
   static bool Report(void* user, double part) {
     auto* const self = static_cast<Listener*>(user);
     self->isRising &= part >= self->last;
     self->last = part;
+    self->stops += part > self->stopBeyond;
     return part > self->stopBeyond;
   }
 };
@@ -241,6 +243,9 @@ TEST(Restore, TellsRisingPartsAndStopsInEveryStepButTheLastWithThePictureAsItWas
     const int32_t result =
         Restore(view, view, findings, mask, workspace, {}, {}, {Listener::Report, &listener});
     EXPECT_TRUE(listener.isRising);
+    if (beyond < 0.25 || (beyond > 0.65 && beyond < 0.75)) {  // the filter ends its channel
+      EXPECT_EQ(1, listener.stops) << beyond;
+    }
     EXPECT_EQ(beyond < 0.75 ? kUserCancelled : kSuccess, result) << beyond;
     EXPECT_EQ(beyond < 0.75, input.samples == SamplesOf(picture.view()).samples) << beyond;
     EXPECT_EQ(beyond >= 0.75, listener.last == 1.0) << beyond;
