@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <type_traits>
 
 #include "cli/full_range.h"
 
@@ -34,14 +35,27 @@ bool PageSamples::Create(const PageKind& kind) {
   });
 }
 
+PictureView PageSamples::picture(int32_t part) {
+  const ImageView image = main_[static_cast<size_t>(part)].view();
+  if (!kind_.isFloat() || image.IsEmpty()) return PictureOf(image);
+  constexpr auto kBytes = static_cast<int32_t>(sizeof(float));
+  PictureView view = {image.width, image.height, SampleFormat::kFloat, image.bytesPerPixel / kBytes, {}};
+  for (int32_t c = 0; c < view.channels; ++c)
+    view.channel[c] = {image.data + c * kBytes, image.bytesPerPixel, image.rowBytes};
+  return view;
+}
+
 namespace {
 
-// Lab's a and b, signed in most files, stand on the run's scale with their zero in the middle. The same
-// operation leads there and back.
+// Signed samples, such as Lab's a and b in most files, stand on the run's scale with their zero in the
+// middle. The same operation leads there and back.
 template <typename Sample>
-Sample SignFlipOf(const PageKind& kind, int32_t colour) {
-  constexpr int kTopBit = 1 << (8 * sizeof(Sample) - 1);
-  return static_cast<Sample>(kind.hasSignedAb && colour > 0 ? kTopBit : 0);
+Sample SignFlipped(Sample sample, const PageKind& kind, int32_t colour) {
+  if constexpr (std::is_integral_v<Sample>) {
+    constexpr int kTopBit = 1 << (8 * sizeof(Sample) - 1);
+    if (kind.IsSignedColour(colour)) return static_cast<Sample>(sample ^ kTopBit);
+  }
+  return sample;
 }
 
 }  // namespace
@@ -62,7 +76,7 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
   size_t index = 0;  // of the colour sample in its row
   for (size_t x = 0; x < width; ++x) {
     for (int32_t colour = 0; colour < colours; ++colour, ++index) {
-      const auto sample = static_cast<Sample>(*in++ ^ SignFlipOf<Sample>(kind_, colour));
+      const auto sample = SignFlipped(*in++, kind_, colour);
       if constexpr (sizeof(Sample) == 2) {
         *main[std::min(colour, lastPart)]++ = RunLevelOf(sample);
         lowestBits[index / 8] =
@@ -97,14 +111,16 @@ void PageSamples::FillRowAs(int32_t y, Sample* out) const {
                      ? FullRangeLevelOf(sample)
                      : ExactFullRangeLevel(sample, lowestBits[index / 8] >> (index % 8) & 1);
       }
-      *out++ = static_cast<Sample>(sample ^ SignFlipOf<Sample>(kind_, colour));
+      *out++ = SignFlipped(sample, kind_, colour);
     }
     for (size_t i = 0; i < extras; ++i) *out++ = *extra++;
   }
 }
 
 void PageSamples::TakeRow(int32_t y, const void* fileRow) {
-  if (kind_.bits == 16) {
+  if (kind_.isFloat()) {
+    TakeRowAs(y, static_cast<const float*>(fileRow));
+  } else if (kind_.bits == 16) {
     TakeRowAs(y, static_cast<const uint16_t*>(fileRow));
   } else {
     TakeRowAs(y, static_cast<const uint8_t*>(fileRow));
@@ -112,7 +128,9 @@ void PageSamples::TakeRow(int32_t y, const void* fileRow) {
 }
 
 void PageSamples::FillRow(int32_t y, void* fileRow) const {
-  if (kind_.bits == 16) {
+  if (kind_.isFloat()) {
+    FillRowAs(y, static_cast<float*>(fileRow));
+  } else if (kind_.bits == 16) {
     FillRowAs(y, static_cast<uint16_t*>(fileRow));
   } else {
     FillRowAs(y, static_cast<uint8_t*>(fileRow));

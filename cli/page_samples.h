@@ -21,13 +21,16 @@ struct PageKind {
   int32_t height = 0;
   ColourModel model = ColourModel::kGrey;
   int32_t extras = 0;        // alpha and other channels
-  int32_t bits = 8;          // per sample: 8, or 16 in full range and the machine's byte order
+  int32_t bits = 8;          // per sample: 8, or 16 in full range and the machine's byte order, or 32: floats
   bool hasSignedAb = false;  // Lab whose a and b are two's complement round 0
+  bool isSigned = false;     // all samples are, of 16 bits
   int32_t colours() const {
     return model == ColourModel::kGrey ? 1 : model == ColourModel::kCmyk ? kInks : 3;
   }
   // Pictures that are looked at and cleaned each for itself: dot screens live in the inks.
   int32_t parts() const { return model == ColourModel::kCmyk ? kInks : 1; }
+  bool isFloat() const { return bits == 32; }
+  bool IsSignedColour(int32_t colour) const { return isSigned || (hasSignedAb && colour > 0); }
   int32_t channels() const { return colours() + extras; }
   size_t RowBytes() const {
     return static_cast<size_t>(width) * static_cast<size_t>(channels()) * static_cast<size_t>(bits / 8);
@@ -41,8 +44,8 @@ class PageSamples {
   bool Create(const PageKind& kind);
 
   const PageKind& kind() const { return kind_; }
-  // The colour planes of a part, of kind 1, 2, 3 or 6; without channels before Create.
-  PictureView picture(int32_t part = 0) { return PictureOf(main_[static_cast<size_t>(part)].view()); }
+  // The colour planes of a part, of kind 1, 2, 3 or 6, or floats; without channels before Create.
+  PictureView picture(int32_t part = 0);
   // Says that the run has changed a part. Of one that is not changed every sample comes back exactly; of the
   // others 16-bit colours are scaled from the run's range.
   void SetChanged(int32_t part) { isChanged_[static_cast<size_t>(part)] = true; }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <string_view>
 
@@ -22,6 +23,7 @@ namespace {
 constexpr uint16_t kPhotometricRgb = 2;
 constexpr uint16_t kPhotometricCieLab = 8;  // a and b signed
 constexpr uint16_t kPhotometricIccLab = 9;  // a and b with their zero in the middle
+constexpr uint64_t kUnsigned = 1, kSigned = 2, kFloat = 3, kUntold = 4;  // sample formats of TIFF
 constexpr double kMillimetresPerInch = 25.4;
 
 // Rows decoded at a time.
@@ -214,6 +216,12 @@ bool PictureFile::IsLabPage(int page) const {
   return photometric == kPhotometricCieLab || photometric == kPhotometricIccLab;
 }
 
+// Of 16 bits, and not for being Lab.
+bool PictureFile::IsSignedPage(int page) const {
+  return tiff_ && !IsLabPage(page) &&
+         tiff_->Value(static_cast<size_t>(page), kTiffSampleFormat, kUnsigned) == kSigned;
+}
+
 // Inks of other names than the four of print.
 bool PictureFile::HasOtherInks(int page) const {
   constexpr uint16_t kInkSet = 332;
@@ -225,9 +233,9 @@ namespace {
 
 // What the format calls colours, and what the decoder makes of them.
 constexpr uint64_t kPhotometricTaken[] = {0, 1, 2, 3, 5, 6, 8, 9};
+constexpr uint64_t kPlainPhotometrics[] = {1, 2, 5};  // grey, RGB, inks
 constexpr uint64_t kBitsTaken[] = {1, 2, 4, 8, 16};
 constexpr uint64_t kCompressionsTaken[] = {1, 2, 3, 4, 5, 6, 7, 8, 32773, 32946, 34661, 34925, 50000, 50001};
-constexpr uint64_t kUnsigned = 1, kSigned = 2, kFloat = 3, kUntold = 4;
 
 template <size_t N>
 bool Lists(const uint64_t (&list)[N], uint64_t value) {
@@ -243,13 +251,16 @@ void PictureFile::RefuseTiffKinds() const {
     const std::string where = PageWords(page, pages_);
     const uint64_t format = tiff_->Value(index, kTiffSampleFormat, kUnsigned);
     const uint64_t compression = tiff_->Value(index, kTiffCompression, 1);
-    if (format == kFloat) {
-      throw Unsupported(path_,
-                        "holds floating-point samples" + where + "; convert it to 16 bits per sample first");
+    const uint64_t bits = tiff_->Value(index, kTiffBitsPerSample, 1);
+    const bool isPlain = Lists(kPlainPhotometrics, tiff_->Value(index, kTiffPhotometric, 1));
+    if (format == kFloat && (bits != 32 || !isPlain)) {
+      throw Unsupported(path_, "holds floating-point samples other than grey, RGB or CMYK of 32 bits" +
+                                   where + "; convert it to 16 bits per sample first");
     }
-    const bool isCounted = format == kUnsigned || format == kUntold || (format == kSigned && IsLabPage(page));
-    if (!isCounted || !Lists(kBitsTaken, tiff_->Value(index, kTiffBitsPerSample, 1))) {
-      throw Unsupported(path_, "its samples are neither 8 nor 16 bits, unsigned" + where +
+    const bool isSignedTaken = format == kSigned && (IsLabPage(page) || (bits == 16 && isPlain));
+    const bool isCounted = format == kUnsigned || format == kUntold || isSignedTaken;
+    if (format != kFloat && (!isCounted || !Lists(kBitsTaken, bits))) {
+      throw Unsupported(path_, "its samples are neither 8 nor 16 bits nor floats" + where +
                                    "; convert it to 16 bits per sample first");
     }
     if (!Lists(kPhotometricTaken, tiff_->Value(index, kTiffPhotometric, 1))) {
@@ -290,8 +301,11 @@ std::vector<PictureFile::Patch> PictureFile::PatchesFor(int page) const {
   }
   // The library unpacks Lab into its own forms, which drop alpha and the lowest bit of 16-bit lightness. To
   // it, the three planes are shown as RGB: sample for sample what is in the file.
-  if (!IsLabPage(page)) return patches;
-  for (uint64_t offset : tiff_->OffsetsOfShorts(index, kTiffPhotometric)) present(offset, kPhotometricRgb, 2);
+  // Signed samples are turned round their zero here (see PageSamples).
+  if (!IsLabPage(page) && !IsSignedPage(page)) return patches;
+  if (IsLabPage(page))
+    for (uint64_t offset : tiff_->OffsetsOfShorts(index, kTiffPhotometric))
+      present(offset, kPhotometricRgb, 2);
   // Some writers mark the samples as signed, for a and b are.
   if (tiff_->Value(index, kTiffSampleFormat, kUnsigned) != kSigned) return patches;
   for (uint64_t offset : tiff_->OffsetsOfShorts(index, kTiffSampleFormat)) present(offset, kUnsigned, 2);
@@ -384,6 +398,7 @@ ColourModel PictureFile::ModelOf(VipsImage* image, int page) const {
     case VIPS_INTERPRETATION_sRGB:
     case VIPS_INTERPRETATION_RGB:
     case VIPS_INTERPRETATION_RGB16:
+    case VIPS_INTERPRETATION_scRGB:
       if (bands < 3) break;
       return IsLabPage(page) ? ColourModel::kLab : ColourModel::kRgb;
     case VIPS_INTERPRETATION_CMYK:
@@ -409,16 +424,20 @@ PageKind PictureFile::KindOf(VipsImage* image, int page) const {
       kind.bits = 16;
       break;
     case VIPS_FORMAT_FLOAT:
+      kind.bits = 32;
+      if (tiff_) break;
+      [[fallthrough]];
     case VIPS_FORMAT_DOUBLE:
     case VIPS_FORMAT_COMPLEX:
     case VIPS_FORMAT_DPCOMPLEX:
       throw Unsupported(path_,
                         "holds floating-point samples" + where + "; convert it to 16 bits per sample first");
     default:
-      throw Unsupported(path_, "its samples are neither 8 nor 16 bits, unsigned" + where +
+      throw Unsupported(path_, "its samples are neither 8 nor 16 bits nor floats" + where +
                                    "; convert it to 16 bits per sample first");
   }
   kind.model = ModelOf(image, page);
+  kind.isSigned = IsSignedPage(page);
   kind.extras = vips_image_get_bands(image) - kind.colours();
   if (kind.model == ColourModel::kLab) {
     kind.hasSignedAb = tiff_->Value(static_cast<size_t>(page), kTiffPhotometric, 0) == kPhotometricCieLab;
@@ -471,11 +490,23 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
     if (!isHeld && vips_region_prepare(region_.get(), &strip) != 0) throw LoadingRefusal(file_.path());
     for (; count > 0 && next_ < top + strip.height; ++next_, --count) {
       const void* const row = VIPS_REGION_ADDR(region_.get(), 0, next_);
+      if (kind.isFloat()) file_.DemandLevels(static_cast<const float*>(row), next_);
       take(file_.pnmLargest_ ? OnFullRange(row, *file_.pnmLargest_, kind, &scaled_) : row);
     }
   }
   if (file_.format().format == FileFormat::kJpeg && TellsOfJpegDamage(TakeLibraryError())) {
     throw Damaged(file_.path(), "");
+  }
+}
+
+// The sums of the transform hold no others.
+void PictureFile::DemandLevels(const float* row, int y) const {
+  constexpr float kLargest = 1e6f;
+  for (int32_t i = 0; i < kind_.width * kind_.channels(); ++i) {
+    if (std::fabs(row[i]) <= kLargest) continue;  // false for not-a-number
+    throw Unsupported(path_, "its sample at x " + std::to_string(i / kind_.channels()) + ", y " +
+                                 std::to_string(y) +
+                                 " is no number, infinite or beyond 1e6; replace it first");
   }
 }
 

@@ -23,7 +23,7 @@ namespace tessaline::cli {
 class PictureFile {
  public:
   // Looks at the file without decoding pixels. Refuses what cannot be read (kUnreadable), what the run cannot
-  // take (kUnsupported: float, pages that differ) and what is too large (kTooLarge).
+  // take (kUnsupported: samples of odd widths, pages that differ) and what is too large (kTooLarge).
   // "-" is standard input, which is kept in a file without a name. Then path() is "standard input".
   explicit PictureFile(const std::string& path);
   ~PictureFile();
@@ -74,8 +74,10 @@ class PictureFile {
   PageKind KindOf(VipsImage* image, int page) const;
   ColourModel ModelOf(VipsImage* image, int page) const;
   bool IsLabPage(int page) const;
+  bool IsSignedPage(int page) const;
   bool HasOtherInks(int page) const;
   void RefuseTiffKinds() const;
+  void DemandLevels(const float* row, int y) const;
 
   std::string path_;
   bool isStandardInput_;
@@ -98,7 +100,8 @@ class PageReader {
   // The first row is the next again.
   void Rewind();
   // The next `count` rows, as they stand in the file but for PNM levels, which are on the full range; `take`
-  // has one of them at a time. Refuses damage and truncation with kUnreadable, the latest at the last row.
+  // has one of them at a time. Refuses damage and truncation with kUnreadable, the latest at the last row,
+  // and floats that are no levels with kUnsupported.
   void Read(int count, const std::function<void(const void* row)>& take);
 
  private:

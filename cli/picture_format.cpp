@@ -17,7 +17,7 @@ namespace {
 // written, bits, alpha, Lab, CMYK, pages, orientation
 constexpr FormatTraits kFormats[] = {
     {FileFormat::kPng, "PNG", "pngload_source", false, ".png", true, 16, true, false, false, false, false},
-    {FileFormat::kTiff, "TIFF", "tiffload_source", true, ".tif .tiff", true, 16, true, true, true, true,
+    {FileFormat::kTiff, "TIFF", "tiffload_source", true, ".tif .tiff", true, 32, true, true, true, true,
      true},
     {FileFormat::kJpeg, "JPEG", "jpegload_source", false, ".jpg .jpeg .jpe .jfif", true, 8, false, false,
      true, false, true, 65500},

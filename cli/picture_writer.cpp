@@ -506,9 +506,10 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
   }
   const bool isCmyk = kind.model == ColourModel::kCmyk;
   if (isCmyk && !format.keepsCmyk) refuse("the CMYK inks", "write TIFF or JPEG");
+  if (kind.isSigned && format.format != FileFormat::kTiff) refuse("the signed samples", "write TIFF");
   if (kind.bits > format.mostBits) {
     refuse("the " + std::to_string(kind.bits) + " bits per sample",
-           isCmyk ? "write TIFF" : "write PNG or TIFF");
+           isCmyk || kind.isFloat() ? "write TIFF" : "write PNG or TIFF");
   }
   if (kind.extras > 0 && !format.keepsAlpha)
     refuse("the alpha channel", isCmyk ? "write TIFF" : "write PNG or TIFF");

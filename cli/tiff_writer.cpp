@@ -114,7 +114,10 @@ void DescribeSamples(const PageKind& kind, BlockSize size, TIFF* tiff) {
   TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(size.height));
   TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, kind.bits);
   TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, kind.channels());
-  TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+  TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT,
+               kind.isFloat()  ? SAMPLEFORMAT_IEEEFP
+               : kind.isSigned ? SAMPLEFORMAT_INT
+                               : SAMPLEFORMAT_UINT);
   TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   constexpr uint16_t kPhotometrics[] = {PHOTOMETRIC_MINISBLACK, PHOTOMETRIC_RGB, PHOTOMETRIC_RGB,
                                         PHOTOMETRIC_SEPARATED};  // by model; Lab gets its name afterwards
@@ -126,10 +129,10 @@ bool KnowsPredictor(uint16_t compression) {
          compression == COMPRESSION_DEFLATE || compression == COMPRESSION_ZSTD;
 }
 
-void DescribeCompression(const TiffForm& form, TIFF* tiff) {
+void DescribeCompression(const PageKind& kind, const TiffForm& form, TIFF* tiff) {
   TIFFSetField(tiff, TIFFTAG_COMPRESSION, form.compression);
   if (form.predicts && KnowsPredictor(form.compression))
-    TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    TIFFSetField(tiff, TIFFTAG_PREDICTOR, kind.isFloat() ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
 }
 
 // The samples of a strip as the library compresses them: it writes them into a file of their own.
@@ -140,7 +143,7 @@ std::vector<uint8_t> Compressed(const PageKind& kind, BlockSize size, const Tiff
   const TiffPointer tiff(file.OpenToWrite("wl"));
   if (!tiff) throw std::bad_alloc();
   DescribeSamples(kind, size, tiff.get());
-  DescribeCompression(form, tiff.get());
+  DescribeCompression(kind, form, tiff.get());
   TIFFSetField(tiff.get(), TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(size.height));
   if (form.compression == COMPRESSION_ZSTD) {
     TIFFSetField(tiff.get(), TIFFTAG_ZSTD_LEVEL, form.level);
@@ -170,7 +173,7 @@ class TiffFile {
   }
   void DescribePage(const PageKind& kind, const TiffForm& form, int32_t rowsPerStrip) {
     DescribeSamples(kind, {kind.width, kind.height}, tiff_.get());
-    DescribeCompression(form, tiff_.get());
+    DescribeCompression(kind, form, tiff_.get());
     if (form.tileWidth > 0) {
       TIFFSetField(tiff_.get(), TIFFTAG_TILEWIDTH, static_cast<uint32_t>(form.tileWidth));
       TIFFSetField(tiff_.get(), TIFFTAG_TILELENGTH, static_cast<uint32_t>(form.tileHeight));

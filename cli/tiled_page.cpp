@@ -9,19 +9,21 @@
 namespace tessaline::cli {
 namespace {
 
-// Lab's a and b, to and fro.
+// Of signed samples, to and fro.
 template <typename Sample>
 void FlipSigns(const PageKind& kind, uint8_t* row) {
   constexpr int kTopBit = 1 << (8 * sizeof(Sample) - 1);
   auto* samples = reinterpret_cast<Sample*>(row);
   for (int32_t x = 0; x < kind.width; ++x, samples += kind.channels()) {
-    samples[1] = static_cast<Sample>(samples[1] ^ kTopBit);
-    samples[2] = static_cast<Sample>(samples[2] ^ kTopBit);
+    for (int32_t colour = 0; colour < kind.colours(); ++colour) {
+      if (kind.IsSignedColour(colour)) samples[colour] = static_cast<Sample>(samples[colour] ^ kTopBit);
+    }
   }
 }
 
 void FlipSigns(const PageKind& kind, uint8_t* row) {
-  if (kind.hasSignedAb) kind.bits == 16 ? FlipSigns<uint16_t>(kind, row) : FlipSigns<uint8_t>(kind, row);
+  if (kind.hasSignedAb || kind.isSigned)
+    kind.bits == 16 ? FlipSigns<uint16_t>(kind, row) : FlipSigns<uint8_t>(kind, row);
 }
 
 }  // namespace
@@ -36,7 +38,9 @@ PageRows::PageRows(const PictureFile& file, int page, int32_t part)
   const auto sampleBytes = static_cast<size_t>(kind_.bits / 8);
   layout_ = {kind_.width,
              kind_.RowBytes(),
-             kind_.bits == 16 ? SampleFormat::kFull16 : SampleFormat::kByte,
+             kind_.isFloat()    ? SampleFormat::kFloat
+             : kind_.bits == 16 ? SampleFormat::kFull16
+                                : SampleFormat::kByte,
              kind_.colours() / kind_.parts(),
              {}};
   for (size_t c = 0; c < static_cast<size_t>(layout_.channels); ++c) {

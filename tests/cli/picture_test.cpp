@@ -131,6 +131,54 @@ TEST(Pictures, EveryInkIsAPictureOfItsOwn) {
   }
 }
 
+// Beyond 0..1 as well, and on both sides of 0.
+TEST(Pictures, FloatsAndSignedSamplesAreCleanedAsTheyAre) {
+  for (const VipsBandFormat format : {VIPS_FORMAT_FLOAT, VIPS_FORMAT_SHORT}) {
+    const bool isFloat = format == VIPS_FORMAT_FLOAT;
+    const double scale = isFloat ? 1.0 / 140 : 200, zero = isFloat ? -0.5 : -25600;
+    for (const int colours : {1, 3}) {
+      const TemporaryFolder folder;
+      const Picture drawn = DrawScreen(colours, 1, 8, 600, 600);
+      const ImagePointer bytes = ImageOf(drawn);
+      VipsImage *scaled = nullptr, *cast = nullptr;
+      ASSERT_EQ(0, vips_linear1(bytes.get(), &scaled, scale, zero, nullptr));
+      ASSERT_EQ(0, vips_cast(scaled, &cast, format, nullptr));
+      g_object_unref(scaled);
+      const ImagePointer made(cast);
+      Save(made, folder / "in.tif", "[compression=lzw]");
+      EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status);
+      const std::vector<std::string> runs[] = {
+          {}, {"--tile", "512"}, {"-a", "0", "--compression", "deflate"}};
+      for (std::vector<std::string> run : runs) {
+        SCOPED_TRACE(testing::Message() << format << " " << colours << " " << run.size());
+        const bool isUntouched = run.size() == 4;
+        if (!isUntouched) run.insert(run.begin(), {"-a", "auto"});
+        run.insert(run.end(), {"-f", folder / "in.tif", folder / "out.tif"});
+        const Ended ended = RunProgram(run);
+        ASSERT_EQ(0, ended.status) << ended.err;
+        const ImagePointer after = Open(folder / "out.tif");
+        ASSERT_EQ(format, after->BandFmt);
+        VipsImage *back = nullptr, *levels = nullptr;
+        ASSERT_EQ(0, vips_linear1(after.get(), &back, 1 / scale, -zero / scale + 0.25, nullptr));
+        ASSERT_EQ(0, vips_cast(back, &levels, VIPS_FORMAT_UCHAR, nullptr));
+        g_object_unref(back);
+        const ImagePointer held(levels);
+        held->Type = bytes->Type;
+        Save(held, folder / "levels.png");
+        const Picture clean = Load(folder / "levels.png");
+        EXPECT_EQ(drawn.Channel(colours), clean.Channel(colours));
+        for (int c = 0; c < colours; ++c) {
+          if (isUntouched)
+            EXPECT_EQ(drawn.Channel(c), clean.Channel(c));
+          else
+            EXPECT_LT(ScreenAmplitude(clean, c), kGone);
+        }
+        std::filesystem::remove(folder / "levels.png");
+      }
+    }
+  }
+}
+
 TEST(Pictures, LabKeepsItsTagsAndLosesTheScreen) {
   for (const char* form : {"labq", "labs"}) {
     const TemporaryFolder folder;

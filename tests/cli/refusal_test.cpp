@@ -50,7 +50,7 @@ TEST_F(Refusals, KindsThatTheRunDoesNotTake) {
     ASSERT_EQ(0, vips_cast(image.get(), &cast, format, nullptr));
     Save(ImagePointer(cast), folder / name);
   };
-  saveAs(VIPS_FORMAT_FLOAT, "float.tif");
+  saveAs(VIPS_FORMAT_DOUBLE, "double.tif");
   saveAs(VIPS_FORMAT_INT, "int.tif");
   saveAs(VIPS_FORMAT_USHORT,
          "half.tif");  // floating-point samples of 16 bits, which the decoder does not know
@@ -61,7 +61,13 @@ TEST_F(Refusals, KindsThatTheRunDoesNotTake) {
   }));
   close(half);
   ExpectRefusal(4, "half.tif", "floating-point");
-  ExpectRefusal(4, "float.tif", "16 bits");
+  VipsImage* bright = nullptr;
+  ASSERT_EQ(0, vips_linear1(image.get(), &bright, 1e5, 0, nullptr));
+  Save(ImagePointer(bright), folder / "bright.tif");
+  const Ended refused = RunProgram({folder / "bright.tif", folder / "out.tif"});
+  EXPECT_EQ(4, refused.status);
+  EXPECT_NE(std::string::npos, refused.err.find("its sample at x 0, y 0")) << refused.err;
+  ExpectRefusal(4, "double.tif", "16 bits");
   ExpectRefusal(4, "int.tif", "16 bits");
 }
 
