@@ -216,6 +216,10 @@ bool PictureFile::IsLabPage(int page) const {
   return photometric == kPhotometricCieLab || photometric == kPhotometricIccLab;
 }
 
+bool PictureFile::IsOfSingleBits(int page) const {
+  return tiff_ && tiff_->Value(static_cast<size_t>(page), kTiffBitsPerSample, 1) == 1;
+}
+
 // Of 16 bits, and not for being Lab.
 bool PictureFile::IsSignedPage(int page) const {
   return tiff_ && !IsLabPage(page) &&

@@ -37,6 +37,8 @@ class PictureFile {
   FileIdentity identity() const { return IdentityOf(isStandardInput_ ? STDIN_FILENO : descriptor_); }
   int pages() const { return pages_; }
   const PageKind& kind() const { return kind_; }  // of every page
+  // A TIFF page of black and white: there is nothing between them that a pattern could leave.
+  bool IsOfSingleBits(int page) const;
   // As the file tells them; nothing where it does not.
   std::optional<Resolution> resolution(int page = 0) const;
   // 1..8 as EXIF counts them, 1: upright.

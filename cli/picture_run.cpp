@@ -265,7 +265,9 @@ class PictureRun {
       };
       show(0, "looking");
       TakeOutcome(page, part,
-                  RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page), show, input_.path()));
+                  IsPassedOver(page) ? EngineOutcome()
+                                     : RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page),
+                                                 show, input_.path()));
       if (outcomes_.back().samplesChanged) samples_.SetChanged(part);
     }
     StorePage(page, [this, y = 0](void* row) mutable { samples_.FillRow(y++, row); });
@@ -284,9 +286,11 @@ class PictureRun {
                                                    [show, looked](double fraction, const char* doing) {
                                                      show(looked + (1 - looked) * fraction, doing);
                                                    }));
-      TakeOutcome(page, part, tiled_.back()->Look(Wishes(page), [=](double fraction, const char* doing) {
+      const auto showLooking = [=](double fraction, const char* doing) {
         show(looked * (part + fraction) / parts, doing);
-      }));
+      };
+      TakeOutcome(page, part,
+                  IsPassedOver(page) ? EngineOutcome() : tiled_.back()->Look(Wishes(page), showLooking));
     }
     StorePage(page, [this](void* row) { NextTiledRow(row); });
     TellCleaningTime();
@@ -301,10 +305,16 @@ class PictureRun {
     }
   }
 
+  // A page of single bits stays as it is; it is looked at only where that is to be drawn.
+  bool IsPassedOver(int page) const {
+    return input_.IsOfSingleBits(page) && outputs_.spectra.empty() && outputs_.masks.empty() &&
+           outputs_.gates.empty();
+  }
+
   EngineWishes Wishes(int page) {
     EngineWishes wishes;
     wishes.settings = request_.settings;
-    wishes.onlyLook = request_.dryRun;
+    wishes.onlyLook = request_.dryRun || input_.IsOfSingleBits(page);
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     wishes.restoration = request_.restoration;
     if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
@@ -333,6 +343,7 @@ class PictureRun {
     outcome.gatePicture.Release();
     outcome.spectrumPicture = {};
     outcome.maskPicture = {};
+    if (input_.IsOfSingleBits(page)) outcome.patternFound = false;
     wishes_.isUntouched.resize(static_cast<size_t>(page) + 1, true);
     if (outcome.samplesChanged) wishes_.isUntouched.back() = false;
     outcomes_.push_back({std::move(outcome), page, InkName(input_.kind(), part)});
@@ -451,6 +462,12 @@ class PictureRun {
       for (const std::string& line : WhatIsNotKept(*outputFormat_, input_)) {
         notes.push_back(input_.path() + ": " + line);
       }
+    }
+    for (int page = 0; page < input_.pages(); ++page) {
+      if (!input_.IsOfSingleBits(page)) continue;
+      notes.push_back(input_.path() + ": " +
+                      (input_.pages() > 1 ? "page " + std::to_string(page + 1) + " " : "") +
+                      "is of single bits, black and white, and left as it is");
     }
     for (size_t i = 0; request_.verbose && i < outcomes_.size(); ++i) {
       std::string subject = input_.path() + ": ";

@@ -610,6 +610,17 @@ std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const Picture
     sentences.push_back("lost in " + std::string(format.name) + ": " + Listed(lost) +
                         "; a TIFF file keeps all");
   }
+  const auto hasReduced = [](const TiffStructure& tiff, size_t page) {
+    const auto& entries = tiff.directory(page).entries;
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const auto& entry) { return entry.tag == kTiffSubDirectories; });
+  };
+  for (int page = 0; page < input.pages() && input.tiff(); ++page) {
+    if (!hasReduced(*input.tiff(), static_cast<size_t>(page))) continue;
+    sentences.push_back(
+        "the smaller pictures inside its pages (SubIFDs) are left out: they would show the pattern");
+    break;
+  }
   if (format.format == FileFormat::kJpeg && input.format().format == FileFormat::kJpeg) {
     const auto compression = input.jpegCompression();
     const bool isCommon = !compression || compression->chromaAcross * compression->chromaDown == 1 ||

@@ -24,6 +24,7 @@ enum TiffTagNumber : uint16_t {
   kTiffExtraSamples = 338,
   kTiffSampleFormat = 339,
   kTiffTileWidth = 322,
+  kTiffSubDirectories = 330,  // of smaller pictures
   kTiffXmp = 700,
   kTiffIptc = 33723,
   kTiffPhotoshop = 34377,

@@ -277,8 +277,8 @@ void WritePage(const PageKind& kind, const TiffForm& form, const std::function<v
 
 // Tags whose values are places in the file.
 constexpr uint16_t kOffsetTags[] = {
-    kStripOffsets, kStripByteCounts,  kTileOffsets,       kTileByteCounts,   288,
-    289,           330 /* SubIFDs */, kTiffExifDirectory, kTiffGpsDirectory, 400};
+    kStripOffsets, kStripByteCounts,    kTileOffsets,       kTileByteCounts,   288,
+    289,           kTiffSubDirectories, kTiffExifDirectory, kTiffGpsDirectory, 400};
 
 bool IsOffsetTag(uint16_t tag) {
   return std::find(std::begin(kOffsetTags), std::end(kOffsetTags), tag) != std::end(kOffsetTags);

@@ -266,6 +266,27 @@ TEST(Pictures, TiffPagesAreCleanedOneByOne) {
   EXPECT_EQ(4, RunProgram({folder / "in.tif", folder / "out.png"}).status) << "PNG has no pages";
 }
 
+TEST(Pictures, SingleBitsPassAndReducedPicturesGo) {
+  const TemporaryFolder folder;
+  Save(DrawScreen(1, 0, 8), folder / "bits.tif", "[bitdepth=1,compression=ccittfax4]");
+  for (const char* output : {"out.tif", "out.png"}) {
+    const Ended ended = RunProgram({"-a", "auto", "--report", "-", folder / "bits.tif", folder / output});
+    EXPECT_EQ(0, ended.status);
+    EXPECT_NE(std::string::npos, ended.err.find("left as it is")) << ended.err;
+    EXPECT_EQ(Load(folder / "bits.tif"), Load(folder / output));
+  }
+  EXPECT_EQ(ReadWholeFile(folder / "bits.tif"), ReadWholeFile(folder / "out.tif"));
+  Save(DrawScreen(1, 0, 8), folder / "small.tif");
+  const int file = open((folder / "small.tif").c_str(), O_RDWR);
+  EXPECT_TRUE(EditTiffPages(file, [](size_t) {
+    return TiffPageEdit{{}, {{{330, 4, 1, {8, 0, 0, 0}}}, {}, {}, {}}};
+  }));
+  close(file);
+  const Ended ended = RunProgram(Finding({folder / "small.tif", folder / "small-out.tif"}));
+  EXPECT_EQ(0, ended.status);
+  EXPECT_NE(std::string::npos, ended.err.find("SubIFDs")) << ended.err;
+}
+
 TEST(Pictures, CompressionAndQualityAreTheUsersAndOfTheFormat) {
   const TemporaryFolder folder;
   const Picture picture = DrawScreen(3, 0, 16);
