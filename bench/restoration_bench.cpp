@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/whole_run_options.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
 #include "restoration/restoration.h"
@@ -27,19 +28,10 @@
 namespace tessaline {
 namespace {
 
-struct Size {
-  int32_t width, height;
-};
-
 double SecondsBy(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-double MedianOf(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end());
-  return values[values.size() / 2];
 }
 
 void Demand(int32_t result) {
@@ -153,28 +145,8 @@ bool InProcess(const Work& work) {
   return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
-bool ParseSize(const char* text, Size* size) {
-  return std::sscanf(text, "%dx%d", &size->width, &size->height) == 2 && size->width > 0 && size->height > 0;
-}
-
 int Main(int argc, char** argv) {
-  int runs = 5;
-  int threads = 2;
-  std::vector<Size> sizes;
-  for (int i = 1; i < argc; ++i) {
-    Size size{};
-    if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else if (std::strcmp(argv[i], "--threads") == 0 && i + 1 < argc) {
-      threads = std::max(1, std::atoi(argv[++i]));
-    } else if (ParseSize(argv[i], &size)) {
-      sizes.push_back(size);
-    } else {
-      std::fprintf(stderr, "usage: restoration_bench [--runs N] [--threads N] [WIDTHxHEIGHT ...]\n");
-      return 2;
-    }
-  }
-  if (sizes.empty()) sizes = {{700, 500}, {1700, 1200}, {3600, 2400}, {7400, 7400}};
+  const auto [runs, threads, sizes] = ReadWholeRunOptions(argc, argv);
   std::printf("RGB 8-bit, medians of %d rounds\n\n", runs);
   std::printf(
       "| picture | carriers | notches alone, s | restored, s | ratio | ratio, %d threads | decision, s | "

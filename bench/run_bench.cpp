@@ -29,15 +29,12 @@
 #include <string>
 #include <vector>
 
+#include "bench/whole_run_options.h"
 #include "platform/cpu.h"
 #include "removal/steps.h"
 
 namespace tessaline {
 namespace {
-
-struct Size {
-  int32_t width, height;
-};
 
 double SecondsBy(clockid_t clock) {
   timespec time{};
@@ -49,11 +46,6 @@ double TimeOf(clockid_t clock, const std::function<void()>& work) {
   const double begun = SecondsBy(clock);
   work();
   return SecondsBy(clock) - begun;
-}
-
-double MedianOf(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end());
-  return values[values.size() / 2];
 }
 
 void Demand(int32_t result) {
@@ -193,28 +185,8 @@ void PrintRow(Size size, int runs, int32_t threads) {
   fftwf_free(plane);
 }
 
-bool ParseSize(const char* text, Size* size) {
-  return std::sscanf(text, "%dx%d", &size->width, &size->height) == 2 && size->width > 0 && size->height > 0;
-}
-
 int Main(int argc, char** argv) {
-  int runs = 5;
-  int threads = 2;
-  std::vector<Size> sizes;
-  for (int i = 1; i < argc; ++i) {
-    Size size{};
-    if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else if (std::strcmp(argv[i], "--threads") == 0 && i + 1 < argc) {
-      threads = std::max(1, std::atoi(argv[++i]));
-    } else if (ParseSize(argv[i], &size)) {
-      sizes.push_back(size);
-    } else {
-      std::fprintf(stderr, "usage: run_bench [--runs N] [--threads N] [WIDTHxHEIGHT ...]\n");
-      return 2;
-    }
-  }
-  if (sizes.empty()) sizes = {{700, 500}, {1700, 1200}, {3600, 2400}, {7400, 7400}};
+  const auto [runs, threads, sizes] = ReadWholeRunOptions(argc, argv);
   constexpr const char* kLevelNames[] = {"SSE2", "AVX2", "AVX-512"};
   std::printf("RGB 8-bit, medians of %d rounds; vectors: %s\n\n", runs,
               kLevelNames[static_cast<int>(DetectVectorLevel())]);

@@ -64,19 +64,9 @@ std::vector<FileIdentity> InputsAt(const std::string& output, const std::vector<
 PictureRequest RequestFor(const BatchFacts& facts, size_t index, const ThreadShare& threads,
                           const ParentLine& line) {
   const PictureCommand& command = facts.command;
-  PictureRequest request;
-  request.input = facts.list.Input(index);
+  PictureRequest request = RequestOf(command, facts.list.Input(index), facts.list.Output(index));
   if (request.input == "-") request.input = "./-";  // in a list a name as any other
-  request.output = facts.list.Output(index);
-  request.settings = command.settings;
-  request.threads = command.threads;
   request.sharedThreads = threads;
-  request.restoration = command.restoration;
-  request.storage = command.storage;
-  request.tileSide = command.tileSide;
-  request.dryRun = command.dryRun;
-  request.overwrite = command.overwrite;
-  request.verbose = command.talk.verbose;
   request.otherInputs = InputsAt(request.output, facts.inputs);
   if (command.writesReports) request.reportFile = request.output + ".json";
   request.overwritesReport = command.overwrite || command.skipsDone;

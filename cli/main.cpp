@@ -39,22 +39,12 @@ void TellAll(const std::vector<std::string>& lines, const Talk& talk) {
 
 ExitStatus Run(const PictureCommand& command) {
   if (command.isBatch) return CleanPictures(command);
-  PictureRequest request;
-  request.input = command.pictures[0].input;
-  request.output = command.pictures[0].output;
+  PictureRequest request = RequestOf(command, command.pictures[0].input, command.pictures[0].output);
   request.format = command.format;
-  request.settings = command.settings;
-  request.restoration = command.restoration;
-  request.storage = command.storage;
-  request.threads = command.threads;
   request.spectrumFile = command.spectrumFile;
   request.maskFile = command.maskFile;
   request.gateFile = command.gateFile;
   request.reportFile = command.reportFile;
-  request.tileSide = command.tileSide;
-  request.dryRun = command.dryRun;
-  request.overwrite = command.overwrite;
-  request.verbose = command.talk.verbose;
   if (!request.dryRun && request.output != "-") RemoveStrays(FolderOf(request.output));
   ProgressBar progress(command.talk.showProgress);
   const PictureOutcome outcome = CleanPicture(request, &progress);

@@ -539,6 +539,21 @@ class PictureRun {
 
 }  // namespace
 
+PictureRequest RequestOf(const PictureCommand& command, const std::string& input, const std::string& output) {
+  PictureRequest request;
+  request.input = input;
+  request.output = output;
+  request.settings = command.settings;
+  request.restoration = command.restoration;
+  request.storage = command.storage;
+  request.threads = command.threads;
+  request.tileSide = command.tileSide;
+  request.dryRun = command.dryRun;
+  request.overwrite = command.overwrite;
+  request.verbose = command.talk.verbose;
+  return request;
+}
+
 PictureOutcome CleanPicture(const PictureRequest& request, ProgressBar* progress) {
   try {
     return PictureRun(request, progress).Run();

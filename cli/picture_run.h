@@ -35,6 +35,9 @@ struct PictureRequest {
   std::function<void(const PageKind&)> beforeReading;
 };
 
+// What a command asks of each of its pictures.
+PictureRequest RequestOf(const PictureCommand& command, const std::string& input, const std::string& output);
+
 struct PictureOutcome {
   std::vector<std::string> notes;  // lines for the user, the result in the first
   Json report;                     // this picture's part of the report
