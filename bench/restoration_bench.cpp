@@ -20,23 +20,13 @@
 #include <string>
 #include <vector>
 
-#include "bench/whole_run_options.h"
+#include "bench/whole_runs.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
 #include "restoration/restoration.h"
 
 namespace tessaline {
 namespace {
-
-double SecondsBy(clockid_t clock) {
-  timespec time{};
-  clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-void Demand(int32_t result) {
-  if (result != kSuccess) std::abort();
-}
 
 Image MakePicture(Size size) {
   constexpr double kCosine[] = {0.966, 0.707, 0.259}, kSine[] = {0.259, 0.707, 0.966};

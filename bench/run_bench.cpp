@@ -29,27 +29,17 @@
 #include <string>
 #include <vector>
 
-#include "bench/whole_run_options.h"
+#include "bench/whole_runs.h"
 #include "platform/cpu.h"
 #include "removal/steps.h"
 
 namespace tessaline {
 namespace {
 
-double SecondsBy(clockid_t clock) {
-  timespec time{};
-  clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
 double TimeOf(clockid_t clock, const std::function<void()>& work) {
   const double begun = SecondsBy(clock);
   work();
   return SecondsBy(clock) - begun;
-}
-
-void Demand(int32_t result) {
-  if (result != kSuccess) std::abort();
 }
 
 Image MakePicture(Size size) {

@@ -1,5 +1,7 @@
-// The options that benchmarks of whole runs have in common.
+// What benchmarks of whole runs have in common.
 #pragma once
+
+#include <time.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -8,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "image/result_codes.h"
 
 namespace tessaline {
 
@@ -40,6 +44,16 @@ inline WholeRunOptions ReadWholeRunOptions(int argc, char** argv) {
   }
   if (options.sizes.empty()) options.sizes = {{700, 500}, {1700, 1200}, {3600, 2400}, {7400, 7400}};
   return options;
+}
+
+inline double SecondsBy(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+inline void Demand(int32_t result) {
+  if (result != kSuccess) std::abort();
 }
 
 inline double MedianOf(std::vector<double> values) {
