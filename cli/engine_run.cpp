@@ -1,6 +1,5 @@
 #include "cli/engine_run.h"
 
-#include <algorithm>
 #include <chrono>
 
 #include "cli/refusal.h"
@@ -9,16 +8,6 @@
 
 namespace tessaline::cli {
 namespace {
-
-int32_t FrozenFindings(const KeptDecision& decision, Findings* findings) {
-  const SeedMap& seeds = decision.seeds;
-  *findings = {};
-  findings->peaks = decision.peaks;
-  if (!findings->seeds.Create(kSpectrumCells, kSpectrumCells, 1)) return kOutOfMemory;
-  std::copy(seeds.begin(), seeds.end(), findings->seeds.view().data);
-  findings->seedCells = static_cast<int32_t>(std::count(seeds.begin(), seeds.end(), uint8_t{255}));
-  return kSuccess;
-}
 
 // Of a picture whose samples stay as they are. Where nothing was found the gate is closed.
 int32_t DrawGateOnly(const PictureView& picture, const Findings& findings, Workspace& workspace,
@@ -77,7 +66,7 @@ EngineOutcome RunEngine(const PictureView& picture, Workspace& workspace, const 
   Analysis analysis;
   Findings findings;
   if (isFrozen) {
-    DemandStep(FrozenFindings(*wishes.frozen, &findings), name);
+    DemandStep(FindingsOf(*wishes.frozen, &findings), name);
   } else {
     EngineStretch looking{progress, "looking", 0.0, looked};
     const bool isByNumber = !wishes.settings.isAutomatic && wishes.gathersInto == nullptr;

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "cli/film_decision.h"
 #include "removal/notches.h"
 #include "removal/steps.h"
+#include "restoration/film_decision.h"
 #include "restoration/restoration.h"
 
 namespace tessaline::cli {

@@ -14,10 +14,10 @@
 #include <utility>
 
 #include "cli/engine_run.h"
-#include "cli/film_decision.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/report.h"
+#include "restoration/film_decision.h"
 
 namespace tessaline::cli {
 namespace {
@@ -186,9 +186,8 @@ class StreamRun {
   // How many frames decide together: as many as even out grain and scenery, but no more than a pipe's may
   // wait in memory.
   size_t FramesToGather() const {
-    constexpr size_t kFrames = 8;
     constexpr size_t kMostBytes = size_t{256} << 20;
-    return std::clamp(kMostBytes / frame_.size(), size_t{1}, kFrames);
+    return std::clamp(kMostBytes / frame_.size(), size_t{1}, kDecidingFrames);
   }
 
   // Looks at the frame at hand and lets it wait for the decision.

@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "removal/spectrum_gathering.h"
+#include "removal/steps.h"
 #include "restoration/picture_tiles.h"
 
-namespace tessaline::cli {
+namespace tessaline {
 
 using SeedMap = std::vector<uint8_t>;  // 512 x 512 cells, 255 pattern
 
@@ -28,6 +29,12 @@ struct KeptDecision {
   std::vector<SpectrumPeak> peaks;  // automatic: by whose licences each picture's gate is measured
 };
 
+// The decision as the findings of a picture that was not looked at. Returns 0 or kOutOfMemory.
+int32_t FindingsOf(const KeptDecision& decision, Findings* findings);
+
+// As many frames as even out grain and scenery.
+constexpr size_t kDecidingFrames = 8;
+
 class FilmDecision {
  public:
   explicit FilmDecision(const Settings& settings) : settings_(settings) {}
@@ -37,7 +44,7 @@ class FilmDecision {
   // One frame and its analysis. Returns 0 or kOutOfMemory.
   int32_t Add(const PictureView& frame, const Analysis& analysis, Parallel& parallel);
   // The decision of all frames added, point-symmetric; empty cells throughout where nothing is found. Returns
-  // 0 or kOutOfMemory.
+  // 0 or kOutOfMemory. More frames may be added afterwards.
   int32_t Make(Workspace& workspace, KeptDecision* decision);
 
  private:
@@ -47,4 +54,4 @@ class FilmDecision {
   std::vector<SpectrumPeak> licensed_;  // in any of the frames
 };
 
-}  // namespace tessaline::cli
+}  // namespace tessaline

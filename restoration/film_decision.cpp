@@ -1,4 +1,4 @@
-#include "cli/film_decision.h"
+#include "restoration/film_decision.h"
 
 #include <algorithm>
 #include <iterator>
@@ -6,7 +6,16 @@
 #include "removal/peak_detection.h"
 #include "restoration/decision.h"
 
-namespace tessaline::cli {
+namespace tessaline {
+
+int32_t FindingsOf(const KeptDecision& decision, Findings* findings) {
+  *findings = {};
+  findings->peaks = decision.peaks;
+  if (!findings->seeds.Create(kSpectrumCells, kSpectrumCells, 1)) return kOutOfMemory;
+  std::copy(decision.seeds.begin(), decision.seeds.end(), findings->seeds.view().data);
+  findings->seedCells = CountSeeds(findings->seeds.view());
+  return kSuccess;
+}
 
 int32_t FilmDecision::Begin() {
   licensed_.clear();
@@ -43,4 +52,4 @@ int32_t FilmDecision::Make(Workspace& workspace, KeptDecision* decision) {
   return result;
 }
 
-}  // namespace tessaline::cli
+}  // namespace tessaline
