@@ -1,9 +1,6 @@
 #include "cli/picture_file.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -103,105 +100,48 @@ struct PictureFile::Patch {
   std::vector<uint8_t> bytes;
 };
 
-PictureFile::PictureFile(const std::string& path)
-    : path_(path == "-" ? "standard input" : path), isStandardInput_(path == "-") {
+PictureFile::PictureFile(InputFile file)
+    : file_(std::move(file)), path_(file_.name()), descriptor_(file_.descriptor()) {
   StartPictureLibrary();
   const StderrSilenced silenced;
   TakeLibraryError();
-  try {
-    Open();
-    CheckEnding();
-    if (format_->format == FileFormat::kTiff) {
-      tiff_ = TiffStructure::Read(ByteSource(descriptor_));
-      if (!tiff_) throw Damaged(path_, "its directory cannot be read");
-      if (!tiff_->FitsInto(static_cast<uint64_t>(size_)))
-        throw Damaged(path_, "parts of it lie behind its end");
-      pages_ = static_cast<int>(tiff_->pages());
-      RefuseTiffKinds();
-    }
-    metadata_ = LoadPage(0);
-    if (!tiff_ && format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
-      vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
-    }
-    if (pages_ > 1 && format_->format == FileFormat::kHeif) {
-      throw Unsupported(
-          path_, "holds " + std::to_string(pages_) + " pictures; save the wanted one as PNG or TIFF first");
-    }
-    kind_ = KindOf(metadata_.get(), 0);
-    // Frames of an animation are of one size and kind by their formats.
-    for (int page = 1; page < pages_ && tiff_; ++page) {
-      const GPointer<VipsImage> image = LoadPage(page);
-      if (KindOf(image.get(), page) == kind_) continue;
-      throw Unsupported(path_, "its pages differ in size or kind (page " + std::to_string(page + 1) + " is " +
-                                   std::to_string(vips_image_get_width(image.get())) + "x" +
-                                   std::to_string(vips_image_get_height(image.get())) +
-                                   "); split it into single pages first");
-    }
-  } catch (...) {
-    if (descriptor_ >= 0) close(descriptor_);
-    throw;
-  }
-}
-
-PictureFile::~PictureFile() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
-// Pictures are read here and there and more than once.
-void PictureFile::KeepStandardInput() {
-  const auto refuse = [this](const std::string& what) {
-    throw Refusal(ExitStatus::kUnreadable, path_, what);
-  };
-  if (isatty(STDIN_FILENO) != 0) refuse("is a terminal; send a picture to it, or name a file");
-  const std::string folder = FolderOfTemporaries();
-  descriptor_ = OpenNameless(folder);
-  const auto refuseFolder = [&] {
-    refuse("cannot be kept in " + folder + ": " + strerror(errno) + "; TMPDIR names another folder");
-  };
-  if (descriptor_ < 0) refuseFolder();
-  constexpr size_t kBlock = size_t{1} << 20;
-  std::vector<char> block(kBlock);
-  for (;;) {
-    const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
-    if (count == 0) return;
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) refuse(std::string("cannot be read: ") + strerror(errno));
-    if (!WriteFully(descriptor_, block.data(), static_cast<size_t>(count))) refuseFolder();
-  }
-}
-
-void PictureFile::Open() {
-  // Not blocking, or a pipe without a writer would be waited for.
-  if (isStandardInput_)
-    KeepStandardInput();
-  else
-    descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor_ < 0) {
-    const std::string what = errno == ENOENT ? "does not exist; check the name"
-                                             : std::string("cannot be read: ") + strerror(errno);
-    throw Refusal(ExitStatus::kUnreadable, path_, what);
-  }
-  struct stat status = {};
-  fstat(descriptor_, &status);
-  if (S_ISDIR(status.st_mode)) {
-    throw Refusal(ExitStatus::kUnreadable, path_, "is a folder; name the pictures in it");
-  }
-  if (!S_ISREG(status.st_mode)) {
-    throw Refusal(ExitStatus::kUnreadable, path_,
-                  "is not a file; pictures are read from files (frames: tessaline stream)");
-  }
-  size_ = status.st_size;
-  changed_ = status.st_mtim;
   format_ = &FormatOfContents(descriptor_, path_);
+  CheckEnding();
+  if (format_->format == FileFormat::kTiff) {
+    tiff_ = TiffStructure::Read(ByteSource(descriptor_));
+    if (!tiff_) throw Damaged(path_, "its directory cannot be read");
+    if (!tiff_->FitsInto(static_cast<uint64_t>(file_.size())))
+      throw Damaged(path_, "parts of it lie behind its end");
+    pages_ = static_cast<int>(tiff_->pages());
+    RefuseTiffKinds();
+  }
+  metadata_ = LoadPage(0);
+  if (!tiff_ && format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
+    vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
+  }
+  if (pages_ > 1 && format_->format == FileFormat::kHeif) {
+    throw Unsupported(
+        path_, "holds " + std::to_string(pages_) + " pictures; save the wanted one as PNG or TIFF first");
+  }
+  kind_ = KindOf(metadata_.get(), 0);
+  // Frames of an animation are of one size and kind by their formats.
+  for (int page = 1; page < pages_ && tiff_; ++page) {
+    const GPointer<VipsImage> image = LoadPage(page);
+    if (KindOf(image.get(), page) == kind_) continue;
+    throw Unsupported(path_, "its pages differ in size or kind (page " + std::to_string(page + 1) + " is " +
+                                 std::to_string(vips_image_get_width(image.get())) + "x" +
+                                 std::to_string(vips_image_get_height(image.get())) +
+                                 "); split it into single pages first");
+  }
 }
 
 void PictureFile::CheckEnding() {
   const bool isWhole = format_->format == FileFormat::kPng   ? PngReachesItsEnd(descriptor_)
-                       : format_->format == FileFormat::kGif ? GifReachesItsEnd(descriptor_, size_)
+                       : format_->format == FileFormat::kGif ? GifReachesItsEnd(descriptor_, file_.size())
                                                              : true;
   if (!isWhole) throw Damaged(path_, "its end is missing");
   if (format_->format == FileFormat::kPnm) {
-    const char* const missing = MissingFromPnm(descriptor_, size_);
+    const char* const missing = MissingFromPnm(descriptor_, file_.size());
     if (missing != nullptr) throw Damaged(path_, missing);
     if (const uint32_t largest = LargestPnmLevel(descriptor_); largest > 0) pnmLargest_ = largest;
   }
@@ -362,7 +302,7 @@ GPointer<VipsSource> PictureFile::MakeSource(int page) const {
     return source;
   }
   auto* file = new PatchedFile{descriptor_};
-  file->size = size_;
+  file->size = file_.size();
   for (const Patch& patch : patches) {
     auto offset = static_cast<int64_t>(patch.offset);
     for (uint8_t byte : patch.bytes) file->replaced.push_back({offset++, byte});
@@ -630,26 +570,6 @@ bool PictureFile::isLosslessWebp() const {
     at += static_cast<off_t>(length) + length % 2;
   }
   return false;
-}
-
-void PictureFile::CopyTo(OutputFile* output) const {
-  struct stat status = {};
-  fstat(descriptor_, &status);
-  if (status.st_size != size_ || status.st_mtim.tv_sec != changed_.tv_sec ||
-      status.st_mtim.tv_nsec != changed_.tv_nsec) {
-    throw Refusal(ExitStatus::kUnreadable, path_, "was changed while it was being read; try again");
-  }
-  constexpr size_t kBlock = size_t{1} << 20;
-  std::vector<char> block(kBlock);
-  for (off_t at = 0;;) {
-    const ssize_t count = pread(descriptor_, block.data(), block.size(), at);
-    if (count < 0) {
-      throw Refusal(ExitStatus::kUnreadable, path_, std::string("cannot be read: ") + strerror(errno));
-    }
-    if (count == 0) return;
-    output->Write(block.data(), static_cast<size_t>(count));
-    at += count;
-  }
 }
 
 }  // namespace tessaline::cli

@@ -1,16 +1,13 @@
 // An input picture: opened, looked at, read page by page.
 #pragma once
 
-#include <sys/types.h>
-#include <time.h>
-#include <unistd.h>
-
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/carried_metadata.h"
+#include "cli/input_file.h"
 #include "cli/jpeg_tables.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
@@ -24,17 +21,16 @@ class PictureFile {
  public:
   // Looks at the file without decoding pixels. Refuses what cannot be read (kUnreadable), what the run cannot
   // take (kUnsupported: samples of odd widths, pages that differ) and what is too large (kTooLarge).
-  // "-" is standard input, which is kept in a file without a name. Then path() is "standard input".
-  explicit PictureFile(const std::string& path);
-  ~PictureFile();
+  explicit PictureFile(InputFile file);
+  explicit PictureFile(const std::string& path) : PictureFile(InputFile(path)) {}
   PictureFile(const PictureFile&) = delete;
   PictureFile& operator=(const PictureFile&) = delete;
 
   const std::string& path() const { return path_; }
   const FormatTraits& format() const { return *format_; }
   int descriptor() const { return descriptor_; }  // for positioned reads
-  bool isStandardInput() const { return isStandardInput_; }
-  FileIdentity identity() const { return IdentityOf(isStandardInput_ ? STDIN_FILENO : descriptor_); }
+  bool isStandardInput() const { return file_.isStandardInput(); }
+  FileIdentity identity() const { return file_.identity(); }
   int pages() const { return pages_; }
   const PageKind& kind() const { return kind_; }  // of every page
   // A TIFF page of black and white: there is nothing between them that a pattern could leave.
@@ -61,14 +57,12 @@ class PictureFile {
                 const std::function<void(int rows)>& rowsDone = nullptr) const;
 
   // The file's bytes as they are. Refuses with kUnreadable when the file changed since it was opened.
-  void CopyTo(OutputFile* output) const;
+  void CopyTo(OutputFile* output) const { file_.CopyTo(output); }
 
  private:
   friend class PageReader;
   struct Patch;  // bytes of the file that the decoder is to see differently
 
-  void Open();
-  void KeepStandardInput();
   void CheckEnding();
   GPointer<VipsImage> LoadPage(int page) const;
   GPointer<VipsSource> MakeSource(int page) const;
@@ -81,11 +75,9 @@ class PictureFile {
   void RefuseTiffKinds() const;
   void DemandLevels(const float* row, int y) const;
 
-  std::string path_;
-  bool isStandardInput_;
-  int descriptor_ = -1;
-  off_t size_ = 0;
-  timespec changed_ = {};
+  const InputFile file_;
+  const std::string path_;  // or what stands for it in messages
+  const int descriptor_;
   const FormatTraits* format_ = nullptr;
   int pages_ = 1;
   PageKind kind_;

@@ -20,9 +20,9 @@
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/picture_file.h"
+#include "cli/picture_parts.h"
 #include "cli/picture_writer.h"
 #include "cli/tiled_page.h"
-#include "platform/parallel.h"
 
 namespace tessaline::cli {
 namespace {
@@ -67,28 +67,6 @@ class PageStore {
   std::string outputPath_;
   size_t rowBytes_;
   int descriptor_ = -1;
-};
-
-// "spectrum.png" for the first page, "spectrum-2.png" for the second; "spectrum-2-cyan.png" for an ink.
-std::string NameForPart(const std::string& file, int page, const char* ink) {
-  std::string mark;
-  if (page > 0) mark.append("-").append(std::to_string(page + 1));
-  if (ink != nullptr) mark.append("-").append(ink);
-  const size_t slash = file.find_last_of('/');
-  size_t dot = file.find_last_of('.');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = file.size();
-  return file.substr(0, dot) + mark + file.substr(dot);
-}
-
-// Of a part of a picture with several; null: there is one.
-const char* InkName(const PageKind& kind, int32_t part) {
-  return kind.model == ColourModel::kCmyk ? kInkNames[part] : nullptr;
-}
-
-// What came of a page, or of one of its inks.
-struct PartOutcome : EngineOutcome {
-  int page = 0;
-  const char* ink = nullptr;
 };
 
 std::string Plain(float value) {
@@ -151,33 +129,6 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
                                                   request.overwrite || request.overwritesReport, inputs);
   }
   return outputs;
-}
-
-const char* ModelName(ColourModel model) {
-  switch (model) {
-    case ColourModel::kGrey:
-      return "grey";
-    case ColourModel::kRgb:
-      return "rgb";
-    case ColourModel::kLab:
-      return "lab";
-    case ColourModel::kCmyk:
-      return "cmyk";
-  }
-  return "";
-}
-
-// None where threads are shared with other pictures.
-std::optional<int> FixedThreads(const PictureRequest& request) {
-  if (request.threads > 0) return request.threads;
-  if (request.sharedThreads.threads != nullptr) return std::nullopt;
-  return UsableProcessors();
-}
-
-std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind) {
-  if (const std::optional<int> threads = FixedThreads(request)) return MakeThreadPool(*threads);
-  return MakeSharedPool(request.sharedThreads,
-                        static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height));
 }
 
 // The run over all pages of one picture.

@@ -18,6 +18,10 @@ namespace {
 enum Filter : uint8_t { kNoFilter, kSub, kUp, kAverage, kPaeth };
 constexpr int kFilters = 5;
 
+void PutBigEndian(uint32_t value, std::vector<uint8_t>& target) {
+  for (int shift = 24; shift >= 0; shift -= 8) target.push_back(static_cast<uint8_t>(value >> shift));
+}
+
 // How a piece is compressed.
 struct Coding {
   int level;
@@ -117,6 +121,8 @@ class PngPiece {
     packed_.insert(packed_.end(), best.begin(), best.end());
   }
 
+  // Of the last piece: the checksum of all behind it.
+  void End(uint32_t adler) { PutBigEndian(adler, packed_); }
   const std::vector<uint8_t>& packed() const { return packed_; }
   uint32_t AdlerBehind(uint32_t before) const {
     return static_cast<uint32_t>(adler32_combine(before, adler_, static_cast<z_off_t>(filteredBytes_)));
@@ -193,20 +199,13 @@ class PngPiece {
   size_t filteredBytes_ = 0;
 };
 
-void PutBigEndian(uint32_t value, std::vector<uint8_t>& target) {
-  for (int shift = 24; shift >= 0; shift -= 8) target.push_back(static_cast<uint8_t>(value >> shift));
-}
-
-// A chunk with the data's second part, which may be empty, behind the first.
-void WriteChunk(std::string_view type, const std::vector<uint8_t>& data, const std::vector<uint8_t>& more,
-                OutputFile* output) {
-  std::vector<uint8_t> head, tail = more;
-  PutBigEndian(static_cast<uint32_t>(data.size() + more.size()), head);
+void WriteChunk(std::string_view type, const std::vector<uint8_t>& data, OutputFile* output) {
+  std::vector<uint8_t> head, tail;
+  PutBigEndian(static_cast<uint32_t>(data.size()), head);
   head.insert(head.end(), type.begin(), type.end());
   uLong checksum = crc32_z(0, head.data() + 4, 4);
   // A pointer to nothing would ask for the checksum to begin with.
-  for (const std::vector<uint8_t>* part : {&data, &more})
-    if (!part->empty()) checksum = crc32_z(checksum, part->data(), part->size());
+  if (!data.empty()) checksum = crc32_z(checksum, data.data(), data.size());
   PutBigEndian(static_cast<uint32_t>(checksum), tail);
   output->Write(head.data(), head.size());
   output->Write(data.data(), data.size());
@@ -226,13 +225,8 @@ std::vector<uint8_t> HeaderOf(const PageKind& kind) {
 
 }  // namespace
 
-void WritePng(const PageKind& kind, const std::vector<uint8_t>& chunks, PngEffort effort, int threads,
-              const RowFiller& fillRow, OutputFile* output) {
-  constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
-  output->Write(kSignature.data(), kSignature.size());
-  WriteChunk("IHDR", HeaderOf(kind), {}, output);
-  output->Write(chunks.data(), chunks.size());
-
+void CompressRows(const PageKind& kind, PngEffort effort, int threads, const RowFiller& fillRow,
+                  const std::function<void(const std::vector<uint8_t>&)>& take) {
   const auto rowsOfPiece = static_cast<int32_t>(std::max<size_t>(1, kPieceBytes / (1 + kind.RowBytes())));
   std::vector<uint8_t> last(kind.RowBytes());  // row of the piece before
   uLong adler = adler32_z(0, nullptr, 0);
@@ -245,15 +239,24 @@ void WritePng(const PageKind& kind, const std::vector<uint8_t>& chunks, PngEffor
     for (int32_t y = 0; y < rows; ++y) fillRow(top + y, piece->Row(y));
     memcpy(last.data(), piece->Row(rows - 1), last.size());
     work.Add([piece, isFirst = top == 0, isLast] { piece->Compress(isFirst, isLast); },
-             [piece, isLast, &adler, output] {
+             [piece, isLast, &adler, &take] {
                adler = piece->AdlerBehind(static_cast<uint32_t>(adler));
-               std::vector<uint8_t> end;
-               if (isLast) PutBigEndian(static_cast<uint32_t>(adler), end);
-               WriteChunk("IDAT", piece->packed(), end, output);
+               if (isLast) piece->End(static_cast<uint32_t>(adler));
+               take(piece->packed());
              });
   }
   work.Finish();
-  WriteChunk("IEND", {}, {}, output);
+}
+
+void WritePng(const PageKind& kind, const std::vector<uint8_t>& chunks, PngEffort effort, int threads,
+              const RowFiller& fillRow, OutputFile* output) {
+  constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
+  output->Write(kSignature.data(), kSignature.size());
+  WriteChunk("IHDR", HeaderOf(kind), output);
+  output->Write(chunks.data(), chunks.size());
+  CompressRows(kind, effort, threads, fillRow,
+               [output](const std::vector<uint8_t>& packed) { WriteChunk("IDAT", packed, output); });
+  WriteChunk("IEND", {}, output);
 }
 
 }  // namespace tessaline::cli

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "cli/output_file.h"
@@ -17,6 +18,11 @@ enum class PngEffort {
   kStandard,  // the filter row by row; repeats too where a look at the samples promises something
   kSmall,     // every way tried
 };
+
+// The rows of a picture of any number of channels, filtered as PNG filters them, as one stream of the zlib
+// form, which `take` has a piece of at a time. Rows are asked for as below.
+void CompressRows(const PageKind& kind, PngEffort effort, int threads, const RowFiller& fillRow,
+                  const std::function<void(const std::vector<uint8_t>& piece)>& take);
 
 // Writes a picture of up to 4 channels. `chunks`: what stands between the header and the pixels, whole. Rows
 // are asked for once each, from the first to the last, on the caller's thread; only some pieces of the
