@@ -342,10 +342,36 @@ MixedComb FindMixedComb(const std::vector<int32_t>& positions, double longestSpa
   return best;
 }
 
+// Whether all harmonics of the axis are multiples of its strongest one, which is finer than any text: a
+// screen of lines. Those that the scan folds back look like teeth between the others; under the strongest
+// tooth of text there are always lower ones, or the protected disc hides the first and the third tells.
+bool IsFoldedScreen(Axis axis, const std::vector<Candidate>& candidates,
+                    const std::vector<int32_t>& positions, double longestSpacing) {
+  constexpr int32_t kMostMultiple = 5;
+  constexpr double kTolerance = 1.0, kTolerancePerMultiple = 0.5;  // cells
+  const Candidate* strongest = nullptr;
+  for (const Candidate& candidate : candidates) {
+    if (candidate.axis == axis && (strongest == nullptr || candidate.level > strongest->level)) {
+      strongest = &candidate;
+    }
+  }
+  if (strongest == nullptr || PositionOf(*strongest) <= longestSpacing) return false;
+  return std::all_of(positions.begin(), positions.end(), [&](int32_t position) {
+    for (int32_t k = 1; k <= kMostMultiple; ++k) {
+      const int32_t place = k * PositionOf(*strongest) & kWrap;
+      if (std::abs(std::min(place, kSpectrumCells - place) - position) <=
+          kTolerance + kTolerancePerMultiple * k)
+        return true;
+    }
+    return false;
+  });
+}
+
 void LeaveOutTextLines(double discRadius, std::vector<Candidate>* candidates) {
   const double longestSpacing = 1.25 * discRadius;
   for (const Axis axis : {Axis::kVertical, Axis::kHorizontal}) {
     const std::vector<int32_t> positions = PositionsAlong(axis, *candidates);
+    if (IsFoldedScreen(axis, *candidates, positions, longestSpacing)) continue;
     const bool isPure = IsPureComb(positions, longestSpacing);
     const MixedComb mixed = isPure ? MixedComb{} : FindMixedComb(positions, longestSpacing);
     for (Candidate& candidate : *candidates) {

@@ -149,7 +149,7 @@ constexpr PrintCase kPrints[] = {
     {"worn", "four inks 85 lpi", 0, StillLife, {.inks = 4, .linesPerInch = 85, .wear = 0.2}},
     {"lines", "65 lpi, 11 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -34, .lines = true}},
     {"lines", "65 lpi, 3 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -42, .lines = true}},
-    {"lines", "80 lpi, upright", 0, Scene, {.linesPerInch = 80, .turn = -45, .lines = true}},
+    {"lines", "80 lpi, upright", 34.1, Scene, {.linesPerInch = 80, .turn = -45, .lines = true}},
     {"noise", "waves of a cable", 0, Scene, {}, 0, 0, WithLineNoise},
     {"noise", "hum in a video", 41.0, StillLife, {}, 0, 0, WithHum},
     {"noise", "amplifiers by columns", 0, OtherStillLife, {}, 0, 0, WithAmplifiers},
