@@ -32,9 +32,10 @@ consteval typename ScalarTwiddles<M, R>::Values MakeScalarTwiddles() {
 }  // namespace
 
 template <int N, int R>
-const typename LaneTwiddles<N, R>::Values LaneTwiddles<N, R>::kValues = MakeLaneTwiddles<N, R>();
+alignas(64) const typename LaneTwiddles<N, R>::Values LaneTwiddles<N, R>::kValues = MakeLaneTwiddles<N, R>();
 template <int M, int R>
-const typename ScalarTwiddles<M, R>::Values ScalarTwiddles<M, R>::kValues = MakeScalarTwiddles<M, R>();
+alignas(64) const
+    typename ScalarTwiddles<M, R>::Values ScalarTwiddles<M, R>::kValues = MakeScalarTwiddles<M, R>();
 
 template struct LaneTwiddles<64, 8>;
 template struct LaneTwiddles<128, 16>;

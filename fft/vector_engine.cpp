@@ -2,15 +2,12 @@
 
 namespace tessaline {
 
-const VectorEngine& VectorEngineFor(VectorLevel level) {
-  switch (level) {
-    case VectorLevel::kAvx512:
-      return kAvx512Engine;
-    case VectorLevel::kAvx2:
-      return kAvx2Engine;
-    default:
-      return kBaselineEngine;
+const VectorEngine& VectorEngineFor([[maybe_unused]] VectorLevel level) {
+  if constexpr (kHasWiderVectors) {
+    if (level == VectorLevel::kAvx512) return kAvx512Engine;
+    if (level == VectorLevel::kAvx2) return kAvx2Engine;
   }
+  return kBaselineEngine;
 }
 
 constinit const VectorEngine* activeVectorEngine = &kBaselineEngine;

@@ -3,6 +3,14 @@
 
 namespace tessaline {
 
+// Whether there are code for wider vectors than the smallest and processors to choose it by: not in the
+// browser's build, whose vectors have 16 bytes on every machine.
+#if defined(__x86_64__)
+inline constexpr bool kHasWiderVectors = true;
+#else
+inline constexpr bool kHasWiderVectors = false;
+#endif
+
 enum class VectorLevel {
   kBaseline,  // any x86-64: SSE2, 16-byte vectors
   kAvx2,      // 32-byte vectors

@@ -27,9 +27,13 @@ void MagnitudesBaseline(const float* values, float* magnitudes, int32_t count) {
   MagnitudesLoop(values, magnitudes, count);
 }
 
+#if defined(__x86_64__)
 [[gnu::target("avx2")]] void MagnitudesAvx2(const float* values, float* magnitudes, int32_t count) {
   MagnitudesLoop(values, magnitudes, count);
 }
+#else
+constexpr auto MagnitudesAvx2 = MagnitudesBaseline;
+#endif
 
 // The power costs half as much again as the magnitude; it stays 0 where nobody wants it.
 template <bool WithPowers>

@@ -7,9 +7,10 @@ namespace tessaline {
 constinit const RowKernels kBaselineRowKernels = MakeRowKernels();
 
 const RowKernels& ActiveRowKernels() {
-  static const RowKernels& active =
-      DetectVectorLevel() == VectorLevel::kBaseline ? kBaselineRowKernels : kAvx2RowKernels;
-  return active;
+  if constexpr (kHasWiderVectors) {
+    if (DetectVectorLevel() != VectorLevel::kBaseline) return kAvx2RowKernels;
+  }
+  return kBaselineRowKernels;
 }
 
 }  // namespace tessaline
