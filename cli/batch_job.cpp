@@ -70,9 +70,7 @@ PictureRequest RequestFor(const BatchFacts& facts, size_t index, const ThreadSha
   request.otherInputs = InputsAt(request.output, facts.inputs);
   if (command.writesReports) request.reportFile = request.output + ".json";
   request.overwritesReport = command.overwrite || command.skipsDone;
-  request.beforeReading = [&command, &line](const PageKind& kind) {
-    line.AskForMemory(MemoryNeeded(kind, command.settings.isAutomatic));
-  };
+  request.beforeReading = [&line](uint64_t bytes) { line.AskForMemory(bytes); };
   return request;
 }
 

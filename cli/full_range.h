@@ -23,6 +23,19 @@ constexpr uint16_t RescaledLevel(uint32_t level, uint32_t from, uint32_t to) {
   return static_cast<uint16_t>(((level < from ? level : from) * to + from / 2) / from);
 }
 
+// Samples of 32 bits are floats of 0..1 in the run, which hold their upper 24 bits exactly.
+constexpr float RunLevelOfLong(uint32_t sample) {
+  return static_cast<float>(sample >> 8) * 0x1p-24f;
+}
+constexpr uint8_t LowestByteOf(uint32_t sample) {
+  return static_cast<uint8_t>(sample);
+}
+// With the lowest byte kept beside, what the run has not changed comes back as it was.
+constexpr uint32_t LongOfRunLevel(float level, uint8_t lowestByte) {
+  const double sample = level * 0x1p32 + lowestByte;
+  return sample <= 0 ? 0 : sample >= 0xFFFFFFFFp0 ? 0xFFFFFFFF : static_cast<uint32_t>(sample);
+}
+
 // The way in loses one bit: exactly the lowest. With that bit kept beside, an untouched sample comes back as
 // it was.
 constexpr uint16_t LowestBitOf(uint16_t fullRangeLevel) {

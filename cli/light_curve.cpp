@@ -86,13 +86,13 @@ bool ExifNamesSrgb(const PictureFile& input) {
 }  // namespace
 
 std::optional<ToneCurve> LightCurveOf(const PictureFile& input, int page) {
-  const ColourModel model = input.kind().model;
+  const ColourModel model = input.kind(page).model;
   if (model == ColourModel::kLab || model == ColourModel::kCmyk) return std::nullopt;
   const std::vector<uint8_t> profile = ProfileOf(input, page);
   if (!profile.empty()) {
-    std::optional<ToneCurve> curve = CurveOfProfile(profile, input.kind().colours());
+    std::optional<ToneCurve> curve = CurveOfProfile(profile, input.kind(page).colours());
     // Grey pictures go about with profiles of RGB, too.
-    return curve || input.kind().colours() > 1 ? curve : CurveOfProfile(profile, 3);
+    return curve || input.kind(page).colours() > 1 ? curve : CurveOfProfile(profile, 3);
   }
   if (input.format().format == FileFormat::kPng) {
     if (!PngChunkData(input.descriptor(), "sRGB").empty()) return ToneCurve::Srgb();

@@ -22,10 +22,8 @@ bool PageSamples::Create(const PageKind& kind) {
   try {
     extras_.resize(static_cast<size_t>(kind.width) * static_cast<size_t>(kind.extras * kind.bits / 8) *
                    height);
-    if (kind.bits == 16) {
-      lowestBitsPerRow_ = (coloursPerRow + 7) / 8;
-      lowestBits_.resize(lowestBitsPerRow_ * height);
-    }
+    lowestBitsPerRow_ = kind.bits == 16 ? (coloursPerRow + 7) / 8 : kind.isLong ? coloursPerRow : 0;
+    lowestBits_.resize(lowestBitsPerRow_ * height);
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -37,7 +35,7 @@ bool PageSamples::Create(const PageKind& kind) {
 
 PictureView PageSamples::picture(int32_t part) {
   const ImageView image = main_[static_cast<size_t>(part)].view();
-  if (!kind_.isFloat() || image.IsEmpty()) return PictureOf(image);
+  if (kind_.bits != 32 || image.IsEmpty()) return PictureOf(image);
   constexpr auto kBytes = static_cast<int32_t>(sizeof(float));
   PictureView view = {image.width, image.height, SampleFormat::kFloat, image.bytesPerPixel / kBytes, {}};
   for (int32_t c = 0; c < view.channels; ++c)
@@ -58,6 +56,10 @@ Sample SignFlipped(Sample sample, const PageKind& kind, int32_t colour) {
   return sample;
 }
 
+// What the run has in place of a sample.
+template <typename Sample>
+using Level = std::conditional_t<std::is_same_v<Sample, uint32_t>, float, Sample>;
+
 }  // namespace
 
 template <typename Sample>
@@ -66,9 +68,9 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
   // Colour after colour from one part, or one colour from each.
-  Sample* main[kInks];
+  Level<Sample>* main[kInks];
   for (int32_t part = 0; part < kind_.parts(); ++part)
-    main[part] = main_[static_cast<size_t>(part)].view().Row<Sample>(y);
+    main[part] = main_[static_cast<size_t>(part)].view().Row<Level<Sample>>(y);
   const int32_t lastPart = kind_.parts() - 1;
   auto* extra = reinterpret_cast<Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
   uint8_t* const lowestBits = lowestBits_.data() + static_cast<size_t>(y) * lowestBitsPerRow_;
@@ -81,6 +83,9 @@ void PageSamples::TakeRowAs(int32_t y, const Sample* in) {
         *main[std::min(colour, lastPart)]++ = RunLevelOf(sample);
         lowestBits[index / 8] =
             static_cast<uint8_t>(lowestBits[index / 8] | LowestBitOf(sample) << (index % 8));
+      } else if constexpr (std::is_same_v<Sample, uint32_t>) {
+        *main[std::min(colour, lastPart)]++ = RunLevelOfLong(sample);
+        lowestBits[index] = LowestByteOf(sample);
       } else {
         *main[std::min(colour, lastPart)]++ = sample;
       }
@@ -94,9 +99,9 @@ void PageSamples::FillRowAs(int32_t y, Sample* out) const {
   const int32_t colours = kind_.colours();
   const auto extras = static_cast<size_t>(kind_.extras);
   const auto width = static_cast<size_t>(kind_.width);
-  const Sample* main[kInks];
+  const Level<Sample>* main[kInks];
   for (int32_t part = 0; part < kind_.parts(); ++part)
-    main[part] = main_[static_cast<size_t>(part)].view().Row<Sample>(y);
+    main[part] = main_[static_cast<size_t>(part)].view().Row<Level<Sample>>(y);
   const int32_t lastPart = kind_.parts() - 1;
   const auto* extra =
       reinterpret_cast<const Sample*>(extras_.data()) + static_cast<size_t>(y) * width * extras;
@@ -105,11 +110,13 @@ void PageSamples::FillRowAs(int32_t y, Sample* out) const {
   for (size_t x = 0; x < width; ++x) {
     for (int32_t colour = 0; colour < colours; ++colour, ++index) {
       const int32_t part = std::min(colour, lastPart);
-      Sample sample = *main[part]++;
+      const auto level = *main[part]++;
+      auto sample = static_cast<Sample>(level);
+      if constexpr (std::is_same_v<Sample, uint32_t>) sample = LongOfRunLevel(level, lowestBits[index]);
       if constexpr (sizeof(Sample) == 2) {
         sample = isChanged_[static_cast<size_t>(part)]
-                     ? FullRangeLevelOf(sample)
-                     : ExactFullRangeLevel(sample, lowestBits[index / 8] >> (index % 8) & 1);
+                     ? FullRangeLevelOf(level)
+                     : ExactFullRangeLevel(level, lowestBits[index / 8] >> (index % 8) & 1);
       }
       *out++ = SignFlipped(sample, kind_, colour);
     }
@@ -120,6 +127,8 @@ void PageSamples::FillRowAs(int32_t y, Sample* out) const {
 void PageSamples::TakeRow(int32_t y, const void* fileRow) {
   if (kind_.isFloat()) {
     TakeRowAs(y, static_cast<const float*>(fileRow));
+  } else if (kind_.isLong) {
+    TakeRowAs(y, static_cast<const uint32_t*>(fileRow));
   } else if (kind_.bits == 16) {
     TakeRowAs(y, static_cast<const uint16_t*>(fileRow));
   } else {
@@ -130,6 +139,8 @@ void PageSamples::TakeRow(int32_t y, const void* fileRow) {
 void PageSamples::FillRow(int32_t y, void* fileRow) const {
   if (kind_.isFloat()) {
     FillRowAs(y, static_cast<float*>(fileRow));
+  } else if (kind_.isLong) {
+    FillRowAs(y, static_cast<uint32_t*>(fileRow));
   } else if (kind_.bits == 16) {
     FillRowAs(y, static_cast<uint16_t*>(fileRow));
   } else {

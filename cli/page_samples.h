@@ -22,6 +22,7 @@ struct PageKind {
   ColourModel model = ColourModel::kGrey;
   int32_t extras = 0;        // alpha and other channels
   int32_t bits = 8;          // per sample: 8, or 16 in full range and the machine's byte order, or 32: floats
+  bool isLong = false;       // of 32 bits: unsigned numbers over their whole range, not floats
   bool hasSignedAb = false;  // Lab whose a and b are two's complement round 0
   bool isSigned = false;     // all samples are, of 16 bits
   int32_t colours() const {
@@ -29,7 +30,7 @@ struct PageKind {
   }
   // Pictures that are looked at and cleaned each for itself: dot screens live in the inks.
   int32_t parts() const { return model == ColourModel::kCmyk ? kInks : 1; }
-  bool isFloat() const { return bits == 32; }
+  bool isFloat() const { return bits == 32 && !isLong; }
   bool IsSignedColour(int32_t colour) const { return isSigned || (hasSignedAb && colour > 0); }
   int32_t channels() const { return colours() + extras; }
   size_t RowBytes() const {
@@ -44,10 +45,11 @@ class PageSamples {
   bool Create(const PageKind& kind);
 
   const PageKind& kind() const { return kind_; }
-  // The colour planes of a part, of kind 1, 2, 3 or 6, or floats; without channels before Create.
+  // The colour planes of a part, of kind 1, 2, 3 or 6, or floats (also for samples of 32 bits that are none);
+  // without channels before Create.
   PictureView picture(int32_t part = 0);
   // Says that the run has changed a part. Of one that is not changed every sample comes back exactly; of the
-  // others 16-bit colours are scaled from the run's range.
+  // others 16-bit colours are scaled from the run's range, and 32-bit ones changed by what the run changed.
   void SetChanged(int32_t part) { isChanged_[static_cast<size_t>(part)] = true; }
 
   // A row as it stands in the file. 16-bit colours are scaled to the run's range.
@@ -65,9 +67,10 @@ class PageSamples {
   PageKind kind_;
   std::array<Image, kInks> main_;  // by part
   std::array<bool, kInks> isChanged_ = {};
-  std::vector<uint8_t> extras_;      // of all rows, in file order
-  std::vector<uint8_t> lowestBits_;  // of 16-bit colour samples, one bit each, rows padded to bytes
-  size_t lowestBitsPerRow_ = 0;      // bytes
+  std::vector<uint8_t> extras_;  // of all rows, in file order
+  std::vector<uint8_t>
+      lowestBits_;  // of colour samples: of 16 bits one each, rows padded to bytes; of long a byte
+  size_t lowestBitsPerRow_ = 0;  // bytes
 };
 
 }  // namespace tessaline::cli

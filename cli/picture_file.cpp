@@ -123,16 +123,9 @@ PictureFile::PictureFile(InputFile file)
     throw Unsupported(
         path_, "holds " + std::to_string(pages_) + " pictures; save the wanted one as PNG or TIFF first");
   }
-  kind_ = KindOf(metadata_.get(), 0);
-  // Frames of an animation are of one size and kind by their formats.
-  for (int page = 1; page < pages_ && tiff_; ++page) {
-    const GPointer<VipsImage> image = LoadPage(page);
-    if (KindOf(image.get(), page) == kind_) continue;
-    throw Unsupported(path_, "its pages differ in size or kind (page " + std::to_string(page + 1) + " is " +
-                                 std::to_string(vips_image_get_width(image.get())) + "x" +
-                                 std::to_string(vips_image_get_height(image.get())) +
-                                 "); split it into single pages first");
-  }
+  kinds_.assign(static_cast<size_t>(pages_), KindOf(metadata_.get(), 0));
+  for (int page = 1; page < pages_ && tiff_; ++page)
+    kinds_[static_cast<size_t>(page)] = KindOf(LoadPage(page).get(), page);
 }
 
 void PictureFile::CheckEnding() {
@@ -203,7 +196,8 @@ void PictureFile::RefuseTiffKinds() const {
     }
     const bool isSignedTaken = format == kSigned && (IsLabPage(page) || (bits == 16 && isPlain));
     const bool isCounted = format == kUnsigned || format == kUntold || isSignedTaken;
-    if (format != kFloat && (!isCounted || !Lists(kBitsTaken, bits))) {
+    const bool isLongTaken = bits == 32 && isPlain && format != kSigned;
+    if (format != kFloat && (!isCounted || !(Lists(kBitsTaken, bits) || isLongTaken))) {
       throw Unsupported(path_, "its samples are neither 8 nor 16 bits nor floats" + where +
                                    "; convert it to 16 bits per sample first");
     }
@@ -367,8 +361,10 @@ PageKind PictureFile::KindOf(VipsImage* image, int page) const {
     case VIPS_FORMAT_USHORT:
       kind.bits = 16;
       break;
+    case VIPS_FORMAT_UINT:
     case VIPS_FORMAT_FLOAT:
       kind.bits = 32;
+      kind.isLong = vips_image_get_format(image) == VIPS_FORMAT_UINT;
       if (tiff_) break;
       [[fallthrough]];
     case VIPS_FORMAT_DOUBLE:
@@ -419,7 +415,7 @@ void PageReader::Rewind() {
 }
 
 void PageReader::Read(int count, const std::function<void(const void* row)>& take) {
-  const PageKind& kind = file_.kind();
+  const PageKind& kind = file_.kind(page_);
   const StderrSilenced silenced;
   if (!region_) {
     TakeLibraryError();
@@ -434,7 +430,7 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
     if (!isHeld && vips_region_prepare(region_.get(), &strip) != 0) throw LoadingRefusal(file_.path());
     for (; count > 0 && next_ < top + strip.height; ++next_, --count) {
       const void* const row = VIPS_REGION_ADDR(region_.get(), 0, next_);
-      if (kind.isFloat()) file_.DemandLevels(static_cast<const float*>(row), next_);
+      if (kind.isFloat()) file_.DemandLevels(static_cast<const float*>(row), page_, next_);
       take(file_.pnmLargest_ ? OnFullRange(row, *file_.pnmLargest_, kind, &scaled_) : row);
     }
   }
@@ -444,24 +440,25 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
 }
 
 // The sums of the transform hold no others.
-void PictureFile::DemandLevels(const float* row, int y) const {
+void PictureFile::DemandLevels(const float* row, int page, int y) const {
+  const int32_t channels = kind(page).channels();
   constexpr float kLargest = 1e6f;
-  for (int32_t i = 0; i < kind_.width * kind_.channels(); ++i) {
+  for (int32_t i = 0; i < kind(page).width * channels; ++i) {
     if (std::fabs(row[i]) <= kLargest) continue;  // false for not-a-number
-    throw Unsupported(path_, "its sample at x " + std::to_string(i / kind_.channels()) + ", y " +
-                                 std::to_string(y) +
+    throw Unsupported(path_, "its sample at x " + std::to_string(i / channels) + ", y " + std::to_string(y) +
+                                 PageWords(page, pages_) +
                                  " is no number, infinite or beyond 1e6; replace it first");
   }
 }
 
 void PictureFile::ReadPage(int page, PageSamples* samples,
                            const std::function<void(int rows)>& rowsDone) const {
-  if (!samples->Create(kind_)) {
+  if (!samples->Create(kind(page))) {
     throw Refusal(ExitStatus::kOutOfMemory, path_, "not enough memory for its samples; close other programs");
   }
   PageReader reader(*this, page);
-  for (int y = 0; y < kind_.height;) {
-    const int count = std::min(kStripRows, kind_.height - y);
+  for (int y = 0; y < kind(page).height;) {
+    const int count = std::min(kStripRows, kind(page).height - y);
     reader.Read(count, [&](const void* row) { samples->TakeRow(y++, row); });
     if (rowsDone) rowsDone(y);
   }

@@ -20,7 +20,7 @@ namespace tessaline::cli {
 class PictureFile {
  public:
   // Looks at the file without decoding pixels. Refuses what cannot be read (kUnreadable), what the run cannot
-  // take (kUnsupported: samples of odd widths, pages that differ) and what is too large (kTooLarge).
+  // take (kUnsupported: samples of odd widths) and what is too large (kTooLarge).
   explicit PictureFile(InputFile file);
   explicit PictureFile(const std::string& path) : PictureFile(InputFile(path)) {}
   PictureFile(const PictureFile&) = delete;
@@ -32,7 +32,9 @@ class PictureFile {
   bool isStandardInput() const { return file_.isStandardInput(); }
   FileIdentity identity() const { return file_.identity(); }
   int pages() const { return pages_; }
-  const PageKind& kind() const { return kind_; }  // of every page
+  // Pages of a TIFF file may be of different kinds; of all others they are alike.
+  const PageKind& kind(int page) const { return kinds_[static_cast<size_t>(page)]; }
+  const std::vector<PageKind>& kinds() const { return kinds_; }
   // A TIFF page of black and white: there is nothing between them that a pattern could leave.
   bool IsOfSingleBits(int page) const;
   // As the file tells them; nothing where it does not.
@@ -73,14 +75,14 @@ class PictureFile {
   bool IsSignedPage(int page) const;
   bool HasOtherInks(int page) const;
   void RefuseTiffKinds() const;
-  void DemandLevels(const float* row, int y) const;
+  void DemandLevels(const float* row, int page, int y) const;
 
   const InputFile file_;
   const std::string path_;  // or what stands for it in messages
   const int descriptor_;
   const FormatTraits* format_ = nullptr;
   int pages_ = 1;
-  PageKind kind_;
+  std::vector<PageKind> kinds_;  // by page
   GPointer<VipsImage> metadata_;
   std::optional<TiffStructure> tiff_;
   std::optional<uint32_t> pnmLargest_;

@@ -35,8 +35,15 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 // memory.
 class PageStore {
  public:
-  PageStore(const std::string& folder, const std::string& outputPath, size_t rowBytes)
-      : outputPath_(outputPath), rowBytes_(rowBytes) {
+  PageStore(const std::string& folder, const std::string& outputPath, const std::vector<PageKind>& kinds)
+      : outputPath_(outputPath) {
+    Place place = {0, 0, 0};
+    for (const PageKind& kind : kinds) {
+      place.rowBytes = kind.RowBytes();
+      places_.push_back(place);
+      place.firstRow += kind.height;
+      place.offset += static_cast<off_t>(place.rowBytes) * kind.height;
+    }
     descriptor_ = OpenNameless(folder);
     if (descriptor_ < 0)
       throw Refusal(ExitStatus::kCannotWrite, outputPath_,
@@ -46,26 +53,38 @@ class PageStore {
   PageStore(const PageStore&) = delete;
   PageStore& operator=(const PageStore&) = delete;
 
-  // Row `y` of all pages; the next ones stand behind it.
-  void Begin(int32_t y) {
-    lseek(descriptor_, static_cast<off_t>(y) * static_cast<off_t>(rowBytes_), SEEK_SET);
+  // A page's rows stand one behind the other.
+  void Begin(int page) {
+    rowBytes_ = places_[static_cast<size_t>(page)].rowBytes;
+    lseek(descriptor_, places_[static_cast<size_t>(page)].offset, SEEK_SET);
   }
   void Append(const void* row) {
     if (WriteFully(descriptor_, row, rowBytes_)) return;
     throw Refusal(ExitStatus::kCannotWrite, outputPath_,
                   std::string("cannot be written: ") + strerror(errno));
   }
+  // Row `y` of all pages.
   void Read(int32_t y, void* row) const {
-    const auto offset = static_cast<off_t>(y) * static_cast<off_t>(rowBytes_);
-    if (pread(descriptor_, row, rowBytes_, offset) != static_cast<ssize_t>(rowBytes_)) {
+    const auto behind =
+        std::upper_bound(places_.begin(), places_.end(), y,
+                         [](int32_t wanted, const Place& place) { return wanted < place.firstRow; });
+    const Place& place = *(behind - 1);
+    const off_t offset = place.offset + static_cast<off_t>(place.rowBytes) * (y - place.firstRow);
+    if (pread(descriptor_, row, place.rowBytes, offset) != static_cast<ssize_t>(place.rowBytes)) {
       throw Refusal(ExitStatus::kCannotWrite, outputPath_,
                     "cannot be written: its finished pages cannot be read back");
     }
   }
 
  private:
+  struct Place {
+    int32_t firstRow;  // of all pages
+    size_t rowBytes;
+    off_t offset;
+  };
   std::string outputPath_;
-  size_t rowBytes_;
+  std::vector<Place> places_;  // by page
+  size_t rowBytes_ = 0;
   int descriptor_ = -1;
 };
 
@@ -114,21 +133,38 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
         goesOut ? std::make_unique<OutputFile>(OutputFile::ToStandardOutput()) : open(request.output);
     if (!input.isStandardInput()) outputs.picture->TakeModeAndTimes(input.descriptor());
   }
-  const int parts = input.kind().parts();
-  for (int index = 0; index < input.pages() * parts; ++index) {
-    const auto openPart = [&](const std::string& file, std::vector<std::unique_ptr<OutputFile>>& files) {
-      if (!file.empty())
-        files.push_back(open(NameForPart(file, index / parts, InkName(input.kind(), index % parts))));
-    };
-    openPart(request.spectrumFile, outputs.spectra);
-    openPart(request.maskFile, outputs.masks);
-    openPart(request.gateFile, outputs.gates);
+  for (int page = 0; page < input.pages(); ++page) {
+    const PageKind& kind = input.kind(page);
+    for (int32_t part = 0; part < kind.parts(); ++part) {
+      const auto openPart = [&](const std::string& file, std::vector<std::unique_ptr<OutputFile>>& files) {
+        if (!file.empty()) files.push_back(open(NameForPart(file, page, InkName(kind, part))));
+      };
+      openPart(request.spectrumFile, outputs.spectra);
+      openPart(request.maskFile, outputs.masks);
+      openPart(request.gateFile, outputs.gates);
+    }
   }
   if (!request.reportFile.empty() && request.reportFile != "-") {
     outputs.report = std::make_unique<OutputFile>(request.reportFile,
                                                   request.overwrite || request.overwritesReport, inputs);
   }
   return outputs;
+}
+
+uint64_t PixelsOf(const PageKind& kind) {
+  return static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height);
+}
+
+const PageKind& LargestOf(const std::vector<PageKind>& kinds) {
+  return *std::max_element(kinds.begin(), kinds.end(),
+                           [](const PageKind& a, const PageKind& b) { return PixelsOf(a) < PixelsOf(b); });
+}
+
+uint64_t MostMemoryNeeded(const PictureRequest& request, const std::vector<PageKind>& kinds) {
+  uint64_t bytes = 0;
+  for (const PageKind& kind : kinds)
+    bytes = std::max(bytes, MemoryNeeded(kind, request.settings.isAutomatic));
+  return bytes;
 }
 
 // The run over all pages of one picture.
@@ -138,21 +174,27 @@ class PictureRun {
       : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
     wishes_.storage = request_.storage;
     if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, outputName_);
-    if (isTiled_ && !request_.gateFile.empty()) {
+    for (const PageKind& kind : input_.kinds()) pixels_ += static_cast<double>(PixelsOf(kind));
+    const bool hasTiles = std::any_of(input_.kinds().begin(), input_.kinds().end(),
+                                      [this](const PageKind& kind) { return IsTiled(kind); });
+    if (hasTiles && !request_.gateFile.empty()) {
       throw Refusal(ExitStatus::kTooLarge, input_.path(),
                     "is cleaned in tiles, of which no gate is drawn; leave --gate out");
     }
     outputs_ = OpenOutputs(request_, input_);
-    if (request_.beforeReading) request_.beforeReading(input_.kind());
+    if (request_.beforeReading) request_.beforeReading(MostMemoryNeeded(request_, input_.kinds()));
   }
 
   PictureOutcome Run() {
     const int pages = input_.pages();
     if (pages > 1 && !request_.dryRun) {
       const std::string folder = request_.output == "-" ? FolderOfTemporaries() : FolderOf(request_.output);
-      store_ = std::make_unique<PageStore>(folder, outputName_, input_.kind().RowBytes());
+      store_ = std::make_unique<PageStore>(folder, outputName_, input_.kinds());
     }
-    for (int page = 0; page < pages; ++page) RunPage(page);
+    for (int page = 0; page < pages; ++page) {
+      RunPage(page);
+      pixelsBehind_ += static_cast<double>(PixelsOf(input_.kind(page)));
+    }
     const auto writing = std::chrono::steady_clock::now();
     if (!request_.dryRun) Write();
     writeSeconds_ = SecondsSince(writing);
@@ -184,12 +226,17 @@ class PictureRun {
     return &format;
   }
 
-  // The share of the whole that is behind when `part` of a page is cleaned, and of the rows are written.
+  bool IsTiled(const PageKind& kind) const {
+    return request_.tileSide || kind.width > kLargestSide || kind.height > kLargestSide;
+  }
+
+  // The share of the whole that is behind when `part` of a page is cleaned.
   double ShareOfPages(int page, double part) const {
-    if (isTiled_ && !store_) return part;  // written while it is cleaned
+    if (IsTiled(input_.kind(page)) && !store_) return part;  // written while it is cleaned
     constexpr double kBeforeWriting =
         0.7;  // PNG of 3600 x 2400; slower formats only stand a while at their end
-    return (page + part) / input_.pages() * (request_.dryRun ? 1 : kBeforeWriting);
+    const double pixels = pixelsBehind_ + part * static_cast<double>(PixelsOf(input_.kind(page)));
+    return pixels / pixels_ * (request_.dryRun ? 1 : kBeforeWriting);
   }
   void ShowProgress(double share, const std::string& doing) {
     progress_->Show(share, FileNameOf(input_.path()) + ": " + doing);
@@ -199,16 +246,18 @@ class PictureRun {
     const std::string ofPages =
         input_.pages() > 1 ? " page " + std::to_string(page + 1) + " of " + std::to_string(input_.pages())
                            : "";
-    if (isTiled_) return RunTiledPage(page, ofPages);
+    const PageKind& kind = input_.kind(page);
+    tiled_.clear();
+    if (IsTiled(kind)) return RunTiledPage(page, ofPages);
     constexpr double kReading = 0.1;  // of a page's share
     const auto reading = std::chrono::steady_clock::now();
     const auto showReading = [&](int rows) {
-      ShowProgress(ShareOfPages(page, kReading * rows / input_.kind().height), "reading" + ofPages);
+      ShowProgress(ShareOfPages(page, kReading * rows / kind.height), "reading" + ofPages);
     };
     showReading(0);
     input_.ReadPage(page, &samples_, showReading);
     readSeconds_ += SecondsSince(reading);
-    const int32_t parts = input_.kind().parts();
+    const int32_t parts = kind.parts();
     for (int32_t part = 0; part < parts; ++part) {
       const auto show = [&](double fraction, const char* doing) {
         ShowProgress(ShareOfPages(page, kReading + (1 - kReading) * (part + fraction) / parts),
@@ -230,8 +279,7 @@ class PictureRun {
     const auto show = [this, page, ofPages](double fraction, const char* doing) {
       ShowProgress(ShareOfPages(page, fraction), doing + ofPages);
     };
-    const int32_t parts = input_.kind().parts();
-    tiled_.clear();
+    const int32_t parts = input_.kind(page).parts();
     for (int32_t part = 0; part < parts; ++part) {
       tiled_.push_back(std::make_unique<TiledPage>(input_, page, part, engine_, request_.tileSide.value_or(0),
                                                    [show, looked](double fraction, const char* doing) {
@@ -268,9 +316,9 @@ class PictureRun {
     wishes.onlyLook = request_.dryRun || input_.IsOfSingleBits(page);
     wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
     wishes.restoration = request_.restoration;
-    if (input_.kind().model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
+    if (input_.kind(page).model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
     // Inks are told by the share of paper that they cover, which averages as light does.
-    if (input_.kind().model == ColourModel::kCmyk) wishes.restoration.light.light = Light::kCoded;
+    if (input_.kind(page).model == ColourModel::kCmyk) wishes.restoration.light.light = Light::kCoded;
     if (request_.settings.isAutomatic) curve_ = LightCurveOf(input_, page);
     if (curve_) wishes.restoration.light.curve = &*curve_;
     wishes.drawsGate = !request_.gateFile.empty();
@@ -297,16 +345,17 @@ class PictureRun {
     if (input_.IsOfSingleBits(page)) outcome.patternFound = false;
     wishes_.isUntouched.resize(static_cast<size_t>(page) + 1, true);
     if (outcome.samplesChanged) wishes_.isUntouched.back() = false;
-    outcomes_.push_back({std::move(outcome), page, InkName(input_.kind(), part)});
+    outcomes_.push_back({std::move(outcome), page, InkName(input_.kind(page), part)});
   }
 
   // Of several pages the finished one, for the writer. next(row) fills its rows in their order.
   template <typename Next>
   void StorePage(int page, Next next) {
     if (!store_ || CopiesPage(outputFormat_->format, input_, page, wishes_)) return;
-    store_->Begin(page * input_.kind().height);
-    std::vector<uint8_t> row(input_.kind().RowBytes());
-    for (int32_t y = 0; y < input_.kind().height; ++y) {
+    const PageKind& kind = input_.kind(page);
+    store_->Begin(page);
+    std::vector<uint8_t> row(kind.RowBytes());
+    for (int32_t y = 0; y < kind.height; ++y) {
       next(row.data());
       store_->Append(row.data());
     }
@@ -339,8 +388,9 @@ class PictureRun {
       return;
     }
     const bool isCleanedMeanwhile = !tiled_.empty() && !store_;
-    const double begun = ShareOfPages(input_.pages(), 0);
-    const double rows = static_cast<double>(input_.kind().height) * input_.pages();
+    const double begun = ShareOfPages(input_.pages() - 1, 0);
+    double rows = 0;
+    for (const PageKind& kind : input_.kinds()) rows += kind.height;
     ShowProgress(begun, "writing");
     const RowFiller fill = [&](int32_t y, void* row) {
       if (isCleanedMeanwhile) return NextTiledRow(row);
@@ -429,13 +479,22 @@ class PictureRun {
     return notes;
   }
 
+  static Json DescribeKind(const PageKind& kind) {
+    return {{"width", kind.width},
+            {"height", kind.height},
+            {"colours", ModelName(kind.model)},
+            {"bitsPerSample", kind.bits},
+            {"extraChannels", kind.extras}};
+  }
+
   Json Report() const {
-    const PageKind& kind = input_.kind();
     const auto resolution = input_.resolution();
     Json pages = Json::array();
     for (const PartOutcome& outcome : outcomes_) {
       Json description = {{"page", outcome.page + 1}};
       if (outcome.ink != nullptr) description["ink"] = outcome.ink;
+      if (input_.kind(outcome.page) != input_.kind(0))
+        description.update(DescribeKind(input_.kind(outcome.page)));
       description.update(DescribeRun(outcome, input_.resolution(outcome.page)));
       pages.push_back(description);
     }
@@ -444,11 +503,9 @@ class PictureRun {
     report.update(Json{
         {"status", static_cast<int>(ExitStatus::kDone)},
         {"format", input_.format().name},
-        {"width", kind.width},
-        {"height", kind.height},
-        {"colours", ModelName(kind.model)},
-        {"bitsPerSample", kind.bits},
-        {"extraChannels", kind.extras},
+    });
+    report.update(DescribeKind(input_.kind(0)));
+    report.update(Json{
         {"pixelsPerInch", resolution ? Json{resolution->horizontal, resolution->vertical} : Json(nullptr)},
         {"parameters", DescribeSettings(request_.settings, request_.restoration)},
         {"pages", pages},
@@ -475,15 +532,14 @@ class PictureRun {
   const FormatTraits* outputFormat_;
   PictureFile input_;
   Outputs outputs_;
-  const bool isTiled_ = request_.tileSide || input_.kind().width > kLargestSide ||
-                        input_.kind().height > kLargestSide;
   WritingWishes wishes_;
   std::optional<ToneCurve> curve_;  // of the page in work, by its file
   PageSamples samples_;
-  Engine engine_{MakePool(request_, input_.kind())};
+  Engine engine_{MakePool(request_, LargestOf(input_.kinds()))};
   std::vector<std::unique_ptr<TiledPage>> tiled_;  // of the last page, by part, where they are done in tiles
   std::unique_ptr<PageStore> store_;               // only with several pages
   std::vector<PartOutcome> outcomes_;              // by page and part
+  double pixels_ = 0, pixelsBehind_ = 0;           // of all pages, and of those that are done
   double readSeconds_ = 0;
   double writeSeconds_ = 0;
 };

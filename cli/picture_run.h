@@ -31,8 +31,9 @@ struct PictureRequest {
   bool verbose = false;                   // notes tell every peak
   std::vector<FileIdentity> otherInputs;  // of the same call: no output may be one of them either
   bool overwritesReport = false;
-  // Called once the outputs are open and before memory is taken for pixels; returns when it may be.
-  std::function<void(const PageKind&)> beforeReading;
+  // Called once the outputs are open and before memory is taken for pixels, with the bytes that the largest
+  // page needs; returns when they may be taken.
+  std::function<void(uint64_t bytes)> beforeReading;
 };
 
 // What a command asks of each of its pictures.

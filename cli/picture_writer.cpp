@@ -70,38 +70,44 @@ int LevelOf(uint16_t compression) {
 }
 
 // The input's own compression where it is one that loses nothing and serves 8 and 16 bits; deflate otherwise.
-TiffForm TiffFormFor(const PictureFile& input, const PageKind& kind, const StorageWishes& storage) {
+TiffForm TiffFormFor(const PictureFile& input, int page, const StorageWishes& storage) {
+  const auto index = static_cast<size_t>(page);
   TiffForm form;
   form.compression = kDeflate;
   form.predicts = true;
   if (const auto& tiff = input.tiff()) {
-    auto code = static_cast<uint16_t>(tiff->Value(0, kTiffCompression, kNoCompression));
+    auto code = static_cast<uint16_t>(tiff->Value(index, kTiffCompression, kNoCompression));
     if (code == kOldDeflate) code = kDeflate;
     if (std::find(std::begin(kTiffCompressions), std::end(kTiffCompressions), code) !=
         std::end(kTiffCompressions)) {
       constexpr uint64_t kNoPredictor = 1;
       form.compression = code;
-      form.predicts = tiff->Value(0, kTiffPredictor, kNoPredictor) != kNoPredictor;
+      form.predicts = tiff->Value(index, kTiffPredictor, kNoPredictor) != kNoPredictor;
     }
     constexpr uint16_t kTiffTileHeight = 323;
-    const uint64_t width = tiff->Value(0, kTiffTileWidth, 0), height = tiff->Value(0, kTiffTileHeight, 0);
+    const uint64_t width = tiff->Value(index, kTiffTileWidth, 0),
+                   height = tiff->Value(index, kTiffTileHeight, 0);
     constexpr uint64_t kLargestTile = 4096;
     if (width > 0 && height > 0 && width <= kLargestTile && height <= kLargestTile) {
       form.tileWidth = static_cast<int32_t>(width);
       form.tileHeight = static_cast<int32_t>(height);
     }
-    form.isBig = tiff->isBigTiff();
   }
   if (const auto named = CodeOf(FileFormat::kTiff, storage.compression)) {
     form.compression = static_cast<uint16_t>(*named);
     form.predicts = true;
   }
   form.level = LevelOf(form.compression);
-  // The classic form ends at 4 GiB, and LZW makes up to half as much again of what would not shrink.
-  constexpr uint64_t kClassicLimit = uint64_t{2700} << 20;
-  const uint64_t bytes = uint64_t{kind.RowBytes()} * static_cast<uint64_t>(kind.height);
-  if (bytes * static_cast<uint64_t>(input.pages()) > kClassicLimit) form.isBig = true;
   return form;
+}
+
+// The classic form ends at 4 GiB, and LZW makes up to half as much again of what would not shrink.
+bool NeedsBigTiff(const PictureFile& input) {
+  constexpr uint64_t kClassicLimit = uint64_t{2700} << 20;
+  uint64_t bytes = 0;
+  for (const PageKind& kind : input.kinds())
+    bytes += uint64_t{kind.RowBytes()} * static_cast<uint64_t>(kind.height);
+  return bytes > kClassicLimit || (input.tiff() && input.tiff()->isBigTiff());
 }
 
 // 4:2:0. The library writes that and 4:4:4 only.
@@ -228,7 +234,7 @@ bool IsTurnedUpright(const FormatTraits& format, const PictureFile& input) {
 // Colours in the input that are multiplied by their alpha, for a format that takes none such.
 bool HasToLoseAssociation(const FormatTraits& format, const PictureFile& input) {
   constexpr uint64_t kAssociated = 1;
-  return input.tiff() && format.format != FileFormat::kTiff && input.kind().extras == 1 &&
+  return input.tiff() && format.format != FileFormat::kTiff && input.kind(0).extras == 1 &&
          input.tiff()->Value(0, kTiffExtraSamples, 0) == kAssociated;
 }
 
@@ -241,7 +247,7 @@ struct Arranged {
 };
 
 Arranged Arrange(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow) {
-  Arranged arranged = {input.kind(), fillRow, input.resolution(), input.orientation()};
+  Arranged arranged = {input.kind(0), fillRow, input.resolution(), input.orientation()};
   if (HasToLoseAssociation(format, input)) arranged.fillRow = RowsOfStraightAlpha(arranged.kind, fillRow);
   if (!IsTurnedUpright(format, input)) return arranged;
   arranged.fillRow = UprightRows(arranged.kind, arranged.orientation, arranged.fillRow);
@@ -321,7 +327,7 @@ std::vector<uint8_t> BlobOf(VipsImage* image, const char* name) {
 std::vector<uint8_t> ProfileFor(const PictureFile& input) {
   constexpr size_t kColoursAt = 16, kHeader = 128;
   std::vector<uint8_t> profile = BlobOf(input.metadata(), VIPS_META_ICC_NAME);
-  const char* const colours = input.kind().colours() == 1 ? "GRAY" : "RGB ";
+  const char* const colours = input.kind(0).colours() == 1 ? "GRAY" : "RGB ";
   if (profile.size() < kHeader || memcmp(&profile[kColoursAt], colours, 4) != 0) return {};
   return profile;
 }
@@ -392,19 +398,20 @@ constexpr uint16_t kOfTheInks[] = {333, 334, 336};
 // From one TIFF file into another each page's own; the library gives all pages the first one's.
 TiffPageEdit EditOfTiffPage(const PictureFile& input, size_t page) {
   const TiffStructure& tiff = *input.tiff();
+  const PageKind& kind = input.kind(static_cast<int>(page));
   TiffPageEdit edit;
   edit.removed.assign(std::begin(kOfThePage), std::end(kOfThePage));
   edit.added = tiff.Descriptive(page);
   // Lab went through the library as unsigned RGB (see PictureFile); its own names go back into the tags. So
   // does what the extra channels are: the library knows no associated alpha.
-  if (input.kind().model == ColourModel::kLab) {
+  if (kind.model == ColourModel::kLab) {
     edit.removed.insert(edit.removed.end(), {kTiffPhotometric, kTiffSampleFormat});
   }
-  if (input.kind().model == ColourModel::kCmyk) {
+  if (kind.model == ColourModel::kCmyk) {
     edit.removed.insert(edit.removed.end(), std::begin(kOfTheInks), std::end(kOfTheInks));
   }
   const std::vector<TiffTag> extras = tiff.Tags(page, std::array<uint16_t, 1>{kTiffExtraSamples});
-  if (!extras.empty() && extras[0].count == static_cast<uint64_t>(input.kind().extras)) {
+  if (!extras.empty() && extras[0].count == static_cast<uint64_t>(kind.extras)) {
     edit.removed.push_back(kTiffExtraSamples);
   }
   const std::vector<TiffTag> own = tiff.Tags(page, edit.removed);
@@ -451,11 +458,14 @@ TiffPageEdit EditForTiff(const PictureFile& input) {
   return edit;
 }
 
-void WriteAsTiff(const PictureFile& input, const PageKind& kind, const RowFiller& fillRow, OutputFile* output,
+void WriteAsTiff(const PictureFile& input, const RowFiller& fillRow, OutputFile* output,
                  const WritingWishes& wishes) {
   const auto isCopied = [&](int page) { return CopiesPage(FileFormat::kTiff, input, page, wishes); };
-  WriteTiff(kind, input.pages(), TiffFormFor(input, kind, wishes.storage),
-            input.tiff() ? &*input.tiff() : nullptr, isCopied, wishes.threads, fillRow, output);
+  std::vector<TiffPage> pages;
+  for (int page = 0; page < input.pages(); ++page)
+    pages.push_back({input.kind(page), TiffFormFor(input, page, wishes.storage), isCopied(page)});
+  WriteTiff(pages, NeedsBigTiff(input), input.tiff() ? &*input.tiff() : nullptr, wishes.threads, fillRow,
+            output);
   const auto editOf = [&](size_t page) {
     if (!input.tiff()) return EditForTiff(input);
     return isCopied(static_cast<int>(page)) ? EditOfCopiedPage(*input.tiff(), page)
@@ -491,9 +501,10 @@ void RefuseUnknownStorage(const FormatTraits& format, const StorageWishes& stora
   if (storage.compression == "lossless") refuse("--compression lossless and --quality exclude each other");
 }
 
-void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
-                          const std::string& outputPath) {
-  const PageKind& kind = input.kind();
+namespace {
+
+void RefuseKind(const FormatTraits& format, const PictureFile& input, const PageKind& kind,
+                const std::string& outputPath) {
   const auto refuse = [&](const std::string& what, const std::string& instead) {
     throw Refusal(ExitStatus::kUnsupported, outputPath,
                   std::string(format.name) + " cannot hold " + what + " of " + input.path() + "; " + instead);
@@ -509,20 +520,34 @@ void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
   if (kind.isSigned && format.format != FileFormat::kTiff) refuse("the signed samples", "write TIFF");
   if (kind.bits > format.mostBits) {
     refuse("the " + std::to_string(kind.bits) + " bits per sample",
-           isCmyk || kind.isFloat() ? "write TIFF" : "write PNG or TIFF");
+           isCmyk || kind.bits == 32 ? "write TIFF" : "write PNG or TIFF");
   }
   if (kind.extras > 0 && !format.keepsAlpha)
     refuse("the alpha channel", isCmyk ? "write TIFF" : "write PNG or TIFF");
   // Beside TIFF the formats know at most one extra channel, and take it for alpha.
   if (kind.extras > 1 && format.format != FileFormat::kTiff) refuse("the extra channels", "write TIFF");
   if (kind.model == ColourModel::kLab && !format.keepsLab) refuse("the Lab colours", "write TIFF");
-  if (input.pages() > 1 && !format.keepsPages) {
-    refuse("the " + std::to_string(input.pages()) + " pages", "write TIFF");
-  }
+}
+
+}  // namespace
+
+void RefuseWhatDoesNotFit(const FormatTraits& format, const PictureFile& input,
+                          const std::string& outputPath) {
+  const auto refuse = [&](const std::string& what) {
+    throw Refusal(
+        ExitStatus::kUnsupported, outputPath,
+        std::string(format.name) + " cannot hold the " + what + " of " + input.path() + "; write TIFF");
+  };
+  for (const PageKind& kind : input.kinds()) RefuseKind(format, input, kind, outputPath);
+  if (input.pages() > 1 && !format.keepsPages) refuse(std::to_string(input.pages()) + " pages");
+  const bool differ = std::any_of(input.kinds().begin(), input.kinds().end(),
+                                  [&](const PageKind& kind) { return kind != input.kind(0); });
+  if (differ && format.format != FileFormat::kTiff) refuse("different pages");
 }
 
 void WritePicture(const FormatTraits& format, const PictureFile& input, const RowFiller& fillRow,
                   OutputFile* output, const WritingWishes& wishes) {
+  if (format.format == FileFormat::kTiff) return WriteAsTiff(input, fillRow, output, wishes);
   const Arranged arranged = Arrange(format, input, fillRow);
   const PageKind& kind = arranged.kind;
   if (format.format == FileFormat::kPnm) return WritePnm(kind, input.pnmLargest(), arranged.fillRow, output);
@@ -532,7 +557,6 @@ void WritePicture(const FormatTraits& format, const PictureFile& input, const Ro
     return WritePng(kind, PngChunksFor(input, arranged), static_cast<PngEffort>(effort), wishes.threads,
                     arranged.fillRow, output);
   }
-  if (format.format == FileFormat::kTiff) return WriteAsTiff(input, kind, arranged.fillRow, output, wishes);
   TakeLibraryError();
   const StderrSilenced silenced;
   RowSource source = {arranged.fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width),

@@ -338,22 +338,22 @@ TiffPageEdit EditOfCopiedPage(const TiffStructure& source, size_t page) {
   return edit;
 }
 
-void WriteTiff(const PageKind& kind, int pages, const TiffForm& form, const TiffStructure* source,
-               const std::function<bool(int page)>& isCopied, int threads, const RowFiller& fillRow,
-               OutputFile* output) {
-  TiffFile file(form.isBig, output);
+void WriteTiff(const std::vector<TiffPage>& pages, bool isBig, const TiffStructure* source, int threads,
+               const RowFiller& fillRow, OutputFile* output) {
+  TiffFile file(isBig, output);
   OrderedWork work(threads);
-  for (int page = 0; page < pages; ++page) {
-    file.BeginPage(page, pages);
-    if (source != nullptr && isCopied(page)) {
-      file.CopyPage(*source, static_cast<size_t>(page));
+  int32_t first = 0;  // row
+  for (size_t index = 0; index < pages.size(); ++index) {
+    const TiffPage& page = pages[index];
+    file.BeginPage(static_cast<int>(index), static_cast<int>(pages.size()));
+    if (page.isCopied) {
+      file.CopyPage(*source, index);
     } else {
-      const auto fillRowOfPage = [&, first = page * kind.height](int32_t y, void* row) {
-        fillRow(first + y, row);
-      };
-      WritePage(kind, form, fillRowOfPage, work, file);
+      const auto fillRowOfPage = [&](int32_t y, void* row) { fillRow(first + y, row); };
+      WritePage(page.kind, page.form, fillRowOfPage, work, file);
     }
     file.EndPage();
+    first += page.kind.height;
   }
 }
 

@@ -18,19 +18,23 @@ struct TiffForm {
   int level = 0;             // of deflate and Zstandard
   int32_t tileWidth = 0;     // 0: strips
   int32_t tileHeight = 0;
-  bool isBig = false;
+};
+
+struct TiffPage {
+  PageKind kind;
+  TiffForm form;
+  bool isCopied = false;  // its compressed data go over as they are
 };
 
 // True where the page's compressed data stand for themselves and can go into another file as they are.
 bool CanCopyTiffPage(const TiffStructure& file, size_t page);
 
-// A file of `pages` pages with the tags that tell of their samples and no others. The page of `source` (which
-// may be null) for which `isCopied` is true goes over with its compressed data as they are: EditOfCopiedPage
-// gives it its tags. Of the others rows are asked for once each, from the first to the last, on the caller's
-// thread; y counts on through all pages. Refuses with kCannotWrite.
-void WriteTiff(const PageKind& kind, int pages, const TiffForm& form, const TiffStructure* source,
-               const std::function<bool(int page)>& isCopied, int threads, const RowFiller& fillRow,
-               OutputFile* output);
+// A file of these pages with the tags that tell of their samples and no others, in the big form or the
+// classic one. Those that are copied come out of `source` (which may be null where none is):
+// EditOfCopiedPage gives them their tags. Of the others rows are asked for once each, from the first to the
+// last, on the caller's thread; y counts on through all pages. Refuses with kCannotWrite.
+void WriteTiff(const std::vector<TiffPage>& pages, bool isBig, const TiffStructure* source, int threads,
+               const RowFiller& fillRow, OutputFile* output);
 
 // What EditTiffPages is to make of a page that was copied.
 TiffPageEdit EditOfCopiedPage(const TiffStructure& source, size_t page);

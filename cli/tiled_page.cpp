@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "cli/full_range.h"
 #include "cli/refusal.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
@@ -26,19 +27,60 @@ void FlipSigns(const PageKind& kind, uint8_t* row) {
     kind.bits == 16 ? FlipSigns<uint16_t>(kind, row) : FlipSigns<uint8_t>(kind, row);
 }
 
+// Samples of 32 bits stand as floats in their places, and behind them their lowest bytes, colour by colour.
+size_t LowestByteAt(const PageKind& kind, int32_t x, int32_t colour) {
+  return kind.RowBytes() + static_cast<size_t>(x * kind.colours() + colour);
+}
+
+size_t BytesOfRunRow(const PageKind& kind) {
+  constexpr size_t kAligned = sizeof(float);
+  return kind.isLong ? (LowestByteAt(kind, kind.width, 0) + kAligned - 1) / kAligned * kAligned
+                     : kind.RowBytes();
+}
+
+// use(place of the sample, place of its lowest byte) for the colours `first` to `end` of a row.
+template <typename Use>
+void ForEachLong(const PageKind& kind, int32_t first, int32_t end, const Use& use) {
+  for (int32_t x = 0; x < kind.width; ++x) {
+    for (int32_t colour = first; colour < end; ++colour)
+      use(sizeof(float) * static_cast<size_t>(x * kind.channels() + colour), LowestByteAt(kind, x, colour));
+  }
+}
+
+void TakeLongRow(const PageKind& kind, uint8_t* row) {
+  ForEachLong(kind, 0, kind.colours(), [row](size_t at, size_t lowestAt) {
+    uint32_t sample;
+    memcpy(&sample, row + at, sizeof sample);
+    const float level = RunLevelOfLong(sample);
+    memcpy(row + at, &level, sizeof level);
+    row[lowestAt] = LowestByteOf(sample);
+  });
+}
+
+void FillLongRow(const PageKind& kind, int32_t part, const uint8_t* row, uint8_t* fileRow) {
+  if (part == 0) memcpy(fileRow, row, kind.RowBytes());
+  const int32_t end = kind.parts() > 1 ? part + 1 : kind.colours();
+  ForEachLong(kind, part, end, [=](size_t at, size_t lowestAt) {
+    float level;
+    memcpy(&level, row + at, sizeof level);
+    const uint32_t sample = LongOfRunLevel(level, row[lowestAt]);
+    memcpy(fileRow + at, &sample, sizeof sample);
+  });
+}
+
 }  // namespace
 
 TileRule TilesOfPage(const PageKind& kind, const Settings& settings, int32_t side) {
   constexpr size_t kMostBytes = size_t{540} << 20;  // with what the files' libraries hold, below 600 MiB
-  return TilesFor(kind.RowBytes(), settings, kMostBytes / static_cast<size_t>(kind.parts()), side);
+  return TilesFor(BytesOfRunRow(kind), settings, kMostBytes / static_cast<size_t>(kind.parts()), side);
 }
 
 PageRows::PageRows(const PictureFile& file, int page, int32_t part)
-    : kind_(file.kind()), part_(part), reader_(file, page) {
+    : kind_(file.kind(page)), part_(part), reader_(file, page) {
   const auto sampleBytes = static_cast<size_t>(kind_.bits / 8);
   layout_ = {kind_.width,
-             kind_.RowBytes(),
-             kind_.isFloat()    ? SampleFormat::kFloat
+             BytesOfRunRow(kind_),
+             kind_.bits == 32   ? SampleFormat::kFloat
              : kind_.bits == 16 ? SampleFormat::kFull16
                                 : SampleFormat::kByte,
              kind_.colours() / kind_.parts(),
@@ -51,13 +93,15 @@ PageRows::PageRows(const PictureFile& file, int page, int32_t part)
 
 void PageRows::Read(int32_t count, uint8_t* rows) {
   reader_.Read(count, [&](const void* row) {
-    memcpy(rows, row, layout_.rowBytes);
+    memcpy(rows, row, kind_.RowBytes());
     FlipSigns(kind_, rows);
+    if (kind_.isLong) TakeLongRow(kind_, rows);
     rows += layout_.rowBytes;
   });
 }
 
 void PageRows::FillFileRow(const uint8_t* row, void* fileRow) const {
+  if (kind_.isLong) return FillLongRow(kind_, part_, row, static_cast<uint8_t*>(fileRow));
   if (part_ == 0) {
     memcpy(fileRow, row, layout_.rowBytes);
     return FlipSigns(kind_, static_cast<uint8_t*>(fileRow));
@@ -70,7 +114,7 @@ void PageRows::FillFileRow(const uint8_t* row, void* fileRow) const {
 TiledPage::TiledPage(const PictureFile& file, int page, int32_t part, Engine& engine, int32_t side,
                      EngineProgress progress)
     : name_(file.path()),
-      kind_(file.kind()),
+      kind_(file.kind(page)),
       rows_(file, page, part),
       workspace_(engine.workspace()),
       side_(side),
