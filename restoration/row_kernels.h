@@ -86,5 +86,6 @@ const RowKernels& ActiveRowKernels();
 // One per instruction set.
 extern const RowKernels kBaselineRowKernels;
 extern const RowKernels kAvx2RowKernels;
+extern const RowKernels kAvx512RowKernels;
 
 }  // namespace tessaline

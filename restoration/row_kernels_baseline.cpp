@@ -8,7 +8,9 @@ constinit const RowKernels kBaselineRowKernels = MakeRowKernels();
 
 const RowKernels& ActiveRowKernels() {
   if constexpr (kHasWiderVectors) {
-    if (DetectVectorLevel() != VectorLevel::kBaseline) return kAvx2RowKernels;
+    static const RowKernels* const kByLevel[] = {&kBaselineRowKernels, &kAvx2RowKernels, &kAvx512RowKernels};
+    static const RowKernels& active = *kByLevel[static_cast<int>(DetectVectorLevel())];
+    return active;
   }
   return kBaselineRowKernels;
 }
