@@ -3,45 +3,11 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "image/pixel_kind.h"
+#include "removal/sample_formats.h"
 
 namespace tessaline {
 
 namespace {
-
-// Levels of a format to the engine's scale and back: one row a format.
-struct ByteFormat {
-  using Sample = uint8_t;
-  static constexpr float kToLevel = kByteToHost, kFromLevel = kHostToByte, kMaximum = kByteMax;
-};
-struct Host16Format {
-  using Sample = uint16_t;
-  static constexpr float kToLevel = 1.0f, kFromLevel = 1.0f, kMaximum = kHostMax;
-};
-struct Full16Format {
-  using Sample = uint16_t;
-  static constexpr float kMaximum = 65535.0f;
-  static constexpr float kToLevel = kHostMax / kMaximum, kFromLevel = kMaximum / kHostMax;
-};
-struct FloatFormat {
-  using Sample = float;
-  static constexpr float kToLevel = kHostMax, kFromLevel = 1.0f / kHostMax, kMaximum = 0.0f;
-};
-
-template <typename Use>
-decltype(auto) WithFormat(SampleFormat format, Use use) {
-  switch (format) {
-    case SampleFormat::kByte:
-      return use(ByteFormat{});
-    case SampleFormat::kHost16:
-      return use(Host16Format{});
-    case SampleFormat::kFull16:
-      return use(Full16Format{});
-    case SampleFormat::kFloat:
-      break;
-  }
-  return use(FloatFormat{});
-}
 
 // Samples are gathered, and scattered, in portions: their conversion in between then is a loop of vectors,
 // whatever lies between them.
@@ -109,21 +75,12 @@ double SumOfEverySecond(const float* levels, int32_t count) {
 template <typename Format, int kApart>
 void Store(const float* levels, int32_t width, Rounding rounding, ptrdiff_t step, uint8_t* sample) {
   using Sample = typename Format::Sample;
-  const float allowance = rounding == Rounding::kNearest ? 0.5f : 0.0f;
+  const float allowance = AllowanceOf(rounding);
   Sample converted[kPortion];
   for (int32_t first = 0; first < width; first += kPortion) {
     const int32_t count = std::min(kPortion, width - first);
     const float* const from = levels + kApart * first;
-    for (int32_t x = 0; x < count; ++x) {
-      const float value = from[kApart * x] * Format::kFromLevel;
-      if constexpr (std::is_same_v<Sample, float>) {
-        converted[x] = value;
-      } else {  // as StoreLevel, without its branches
-        const float wanted = value + allowance, above = wanted > 0.0f ? wanted : 0.0f;
-        converted[x] =
-            static_cast<Sample>(static_cast<int32_t>(above < Format::kMaximum ? above : Format::kMaximum));
-      }
-    }
+    for (int32_t x = 0; x < count; ++x) converted[x] = SampleOf<Format>(from[kApart * x], allowance);
     uint8_t* const begin = sample + first * step;
     WithStep<Sample>(step, [&](auto known) {
       for (int32_t x = 0; x < count; ++x) *reinterpret_cast<Sample*>(begin + x * known) = converted[x];

@@ -151,9 +151,9 @@ class FilteredRows {
  public:
   virtual ~FilteredRows() = default;
   // Row y of a channel, on the scale 0 .. 32768, unclamped: sample x is levels[2 * x]. Channel after channel,
-  // its rows from several threads at once; the channel's own samples may be overwritten from then on, those
-  // of later ones not. The levels may be overwritten too; those of the last channel stay where they are until
-  // the workspace is used again.
+  // its rows from several threads at once, those from a multiple of 64 on one after the other from one of
+  // them; the channel's own samples may be overwritten from then on, those of later ones not. The levels may
+  // be overwritten too; those of the last channel stay where they are until the workspace is used again.
   virtual void Take(int32_t channel, int32_t y, float* levels) = 0;
 };
 

@@ -6,6 +6,7 @@
 
 #include "image/pixel_kind.h"
 #include "restoration/gate.h"
+#include "restoration/polish.h"
 #include "restoration/taken_channels.h"
 
 namespace tessaline {
@@ -38,13 +39,16 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
                        const Mask& mask, Workspace& workspace, const ApplyOptions& options,
                        const RestorationSettings& settings, const Progress& progress, Image* drawnGate) {
   Parallel& parallel = workspace.parallel();
+  const Axes axes(from, settings.meaning);
   Gate gate;
+  Noise noise;
   Polish polish;
   TakenChannels channels;
   const ToneCurve* const light = CurveOf(settings, findings);
   if (!workspace.Prepare(TransformSizeFor(from)) ||
       !gate.Prepare(from.width, from.height, PlanFor(findings, settings), parallel.threads()) ||
-      !polish.Prepare(from, settings.meaning, parallel.threads()) || !channels.Prepare(from, gate, light) ||
+      !noise.Prepare(from, axes) || !polish.Prepare(axes, parallel.threads()) ||
+      !channels.Prepare(from, gate, light, noise) ||
       (drawnGate != nullptr && !drawnGate->Create(from.width, from.height, kGray8))) {
     return kOutOfMemory;
   }
@@ -58,10 +62,8 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   const int32_t result =
       Filter(filteredFrom, mask, workspace, filterOptions, progress.Part(kMeasured, kFiltered), channels);
   if (result != kSuccess) return result;
-  if (polish.MeasureNoise(from, settings.polish, channels, parallel, progress.Part(kFiltered, kNoiseKnown))) {
-    return kUserCancelled;
-  }
-  polish.Store(channels, parallel, to, progress.Part(kNoiseKnown, 1.0));
+  if (noise.Settle(settings.polish, parallel, progress.Part(kFiltered, kNoiseKnown))) return kUserCancelled;
+  polish.Store(channels, noise, parallel, to, progress.Part(kNoiseKnown, 1.0));
   return kSuccess;
 }
 

@@ -10,8 +10,8 @@
 #include <cstdint>
 
 #include "removal/steps.h"
+#include "restoration/axes.h"
 #include "restoration/light.h"
-#include "restoration/polish.h"
 
 namespace tessaline {
 

@@ -61,15 +61,28 @@ struct RowKernels {
   void (*sumWaves)(int32_t count, const float* const (&rows)[2], const float (*cosine)[kWaves],
                    const float (*sine)[kWaves], float (&cosines)[2][kWaves], float (&sines)[2][kWaves]);
 
-  // Levels in 16 bits, their middle at 0, rounded and clamped; and back.
+  // Samples of three channels side by side, by SampleFormat, to rows of levels; and back, rounded to nearest.
+  void (*separate[4])(int32_t count, const uint8_t* samples, float* const* levels);
+  void (*interleave[4])(int32_t count, const float* const* levels, uint8_t* samples);
+  // Levels that stand two floats apart in 16 bits, their middle at 0, rounded and clamped; packed ones back.
   void (*encode)(int32_t count, const float* levels, int16_t* codes);
   void (*decode)(int32_t count, const int16_t* codes, float* levels);
-  // Takes (level - filtered) * open out of levels. Filtered samples stand two floats apart.
-  void (*takeOut)(int32_t count, const float* filtered, const float* open, float* levels);
-  // Level - rest; nothing where that is no more than the codes' rounding.
-  void (*findTaken)(int32_t count, const float* levels, const float* rest, float* taken);
-  void (*addSquares)(int32_t count, const float* const* channels, const float* weights, float* squares);
-  void (*mix)(int32_t count, const float* const* channels, const float* weights, float* mixed);
+  // Packs values that stand two floats apart.
+  void (*everySecond)(int32_t count, const float* values, float* packed);
+  // Filtered levels become (level - filtered) * open less than the levels. What was taken out then is told;
+  // nothing where that is no more than the codes' rounding. By how far apart the filtered ones stand, 1 and 2
+  // floats; and for codes of them.
+  void (*takeOut[2])(int32_t count, const float* levels, const float* open, float* filtered, float* taken);
+  void (*takeOutOfCodes)(int32_t count, const float* levels, const float* open, int16_t* filtered,
+                         float* taken);
+  void (*addSquares)(int32_t count, const float* values, float* squares);
+  void (*addMixedSquares)(int32_t count, const float* const* channels, const float (&weights)[3][3],
+                          float* first, float* second, float* third);
+  // Three rows' sums with weights; the same added to three others; the plain sum of two.
+  void (*mix)(int32_t count, const float* const* rows, const float (&weights)[3][3], float* const* mixed);
+  void (*addMixed)(int32_t count, const float* const* to, const float* const* rows,
+                   const float (&weights)[3][3], float* const* sums);
+  void (*add)(int32_t count, const float* a, const float* b, float* sums);
   // Polish, by reach 1, 2: sums of values and of their squares along a row; gains from the sums of several
   // rows, and (1 - gain) mean; the sums of those two along a row; and what the polish adds to the values.
   void (*sumValues[2])(int32_t count, const float* values, float* sums, float* squares);

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "removal/sample_formats.h"
 #include "restoration/row_kernels.h"
 
 namespace tessaline {
@@ -165,43 +166,122 @@ void SumWaves(int32_t count, const float* const (&rows)[2], const float (*cosine
 constexpr float kMiddleOfCodes = 16384.0f;
 constexpr float kCodeRounding = 0.5f;
 
-void Encode(int32_t count, const float* levels, int16_t* __restrict codes) {
+int16_t CodeOf(float level) {
   constexpr float kLastCode = 32767.0f;
+  const float code = level - kMiddleOfCodes;
+  const float above = code > -kLastCode ? code : -kLastCode;  // not-a-number too
+  const float within = above < kLastCode ? above : kLastCode;
+  return static_cast<int16_t>(static_cast<int32_t>(within + (within < 0.0f ? -0.5f : 0.5f)));
+}
+float LevelOfCode(int16_t code) {
+  return static_cast<float>(code) + kMiddleOfCodes;
+}
+
+template <typename Format>
+void Separate(int32_t count, const uint8_t* samples, float* const* levels) {
+  const auto* const from = reinterpret_cast<const typename Format::Sample*>(samples);
+  float* __restrict const a = levels[0], * __restrict const b = levels[1], * __restrict const c = levels[2];
   for (int32_t x = 0; x < count; ++x) {
-    const float code = levels[x] - kMiddleOfCodes;
-    const float above = code > -kLastCode ? code : -kLastCode;  // not-a-number too
-    const float within = above < kLastCode ? above : kLastCode;
-    codes[x] = static_cast<int16_t>(static_cast<int32_t>(within + (within < 0.0f ? -0.5f : 0.5f)));
+    a[x] = static_cast<float>(from[3 * x]) * Format::kToLevel;
+    b[x] = static_cast<float>(from[3 * x + 1]) * Format::kToLevel;
+    c[x] = static_cast<float>(from[3 * x + 2]) * Format::kToLevel;
   }
+}
+
+template <typename Format>
+void Interleave(int32_t count, const float* const* levels, uint8_t* samples) {
+  auto* __restrict const to = reinterpret_cast<typename Format::Sample*>(samples);
+  const float *const a = levels[0], *const b = levels[1], *const c = levels[2];
+  constexpr float kAllowance = AllowanceOf(Rounding::kNearest);
+  for (int32_t x = 0; x < count; ++x) {
+    to[3 * x] = SampleOf<Format>(a[x], kAllowance);
+    to[3 * x + 1] = SampleOf<Format>(b[x], kAllowance);
+    to[3 * x + 2] = SampleOf<Format>(c[x], kAllowance);
+  }
+}
+
+void Encode(int32_t count, const float* levels, int16_t* __restrict codes) {
+  for (int32_t x = 0; x < count; ++x) codes[x] = CodeOf(levels[2 * x]);
 }
 
 void Decode(int32_t count, const int16_t* codes, float* __restrict levels) {
-  for (int32_t x = 0; x < count; ++x) levels[x] = static_cast<float>(codes[x]) + kMiddleOfCodes;
+  for (int32_t x = 0; x < count; ++x) levels[x] = LevelOfCode(codes[x]);
 }
 
-void TakeOut(int32_t count, const float* filtered, const float* open, float* __restrict levels) {
-  for (int32_t x = 0; x < count; ++x) levels[x] -= (levels[x] - filtered[2 * x]) * open[x];
+void EverySecond(int32_t count, const float* values, float* __restrict packed) {
+  for (int32_t x = 0; x < count; ++x) packed[x] = values[2 * x];
 }
 
-void FindTaken(int32_t count, const float* levels, const float* rest, float* __restrict taken) {
+float Told(float taken) {
+  return taken > kCodeRounding || taken < -kCodeRounding ? taken : 0.0f;
+}
+
+template <int kApart>
+void TakeOut(int32_t count, const float* levels, const float* open, float* __restrict filtered,
+             float* __restrict taken) {
+  for (int32_t x = 0; x < count; ++x) taken[x] = (levels[x] - filtered[kApart * x]) * open[x];
   for (int32_t x = 0; x < count; ++x) {
-    const float change = levels[x] - rest[x];
-    taken[x] = change > kCodeRounding || change < -kCodeRounding ? change : 0.0f;
+    filtered[kApart * x] = levels[x] - taken[x];
+    if constexpr (kApart == 2)
+      filtered[kApart * x + 1] = filtered[kApart * x + 1];  // whole vectors are stored
+    taken[x] = Told(taken[x]);
   }
 }
 
-void AddSquares(int32_t count, const float* const* channels, const float* weights,
-                float* __restrict squares) {
-  const float *const a = channels[0], *const b = channels[1], *const c = channels[2];
+void TakeOutOfCodes(int32_t count, const float* levels, const float* open, int16_t* __restrict filtered,
+                    float* __restrict taken) {
   for (int32_t x = 0; x < count; ++x) {
-    const float value = weights[0] * a[x] + weights[1] * b[x] + weights[2] * c[x];
-    squares[x] += value * value;
+    const float change = (levels[x] - LevelOfCode(filtered[x])) * open[x];
+    filtered[x] = CodeOf(levels[x] - change);
+    taken[x] = Told(change);
   }
 }
 
-void Mix(int32_t count, const float* const* channels, const float* weights, float* __restrict mixed) {
+void AddSquares(int32_t count, const float* values, float* __restrict squares) {
+  for (int32_t x = 0; x < count; ++x) squares[x] += values[x] * values[x];
+}
+
+float Mixed(const float (&weights)[3], float a, float b, float c) {
+  return weights[0] * a + weights[1] * b + weights[2] * c;
+}
+
+void AddMixedSquares(int32_t count, const float* const* channels, const float (&weights)[3][3],
+                     float* __restrict first, float* __restrict second, float* __restrict third) {
   const float *const a = channels[0], *const b = channels[1], *const c = channels[2];
-  for (int32_t x = 0; x < count; ++x) mixed[x] = weights[0] * a[x] + weights[1] * b[x] + weights[2] * c[x];
+  for (int32_t x = 0; x < count; ++x) {
+    const float one = Mixed(weights[0], a[x], b[x], c[x]), two = Mixed(weights[1], a[x], b[x], c[x]),
+                three = Mixed(weights[2], a[x], b[x], c[x]);
+    first[x] += one * one;
+    second[x] += two * two;
+    third[x] += three * three;
+  }
+}
+
+// Three rows' sums with weights. By parameters, which the compiler believes to be apart.
+template <typename Use>
+void MixRows(int32_t count, const float* a, const float* b, const float* c, const float (&weights)[3][3],
+             float* __restrict one, float* __restrict two, float* __restrict three, const Use& use) {
+  for (int32_t x = 0; x < count; ++x) {
+    one[x] = use(0, x, Mixed(weights[0], a[x], b[x], c[x]));
+    two[x] = use(1, x, Mixed(weights[1], a[x], b[x], c[x]));
+    three[x] = use(2, x, Mixed(weights[2], a[x], b[x], c[x]));
+  }
+}
+
+void Mix(int32_t count, const float* const* rows, const float (&weights)[3][3], float* const* mixed) {
+  MixRows(count, rows[0], rows[1], rows[2], weights, mixed[0], mixed[1], mixed[2],
+          [](int, int32_t, float value) { return value; });
+}
+
+void AddMixed(int32_t count, const float* const* to, const float* const* rows, const float (&weights)[3][3],
+              float* const* sums) {
+  const float* const added[3] = {to[0], to[1], to[2]};
+  MixRows(count, rows[0], rows[1], rows[2], weights, sums[0], sums[1], sums[2],
+          [added](int row, int32_t x, float value) { return added[row][x] + value; });
+}
+
+void Add(int32_t count, const float* a, const float* b, float* __restrict sums) {
+  for (int32_t x = 0; x < count; ++x) sums[x] = a[x] + b[x];
 }
 
 template <int kReach>
@@ -261,24 +341,31 @@ void Change(int32_t count, const WindowRows& gainRows, const WindowRows& smoothR
 }
 
 constexpr RowKernels MakeRowKernels() {
-  return {{Demodulate<0>, Demodulate<1>},
-          Turn,
-          Weigh,
-          AddPower,
-          TurnBeside,
-          AddSteps,
-          {Enlarge<4>, Enlarge<8>},
-          SumWaves,
-          Encode,
-          Decode,
-          TakeOut,
-          FindTaken,
-          AddSquares,
-          Mix,
-          {SumValues<1>, SumValues<2>},
-          {MeasureGain<1>, MeasureGain<2>},
-          {SumGains<1>, SumGains<2>},
-          {Change<1>, Change<2>}};
+  return {
+      {Demodulate<0>, Demodulate<1>},
+      Turn,
+      Weigh,
+      AddPower,
+      TurnBeside,
+      AddSteps,
+      {Enlarge<4>, Enlarge<8>},
+      SumWaves,
+      {Separate<ByteFormat>, Separate<Host16Format>, Separate<Full16Format>, Separate<FloatFormat>},
+      {Interleave<ByteFormat>, Interleave<Host16Format>, Interleave<Full16Format>, Interleave<FloatFormat>},
+      Encode,
+      Decode,
+      EverySecond,
+      {TakeOut<1>, TakeOut<2>},
+      TakeOutOfCodes,
+      AddSquares,
+      AddMixedSquares,
+      Mix,
+      AddMixed,
+      Add,
+      {SumValues<1>, SumValues<2>},
+      {MeasureGain<1>, MeasureGain<2>},
+      {SumGains<1>, SumGains<2>},
+      {Change<1>, Change<2>}};
 }
 
 }  // namespace

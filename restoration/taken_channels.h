@@ -2,7 +2,9 @@
 //
 // The last channel stays in the plane it was filtered in. The others are kept in the precision that their
 // samples deserve: 16 bits for bytes, 1/128 of a level, so that a picture of three such channels needs one
-// plane of floats for them; floats otherwise.
+// plane of floats for them; floats otherwise. They are kept as they were filtered; when the last channel
+// comes the gate is put to all of them, in rows of blocks, and what is taken out of them is told to the
+// noise.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +13,8 @@
 #include "removal/picture.h"
 #include "removal/steps.h"
 #include "restoration/gate.h"
+#include "restoration/noise.h"
+#include "restoration/sample_rows.h"
 
 namespace tessaline {
 
@@ -18,21 +22,26 @@ class TakenChannels final : public FilteredRows {
  public:
   // False: no memory. May throw std::bad_alloc. `gate` is measured before the first row comes; with `light`
   // the rows that come are linear light.
-  bool Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light);
+  bool Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light, Noise& noise);
 
   void Take(int32_t channel, int32_t y, float* levels) override;
 
-  // What remains of a part of a row: the picture's own levels where the gate is closed.
-  void Load(const RowPart& part, float* levels) const;
+  // What remains of a part of a row, when all channels were taken: the picture's own levels where the gate is
+  // closed.
+  void Load(const PixelPart& part, const LevelRows& levels) const;
 
  private:
-  void Keep(const RowPart& part, const float* levels);
-  size_t PlaceOf(const RowPart& part) const;
+  void Keep(int32_t channel, int32_t y, const float* filtered);
+  void TakeOutRow(const PixelPart& part, const LevelRows& levels, const float* open, const LevelRows& taken);
+  void TakeOutBlocks(int32_t firstRow);
+  void OpenRow(const PixelPart& part, float* open) const;
+  size_t PlaceOf(int32_t channel, int32_t y) const;
   bool IsLast(int32_t channel) const { return channel == picture_.channels - 1; }
 
   PictureView picture_;
   const Gate* gate_ = nullptr;
   const ToneCurve* light_ = nullptr;
+  Noise* noise_ = nullptr;
   OwnedBlock<int16_t> codes_;
   OwnedBlock<float> floats_;
   std::vector<float*> lastRows_;  // of the last channel, samples two floats apart

@@ -1,0 +1,82 @@
+#include "restoration/noise.h"
+
+#include <algorithm>
+
+#include "image/pixel_kind.h"
+#include "restoration/row_kernels.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr double kNoiseSigma = 6.0;
+constexpr float kMostNoise = 100.0f * kByteToHost * kByteToHost;  // variance; 100 in levels of 255
+
+}  // namespace
+
+bool Noise::Prepare(const PictureView& picture, const Axes& axes) {
+  axes_ = axes;
+  height_ = picture.height;
+  const int32_t width = ReducedSide(picture.width, kReduction),
+                height = ReducedSide(picture.height, kReduction);
+  for (int32_t axis = 0; axis < axes_.count; ++axis) {
+    if (!noise_[axis].Create(width, height)) return false;
+  }
+  return scratch_.Create(width, height);
+}
+
+void Noise::AddRow(int32_t count, const LevelRows& taken, Squares* squares) const {
+  const RowKernels& kernels = ActiveRowKernels();
+  if (axes_.isMixed) {
+    kernels.addMixedSquares(count, taken, kLuma, squares->sums[0], squares->sums[1], squares->sums[2]);
+    return;
+  }
+  for (int32_t c = 0; c < axes_.count; ++c) kernels.addSquares(count, taken[c], squares->sums[c]);
+}
+
+void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
+  const int32_t rows = std::min(kReduction, height_ - part.y);
+  for (int32_t axis = 0; axis < axes_.count; ++axis) {
+    float* const means = noise_[axis].Row(part.y / kReduction) + part.first / kReduction;
+    for (int32_t x = 0; x < part.count; x += kReduction) {
+      const int32_t columns = std::min(kReduction, part.count - x);
+      float sum = 0.0f;
+      for (int32_t i = x; i < x + columns; ++i) sum += squares.sums[axis][i];
+      means[x / kReduction] = sum / static_cast<float>(columns * rows);
+    }
+  }
+}
+
+bool Noise::Settle(float amount, Parallel& parallel, const Progress& progress) {
+  if (progress.Advance(0.0, 1.0)) return true;
+  const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
+  for (int32_t axis = 0; axis < axes_.count; ++axis) {
+    Plane& noise = noise_[axis];
+    Blur(GaussianOfRest(kNoiseSigma, done, kReduction), parallel, noise.width, &noise, &scratch_);
+    RowsInParallel(parallel, noise.height, [&](int32_t y, int32_t) {
+      float* const row = noise.Row(y);
+      const float share = RuleOfAxis(axis).noiseShare;
+      for (int32_t x = 0; x < noise.width; ++x) row[x] = amount * std::min(share * row[x], kMostNoise);
+    });
+  }
+  return progress.Advance(1.0, 1.0);
+}
+
+bool Noise::IsAny(int32_t x, int32_t y, int32_t columns, int32_t rows) const {
+  const auto firstOf = [](int32_t place) { return std::max(place / kReduction - 1, 0); };
+  const auto endOf = [](int32_t end, int32_t count) {
+    return std::min((end + kReduction - 1) / kReduction + 1, count);
+  };
+  for (int32_t axis = 0; axis < axes_.count; ++axis) {
+    const Plane& noise = noise_[axis];
+    for (int32_t blockY = firstOf(y); blockY < endOf(y + rows, noise.height); ++blockY) {
+      const float* const row = noise.Row(blockY);
+      for (int32_t block = firstOf(x); block < endOf(x + columns, noise.width); ++block) {
+        if (row[block] > 0.0f) return true;
+      }
+    }
+  }
+  return false;
+}
+
+}  // namespace tessaline
