@@ -1,0 +1,12 @@
+# Whether the filter for video programs is built: TESSALINE_HAS_FREI0R. It needs one header.
+set(TESSALINE_HAS_FREI0R OFF)
+if(NOT TESSALINE_FREI0R OR CMAKE_CROSSCOMPILING)
+  return()
+endif()
+find_path(TESSALINE_FREI0R_INCLUDE frei0r.h)
+mark_as_advanced(TESSALINE_FREI0R_INCLUDE)
+if(TESSALINE_FREI0R_INCLUDE)
+  set(TESSALINE_HAS_FREI0R ON)
+elseif(NOT TESSALINE_FREI0R STREQUAL "AUTO")
+  message(FATAL_ERROR "frei0r.h is missing (Debian: frei0r-plugins-dev); build without it by -DTESSALINE_FREI0R=OFF")
+endif()
