@@ -115,6 +115,7 @@ PictureFile::PictureFile(InputFile file)
     pages_ = static_cast<int>(tiff_->pages());
     RefuseTiffKinds();
   }
+  if (format_->format == FileFormat::kJpeg) jpeg_ = ReadJpegHeader(descriptor_);
   metadata_ = LoadPage(0);
   if (!tiff_ && format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
     vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
@@ -408,6 +409,17 @@ const void* OnFullRange(const void* row, uint32_t largest, const PageKind& kind,
 
 }  // namespace
 
+namespace {
+
+const void* Inverted(const void* row, const PageKind& kind, std::vector<uint8_t>* inverted) {
+  const auto* const inks = static_cast<const uint8_t*>(row);
+  inverted->resize(kind.RowBytes());
+  std::transform(inks, inks + inverted->size(), inverted->begin(), [](uint8_t ink) { return 255 - ink; });
+  return inverted->data();
+}
+
+}  // namespace
+
 void PageReader::Rewind() {
   next_ = 0;
   region_.reset();
@@ -423,6 +435,8 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
     region_.reset(vips_region_new(image_.get()));
     if (!region_) throw LoadingRefusal(file_.path());
   }
+  // The library takes the inks of every JPEG file for inverted; they are where the file says so.
+  const bool isInverted = kind.model == ColourModel::kCmyk && file_.jpeg_ && !file_.jpeg_->hasMarkOfCoding;
   while (count > 0) {
     const int top = next_ / kStripRows * kStripRows;
     const VipsRect strip = {0, top, kind.width, std::min(kStripRows, kind.height - top)};
@@ -431,7 +445,9 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
     for (; count > 0 && next_ < top + strip.height; ++next_, --count) {
       const void* const row = VIPS_REGION_ADDR(region_.get(), 0, next_);
       if (kind.isFloat()) file_.DemandLevels(static_cast<const float*>(row), page_, next_);
-      take(file_.pnmLargest_ ? OnFullRange(row, *file_.pnmLargest_, kind, &scaled_) : row);
+      take(file_.pnmLargest_ ? OnFullRange(row, *file_.pnmLargest_, kind, &changed_)
+           : isInverted      ? Inverted(row, kind, &changed_)
+                             : row);
     }
   }
   if (file_.format().format == FileFormat::kJpeg && TellsOfJpegDamage(TakeLibraryError())) {
@@ -498,18 +514,6 @@ std::optional<Resolution> ResolutionOfPng(int descriptor) {
   return InPixelsPerInch(BigEndian(data, 0, 4), BigEndian(data, 4, 4), 1000 / kMillimetresPerInch);
 }
 
-// Of the first segment of a JPEG file.
-std::optional<Resolution> ResolutionOfJfif(int descriptor) {
-  std::vector<uint8_t> head(18);
-  constexpr size_t kMarkAt = 6, kUnitAt = 13;
-  if (pread(descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()) ||
-      memcmp(&head[kMarkAt], "JFIF", 5) != 0 || head[kUnitAt] < 1 || head[kUnitAt] > 2) {
-    return std::nullopt;
-  }
-  constexpr double kInchesPerUnit[] = {1, 1 / 2.54};
-  return InPixelsPerInch(BigEndian(head, 14, 2), BigEndian(head, 16, 2), kInchesPerUnit[head[kUnitAt] - 1]);
-}
-
 }  // namespace
 
 std::optional<Resolution> PictureFile::resolution(int page) const {
@@ -523,7 +527,7 @@ std::optional<Resolution> PictureFile::resolution(int page) const {
   if (tiff_) return ofDirectory(tiff_, page);
   std::optional<Resolution> told;
   if (format_->format == FileFormat::kPng) told = ResolutionOfPng(descriptor_);
-  if (format_->format == FileFormat::kJpeg) told = ResolutionOfJfif(descriptor_);
+  if (jpeg_) told = jpeg_->resolution;
   if (told) return told;
   const std::vector<uint8_t> block = exif();
   return ofDirectory(TiffStructure::Read(ByteSource(block.data(), block.size())), 0);
@@ -544,10 +548,6 @@ int PictureFile::orientation(int page) const {
   const std::vector<uint8_t> block = exif();
   const auto tags = TiffStructure::Read(ByteSource(block.data(), block.size()));
   return tags ? of(*tags, 0) : 1;
-}
-
-std::optional<JpegCompression> PictureFile::jpegCompression() const {
-  return ReadJpegCompression(descriptor_);
 }
 
 bool PictureFile::isLosslessWebp() const {

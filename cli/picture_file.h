@@ -8,7 +8,7 @@
 
 #include "cli/carried_metadata.h"
 #include "cli/input_file.h"
-#include "cli/jpeg_tables.h"
+#include "cli/jpeg_file.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/picture_format.h"
@@ -48,7 +48,7 @@ class PictureFile {
   // Metadata (ICC, EXIF, XMP, IPTC, resolution, orientation) of the first page, no pixels.
   VipsImage* metadata() const { return metadata_.get(); }
   const std::optional<TiffStructure>& tiff() const { return tiff_; }
-  std::optional<JpegCompression> jpegCompression() const;
+  const std::optional<JpegHeader>& jpeg() const { return jpeg_; }
   bool isLosslessWebp() const;
   // Of a PNM file: the level that is white in it. Its samples are on the full range here, as all others.
   std::optional<uint32_t> pnmLargest() const { return pnmLargest_; }
@@ -85,6 +85,7 @@ class PictureFile {
   std::vector<PageKind> kinds_;  // by page
   GPointer<VipsImage> metadata_;
   std::optional<TiffStructure> tiff_;
+  std::optional<JpegHeader> jpeg_;
   std::optional<uint32_t> pnmLargest_;
 };
 
@@ -95,9 +96,9 @@ class PageReader {
 
   // The first row is the next again.
   void Rewind();
-  // The next `count` rows, as they stand in the file but for PNM levels, which are on the full range; `take`
-  // has one of them at a time. Refuses damage and truncation with kUnreadable, the latest at the last row,
-  // and floats that are no levels with kUnsupported.
+  // The next `count` rows, as they stand in the file but for PNM levels, which are on the full range, and
+  // inks, of which 255 is all; `take` has one of them at a time. Refuses damage and truncation with
+  // kUnreadable, the latest at the last row, and floats that are no levels with kUnsupported.
   void Read(int count, const std::function<void(const void* row)>& take);
 
  private:
@@ -106,7 +107,7 @@ class PageReader {
   int next_ = 0;  // row
   GPointer<VipsImage> image_;
   GPointer<VipsRegion> region_;
-  std::vector<uint8_t> scaled_;
+  std::vector<uint8_t> changed_;  // row
 };
 
 }  // namespace tessaline::cli

@@ -33,8 +33,7 @@ gint64 PictureTarget::OnWrite(VipsTargetCustom*, const void* bytes, gint64 count
     self->gathered_.insert(self->gathered_.end(), first, first + size);
     return count;
   }
-  const bool isWritten = self->filter_ ? self->filter_->Feed(first, size) : self->Write(first, size);
-  return isWritten || self->keepsFailureQuiet_ ? count : -1;
+  return self->Write(first, size) || self->keepsFailureQuiet_ ? count : -1;
 }
 
 gint64 PictureTarget::OnRead(VipsTargetCustom*, void* bytes, gint64 count, PictureTarget* self) {

@@ -1,7 +1,6 @@
 // Where the picture library writes a picture to.
 #pragma once
 
-#include "cli/carried_metadata.h"
 #include "cli/output_file.h"
 #include "cli/vips_library.h"
 
@@ -15,9 +14,6 @@ class PictureTarget {
   PictureTarget(OutputFile* output, bool keepsFailureQuiet);
   PictureTarget(const PictureTarget&) = delete;
   PictureTarget& operator=(const PictureTarget&) = delete;
-
-  // What is written goes through the filter from now on.
-  void SetFilter(std::unique_ptr<MetadataFilter> filter) { filter_ = std::move(filter); }
 
   // What is written is kept from now on, for the caller to change and Write.
   void Gather() { gathers_ = true; }
@@ -40,7 +36,6 @@ class PictureTarget {
   bool gathers_ = false;
   std::vector<uint8_t> gathered_;
   int error_ = 0;
-  std::unique_ptr<MetadataFilter> filter_;
   GPointer<VipsTarget> target_;
 };
 

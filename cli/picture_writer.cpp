@@ -110,22 +110,6 @@ bool NeedsBigTiff(const PictureFile& input) {
   return bytes > kClassicLimit || (input.tiff() && input.tiff()->isBigTiff());
 }
 
-// 4:2:0. The library writes that and 4:4:4 only.
-bool HalvesChroma(const JpegCompression& compression) {
-  return compression.chromaAcross >= 2 && compression.chromaDown >= 2;
-}
-
-int SaveJpeg(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
-  // For pictures that were none before: no loss that the eye would find.
-  JpegCompression compression = {95, 1, 1, false};
-  if (wishes.isSameFormat) compression = wishes.input.jpegCompression().value_or(compression);
-  compression.quality = wishes.storage.quality.value_or(compression.quality);
-  return vips_jpegsave_target(
-      image, target, "Q", compression.quality, "subsample_mode",
-      HalvesChroma(compression) ? VIPS_FOREIGN_SUBSAMPLE_ON : VIPS_FOREIGN_SUBSAMPLE_OFF, "interlace",
-      compression.isProgressive, "optimize_coding", TRUE, nullptr);
-}
-
 int SaveWebp(VipsImage* image, VipsTarget* target, const SavingWishes& wishes) {
   // A lossy file does not tell its quality; this one adds little to what it lost already.
   constexpr int kLossyQuality = 90;
@@ -156,7 +140,6 @@ struct SaverOfFormat {
   Saver save;
 };
 constexpr SaverOfFormat kSavers[] = {
-    {FileFormat::kJpeg, SaveJpeg},
     {FileFormat::kWebp, SaveWebp},
     {FileFormat::kJpeg2000, SaveJpeg2000},
     {FileFormat::kJpegXl, SaveJpegXl},
@@ -215,17 +198,6 @@ int GenerateRows(VipsRegion* out, void*, void* a, void*, gboolean*) {
   return 0;
 }
 
-// The IPTC block is of another form in TIFF than elsewhere.
-void CarryIptc(const FormatTraits& format, const PictureFile& input, VipsImage* image) {
-  if (format.format != FileFormat::kJpeg || !input.tiff()) return;
-  vips_image_remove(image, VIPS_META_IPTC_NAME);
-  for (const TiffTag& tag : input.tiff()->Descriptive(0).main) {
-    if (tag.tag != kTiffIptc) continue;
-    const std::vector<uint8_t> segment = IptcSegmentData(tag.bytes);
-    vips_image_set_blob_copy(image, VIPS_META_IPTC_NAME, segment.data(), segment.size());
-  }
-}
-
 // True where the output's format cannot tell how the picture is to be turned.
 bool IsTurnedUpright(const FormatTraits& format, const PictureFile& input) {
   return input.orientation() != 1 && !format.keepsOrientation && format.format != input.format().format;
@@ -259,8 +231,7 @@ Arranged Arrange(const FormatTraits& format, const PictureFile& input, const Row
   return arranged;
 }
 
-GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& input, const Arranged& arranged,
-                              RowSource* source) {
+GPointer<VipsImage> MakeImage(const PictureFile& input, const Arranged& arranged, RowSource* source) {
   const PageKind& kind = arranged.kind;
   const Resolution resolution = arranged.resolution.value_or(Resolution{25.4, 25.4});  // never written
   GPointer<VipsImage> image(vips_image_new());
@@ -268,7 +239,6 @@ GPointer<VipsImage> MakeImage(const FormatTraits& format, const PictureFile& inp
                          kind.bits == 16 ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
                          InterpretationOf(kind), resolution.horizontal / 25.4, resolution.vertical / 25.4);
   vips_image_map(input.metadata(), CarryField, image.get());
-  CarryIptc(format, input, image.get());
   if (arranged.orientation == 1 && input.orientation() != 1) {
     vips_image_remove(image.get(), VIPS_META_ORIENTATION);
   }
@@ -369,23 +339,35 @@ std::vector<uint8_t> ExifFor(const PictureFile& input, int orientation) {
 }
 
 // A PNG or JPEG file gets the metadata of an input of its own format as it stands there. From another format
-// a PNG file gets profile, EXIF, XMP and resolution, a JPEG file EXIF and resolution; there the rest is well
-// with the library.
+// a PNG file gets profile, EXIF, XMP and resolution, a JPEG file IPTC as well.
 std::vector<uint8_t> PngChunksFor(const PictureFile& input, const Arranged& arranged) {
   if (input.format().format == FileFormat::kPng) return PngChunksToCarry(input.descriptor());
   return PngChunksOf(arranged.resolution, ExifFor(input, arranged.orientation), ProfileFor(input),
                      BlobOf(input.metadata(), VIPS_META_XMP_NAME));
 }
 
-std::unique_ptr<MetadataFilter> JpegFilterFor(const PictureFile& input, const Arranged& arranged,
-                                              MetadataFilter::Write write) {
-  using Drops = MetadataFilter::Drops;
-  const bool isSame = input.format().format == FileFormat::kJpeg;
-  return MetadataFilter::ForJpeg(
-      isSame ? JpegSegmentsToCarry(input.descriptor())
-             : JpegSegmentsOf(arranged.resolution, ExifFor(input, arranged.orientation),
-                              BlobOf(input.metadata(), VIPS_META_XMP_NAME)),
-      isSame ? Drops::kAll : Drops::kExifAndSizes, std::move(write));
+// The bare records.
+std::vector<uint8_t> IptcOf(const PictureFile& input) {
+  if (input.tiff()) {
+    const std::vector<TiffTag> tags = input.tiff()->Tags(0, std::array<uint16_t, 1>{kTiffIptc});
+    return tags.empty() ? std::vector<uint8_t>() : tags[0].bytes;
+  }
+  const std::vector<uint8_t> iptc = BlobOf(input.metadata(), VIPS_META_IPTC_NAME);
+  return BareIptcRecords(iptc.data(), iptc.size());
+}
+
+void WriteAsJpeg(const PictureFile& input, const Arranged& arranged, const WritingWishes& wishes,
+                 OutputFile* output) {
+  JpegForm form = {nullptr, wishes.storage.quality};
+  if (input.jpeg()) {
+    form.like = &*input.jpeg();
+    return WriteJpeg(arranged.kind, form, input.jpeg()->segments, {}, arranged.fillRow, output);
+  }
+  const std::vector<JpegSegment> segments =
+      JpegSegmentsOf(arranged.resolution, ExifFor(input, arranged.orientation),
+                     BlobOf(input.metadata(), VIPS_META_XMP_NAME), IptcOf(input));
+  WriteJpeg(arranged.kind, form, segments, BlobOf(input.metadata(), VIPS_META_ICC_NAME), arranged.fillRow,
+            output);
 }
 
 // What a page of a TIFF file says of itself beside its samples.
@@ -438,8 +420,7 @@ TiffPageEdit EditForTiff(const PictureFile& input) {
   if (const auto structure = TiffStructure::Read(ByteSource(exif.data(), exif.size()))) {
     edit.added = structure->Descriptive(0);
   }
-  const std::vector<uint8_t> iptc = BlobOf(input.metadata(), VIPS_META_IPTC_NAME);
-  const std::vector<uint8_t> records = BareIptcRecords(iptc.data(), iptc.size());
+  const std::vector<uint8_t> records = IptcOf(input);
   constexpr uint16_t kUndefined = 7;
   std::vector<TiffTag>& tags = edit.added.main;
   if (!records.empty()) tags.push_back({kTiffIptc, kUndefined, records.size(), records});
@@ -557,18 +538,14 @@ void WritePicture(const FormatTraits& format, const PictureFile& input, const Ro
     return WritePng(kind, PngChunksFor(input, arranged), static_cast<PngEffort>(effort), wishes.threads,
                     arranged.fillRow, output);
   }
+  if (format.format == FileFormat::kJpeg) return WriteAsJpeg(input, arranged, wishes, output);
   TakeLibraryError();
   const StderrSilenced silenced;
   RowSource source = {arranged.fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width),
                       nullptr};
-  const GPointer<VipsImage> image = MakeImage(format, input, arranged, &source);
+  const GPointer<VipsImage> image = MakeImage(input, arranged, &source);
   // Told of a failed write, the JPEG 2000 library tries again without end.
   PictureTarget target(output, format.format == FileFormat::kJpeg2000);
-  if (format.format == FileFormat::kJpeg) {
-    target.SetFilter(JpegFilterFor(input, arranged, [&target](const uint8_t* bytes, size_t count) {
-      return target.Write(bytes, count);
-    }));
-  }
   // The length of a WebP file stands at its beginning, and the library has it in memory anyway.
   const bool isWebp = format.format == FileFormat::kWebp;
   if (isWebp) target.Gather();
@@ -607,13 +584,6 @@ std::string Listed(const std::vector<std::string>& names) {
   return text;
 }
 
-std::string SamplingName(const JpegCompression& compression) {
-  const auto [across, down] = std::pair(compression.chromaAcross, compression.chromaDown);
-  if (down == 1 && (across == 2 || across == 4)) return across == 2 ? "4:2:2" : "4:1:1";
-  if (across == 1 && down == 2) return "4:4:0";
-  return std::to_string(across) + " by " + std::to_string(down);
-}
-
 }  // namespace
 
 std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const PictureFile& input) {
@@ -644,15 +614,6 @@ std::vector<std::string> WhatIsNotKept(const FormatTraits& format, const Picture
     sentences.push_back(
         "the smaller pictures inside its pages (SubIFDs) are left out: they would show the pattern");
     break;
-  }
-  if (format.format == FileFormat::kJpeg && input.format().format == FileFormat::kJpeg) {
-    const auto compression = input.jpegCompression();
-    const bool isCommon = !compression || compression->chromaAcross * compression->chromaDown == 1 ||
-                          (compression->chromaAcross == 2 && compression->chromaDown == 2);
-    if (!isCommon) {
-      sentences.push_back("its chroma sampling, " + SamplingName(*compression) + ", becomes " +
-                          (HalvesChroma(*compression) ? "4:2:0" : "4:4:4"));
-    }
   }
   return sentences;
 }

@@ -1,9 +1,12 @@
 // What describes a picture goes along with it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <unistd.h>
+// needs what stands above
+#include <jpeglib.h>
 
-#include "cli/jpeg_tables.h"
+#include "cli/jpeg_file.h"
 #include "cli/tiff_tags.h"
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
@@ -162,19 +165,74 @@ TEST_F(Metadata, JpegSegmentsGoAlongByteForByte) {
   EXPECT_EQ(Blob(before, VIPS_META_EXIF_NAME), Blob(after, VIPS_META_EXIF_NAME));
 }
 
-TEST_F(Metadata, JpegKeepsItsQualityAndChroma) {
-  for (const char* options : {"[Q=96,subsample-mode=off]", "[Q=98,subsample-mode=on,interlace]"}) {
-    Save(DrawScreen(3, 0, 8), folder / "in.jpg", options);
-    Clean("in.jpg", "out.jpg");
-    const auto facts = [&](const char* name) {
-      const int file = open((folder / name).c_str(), O_RDONLY);
-      const auto compression = ReadJpegCompression(file).value();
-      close(file);
-      return std::tuple(compression.quality, compression.chromaAcross, compression.chromaDown,
-                        compression.isProgressive);
-    };
-    EXPECT_EQ(facts("in.jpg"), facts("out.jpg")) << options;
-    std::filesystem::remove(folder / "out.jpg");
+JpegHeader HeaderOf(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY);
+  const auto header = ReadJpegHeader(file);
+  close(file);
+  return header.value();
+}
+
+// Inks also from files of the other forms that there are: YCCK, and inks that no marker calls inverted.
+TEST_F(Metadata, JpegKeepsTablesSamplingAndColoursAndInksTheirValues) {
+  using std::operator""s;
+  VipsBlob* blob = nullptr;
+  ASSERT_EQ(0, vips_profile_load("cmyk", &blob, nullptr));
+  size_t size = 0;
+  const auto* const bytes = static_cast<const uint8_t*>(vips_blob_get(blob, &size));
+  const std::vector<uint8_t> profile(bytes, bytes + size);
+  vips_area_unref(VIPS_AREA(blob));
+  struct Form {
+    int colourSpace, across, down;
+    bool isProgressive, isMarked;
+  };
+  for (const Form& form : {Form{JCS_YCbCr, 2, 1, true, true}, Form{JCS_RGB, 1, 1, false, true},
+                           Form{JCS_YCCK, 2, 2, false, true}, Form{JCS_CMYK, 1, 2, false, true},
+                           Form{JCS_CMYK, 1, 1, true, false}}) {
+    SCOPED_TRACE(testing::Message() << form.colourSpace << form.isMarked);
+    const bool hasInks = form.colourSpace == JCS_CMYK || form.colourSpace == JCS_YCCK;
+    Picture drawn = DrawScreen(3, hasInks, 8);
+    PageKind kind = {drawn.width, drawn.height, hasInks ? ColourModel::kCmyk : ColourModel::kRgb};
+    JpegHeader like;
+    like.colourSpace = form.colourSpace;
+    like.isProgressive = form.isProgressive;
+    like.components = {{form.across, form.down, 0}, {1, 1, 1}, {1, 1, 1}};
+    if (hasInks) like.components.push_back({form.across, form.down, 0});
+    like.tables[0].assign(64, 2);
+    like.tables[1].assign(64, 3);  // those of no quality
+    OutputFile file(folder / "in.jpg", true, {});
+    WriteJpeg(
+        kind, {&like, {}}, {}, profile,
+        [&](int32_t y, void* row) {
+          std::copy_n(drawn.samples.begin() + y * drawn.width * drawn.channels, drawn.width * drawn.channels,
+                      static_cast<uint8_t*>(row));
+        },
+        &file);
+    file.Commit();
+    if (!form.isMarked) {
+      std::string whole = ReadWholeFile(folder / "in.jpg");
+      WriteWholeFile(folder / "in.jpg", whole.erase(whole.find("\xFF\xEE\0\x0E"s), 16));
+      for (uint16_t& ink : drawn.samples) ink = 255 - ink;
+    }
+    ASSERT_EQ(0, RunProgram({"-f", "-a", "99", folder / "in.jpg", folder / "out.jpg"}).status);
+    const JpegHeader before = HeaderOf(folder / "in.jpg"), after = HeaderOf(folder / "out.jpg");
+    EXPECT_EQ(std::tuple(form.colourSpace, form.isProgressive),
+              std::tuple(after.colourSpace, after.isProgressive));
+    EXPECT_EQ(like.components, after.components);
+    EXPECT_EQ(before.tables, after.tables);
+    if (!hasInks) continue;
+    for (const auto& [from, to] : {std::pair("in.jpg", "of.tif"), std::pair("of.tif", "back.jpg")}) {
+      ASSERT_EQ(0, RunProgram({"-f", "-a", "0", folder / from, folder / to}).status);
+      EXPECT_EQ(std::string(profile.begin(), profile.end()), Blob(Open(folder / to), VIPS_META_ICC_NAME))
+          << to;
+      const Picture read = Load(folder / to);
+      for (int ink = 0; ink < 4; ++ink) {
+        double sum = 0;
+        for (size_t i = static_cast<size_t>(ink); i < drawn.samples.size(); i += 4)
+          sum += std::abs(read.samples[i] - drawn.samples[i]);
+        EXPECT_LT(4 * sum / static_cast<double>(drawn.samples.size()), form.across * form.down > 1 ? 14 : 2)
+            << to << ink;
+      }
+    }
   }
 }
 
