@@ -81,6 +81,17 @@ void Workspace::Release() {
   transform_ = {};
   magnitudes_ = {};
   filter_ = {};
+  kept_.reset();
+  keptBytes_ = 0;
+}
+
+void* Workspace::KeptMemory(size_t bytes) {
+  if (!kept_ || bytes > keptBytes_) {
+    kept_.reset();
+    kept_ = AllocateBlock<uint8_t>(bytes);
+    keptBytes_ = kept_ ? bytes : 0;
+  }
+  return kept_.get();
 }
 
 ConstantRows Workspace::LoadPlane(const PictureView& picture, int32_t channel, double remainder,

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "image/image_view.h"
@@ -60,6 +61,14 @@ class Workspace {
 
   Parallel& parallel() const { return parallel_; }
 
+  // The plane that the next step will load, for whoever needs memory until then.
+  std::span<float> idlePlane() const {
+    return {samples_.get(), static_cast<size_t>(size_) * static_cast<size_t>(size_)};
+  }
+  // Memory for what is made of the filtered rows, as it was left; null where there is not so much. Kept, as
+  // all of this is, until Release.
+  void* KeptMemory(size_t bytes);
+
  private:
   friend int32_t AddSpectrum(const PictureView&, Workspace&, const Progress&, struct Analysis*, DecisionKind);
   friend int32_t Filter(const PictureView&, const struct Mask&, Workspace&, const struct ApplyOptions&,
@@ -78,6 +87,8 @@ class Workspace {
   NotchFilter filter_;
   OwnedBlock<double> scratch_;  // 2 N
   OwnedBlock<double> rowSums_;  // N
+  OwnedBlock<uint8_t> kept_;
+  size_t keptBytes_ = 0;
 };
 
 struct Analysis {

@@ -12,6 +12,8 @@ namespace tessaline {
 namespace {
 
 constexpr int32_t kBandsAtOnce = 16;  // blocks' rows of a task, which share the rows between them
+// Of so many rows of blocks so many tell in which channel a carrier is strongest.
+constexpr int32_t kBandsToChoose = 24, kBandsChosen = 2;
 
 UnitRootValue RootOf(int32_t circle, int64_t place) {
   return UnitRoot(circle, place & (circle - 1));
@@ -91,33 +93,37 @@ Demodulation::AlongAxis::AlongAxis(int32_t cells, int32_t window, int32_t side, 
   }
 }
 
-bool Demodulation::Prepare(int32_t width, int32_t height, int32_t hop, const std::vector<Carrier>& carriers,
-                           int32_t threads) {
+bool Demodulation::Prepare(int32_t width, int32_t height, int32_t channels, int32_t hop,
+                           const std::vector<Carrier>& carriers, int32_t threads, PlaneMemory* lent) {
   window_ = hop == kReductionWindows[1].hop;
   hop_ = hop;
+  width_ = width;
+  height_ = height;
   windowSide_ = kReductionWindows[window_].side();
-  columns_ = (width + hop - 1) / hop;
-  rows_ = (height + hop - 1) / hop;
+  columns_ = ReducedSide(width, hop);
+  rows_ = ReducedSide(height, hop);
   chunks_ = (columns_ + kDemodulated - 1) / kDemodulated;
-  phaseFloats_ = ptrdiff_t{chunks_} * kDemodulated + kDemodulatedReach - kDemodulated;
-  threadFloats_ = (windowSide_ + 1) * hop * phaseFloats_;
-  memory_ = AllocateBlock<float>(static_cast<size_t>(threadFloats_ * threads));
+  windowFloats_ = static_cast<size_t>(windowSide_ * hop * kDemodulatedReach);
+  threadFloats_ = static_cast<size_t>(channels) * (windowFloats_ + hop * kDemodulatedReach);
+  memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
   if (!memory_) return false;
-  std::vector<Carrier> places = carriers;
-  places.push_back({0, 0});
-  for (const Carrier& place : places) {
+  const int32_t planeColumns = chunks_ * kDemodulated;
+  for (const Carrier& place : carriers) {
     CarrierWindow& window = windows_.emplace_back();
     FillWindow(place.dx, window_, window.cosineX, window.sineX);
     FillWindow(place.dy, window_, window.cosineY, window.sineY);
     tables_.push_back({Wave(place.dx, hop, columns_), Wave(place.dy, hop, rows_),
                        AlongAxis(place.dx, window_, width, columns_),
                        AlongAxis(place.dy, window_, height, rows_)});
-    if (!real_.emplace_back().Create(chunks_ * kDemodulated, rows_) ||
-        !imaginary_.emplace_back().Create(chunks_ * kDemodulated, rows_)) {
+    if (!real_.emplace_back().CreateIn(lent, planeColumns, rows_) ||
+        !imaginary_.emplace_back().CreateIn(lent, planeColumns, rows_)) {
       return false;
     }
   }
-  return true;
+  for (int32_t c = 0; c < channels; ++c) {
+    if (!slow_[c].CreateIn(lent, planeColumns, rows_)) return false;
+  }
+  return scratch_.CreateIn(lent, planeColumns, rows_);
 }
 
 double Demodulation::windowVariance() const {
@@ -130,60 +136,144 @@ double Demodulation::WindowGain(const Carrier& distance) const {
   return GainAlong(window_, distance.dx) * GainAlong(window_, distance.dy);
 }
 
-// A row by phases: sample hop i + p from the begin of the first window on is value i of phase p. All zeros
-// beyond the picture.
-void Demodulation::LoadRow(const PictureView& picture, int32_t channel, int32_t y, float* levels,
-                           float* phases) const {
-  if (y < 0 || y >= picture.height) {
-    std::fill_n(phases, hop_ * phaseFloats_, 0.0f);
-    return;
-  }
-  LoadPart(picture, {channel, y, 0, picture.width}, levels + (windowSide_ - hop_) / 2);
-  const auto distribute = [&](auto hop) {
-    for (ptrdiff_t i = 0; i < phaseFloats_; ++i) {
-      for (int32_t p = 0; p < hop; ++p) phases[p * phaseFloats_ + i] = levels[hop * i + p];
+void Demodulation::Distribute(const CarrierChannels& channels) {
+  looked_.clear();
+  for (int32_t c = 0; c < kMostChannels; ++c) {
+    ChannelCarriers looked{c, {}, {}};
+    for (size_t k = 0; k < channels.size(); ++k) {
+      if (channels[k] != c) continue;
+      looked.carriers.push_back(static_cast<int32_t>(k));
+      looked.windows.push_back(windows_[k]);
     }
-  };
-  if (hop_ == 4) {
-    distribute(std::integral_constant<int32_t, 4>{});
-  } else {
-    distribute(std::integral_constant<int32_t, 8>{});
+    if (!looked.carriers.empty()) looked_.push_back(std::move(looked));
   }
 }
 
-// Rows first .. last - 1 of the planes, without the phases of their places. `memory`: a thread's.
-void Demodulation::MeasureBands(const PictureView& picture, int32_t channel, int32_t first, int32_t last,
-                                float* memory) {
+// A row of the channels looked at, from the first window of a chunk on; all zeros beyond the picture. Its
+// place in the memory of each: a row of levels after the windows.
+void Demodulation::LoadRow(const PictureView& picture, int32_t y, int32_t firstColumn, float* memory) const {
+  const int32_t count = hop_ * kDemodulatedReach;
+  const int32_t begin = hop_ * firstColumn - (windowSide_ - hop_) / 2;  // pixels
+  const int32_t first = std::max(begin, 0), end = std::min(begin + count, width_);
+  LevelRows levels = {};
+  for (size_t i = 0; i < looked_.size(); ++i) {
+    float* const row = Window(memory, looked_.size()) + i * static_cast<size_t>(count);
+    std::fill(row, row + (first - begin), 0.0f);
+    std::fill(row + (end - begin), row + count, 0.0f);
+    levels[looked_[i].channel] = row + (first - begin);
+  }
+  if (looked_.size() == 1) {
+    const int32_t channel = looked_[0].channel;
+    LoadPart(picture, {channel, y, first, end - first}, levels[channel]);
+    return;
+  }
+  float unwanted[CarrierWindow::kMost * kDemodulatedReach];
+  for (float*& row : levels) row = row != nullptr ? row : unwanted;
+  LoadChannels(picture, {y, first, end - first}, levels);
+}
+
+// A part of the planes, without the phases of their places, and of the sums of the slow changes' blocks.
+// `memory`: a thread's.
+void Demodulation::MeasurePart(const PictureView& picture, const Part& part, float* memory) {
   const RowKernels& kernels = ActiveRowKernels();
-  const auto carriers = static_cast<int32_t>(windows_.size());
-  float* const levels = memory + windowSide_ * hop_ * phaseFloats_;
-  const auto slot = [&](int32_t place) { return memory + (place % windowSide_) * hop_ * phaseFloats_; };
-  int32_t loaded = hop_ * first;  // places count from the first window's begin
-  for (int32_t band = first; band < last; ++band) {
-    for (; loaded < hop_ * band + windowSide_; ++loaded) {
-      LoadRow(picture, channel, loaded - (windowSide_ - hop_) / 2, levels, slot(loaded));
+  const int32_t margin = (windowSide_ - hop_) / 2, phases = hop_ * kDemodulatedReach;
+  const auto slot = [&](size_t i, int32_t place) {
+    return Window(memory, i) + (place % windowSide_) * phases;
+  };
+  for (const ChannelCarriers& looked : looked_) {
+    for (int32_t band = part.firstRow; band < part.endRow; ++band) {
+      std::fill_n(slow_[looked.channel].Row(band) + part.firstColumn, kDemodulated, 0.0f);
     }
-    for (int32_t chunk = 0; chunk < chunks_; ++chunk) {
-      const int32_t begin = chunk * kDemodulated;
-      std::array<const float*, 2 * CarrierWindow::kMost> rows;
-      for (int32_t i = 0; i < windowSide_; ++i) rows[i] = slot(hop_ * band + i) + begin;
-      std::array<float*, kMostCarriers + 1> real, imaginary;
-      for (int32_t k = 0; k < carriers; ++k) {
-        real[k] = real_[k].Row(band) + begin;
-        imaginary[k] = imaginary_[k].Row(band) + begin;
+  }
+  int32_t loaded = hop_ * part.firstRow;  // places count from the first window's begin
+  for (int32_t band = part.firstRow; band < part.endRow; ++band) {
+    for (; loaded < hop_ * band + windowSide_; ++loaded) {
+      const int32_t y = loaded - margin;
+      const bool isInside = y >= 0 && y < height_;
+      if (isInside) LoadRow(picture, y, part.firstColumn, memory);
+      for (size_t i = 0; i < looked_.size(); ++i) {
+        if (!isInside) {
+          std::fill_n(slot(i, loaded), phases, 0.0f);
+          continue;
+        }
+        const float* const levels = Window(memory, looked_.size()) + i * static_cast<size_t>(phases);
+        kernels.distribute[window_](levels, slot(i, loaded));
+        const int32_t row = y / hop_;
+        if (row >= part.firstRow && row < part.endRow) {
+          kernels.addBlocks[window_](levels + margin, slow_[looked_[i].channel].Row(row) + part.firstColumn);
+        }
       }
-      kernels.demodulate[window_](rows.data(), phaseFloats_, windows_.data(), carriers, real.data(),
+    }
+    for (size_t i = 0; i < looked_.size(); ++i) {
+      const ChannelCarriers& looked = looked_[i];
+      std::array<const float*, 2 * CarrierWindow::kMost> rows;
+      for (int32_t r = 0; r < windowSide_; ++r) rows[r] = slot(i, hop_ * band + r);
+      std::array<float*, kMostCarriers> real, imaginary;
+      for (size_t k = 0; k < looked.carriers.size(); ++k) {
+        real[k] = real_[looked.carriers[k]].Row(band) + part.firstColumn;
+        imaginary[k] = imaginary_[looked.carriers[k]].Row(band) + part.firstColumn;
+      }
+      kernels.demodulate[window_](rows.data(), looked.windows.data(),
+                                  static_cast<int32_t>(looked.carriers.size()), real.data(),
                                   imaginary.data());
     }
   }
 }
 
+CarrierChannels Demodulation::StrongestChannels(const PictureView& picture, Parallel& parallel) {
+  CarrierChannels strongest(windows_.size(), 0);
+  std::vector<double> greatest(windows_.size(), 0.0);
+  const int32_t groups = (rows_ + kBandsToChoose - 1) / kBandsToChoose;
+  const auto part = [&](int32_t index) {
+    const int32_t first = std::min(index / chunks_ * kBandsToChoose + kBandsToChoose / 2, rows_ - 1);
+    return Part{first, std::min(first + kBandsChosen, rows_), index % chunks_ * kDemodulated};
+  };
+  for (int32_t channel = 0; channel < picture.channels; ++channel) {
+    Distribute(CarrierChannels(windows_.size(), channel));
+    ForEachTask(
+        parallel, groups * chunks_,
+        [&](int32_t index, int32_t worker) {
+          MeasurePart(picture, part(index), memory_.get() + static_cast<size_t>(worker) * threadFloats_);
+        },
+        [](int32_t) { return false; });
+    for (size_t k = 0; k < windows_.size(); ++k) {
+      double power = 0.0;
+      for (int32_t group = 0; group < groups; ++group) {
+        const Part bands = part(group * chunks_);
+        for (int32_t y = bands.firstRow; y < bands.endRow; ++y) {
+          power += ActiveRowKernels().sumSquares(columns_, real_[k].Row(y)) +
+                   ActiveRowKernels().sumSquares(columns_, imaginary_[k].Row(y));
+        }
+      }
+      if (power > greatest[k]) {
+        greatest[k] = power;
+        strongest[k] = channel;
+      }
+    }
+  }
+  return strongest;
+}
+
+// Means of the sums, smooth.
+void Demodulation::SmoothSlow(int32_t channel, double sigma, Parallel& parallel) {
+  Plane& slow = slow_[channel];
+  RowsInParallel(parallel, rows_, [&](int32_t y, int32_t) {
+    float* const row = slow.Row(y);
+    const int32_t rows = std::min(hop_, height_ - hop_ * y);
+    const float share = 1.0f / static_cast<float>(rows * hop_);
+    for (int32_t x = 0; x < columns_; ++x) row[x] *= share;
+    const int32_t inLast = width_ - hop_ * (columns_ - 1);
+    row[columns_ - 1] *= static_cast<float>(hop_) / static_cast<float>(inLast);
+  });
+  Blur(GaussianOfRest(sigma, VarianceOfBlocks(hop_), hop_), parallel, columns_, &slow, &scratch_);
+}
+
 // Takes the channel's slow changes out of a carrier's row, and gives it the phases of its places.
-void Demodulation::SettleRow(int32_t carrier, int32_t y) {
+void Demodulation::SettleRow(int32_t carrier, int32_t channel, int32_t y) {
   const CarrierTables& tables = tables_[carrier];
   const float constantReal = tables.y.real[y], constantImaginary = tables.y.imaginary[y],
               share = tables.y.share[y], cosine = tables.waveY.cosine[y], sine = tables.waveY.sine[y];
-  const float* const slow = real_.back().Row(y);
+  const float* const slow = slow_[channel].Row(y);
   float* const real = real_[carrier].Row(y);
   float* const imaginary = imaginary_[carrier].Row(y);
   for (int32_t x = 0; x < columns_; ++x) {
@@ -197,26 +287,25 @@ void Demodulation::SettleRow(int32_t carrier, int32_t y) {
                           real, imaginary);
 }
 
-bool Demodulation::Measure(const PictureView& picture, int32_t channel, double sigma, Parallel& parallel,
-                           const Progress& progress) {
-  const int32_t tasks = (rows_ + kBandsAtOnce - 1) / kBandsAtOnce;
+bool Demodulation::Measure(const PictureView& picture, const CarrierChannels& channels, double sigma,
+                           Parallel& parallel, const Progress& progress) {
+  Distribute(channels);
+  const int32_t tasks = (rows_ + kBandsAtOnce - 1) / kBandsAtOnce * chunks_;
   const bool isStopped = ForEachTask(
       parallel, tasks,
       [&](int32_t task, int32_t worker) {
-        MeasureBands(picture, channel, task * kBandsAtOnce, std::min((task + 1) * kBandsAtOnce, rows_),
-                     memory_.get() + worker * threadFloats_);
+        const int32_t first = task / chunks_ * kBandsAtOnce;
+        MeasurePart(picture, {first, std::min(first + kBandsAtOnce, rows_), task % chunks_ * kDemodulated},
+                    memory_.get() + static_cast<size_t>(worker) * threadFloats_);
       },
       [&](int32_t finished) { return progress.Advance(finished, tasks); });
   if (isStopped) return true;
-  Plane& slow = real_.back();
-  const AlongAxis &x = tables_.back().x, &y = tables_.back().y;
-  for (int32_t row = 0; row < rows_; ++row) {
-    for (int32_t i = 0; i < columns_; ++i) slow.Row(row)[i] *= x.share[i] * y.share[row];
+  for (const ChannelCarriers& looked : looked_) {
+    SmoothSlow(looked.channel, sigma, parallel);
+    RowsInParallel(parallel, rows_, [&](int32_t row, int32_t) {
+      for (const int32_t carrier : looked.carriers) SettleRow(carrier, looked.channel, row);
+    });
   }
-  Blur(GaussianOfRest(sigma, windowVariance(), hop_), parallel, columns_, &slow, &imaginary_.back());
-  RowsInParallel(parallel, rows_, [&](int32_t row, int32_t) {
-    for (int32_t k = 0; k + 1 < static_cast<int32_t>(windows_.size()); ++k) SettleRow(k, row);
-  });
   return false;
 }
 

@@ -13,6 +13,7 @@
 #include "removal/picture.h"
 #include "restoration/plane.h"
 #include "restoration/row_kernels.h"
+#include "restoration/sample_rows.h"
 
 namespace tessaline {
 
@@ -30,14 +31,21 @@ struct Wave {
   Wave(double cells, int32_t hop, int32_t count);
 };
 
+// By carrier, which of a picture's channels it is looked for in.
+using CarrierChannels = std::vector<int32_t>;
+
 class Demodulation {
  public:
-  // For pictures of that size; hop is 4 or 8. False: no memory. May throw std::bad_alloc.
-  bool Prepare(int32_t width, int32_t height, int32_t hop, const std::vector<Carrier>& carriers,
-               int32_t threads);
+  // For pictures of that size with so many channels; hop is 4 or 8. Planes are made in `lent` as far as it
+  // goes. False: no memory. May throw std::bad_alloc.
+  bool Prepare(int32_t width, int32_t height, int32_t channels, int32_t hop,
+               const std::vector<Carrier>& carriers, int32_t threads, PlaneMemory* lent);
+
+  // The channel that each carrier is strongest in, by some of the picture's rows. To be asked before Measure.
+  CarrierChannels StrongestChannels(const PictureView& picture, Parallel& parallel);
 
   // `sigma`, in pixels: of the Gaussian that tells a channel's slow changes. True: stopped.
-  bool Measure(const PictureView& picture, int32_t channel, double sigma, Parallel& parallel,
+  bool Measure(const PictureView& picture, const CarrierChannels& channels, double sigma, Parallel& parallel,
                const Progress& progress);
 
   int32_t columns() const { return columns_; }
@@ -60,17 +68,34 @@ class Demodulation {
     AlongAxis x, y;
   };
 
-  void LoadRow(const PictureView& picture, int32_t channel, int32_t y, float* levels, float* phases) const;
-  void MeasureBands(const PictureView& picture, int32_t channel, int32_t first, int32_t last, float* memory);
-  void SettleRow(int32_t carrier, int32_t y);
+  // Some rows of blocks, and a chunk of their columns.
+  struct Part {
+    int32_t firstRow, endRow, firstColumn;
+  };
+  // The carriers that are looked for in a channel.
+  struct ChannelCarriers {
+    int32_t channel;
+    std::vector<int32_t> carriers;
+    std::vector<CarrierWindow> windows;
+  };
+
+  void Distribute(const CarrierChannels& channels);
+  void LoadRow(const PictureView& picture, int32_t y, int32_t firstColumn, float* memory) const;
+  void MeasurePart(const PictureView& picture, const Part& part, float* memory);
+  void SmoothSlow(int32_t channel, double sigma, Parallel& parallel);
+  void SettleRow(int32_t carrier, int32_t channel, int32_t y);
+  float* Window(float* memory, size_t index) const { return memory + index * windowFloats_; }
 
   int32_t window_ = 0;  // of kReductionWindows
   int32_t hop_ = 0, windowSide_ = 0, columns_ = 0, rows_ = 0, chunks_ = 0;
-  ptrdiff_t phaseFloats_ = 0, threadFloats_ = 0;
+  int32_t width_ = 0, height_ = 0;
+  size_t windowFloats_ = 0, threadFloats_ = 0;
+  std::vector<ChannelCarriers> looked_;
   std::vector<CarrierWindow> windows_;
   std::vector<CarrierTables> tables_;
-  std::vector<Plane> real_, imaginary_;  // after the carriers', the zero frequency's
-  OwnedBlock<float> memory_;             // of every thread
+  std::vector<Plane> real_, imaginary_;
+  Plane slow_[kMostChannels], scratch_;
+  OwnedBlock<float> memory_;  // of every thread
 };
 
 }  // namespace tessaline

@@ -181,23 +181,27 @@ void BlurAlong(const GaussianKernel& kernel, float* row, int32_t columns, float*
 
 }  // namespace
 
-bool Gate::Prepare(int32_t width, int32_t height, const GatePlan& plan, int32_t threads) {
+bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t threads, std::span<float> lent) {
+  const int32_t width = picture.width, height = picture.height;
+  PlaneMemory memory(lent);
   plan_ = plan;
   if (!open_.Create(ReducedSide(width, kReduction), ReducedSide(height, kReduction))) return false;
   if (plan.carriers.empty()) return true;
   const GateRule& rule = RuleOf(plan);
   reduction_ = int64_t{width} * height >= kLargePicture ? rule.reductionOfLarge : kReduction;
-  if (!demodulation_.Prepare(width, height, reduction_, plan.carriers, threads)) return false;
+  if (!demodulation_.Prepare(width, height, picture.channels, reduction_, plan.carriers, threads, &memory)) {
+    return false;
+  }
   for (const Carrier& carrier : plan.carriers) {
     if (rule.knowsUsual) beside_.emplace_back(StepBeside(carrier), demodulation_, rule, reduction_);
   }
   threadFloats_ = std::max(Scratch::kRows * Scratch::RowFloats(demodulation_.columns()),
                            2 * static_cast<size_t>(open_.width) * kReduction);
   memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
-  return memory_ && softened_.Create(open_.width, open_.height) &&
-         amplitude_.Create(open_.width, open_.height) &&
-         pattern_.Create(demodulation_.columns(), demodulation_.rows()) &&
-         usual_.Create(demodulation_.columns(), demodulation_.rows());
+  return memory_ && softened_.CreateIn(&memory, open_.width, open_.height) &&
+         amplitude_.CreateIn(&memory, open_.width, open_.height) &&
+         pattern_.CreateIn(&memory, demodulation_.columns(), demodulation_.rows()) &&
+         usual_.CreateIn(&memory, demodulation_.columns(), demodulation_.rows());
 }
 
 // Adds a channel's power at the carriers and beside them, where it is greater than the other channels'.
@@ -319,10 +323,21 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   return false;
 }
 
+// In a large picture each carrier is looked for where it is strongest; that is a channel's own ink as a rule.
 bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress) {
-  for (int32_t c = 0; c < picture.channels; ++c) {
-    const Progress part = progress.Part(double(c) / picture.channels, (c + 1.0) / picture.channels);
-    if (demodulation_.Measure(picture, c, RuleOf(plan_).sigma, parallel, part)) return true;
+  std::vector<CarrierChannels> looked;
+  if (reduction_ > kReduction && picture.channels > 1) {
+    looked.push_back(demodulation_.StrongestChannels(picture, parallel));
+  } else {
+    for (int32_t c = 0; c < picture.channels; ++c) looked.emplace_back(plan_.carriers.size(), c);
+  }
+  for (Plane* const plane : {&pattern_, &usual_}) {
+    std::fill_n(plane->Row(0), static_cast<size_t>(plane->width) * static_cast<size_t>(plane->height), 0.0f);
+  }
+  for (size_t i = 0; i < looked.size(); ++i) {
+    const auto count = static_cast<double>(looked.size()), done = static_cast<double>(i);
+    const Progress part = progress.Part(done / count, (done + 1.0) / count);
+    if (demodulation_.Measure(picture, looked[i], RuleOf(plan_).sigma, parallel, part)) return true;
     RowsInParallel(parallel, demodulation_.rows(), [&](int32_t y, int32_t worker) {
       Scratch scratch{memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
       AddRow(y, scratch);
@@ -345,7 +360,7 @@ float MeasureStrong(const TiledPicture& tiled, const Findings& findings) {
   for (size_t i = 0; i < tiled.tiles.size() && !plan.carriers.empty(); ++i) {
     Gate gate;
     const PictureView tile = TileOf(tiled, i);
-    if (!gate.Prepare(tile.width, tile.height, plan, 1)) throw std::bad_alloc();
+    if (!gate.Prepare(tile, plan, 1)) throw std::bad_alloc();
     gate.AddAmplitudes(tile, &amplitudes);
   }
   return amplitudes.empty() ? 0.0f : Percentile(kStrongShare, amplitudes.size(), amplitudes.data());

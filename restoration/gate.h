@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "platform/progress.h"
@@ -35,8 +36,9 @@ class Gate {
  public:
   static constexpr int32_t kReduction = 4;
 
-  // For pictures of that size. False: no memory. May throw std::bad_alloc.
-  bool Prepare(int32_t width, int32_t height, const GatePlan& plan, int32_t threads);
+  // For pictures of such a shape. What is needed while it is measured goes to `lent` as far as that is
+  // enough. False: no memory. May throw std::bad_alloc.
+  bool Prepare(const PictureView& picture, const GatePlan& plan, int32_t threads, std::span<float> lent = {});
 
   // Measures the picture; without carriers the gate is open throughout. Gives back all memory but the
   // result's. True: stopped.

@@ -8,7 +8,14 @@
 namespace tessaline {
 
 bool Plane::Create(int32_t wantedWidth, int32_t wantedHeight) {
-  samples = AllocateBlock<float>(static_cast<size_t>(wantedWidth) * static_cast<size_t>(wantedHeight));
+  return CreateIn(nullptr, wantedWidth, wantedHeight);
+}
+
+bool Plane::CreateIn(PlaneMemory* lent, int32_t wantedWidth, int32_t wantedHeight) {
+  const size_t count = static_cast<size_t>(wantedWidth) * static_cast<size_t>(wantedHeight);
+  float* const place = lent != nullptr ? lent->Take(count) : nullptr;
+  samples = {place != nullptr ? place : AllocateBlock<float>(count).release(),
+             PlaneDeleter{place != nullptr}};
   width = samples ? wantedWidth : 0;
   height = samples ? wantedHeight : 0;
   return samples != nullptr;

@@ -5,19 +5,48 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <memory>
+#include <span>
 
 #include "platform/memory.h"
 #include "platform/parallel.h"
 
 namespace tessaline {
 
+// Memory that somebody lends for planes, whatever is in it.
+class PlaneMemory {
+ public:
+  explicit PlaneMemory(std::span<float> lent) : left_(lent) {}
+  // Null where so much is not left.
+  float* Take(size_t count) {
+    constexpr size_t kLine = 16;  // floats, of the processor's memory
+    const size_t whole = (count + kLine - 1) / kLine * kLine;
+    if (whole > left_.size()) return nullptr;
+    float* const taken = left_.data();
+    left_ = left_.subspan(whole);
+    return taken;
+  }
+
+ private:
+  std::span<float> left_;
+};
+
+struct PlaneDeleter {
+  bool isLent = false;
+  void operator()(float* block) const {
+    if (!isLent) FreeLockedBlock(block);
+  }
+};
+
 struct Plane {
   int32_t width = 0;
   int32_t height = 0;
-  OwnedBlock<float> samples;
+  std::unique_ptr<float[], PlaneDeleter> samples;
 
   // All 0. False: no memory.
   bool Create(int32_t wantedWidth, int32_t wantedHeight);
+  // Of whatever values, in memory lent (may be null) as long as that is enough.
+  bool CreateIn(PlaneMemory* lent, int32_t wantedWidth, int32_t wantedHeight);
   float* Row(int32_t y) { return samples.get() + static_cast<size_t>(y) * static_cast<size_t>(width); }
   const float* Row(int32_t y) const { return const_cast<Plane*>(this)->Row(y); }
 };

@@ -46,9 +46,9 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   TakenChannels channels;
   const ToneCurve* const light = CurveOf(settings, findings);
   if (!workspace.Prepare(TransformSizeFor(from)) ||
-      !gate.Prepare(from.width, from.height, PlanFor(findings, settings), parallel.threads()) ||
+      !gate.Prepare(from, PlanFor(findings, settings), parallel.threads(), workspace.idlePlane()) ||
       !noise.Prepare(from, axes) || !polish.Prepare(axes, parallel.threads()) ||
-      !channels.Prepare(from, gate, light, noise) ||
+      !channels.Prepare(from, gate, light, noise, workspace) ||
       (drawnGate != nullptr && !drawnGate->Create(from.width, from.height, kGray8))) {
     return kOutOfMemory;
   }
@@ -92,7 +92,7 @@ int32_t MeasureGate(const PictureView& picture, const Findings& findings, Worksp
   try {
     Gate gate;
     std::vector<float> row = RowToDraw(picture);
-    if (!gate.Prepare(picture.width, picture.height, PlanFor(findings, settings), parallel.threads()) ||
+    if (!gate.Prepare(picture, PlanFor(findings, settings), parallel.threads(), workspace.idlePlane()) ||
         !drawn->Create(picture.width, picture.height, kGray8)) {
       return kOutOfMemory;
     }

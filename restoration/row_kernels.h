@@ -37,10 +37,14 @@ struct WindowRows {
 
 struct RowKernels {
   // By kReductionWindows: kDemodulated samples of `carriers` carriers, without the phase of the window's
-  // place. `rows`: those of the window, each of them `hop` phases `phaseFloats` apart; value i of phase p is
-  // sample hop * i + p from the first window's begin on.
-  void (*demodulate[2])(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWindow* windows,
-                        int32_t carriers, float* const* real, float* const* imaginary);
+  // place. `rows`: those of the window, by phases as below.
+  void (*demodulate[2])(const float* const* rows, const CarrierWindow* windows, int32_t carriers,
+                        float* const* real, float* const* imaginary);
+  // Likewise: a row of hop * kDemodulatedReach levels by phases, level hop * i + p to value i of phase p,
+  // which has kDemodulatedReach of them.
+  void (*distribute[2])(const float* levels, float* phases);
+  // Likewise: adds kDemodulated blocks' levels, hop of each.
+  void (*addBlocks[2])(const float* levels, float* sums);
   // Times cosine - i sine.
   void (*turn)(int32_t count, const float* cosine, const float* sine, const float* real,
                const float* imaginary, float* turnedReal, float* turnedImaginary);
@@ -48,6 +52,7 @@ struct RowKernels {
   void (*weigh)(int32_t terms, const float* const* rows, const float* weights, int32_t count, float* sums);
   // Adds 4 gain |z|^2.
   void (*addPower)(int32_t count, float gain, const float* real, const float* imaginary, float* power);
+  double (*sumSquares)(int32_t count, const float* values);
   // (C - i side S) (cosine - i side sine) of complex rows C and S.
   void (*turnBeside)(int32_t count, float side, const float* cosine, const float* sine,
                      const BesideRows& rows, float* real, float* imaginary);

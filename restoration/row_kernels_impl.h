@@ -58,8 +58,8 @@ inline void AddPair(const CarrierWindow& window, int t, const DemodulatedRow (&o
 }
 
 template <int kWindow>
-void Demodulate(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWindow* windows,
-                int32_t carriers, float* const* real, float* const* imaginary) {
+void Demodulate(const float* const* rows, const CarrierWindow* windows, int32_t carriers, float* const* real,
+                float* const* imaginary) {
   constexpr int kHop = kReductionWindows[kWindow].hop, kHalf = kReductionWindows[kWindow].side() / 2;
   for (int32_t k = 0; k < carriers; ++k) {
     for (int i = 0; i < kDemodulated; ++i) real[k][i] = imaginary[k][i] = 0.0f;
@@ -68,8 +68,8 @@ void Demodulate(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWi
   for (int phase = 0; phase < kHop / 2; ++phase) {
     const int opposite = kHop - 1 - phase;
     FoldedRows<kHalf> folded[2];
-    folded[0].Fold(rows, phase * phaseFloats);
-    folded[1].Fold(rows, opposite * phaseFloats);
+    folded[0].Fold(rows, phase * kDemodulatedReach);
+    folded[1].Fold(rows, opposite * kDemodulatedReach);
     for (int32_t k = 0; k < carriers; ++k) {
       DemodulatedRow sums[2][2];
       folded[0].Weigh(windows[k], sums[0]);
@@ -81,6 +81,20 @@ void Demodulate(const float* const* rows, ptrdiff_t phaseFloats, const CarrierWi
                 before / kHop, real[k], imaginary[k]);
       }
     }
+  }
+}
+
+template <int kHop>
+void Distribute(const float* levels, float* __restrict phases) {
+  for (int i = 0; i < kDemodulatedReach; ++i) {
+    for (int p = 0; p < kHop; ++p) phases[p * kDemodulatedReach + i] = levels[kHop * i + p];
+  }
+}
+
+template <int kHop>
+void AddBlocks(const float* levels, float* __restrict sums) {
+  for (int i = 0; i < kDemodulated; ++i) {
+    sums[i] += SumOf<kHop>([&](int p) { return levels[kHop * i + p]; });
   }
 }
 
@@ -113,6 +127,20 @@ void Weigh(int32_t terms, const float* const* rows, const float* weights, int32_
 void AddPower(int32_t count, float gain, const float* real, const float* imaginary, float* __restrict power) {
   const float factor = 4.0f * gain;
   for (int32_t i = 0; i < count; ++i) power[i] += factor * (real[i] * real[i] + imaginary[i] * imaginary[i]);
+}
+
+// Lanes in a fixed order: the same sum whatever the vectors.
+double SumSquares(int32_t count, const float* values) {
+  constexpr int kLanes = 16;
+  float sums[kLanes] = {};
+  int32_t x = 0;
+  for (; x + kLanes <= count; x += kLanes) {
+    for (int i = 0; i < kLanes; ++i) sums[i] += values[x + i] * values[x + i];
+  }
+  for (; x < count; ++x) sums[0] += values[x] * values[x];
+  double total = 0.0;
+  for (const float sum : sums) total += double{sum};
+  return total;
 }
 
 void TurnBeside(int32_t count, float side, const float* cosine, const float* sine, const BesideRows& rows,
@@ -343,9 +371,12 @@ void Change(int32_t count, const WindowRows& gainRows, const WindowRows& smoothR
 constexpr RowKernels MakeRowKernels() {
   return {
       {Demodulate<0>, Demodulate<1>},
+      {Distribute<kReductionWindows[0].hop>, Distribute<kReductionWindows[1].hop>},
+      {AddBlocks<kReductionWindows[0].hop>, AddBlocks<kReductionWindows[1].hop>},
       Turn,
       Weigh,
       AddPower,
+      SumSquares,
       TurnBeside,
       AddSteps,
       {Enlarge<4>, Enlarge<8>},

@@ -24,7 +24,7 @@ void TakeLightOut(const ToneCurve& light, const float* levels, const float* open
 }  // namespace
 
 bool TakenChannels::Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light,
-                            Noise& noise) {
+                            Noise& noise, Workspace& workspace) {
   picture_ = picture;
   gate_ = &gate;
   light_ = light;
@@ -32,12 +32,14 @@ bool TakenChannels::Prepare(const PictureView& picture, const Gate& gate, const 
   lastRows_.resize(static_cast<size_t>(picture.height));
   const size_t samples = static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height) *
                          static_cast<size_t>(picture.channels - 1);
-  if (picture.format == SampleFormat::kByte) {
-    codes_ = AllocateBlock<int16_t>(samples);
-    return codes_ != nullptr;
+  const bool isCoded = picture.format == SampleFormat::kByte;
+  void* const memory = workspace.KeptMemory(samples * (isCoded ? sizeof(int16_t) : sizeof(float)));
+  if (isCoded) {
+    codes_ = static_cast<int16_t*>(memory);
+  } else {
+    floats_ = static_cast<float*>(memory);
   }
-  floats_ = AllocateBlock<float>(samples);
-  return floats_ != nullptr;
+  return memory != nullptr;
 }
 
 size_t TakenChannels::PlaceOf(int32_t channel, int32_t y) const {
@@ -72,10 +74,10 @@ void TakenChannels::Take(int32_t channel, int32_t y, float* filtered) {
 }
 
 void TakenChannels::Keep(int32_t channel, int32_t y, const float* filtered) {
-  if (codes_) {
-    ActiveRowKernels().encode(picture_.width, filtered, codes_.get() + PlaceOf(channel, y));
+  if (codes_ != nullptr) {
+    ActiveRowKernels().encode(picture_.width, filtered, codes_ + PlaceOf(channel, y));
   } else {
-    ActiveRowKernels().everySecond(picture_.width, filtered, floats_.get() + PlaceOf(channel, y));
+    ActiveRowKernels().everySecond(picture_.width, filtered, floats_ + PlaceOf(channel, y));
   }
 }
 
@@ -87,10 +89,10 @@ void TakenChannels::TakeOutRow(const PixelPart& part, const LevelRows& levels, c
     if (IsLast(c)) {
       float* const row = lastRows_[static_cast<size_t>(part.y)] + 2 * part.first;
       kernels.takeOut[1](part.count, levels[c], open, row, taken[c]);
-    } else if (codes_) {
-      kernels.takeOutOfCodes(part.count, levels[c], open, codes_.get() + place, taken[c]);
+    } else if (codes_ != nullptr) {
+      kernels.takeOutOfCodes(part.count, levels[c], open, codes_ + place, taken[c]);
     } else {
-      kernels.takeOut[0](part.count, levels[c], open, floats_.get() + place, taken[c]);
+      kernels.takeOut[0](part.count, levels[c], open, floats_ + place, taken[c]);
     }
   }
 }
@@ -119,10 +121,10 @@ void TakenChannels::Load(const PixelPart& part, const LevelRows& levels) const {
     const size_t place = PlaceOf(c, part.y) + static_cast<size_t>(part.first);
     if (IsLast(c)) {
       kernels.everySecond(part.count, lastRows_[static_cast<size_t>(part.y)] + 2 * part.first, levels[c]);
-    } else if (codes_) {
-      kernels.decode(part.count, codes_.get() + place, levels[c]);
+    } else if (codes_ != nullptr) {
+      kernels.decode(part.count, codes_ + place, levels[c]);
     } else {
-      std::copy_n(floats_.get() + place, part.count, levels[c]);
+      std::copy_n(floats_ + place, part.count, levels[c]);
     }
   }
 }

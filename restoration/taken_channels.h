@@ -20,9 +20,10 @@ namespace tessaline {
 
 class TakenChannels final : public FilteredRows {
  public:
-  // False: no memory. May throw std::bad_alloc. `gate` is measured before the first row comes; with `light`
-  // the rows that come are linear light.
-  bool Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light, Noise& noise);
+  // In the workspace's memory. False: there is none. May throw std::bad_alloc. `gate` is measured before the
+  // first row comes; with `light` the rows that come are linear light.
+  bool Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light, Noise& noise,
+               Workspace& workspace);
 
   void Take(int32_t channel, int32_t y, float* levels) override;
 
@@ -42,8 +43,8 @@ class TakenChannels final : public FilteredRows {
   const Gate* gate_ = nullptr;
   const ToneCurve* light_ = nullptr;
   Noise* noise_ = nullptr;
-  OwnedBlock<int16_t> codes_;
-  OwnedBlock<float> floats_;
+  int16_t* codes_ = nullptr;  // either these or the others
+  float* floats_ = nullptr;
   std::vector<float*> lastRows_;  // of the last channel, samples two floats apart
 };
 
