@@ -1,0 +1,197 @@
+// The operation by the program gegl, and in a graph of GEGL's.
+#include <gegl-plugin.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Floats = std::vector<float>;
+std::string warning;  // the last one
+
+struct GeglRuns : ::testing::Environment {
+  void SetUp() override {
+    setenv("GEGL_PATH", TESSALINE_GEGL_PATH, 1);
+    const auto keep = [](const char*, GLogLevelFlags, const char* text, gpointer) { warning = text; };
+    g_log_set_default_handler(keep, nullptr);
+    gegl_init(nullptr, nullptr);
+  }
+};
+[[maybe_unused]] const auto* const kGegl = ::testing::AddGlobalTestEnvironment(new GeglRuns);
+
+constexpr char kColours[] = "R'G'B'A float";
+
+// A node's picture, computed in two parts.
+Floats Read(GeglNode* node, const char* format = kColours) {
+  const Babl* const babl = babl_format(format);
+  const GeglRectangle all = gegl_node_get_bounding_box(node);
+  const int stride = all.width * babl_format_get_bytes_per_pixel(babl);
+  Floats values(size_t(all.height) * stride / sizeof(float));
+  GeglRectangle part = {all.x, all.y, all.width, all.height / 2};
+  gegl_node_blit(node, 1.0, &part, babl, values.data(), stride, GEGL_BLIT_DEFAULT);
+  auto* const lower = reinterpret_cast<guchar*>(values.data()) + part.height * stride;
+  part = {all.x, all.y + part.height, all.width, all.height - part.height};
+  gegl_node_blit(node, 1.0, &part, babl, lower, stride, GEGL_BLIT_DEFAULT);
+  return values;
+}
+
+Floats Load(const std::string& path) {
+  GeglNode* const root = gegl_node_new();
+  GeglNode* const load = gegl_node_new_child(root, "operation", "gegl:load", "path", path.c_str(), nullptr);
+  const Floats values = Read(load);
+  g_object_unref(root);
+  return values;
+}
+
+// A picture of `format`, and the operation on it.
+struct Graph {
+  Graph(const Floats& values, const GeglRectangle& all, const char* format, const char* from = kColours)
+      : input(gegl_buffer_new(&all, babl_format(format))) {
+    gegl_buffer_set(input, &all, 0, babl_format(from), values.data(), GEGL_AUTO_ROWSTRIDE);
+    gegl_node_set(source, "buffer", input, nullptr);
+    gegl_node_link(source, operation);
+    const auto told = +[](GeglNode*, double part, double* first) { *first = std::min(*first, part); };
+    g_signal_connect(operation, "progress", G_CALLBACK(told), &begin);
+  }
+  ~Graph() {
+    g_object_unref(root);
+    g_object_unref(input);
+  }
+  // Afterwards `begin` is 1 where nothing was computed, and 0.5 or more where nothing was analysed.
+  Floats After(const char* format = kColours) {
+    begin = 1.0;
+    return Read(operation, format);
+  }
+
+  GeglNode* const root = gegl_node_new();
+  GeglNode* const source = gegl_node_new_child(root, "operation", "gegl:buffer-source", nullptr);
+  GeglNode* const operation = gegl_node_new_child(root, "operation", "tessaline:remove-pattern", nullptr);
+  GeglBuffer* const input;
+  double begin = 1.0;
+};
+
+// In levels of 255, of what shows.
+double Difference(const Floats& a, const Floats& b) {
+  double largest = a.size() == b.size() ? 0.0 : HUGE_VAL;
+  const auto level = [](float value) { return 255.0 * std::clamp(value, 0.0f, 1.0f); };
+  for (size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+    largest = std::fmax(largest, std::abs(level(a[i]) - level(b[i])));
+  }
+  return largest;
+}
+
+const std::string kNewsprint = TESSALINE_SAMPLES "newsprint.png", kRosette = TESSALINE_SAMPLES "rosette.png";
+constexpr GeglRectangle kArea = {-7, 11, 768, 548};
+
+// The newsprint with alpha that rises from left to right.
+Floats Newsprint() {
+  Floats values = Load(kNewsprint);
+  for (size_t i = 3; i < values.size(); i += 4) values[i] = 0.25f + 0.75f * float(i / 4 % 768) / 768;
+  return values;
+}
+
+TEST(RemovePattern, ByTheProgramGivesWhatOursGives) {
+  const std::string folder = ::testing::TempDir() + "tessaline-gegl-" + std::to_string(getpid());
+  const std::string ours = folder + "-ours.png", theirs = folder + "-theirs.png", deep = folder + "-deep.png",
+                    bright = folder + "-bright.exr";
+  const auto run = [](const std::string& command) {
+    ASSERT_EQ(std::system((command + " >/dev/null 2>&1").c_str()), 0) << command;
+  };
+  const std::string gegl = TESSALINE_GEGL_PROGRAM " ";
+  const auto expectSame = [&](const std::string& input, const std::string& bits, const std::string& wishes,
+                              const std::string& reference, const std::string& ourWishes, double levels) {
+    run(TESSALINE_PROGRAM " -f " + ourWishes + " " + reference + " " + ours);
+    run(gegl + input + " -- tessaline:remove-pattern " + wishes + " gegl:png-save path=" + theirs + bits);
+    EXPECT_LE(Difference(Load(ours), Load(theirs)), levels) << input;
+  };
+  expectSame(kNewsprint, " bitdepth=8", "light=coded", kNewsprint, "-a auto", 0.0);
+  expectSame(kRosette, " bitdepth=8", "automatic=false acceptance=97 polish=0 notch-radius=4", kRosette,
+             "-a 97 --notch-radius 4", 0.0);
+  // These say that they are sRGB, and have levels between those of 8 bits.
+  for (const std::string& made : {deep, bright}) {
+    run(gegl + kRosette + " -o " + made + " -- gegl:gaussian-blur std-dev-x=0.4 std-dev-y=0.4");
+    expectSame(made, " bitdepth=16", "", deep, "-a auto", 0.25);
+  }
+  for (const std::string& file : {ours, theirs, deep, bright}) std::remove(file.c_str());
+}
+
+TEST(RemovePattern, TakesEveryFormatAndKeepsItsAlpha) {
+  for (const std::vector<const char*>& alike :
+       std::vector<std::vector<const char*>>{{"Y'A u8", "Y u16", "Y' float"},
+                                             {"R'G'B'A u8", "R'G'B'A u16", "RGBA float", "RaGaBaA float",
+                                              "R'G'B'A half", "CIE Lab alpha float"}}) {
+    const Floats wanted = Graph(Newsprint(), kArea, alike[0]).After("Y' float");
+    for (const char* format : alike) {
+      Graph graph(Newsprint(), kArea, format);
+      EXPECT_LE(Difference(graph.After("Y' float"), wanted), 1.5) << format;
+      GeglOperation* const operation = gegl_node_get_gegl_operation(graph.operation);
+      EXPECT_EQ(gegl_operation_get_format(operation, "output"), babl_format(format));
+      const Floats before = Read(graph.source), after = graph.After();
+      for (size_t i = 3; i < after.size(); i += 4) ASSERT_EQ(after[i], before[i]) << format << " " << i;
+    }
+  }
+}
+
+TEST(RemovePattern, ComputesOnceForAllPartsAndOnlyWhatAValueChanges) {
+  Graph graph(Newsprint(), kArea, "R'G'B'A u8");
+  const Floats before = Read(graph.source), after = graph.After();
+  EXPECT_LT(graph.begin, 0.5);
+  gegl_node_set(graph.operation, "show", 1, nullptr);
+  const Floats taken = graph.After();
+  EXPECT_EQ(graph.begin, 1.0);
+  for (size_t i = 0; i < taken.size(); ++i) {
+    const float lost = std::clamp(128 / 255.0f + before[i] - after[i], 0.0f, 1.0f);
+    ASSERT_NEAR(taken[i], i % 4 == 3 ? before[i] : lost, 1e-5) << i;
+  }
+  gegl_node_set(graph.operation, "show", 0, "notch-radius", 3.0, nullptr);
+  EXPECT_NE(graph.After(), after);
+  EXPECT_TRUE(graph.begin >= 0.5 && graph.begin < 1.0) << graph.begin;
+  const GeglRectangle corner = {0, 20, 40, 40};
+  gegl_buffer_set(graph.input, &corner, 0, babl_format(kColours), Floats(6400, 1.0f).data(), 0);
+  graph.After();
+  EXPECT_LT(graph.begin, 0.5);
+}
+
+TEST(RemovePattern, BridgesWhatIsNoNumber) {
+  const Floats wanted = Graph(Newsprint(), kArea, kColours).After();
+  Floats holes = Newsprint();  // a stripe in red, and a block in all colours
+  const auto isHole = [](size_t i) {
+    return (i % 4 == 0 && i / 4 % 768 / 3 == 100) || (i % 4 < 3 && i / 4 % 768 < 20 && i / 4 / 768 < 20);
+  };
+  for (size_t i = 0; i < holes.size(); ++i) {
+    if (isHole(i)) holes[i] = i % 8 == 0 ? NAN : i % 8 == 4 ? -HUGE_VALF : 3e6f;
+  }
+  const Floats cleaned = Graph(holes, kArea, kColours).After();
+  double sum = 0.0;
+  for (size_t i = 0; i < cleaned.size(); ++i) {
+    if (!isHole(i)) sum += std::abs(cleaned[i] - wanted[i]) * 255.0 / double(cleaned.size());
+    ASSERT_TRUE(!isHole(i) || std::memcmp(&cleaned[i], &holes[i], sizeof(float)) == 0) << i;
+  }
+  EXPECT_LT(sum, 0.25);
+}
+
+TEST(RemovePattern, PassesOnWhatHasNoPatternOrNoEdges) {
+  Floats smooth(200 * 150 * 4);
+  for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = i % 997 == 0 ? NAN : std::sqrt(float(i)) / 400;
+  Graph graph(smooth, {-7, 11, 200, 150}, "RGBA float", "RGBA float");
+  EXPECT_EQ(std::memcmp(graph.After("RGBA float").data(), smooth.data(), smooth.size() * sizeof(float)), 0);
+  gegl_node_set(graph.operation, "show", 1, nullptr);
+  EXPECT_LE(Difference(graph.After("R~G~B~ float"), Floats(200 * 150 * 3, 0.5f)), 0.01);
+
+  GeglNode* const plane = gegl_node_new_child(graph.root, "operation", "gegl:checkerboard", nullptr);
+  GeglNode* const crop =
+      gegl_node_new_child(graph.root, "operation", "gegl:crop", "width", 90.0, "height", 90.0, nullptr);
+  gegl_node_link_many(plane, crop, nullptr);
+  const Floats wanted = Read(crop);
+  gegl_node_link_many(plane, graph.operation, crop, nullptr);
+  EXPECT_EQ(Read(crop), wanted);
+  EXPECT_NE(warning.find("no edges"), std::string::npos) << warning;
+  EXPECT_TRUE(Graph({}, {0, 0, 0, 5}, kColours).After().empty());
+}
+
+}  // namespace
