@@ -4,6 +4,7 @@
 
 #include "buffers/buffer_table.h"
 #include "glue/host/host_access.h"
+#include "glue/host/host_calls.h"
 #include "glue/host/image_mode.h"
 #include "glue/host/image_transfer.h"
 #include "glue/host/scripting.h"
@@ -85,15 +86,6 @@ RunDoor MakeContext(host::FilterRecord* record) {
   return context;
 }
 
-// In the host's own words where it takes some: it would show most other codes as one of its own troubles.
-int32_t Refuse(const host::FilterRecord& record, const char* text, int32_t codeWithoutText) {
-  return SetErrorString(record, text) ? host::kReportString : codeWithoutText;
-}
-
-void Continue(host::FilterRecord* record) {
-  RequestNothing(record);
-}
-
 // Stores what the host passed. From now on its rectangles are those of 32 bits, where it offers them.
 void EnterCall(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* result) {
   hostCall = {parameterBlock, data, result, nullptr};
@@ -109,23 +101,8 @@ void EnterCall(int16_t selector, void* parameterBlock, intptr_t* data, int16_t* 
 
 // `isMyTurn`: no other call is at work. Only a start needs that, the other selectors touch their record
 // alone.
-int32_t Dispatch(int16_t selector, host::FilterRecord* record, const int16_t* result, bool isMyTurn) {
-  switch (selector) {
-    case host::kSelectorAbout:  // no about box; some hosts come with a result of 1
-    case host::kSelectorParameters:
-    case host::kSelectorPrepare:
-    case host::kSelectorFinish:
-      return kSuccess;
-    case host::kSelectorStart:
-      if (record == nullptr) return host::kParameterError;
-      return isMyTurn ? MainGlueProcess(record) : Refuse(*record, kSecondStart, kUserCancelled);
-    case host::kSelectorContinue:
-      if (record == nullptr) return host::kParameterError;
-      Continue(record);
-      return kSuccess;
-    default:
-      return result != nullptr ? *result : int16_t{kSuccess};
-  }
+int32_t Start(host::FilterRecord* record, bool isMyTurn) {
+  return isMyTurn ? MainGlueProcess(record) : Refuse(*record, kSecondStart, kUserCancelled);
 }
 
 }  // namespace
@@ -196,8 +173,8 @@ intptr_t PluginMain(int16_t selector, void* parameterBlock, intptr_t* data, int1
   if (turn.IsMine()) EnterCall(selector, parameterBlock, data, result);
   auto* const record =
       selector == host::kSelectorAbout ? nullptr : static_cast<host::FilterRecord*>(parameterBlock);
-  const auto code = static_cast<int16_t>(
-      WithoutExceptions([&] { return Dispatch(selector, record, result, turn.IsMine()); }));
+  const auto code = static_cast<int16_t>(WithoutExceptions(
+      [&] { return Dispatch(selector, record, result, [&] { return Start(record, turn.IsMine()); }); }));
   if (result != nullptr) *result = code;
   return code;
 }
