@@ -1,5 +1,6 @@
-// make_resources PIPL-FILE AETE-FILE: writes the raw resources of the module for the resource compiler. Runs
-// on the machine that builds, also when the module is built for another system.
+// make_resources PIPL AETE AUTO-PIPL AUTO-AETE: writes the raw resources of both modules, into files of these
+// names, for the resource compiler. Runs on the machine that builds, also when the module is built for
+// another system.
 #include <cstdio>
 
 #include "resources/resource_bytes.h"
@@ -21,11 +22,14 @@ bool WriteFile(const char* path, const std::vector<uint8_t>& bytes) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: make_resources PIPL-FILE AETE-FILE\n");
+  if (argc != 5) {
+    std::fprintf(stderr, "usage: make_resources PIPL AETE AUTO-PIPL AUTO-AETE\n");
     return 2;
   }
-  const bool isDone = WriteFile(argv[1], tessaline::PluginPropertyList()) &&
-                      WriteFile(argv[2], tessaline::ScriptingTerminology());
+  using namespace tessaline;
+  const bool isDone = WriteFile(argv[1], PluginPropertyList(kDialogFilter)) &&
+                      WriteFile(argv[2], ScriptingTerminology(kDialogFilter)) &&
+                      WriteFile(argv[3], PluginPropertyList(kAutomaticFilter)) &&
+                      WriteFile(argv[4], ScriptingTerminology(kAutomaticFilter));
   return isDone ? 0 : 1;
 }

@@ -1,7 +1,6 @@
 #include "resources/resource_bytes.h"
 
 #include <initializer_list>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -62,7 +61,7 @@ constexpr std::string_view kEnabledWhen =
     "in (PSHOP_ImageMode, RGBMode, GrayScaleMode,LabMode, RGB48Mode, Gray16Mode) "
     "||PSHOP_ImageDepth == 16 ||PSHOP_ImageDepth == 32";
 
-// Pixels that a host may offer. The run itself refuses more than 7500, with a message that says so.
+// Pixels that a host may offer. The runs themselves refuse more than they take, with a message that says so.
 constexpr uint32_t kLargestHeight = 2000000;
 constexpr uint32_t kLargestWidth = 2000000;
 
@@ -111,21 +110,13 @@ class PropertyList {
 
 // --- scripting terminology ---
 
-// No class of its own was ever given to the event: the event code serves for both, here and in 'hstm'.
-constexpr uint32_t kEventClass = kEventFilter;
-constexpr uint32_t kSuiteCode = FourCharCode("tsSu");
 constexpr uint32_t kNoReply = FourCharCode("null");
 constexpr uint32_t kImageReference = FourCharCode("#ImR");  // what the event is applied to
 constexpr uint32_t kImageReferenceFlags = 0xB000;
 constexpr uint32_t kOptionalParameter = 0x8000;
 constexpr std::string_view kNoDescription;
 
-struct ScriptingParameter {
-  std::string_view name;
-  uint32_t key;
-  uint32_t type;
-};
-constexpr ScriptingParameter kScriptingParameters[] = {
+constexpr ScriptingParameter kDialogParameters[] = {
     {"Threshold", kKeyAcceptance, kTypeLong},
     {"Notch Radius", kKeyNotchRadius, kTypeFloat},
     {"Low Frequency Cutoff", kKeyProtectionRadius, kTypeFloat},
@@ -133,7 +124,13 @@ constexpr ScriptingParameter kScriptingParameters[] = {
 
 }  // namespace
 
-std::vector<uint8_t> PluginPropertyList() {
+// Hosts keep the filters of a menu, and the steps of an action, apart by these.
+constinit const FilterIdentity kDialogFilter = {"Tessaline...", "Tessaline", FourCharCode("tsSu"),
+                                                kEventFilter,   16000,       kDialogParameters};
+constinit const FilterIdentity kAutomaticFilter = {
+    "Tessaline Auto", "Tessaline Auto", FourCharCode("tsAS"), FourCharCode("tsAu"), 16001, {}};
+
+std::vector<uint8_t> PluginPropertyList(const FilterIdentity& filter) {
   PropertyList list;
   const auto add = [&list](const char(&key)[5], auto fill) {
     Bytes data;
@@ -142,16 +139,16 @@ std::vector<uint8_t> PluginPropertyList() {
   };
 
   add("kind", [](Bytes& data) { data.Int32(kKindFilter); });
-  add("name", [](Bytes& data) { data.PascalString("Tessaline..."); });
+  add("name", [&](Bytes& data) { data.PascalString(filter.menuName); });
   add("catg", [](Bytes& data) { data.PascalString("Vistrel - 5. Noise Removal"); });
   add("vers", [](Bytes& data) { data.Int32(kInterfaceMajor << 16 | kInterfaceMinor); });
   add("8664", [](Bytes& data) { data.CString("PluginMain"); });
   add("mode", [](Bytes& data) { data.Append(FlagSet(kOfferedModes)); });
-  add("hstm", [](Bytes& data) {
-    data.Int32(0);  // version
-    data.Int32(kEventClass);
-    data.Int32(kEventFilter);
-    data.Int16(kResourceId);
+  add("hstm", [&](Bytes& data) {
+    data.Int32(0);             // version
+    data.Int32(filter.event);  // class
+    data.Int32(filter.event);
+    data.Int16(static_cast<uint32_t>(filter.resourceId));
     data.CString("");  // scope: open to scripting from anywhere
   });
   add("enbl", [](Bytes& data) { data.CString(kEnabledWhen); });
@@ -171,7 +168,7 @@ std::vector<uint8_t> PluginPropertyList() {
   return list.Take();
 }
 
-std::vector<uint8_t> ScriptingTerminology() {
+std::vector<uint8_t> ScriptingTerminology(const FilterIdentity& filter) {
   Bytes bytes;
   bytes.Int16(1);
   bytes.Int8(1);   // version, major
@@ -182,15 +179,15 @@ std::vector<uint8_t> ScriptingTerminology() {
   bytes.Int16(1);  // suites
   bytes.PascalString("Vistrel");
   bytes.PascalString(kNoDescription);
-  bytes.Int32(kSuiteCode);
+  bytes.Int32(filter.suite);
   bytes.Int16(1);  // level
   bytes.Int16(1);  // version
 
   bytes.Int16(1);  // events
-  bytes.PascalString("Tessaline");
+  bytes.PascalString(filter.eventName);
   bytes.PascalString(kNoDescription);
-  bytes.Int32(kEventClass);
-  bytes.Int32(kEventFilter);
+  bytes.Int32(filter.event);  // class
+  bytes.Int32(filter.event);
   bytes.Int32(kNoReply);
   bytes.PascalString(kNoDescription);
   bytes.Int16(0);  // flags of the reply
@@ -198,8 +195,8 @@ std::vector<uint8_t> ScriptingTerminology() {
   bytes.PascalString(kNoDescription);
   bytes.Int16(kImageReferenceFlags);
 
-  bytes.Int16(std::size(kScriptingParameters));
-  for (const ScriptingParameter& parameter : kScriptingParameters) {
+  bytes.Int16(static_cast<uint32_t>(filter.parameters.size()));
+  for (const ScriptingParameter& parameter : filter.parameters) {
     bytes.PascalString(parameter.name);
     bytes.Int32(parameter.key);
     bytes.Int32(parameter.type);

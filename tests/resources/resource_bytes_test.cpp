@@ -4,10 +4,13 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tessaline {
 namespace {
+
+using namespace std::string_view_literals;
 
 // Sixteen bytes a line, as dumps show them: known-good resources, which hosts list, load and run.
 constexpr const char* kPropertyListDump = R"(
@@ -62,14 +65,29 @@ std::string Dump(const std::vector<uint8_t>& bytes) {
   return dump;
 }
 
-TEST(PluginPropertyList, HasTheBytesThatHostsAreKnownToRead) {
-  EXPECT_EQ(438u, PluginPropertyList().size());
-  EXPECT_EQ(kPropertyListDump, Dump(PluginPropertyList()));
+TEST(ResourceBytes, AreThoseThatHostsAreKnownToRead) {
+  EXPECT_EQ(438u, PluginPropertyList(kDialogFilter).size());
+  EXPECT_EQ(kPropertyListDump, Dump(PluginPropertyList(kDialogFilter)));
+  EXPECT_EQ(147u, ScriptingTerminology(kDialogFilter).size());
+  EXPECT_EQ(kTerminologyDump, Dump(ScriptingTerminology(kDialogFilter)));
 }
 
-TEST(ScriptingTerminology, HasTheBytesThatHostsAreKnownToRead) {
-  EXPECT_EQ(147u, ScriptingTerminology().size());
-  EXPECT_EQ(kTerminologyDump, Dump(ScriptingTerminology()));
+// The other filter's resources with what is its own: a longer name in the same menu, codes and id.
+TEST(ResourceBytes, OfTheAutomaticFilterDifferInNameCodesAndParameters) {
+  const auto replaced = [](std::vector<uint8_t> bytes, size_t at, size_t count, std::string_view by) {
+    bytes.erase(bytes.begin() + at, bytes.begin() + at + count);
+    bytes.insert(bytes.begin() + at, by.begin(), by.end());
+    return bytes;
+  };
+  std::vector<uint8_t> wanted =
+      replaced(PluginPropertyList(kDialogFilter), 0x2E, 16, "\016Tessaline Auto\0"sv);
+  wanted = replaced(wanted, 0xC2, 10, "uAstuAst\x81>");
+  EXPECT_EQ(Dump(wanted), Dump(PluginPropertyList(kAutomaticFilter)));
+  const std::vector<uint8_t> terminology = ScriptingTerminology(kDialogFilter);
+  wanted = replaced(terminology, 0x13, 29, "SAst\1\0\1\0\1\0\016Tessaline Auto\0uAstuAst"sv);
+  const size_t parameters = wanted.size() - terminology.size() + 0x3E;
+  wanted = replaced(wanted, parameters, wanted.size() - parameters, "\0\0\0\0\0\0\0\0"sv);
+  EXPECT_EQ(Dump(wanted), Dump(ScriptingTerminology(kAutomaticFilter)));
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ std::string FaultOf(const std::vector<uint8_t>& resource) {
 
 // Every cut and every flipped byte either reads as a filter or is refused: nothing reads past the resource.
 TEST(PluginProperties, SurviveAnyDamage) {
-  const std::vector<uint8_t> good = PluginPropertyList();
+  const std::vector<uint8_t> good = PluginPropertyList(kDialogFilter);
   for (size_t bytes = 0; bytes < good.size(); ++bytes) {
     EXPECT_NE("", FaultOf({good.begin(), good.begin() + static_cast<std::ptrdiff_t>(bytes)})) << bytes;
   }
@@ -32,15 +32,15 @@ TEST(PluginProperties, SurviveAnyDamage) {
 }
 
 TEST(PluginProperties, RefusalNamesTheFault) {
-  std::vector<uint8_t> unpadded = PluginPropertyList();
+  std::vector<uint8_t> unpadded = PluginPropertyList(kDialogFilter);
   unpadded[0x2A] = 13;  // length of 'name'
   EXPECT_EQ("x.8bf: resource PiPL: property 'name' has length 13, no multiple of 4", FaultOf(unpadded));
 
-  std::vector<uint8_t> tooNew = PluginPropertyList();
+  std::vector<uint8_t> tooNew = PluginPropertyList(kDialogFilter);
   tooNew[0x7A] = 1;  // 'vers' 4.1
   EXPECT_EQ("x.8bf: resource PiPL: the interface is newer than 4.0", FaultOf(tooNew));
 
-  std::vector<uint8_t> tail = PluginPropertyList();
+  std::vector<uint8_t> tail = PluginPropertyList(kDialogFilter);
   tail.resize(tail.size() + 2);
   EXPECT_EQ("x.8bf: resource PiPL: 2 bytes follow the last property", FaultOf(tail));
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -72,6 +73,26 @@ class HostTest : public PreferencesTest {
 // The samples of one pixel in a document.
 inline const uint8_t* PixelAt(const Document& document, int32_t x, int32_t y) {
   return document.pixels.data() + y * document.RowBytes() + int64_t{x} * document.PixelBytes();
+}
+
+// A gradient with a grid and a little noise on it. From some 400 x 300 pixels on, a run finds the grid;
+// below, it changes levels by one at most, which is enough to see that it was there.
+inline Document MakePatterned(int16_t mode, int32_t depth, int32_t planes, int32_t width, int32_t height) {
+  Document document = MakeDocument(mode, depth, planes, width, height);
+  for (int32_t y = 0; y < height; ++y) {
+    for (int32_t x = 0; x < width; ++x) {
+      const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 - 7;
+      const double level = 100 + (x + y) / 32.0 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3);
+      for (int32_t s = 0; s < planes; ++s) {
+        auto* const sample = const_cast<uint8_t*>(PixelAt(document, x, y)) + s * depth / 8;
+        const auto byte = static_cast<uint8_t>(level + 5 * s);
+        const auto word = static_cast<uint16_t>(byte * 128);
+        if (depth == 8) std::memcpy(sample, &byte, sizeof byte);
+        if (depth == 16) std::memcpy(sample, &word, sizeof word);
+      }
+    }
+  }
+  return document;
 }
 
 inline std::string Joined(const std::vector<std::string>& lines) {

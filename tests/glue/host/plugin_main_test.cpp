@@ -7,6 +7,7 @@
 #include <new>
 #include <thread>
 
+#include "glue/automatic/automatic_main.h"
 #include "glue/host/color_rows.h"
 #include "glue/host/host_access.h"
 #include "glue/parameters/filter_parameters.h"
@@ -24,26 +25,6 @@ using testhost::Style;
 
 constexpr FilterParameters kDefaults = {60, 6, 8};
 constexpr FilterParameters kSharp = {100, 4, 8};
-
-// A gradient with a grid and a little noise on it. From some 400 x 300 pixels on, a run finds the grid;
-// below, it changes levels by one at most, which is enough to see that it was there.
-Document MakePatterned(int16_t mode, int32_t depth, int32_t planes, int32_t width, int32_t height) {
-  Document document = MakeDocument(mode, depth, planes, width, height);
-  for (int32_t y = 0; y < height; ++y) {
-    for (int32_t x = 0; x < width; ++x) {
-      const int noise = (x * 7919 ^ y * 104729) % 97 * 31 % 15 - 7;
-      const double level = 100 + (x + y) / 32.0 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3);
-      for (int32_t s = 0; s < planes; ++s) {
-        auto* const sample = const_cast<uint8_t*>(PixelAt(document, x, y)) + s * depth / 8;
-        const auto byte = static_cast<uint8_t>(level + 5 * s);
-        const auto word = static_cast<uint16_t>(byte * 128);
-        if (depth == 8) std::memcpy(sample, &byte, sizeof byte);
-        if (depth == 16) std::memcpy(sample, &word, sizeof word);
-      }
-    }
-  }
-  return document;
-}
 
 // The colour planes of an area through the run itself, without any host: what every door must give.
 Document Cleaned(const Document& source, int32_t colorPlanes, const host::VRect& area,
@@ -117,10 +98,12 @@ TEST_F(PluginMainTest, SelectorsAnswerAlsoWithoutARecord) {
                {host::kSelectorContinue, nullptr, host::kParameterError},
                {-1, &record, -77},
                {6, &record, -77}};
-  for (const auto& call : calls) {
-    int16_t result = -77;
-    EXPECT_EQ(call.answer, PluginMain(call.selector, call.record, nullptr, &result)) << call.selector;
-    EXPECT_EQ(call.answer, result);
+  for (const auto entry : {PluginMain, AutomaticMain}) {
+    for (const auto& call : calls) {
+      int16_t result = -77;
+      EXPECT_EQ(call.answer, entry(call.selector, call.record, nullptr, &result)) << call.selector;
+      EXPECT_EQ(call.answer, result);
+    }
   }
   EXPECT_EQ(0, PluginMain(host::kSelectorAbout, nullptr, nullptr, nullptr));
 }
@@ -438,7 +421,9 @@ TEST_F(PluginMainTest, RectanglesLeftByAnEarlierRunStoreNothing) {
     switches.hasStaleRectangles = true;
     switches.offer32Bits = isWide;
     switches.abortAtCall = 1;
-    ExpectUnchanged(source, RunFilter(PluginMain, source, switches));
+    for (const auto entry : {PluginMain, AutomaticMain}) {
+      ExpectUnchanged(source, RunFilter(entry, source, switches));
+    }
   }
 }
 

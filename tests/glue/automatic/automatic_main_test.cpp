@@ -1,0 +1,210 @@
+#include "glue/automatic/automatic_main.h"
+
+#include <fstream>
+
+#include "removal/steps.h"
+#include "restoration/decision.h"
+#include "restoration/restoration.h"
+#include "tests/glue/host/host_fixture.h"
+
+namespace tessaline {
+namespace {
+
+constexpr int32_t kWidth = 400, kHeight = 300;
+
+class AutomaticMainTest : public HostTest {
+ protected:
+  ~AutomaticMainTest() override {
+    EXPECT_FALSE(std::ifstream(PreferencesPath()).good()) << "they are the other filter's";
+  }
+
+  static Report Run(const Document& source, const Switches& switches) {
+    Report report = RunFilter(AutomaticMain, source, switches);
+    EXPECT_NO_COMPLAINTS(report);
+    EXPECT_EQ(0, report.handlesLeft);
+    EXPECT_TRUE(AllSlotsAreEmpty());
+    if (report.result != 0) {
+      EXPECT_EQ(source.pixels, report.document.pixels);
+      EXPECT_FALSE(report.wasRecorded);
+    }
+    return report;
+  }
+};
+
+// What `tessaline -a auto` makes of an area's colour planes: the four steps, where they lie.
+Document Cleaned(const Document& source, int32_t colorPlanes, const host::VRect& area,
+                 ChannelMeaning meaning) {
+  Document document = source;
+  PictureView picture = {WidthOf(area), HeightOf(area),
+                         source.depth == 8 ? SampleFormat::kByte : SampleFormat::kHost16, colorPlanes};
+  for (int32_t c = 0; c < colorPlanes; ++c) {
+    picture.channel[c] = {const_cast<uint8_t*>(PixelAt(document, area.left, area.top)) + c * source.depth / 8,
+                          source.PixelBytes(), static_cast<ptrdiff_t>(source.RowBytes())};
+  }
+  Settings settings;
+  settings.isAutomatic = true;
+  Workspace workspace;
+  Analysis analysis;
+  Findings findings;
+  Mask mask;
+  EXPECT_EQ(kSuccess, Analyse(picture, workspace, {}, &analysis));
+  EXPECT_EQ(kSuccess, DecideWhole(picture, analysis, settings, workspace, &findings));
+  EXPECT_EQ(kSuccess, Shape(findings, settings, &mask));
+  ApplyOptions options;
+  options.chain = analysis.chain;
+  RestorationSettings restoration;
+  restoration.meaning = meaning;
+  EXPECT_EQ(kSuccess, Restore(picture, picture, findings, mask, workspace, options, restoration, {}));
+  EXPECT_NE(source.pixels, document.pixels) << "nothing was cleaned, so this shows nothing";
+  return document;
+}
+
+// Documents with extra planes in an inner rectangle and 32-bit coordinates, the others with a selection; Lab
+// without the conversion that the other filter ends with.
+TEST_F(AutomaticMainTest, GivesThePixelsOfTheFourSteps) {
+  const struct {
+    int16_t mode;
+    int32_t depth, planes, colorPlanes;
+  } kinds[] = {{host::kModeGray, 8, 1, 1},   {host::kModeGray, 8, 2, 1},  {host::kModeRgb, 8, 3, 3},
+               {host::kModeRgb, 8, 4, 3},    {host::kModeLab, 8, 3, 3},   {host::kModeGray16, 16, 1, 1},
+               {host::kModeRgb48, 16, 4, 3}, {host::kModeLab48, 16, 3, 3}};
+  for (const auto& kind : kinds) {
+    SCOPED_TRACE(kind.mode * 10 + kind.planes);
+    Document source = MakePatterned(kind.mode, kind.depth, kind.planes, kWidth, kHeight);
+    const host::VRect area = {7, 11, 290, 389};
+    Switches switches;
+    switches.inputPadding = 5;
+    switches.outputPadding = 16;
+    switches.recordBytes = 512;
+    if (kind.planes > kind.colorPlanes) {
+      switches.offer32Bits = switches.hasFilterRectangle = true;
+      switches.filterRectangle = area;
+    } else {
+      source.mask.assign(kWidth * kHeight, 0);
+      for (int32_t y = area.top; y < area.bottom; ++y) {
+        std::fill_n(source.mask.begin() + y * kWidth + area.left, area.right - area.left, 255 - y % 9);
+      }
+    }
+    const bool isLab = kind.mode == host::kModeLab || kind.mode == host::kModeLab48;
+    const Document expected =
+        Cleaned(source, kind.colorPlanes, area, isLab ? ChannelMeaning::kOpponents : ChannelMeaning::kRgb);
+    const Report report = Run(source, switches);
+    EXPECT_EQ(0, report.result);
+    EXPECT_EQ(expected.pixels, report.document.pixels);
+    EXPECT_GT(report.progressCalls, 10);
+  }
+  EXPECT_TRUE(messages.empty()) << Joined(messages);
+}
+
+TEST_F(AutomaticMainTest, WhatIsNotCleanedIsToldOnce) {
+  Document unselected = MakePatterned(host::kModeGray, 8, 1, 40, 30);
+  unselected.mask.assign(40 * 30, 127);
+  const struct {
+    Document document;
+    const char* told;
+    bool isSilentInBatches;
+  } cases[] = {{MakeDocument(host::kModeRgb, 8, 4, kWidth, kHeight), "found no repeating pattern", true},
+               {unselected, "no pixel is selected", true},
+               {MakeDocument(host::kModeCmyk, 8, 4, 20, 10), "greyscale, RGB and Lab", false},
+               {MakeDocument(host::kModeRgb96, 32, 3, 20, 10), "8 or 16 bits", false},
+               {MakeDocument(18, 8, 3, 20, 10), "greyscale, RGB and Lab", false},
+               {MakeDocument(host::kModeGray, 8, 1, 1, 1000001), "1,000,000 pixels a side", false}};
+  for (const auto& [document, told, isSilentInBatches] : cases) {
+    SCOPED_TRACE(told);
+    Switches switches;
+    switches.offer32Bits = true;
+    Report report = Run(document, switches);
+    EXPECT_EQ(host::kReportString, report.result);
+    EXPECT_NE(std::string::npos, report.errorString.find(told)) << report.errorString;
+    EXPECT_TRUE(messages.empty());
+
+    switches.callbacksAreNull = true;
+    EXPECT_EQ(kUserCancelled, Run(document, switches).result);
+    ASSERT_EQ(1u, messages.size());
+    EXPECT_NE(std::string::npos, messages[0].find(told)) << messages[0];
+    messages.clear();
+
+    switches.callbacksAreNull = false;
+    switches.playInfo = host::kDialogSilent;
+    report = Run(document, switches);
+    EXPECT_EQ(isSilentInBatches ? 0 : int32_t{host::kReportString}, report.result);
+    EXPECT_EQ(isSilentInBatches, report.wasRecorded && report.errorString.empty());
+    EXPECT_EQ(document.pixels, report.document.pixels);
+  }
+}
+
+// First, "last filter" (no parameters call, the descriptor played), an action with values of another filter,
+// and hosts that cannot record.
+TEST_F(AutomaticMainTest, RecordsAnEmptyStepAndPlaysItWithoutAWindow) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, kWidth, kHeight);
+  const Report first = Run(source, Switches{});
+  ASSERT_EQ(0, first.result);
+  EXPECT_TRUE(first.wasRecorded && first.recorded.empty());
+  EXPECT_EQ(host::kDialogNone, first.recordInfo);
+  std::vector<Switches> hosts(4);
+  hosts[0].hasRecording = true;
+  hosts[0].parameters = false;
+  hosts[1].hasRecording = true;
+  hosts[1].recording = {{0x65707354, host::kDescriptorInteger, 0, 0.0, {}}};
+  hosts[1].playInfo = host::kDialogDisplay;
+  hosts[2].descriptors = testhost::DescriptorTables::kTablesNull;
+  hosts[3].descriptors = testhost::DescriptorTables::kRecordNull;
+  for (size_t i = 0; i < hosts.size(); ++i) {
+    SCOPED_TRACE(i);
+    const Report again = Run(source, hosts[i]);
+    EXPECT_EQ(0, again.result);
+    EXPECT_EQ(first.document.pixels, again.document.pixels);
+    EXPECT_EQ(i < 2, again.wasRecorded);
+    EXPECT_TRUE(again.recorded.empty());
+  }
+}
+
+// Whatever happens, and whenever: the picture is as it was, or done.
+TEST_F(AutomaticMainTest, StopsFailuresAndTheEndOfMemoryLeaveThePictureUntouched) {
+  Document source = MakePatterned(host::kModeGray, 8, 2, 300, 220);
+  source.mask.assign(300 * 220, 200);
+  const Report whole = Run(source, Switches{});
+  ASSERT_EQ(0, whole.result);
+  ASSERT_NE(source.pixels, whole.document.pixels);
+  const auto expectUntouched = [&](const Switches& switches, int32_t result) {
+    const Report report = Run(source, switches);
+    EXPECT_EQ(result, report.result);
+    return report;
+  };
+  for (int32_t at = 1; at <= whole.abortCalls; at += 1 + whole.abortCalls / 20) {
+    Switches switches;
+    switches.abortAtCall = at;
+    EXPECT_FALSE(expectUntouched(switches, kUserCancelled).isOutputTouched) << at;
+  }
+  for (const int32_t row : {221, 440, 441, 660}) {  // of the fetch and of the copy back, after the mask's
+    Switches switches;
+    switches.failAdvanceAt = row;
+    expectUntouched(switches, switches.failCode);
+    switches.failAdvanceAt = testhost::kNever;
+    switches.deliverNothingAt = row;
+    expectUntouched(switches, host::kHostIsInsufficient);
+  }
+  int32_t result = kOutOfMemory, blocks = 0;
+  for (; result == kOutOfMemory; ++blocks) {
+    FailAllocationAfter(blocks);
+    const Report report = Run(source, Switches{});
+    ClearAllocationFailure();
+    result = report.result;
+    EXPECT_EQ(result == kOutOfMemory, !report.isOutputTouched) << blocks;
+  }
+  EXPECT_EQ(0, result);
+  EXPECT_GT(blocks, 20);
+}
+
+TEST_F(AutomaticMainTest, LargerThanOneTransformIsCleanedInTiles) {
+  const Document source = MakePatterned(host::kModeGray, 8, 1, kLargestSide + 100, 520);
+  const Report report = Run(source, Switches{});
+  EXPECT_EQ(0, report.result);
+  const auto rowChanges = [&](int32_t x) {
+    return std::memcmp(PixelAt(source, x, 260), PixelAt(report.document, x, 260), 100) != 0;
+  };
+  EXPECT_TRUE(rowChanges(50) && rowChanges(kLargestSide / 2) && rowChanges(kLargestSide - 50));
+}
+
+}  // namespace
+}  // namespace tessaline
