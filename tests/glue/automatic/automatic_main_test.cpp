@@ -161,7 +161,7 @@ TEST_F(AutomaticMainTest, StopsFailuresAndTheEndOfMemoryLeaveThePictureUntouched
   source.mask.assign(200 * kRows, 200);
   const Report whole = Run(source, Switches{});
   ASSERT_NE(source.pixels, whole.document.pixels);
-  for (int32_t at = 1; at <= whole.abortCalls; at += 1 + whole.abortCalls / 8) {
+  for (int32_t at = whole.abortCalls; at > 0; at -= 1 + whole.abortCalls / 8) {
     Switches switches;
     switches.abortAtCall = at;
     const Report report = Run(source, switches);
