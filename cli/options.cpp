@@ -1,7 +1,10 @@
 #include "cli/options.h"
 
+#include <jconfig.h>
+#include <tiffio.h>
 #include <unistd.h>
 #include <vips/vips.h>
+#include <zlib.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -11,6 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "cli/option_pages.h"
 #include "cli/output_file.h"
 #include "cli/picture_list.h"
 #include "cli/refusal.h"
@@ -100,6 +104,15 @@ std::string Describe(const char* what, const SettingRange& range, const char* un
          " (default " + Plain(range.standard) + ")";
 }
 
+// What the options are for, as the help texts have it.
+constexpr const char* kFinding = "What is found";
+constexpr const char* kRemoving = "What is taken out";
+constexpr const char* kShowing = "To see what was found";
+constexpr const char* kManyPictures = "Many pictures";
+constexpr const char* kWriting = "How pictures are written";
+constexpr const char* kFrames = "Frames";
+constexpr const char* kWork = "How the work is done";
+
 CLI::Option* AddLastWins(CLI::App& app, const std::string& names, std::string& target,
                          const std::string& description, const char* placeholder) {
   return app.add_option(names, target, description)
@@ -141,6 +154,53 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
   app.add_flag("--progress", texts.progress, "Progress on stderr (default where stderr is a terminal)");
   app.add_flag("-q,--quiet", texts.quiet, "Only errors on stderr");
   app.add_flag("-f,--force", texts.overwrite, "Overwrite existing output files");
+}
+
+// A section of the help for every option but --help and --version.
+constexpr std::pair<const char*, const char*> kSections[] = {
+    {"--acceptance", kFinding},
+    {"--sensitivity", kFinding},
+    {"--everywhere", kRemoving},
+    {"--polish", kRemoving},
+    {"--light", kRemoving},
+    {"--notch-radius", kRemoving},
+    {"--protection-radius", kFinding},
+    {"--threads", kWork},
+    {"--report", kShowing},
+    {"--progress", kWork},
+    {"--quiet", kWork},
+    {"--force", kWriting},
+    {"--spectrum", kShowing},
+    {"--mask", kShowing},
+    {"--gate", kShowing},
+    {"--dry-run", kShowing},
+    {"--output-dir", kManyPictures},
+    {"--compression", kWriting},
+    {"--quality", kWriting},
+    {"--format", kWriting},
+    {"--suffix", kManyPictures},
+    {"--recursive", kManyPictures},
+    {"--files-from", kManyPictures},
+    {"--null", kManyPictures},
+    {"--skip-done", kManyPictures},
+    {"--log", kManyPictures},
+    {"--reports", kManyPictures},
+    {"--memory", kWork},
+    {"--jobs", kManyPictures},
+    {"--tile", kWork},
+    {"--verbose", kShowing},
+    {"--width", kFrames},
+    {"--height", kFrames},
+    {"--pix-fmt", kFrames},
+    {"--first", kFrames},
+    {"--last", kFrames},
+    {"--freeze", kFrames},
+};
+
+void PutIntoSections(CLI::App& app) {
+  for (const auto& [name, section] : kSections) {
+    if (CLI::Option* const option = app.get_option_no_throw(name)) option->group(section);
+  }
 }
 
 int ReadThreads(const SharedTexts& texts, const char* usage) {
@@ -236,10 +296,23 @@ std::optional<PrintAndLeave> Parse(CLI::App& app, int argc, const char* const* a
   return std::nullopt;
 }
 
+#define TESSALINE_AS_TEXT(words) #words
+#define TESSALINE_TEXT_OF(macro) TESSALINE_AS_TEXT(macro)
+
+// "LIBTIFF, Version 4.5.0", and a line of copyright after it.
+std::string TiffVersion() {
+  const std::string text = TIFFGetVersion();
+  const size_t number = text.find_last_of(' ', text.find('\n')) + 1;
+  return text.substr(number, text.find('\n') - number);
+}
+
 std::string VersionText() {
   std::ostringstream text;
   text << "tessaline " << TESSALINE_VERSION << "\n"
        << "libvips " << vips_version(0) << "." << vips_version(1) << "." << vips_version(2) << "\n"
+       << "libtiff " << TiffVersion() << "\n"
+       << "libjpeg-turbo " << TESSALINE_TEXT_OF(LIBJPEG_TURBO_VERSION) << "\n"
+       << "zlib " << zlibVersion() << "\n"
        << "CLI11 " << CLI11_VERSION << "\n"
        << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << "." << NLOHMANN_JSON_VERSION_MINOR << "."
        << NLOHMANN_JSON_VERSION_PATCH << "\n";
@@ -378,8 +451,20 @@ void AddBatchOptions(CLI::App& app, PictureCommand& command) {
   app.add_flag("--reports", command.writesReports, "Write each picture's report beside it, as OUTPUT.json");
 }
 
-Command ReadPictureCommand(int argc, const char* const* argv) {
-  CLI::App app("Takes repeating patterns (halftones, line noise, weaves) out of pictures.", "tessaline");
+// What the picture's line fills in, before it is checked.
+struct PictureTexts {
+  SharedTexts shared;
+  PictureCommand command;
+  std::vector<std::string> arguments;
+  std::string jobs, memory, quality, tile;
+  bool wantsVersion = false, verbose = false;
+};
+
+constexpr const char* kPictureTitle =
+    "Takes repeating patterns (halftones, line noise, weaves) out of pictures.";
+constexpr const char* kStreamTitle = "Takes repeating patterns out of raw frames, one by one.";
+
+void AddPictureOptions(CLI::App& app, PictureTexts& texts) {
   app.formatter(std::make_shared<HelpFormatter>(
       "Usage: tessaline [options] INPUT OUTPUT\n"
       "       tessaline [options] INPUT... --output-dir FOLDER [--jobs N]\n"
@@ -387,45 +472,50 @@ Command ReadPictureCommand(int argc, const char* const* argv) {
       "       tessaline [options] --files-from LIST --output-dir FOLDER\n"
       "       tessaline stream --width W --height H --pix-fmt F [options] INPUT OUTPUT"));
   app.footer(kPictureFooter);
-  SharedTexts shared;
-  PictureCommand command;
-  std::vector<std::string> arguments;
-  std::string jobs, memory, quality, tile;
-  bool wantsVersion = false, verbose = false;
-  app.add_option("files", arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
+  app.add_option("files", texts.arguments, "INPUT picture, then OUTPUT; or several INPUTs with --output-dir")
       ->type_name("INPUT OUTPUT");
-  AddSharedOptions(app, shared);
+  AddSharedOptions(app, texts.shared);
   AddLastWins(
-      app, "--spectrum", command.spectrumFile,
+      app, "--spectrum", texts.command.spectrumFile,
       "Write the power spectrum, what is taken out highlighted in red, the protected disc in blue (PNG)",
       "FILE");
-  AddLastWins(app, "--mask", command.maskFile, "Write the notch mask, white where taken out (8-bit grey PNG)",
-              "FILE");
-  AddLastWins(app, "--gate", command.gateFile,
+  AddLastWins(app, "--mask", texts.command.maskFile,
+              "Write the notch mask, white where taken out (8-bit grey PNG)", "FILE");
+  AddLastWins(app, "--gate", texts.command.gateFile,
               "With -a auto: write where the pattern was found, white there (8-bit grey PNG)", "FILE");
-  app.add_flag("--dry-run", command.dryRun, "Look and report, write no picture (OUTPUT may be left out)");
-  AddLastWins(app, "--output-dir", command.outputFolder,
+  app.add_flag("--dry-run", texts.command.dryRun,
+               "Look and report, write no picture (OUTPUT may be left out)");
+  AddLastWins(app, "--output-dir", texts.command.outputFolder,
               "Put every picture into this folder under its own name", "FOLDER");
   AddLastWins(
-      app, "--compression", command.storage.compression,
+      app, "--compression", texts.command.storage.compression,
       "PNG: none, fast, standard or small; TIFF: none, lzw, deflate, zstd or packbits; WebP: lossless "
       "or lossy (default: as INPUT where it is of the same format)",
       "NAME");
-  AddLastWins(app, "--quality", quality, "Of JPEG and lossy WebP, 1..100 (default: of JPEG as INPUT)", "Q");
-  AddLastWins(app, "--format", command.format,
+  AddLastWins(app, "--quality", texts.quality, "Of JPEG and lossy WebP, 1..100 (default: of JPEG as INPUT)",
+              "Q");
+  AddLastWins(app, "--format", texts.command.format,
               "Of a picture that goes to stdout: png, tif, jpg, webp, ppm, jp2, jxl", "NAME");
-  AddBatchOptions(app, command);
-  AddLastWins(app, "--memory", memory, "For all pictures in work together (default: what is available)",
+  AddBatchOptions(app, texts.command);
+  AddLastWins(app, "--memory", texts.memory, "For all pictures in work together (default: what is available)",
               "MIB");
-  AddLastWins(app, "-j,--jobs", jobs,
+  AddLastWins(app, "-j,--jobs", texts.jobs,
               "At most so many pictures at a time, 1..256 (default: as many as processors)", "N");
   AddLastWins(
-      app, "--tile", tile,
+      app, "--tile", texts.tile,
       "Clean in tiles of SIDE x SIDE pixels, 512..3700, or auto; pictures of more than 7500 pixels on "
       "a side always are",
       "SIDE");
-  app.add_flag("-v,--verbose", verbose, "Tell every peak on stderr, not the result alone");
-  app.add_flag("--version", wantsVersion, "Versions of the program and its libraries");
+  app.add_flag("-v,--verbose", texts.verbose, "Tell every peak on stderr, not the result alone");
+  app.add_flag("--version", texts.wantsVersion, "Versions of the program and its libraries");
+  PutIntoSections(app);
+}
+
+Command ReadPictureCommand(int argc, const char* const* argv) {
+  CLI::App app(kPictureTitle, "tessaline");
+  PictureTexts texts;
+  AddPictureOptions(app, texts);
+  auto& [shared, command, arguments, jobs, memory, quality, tile, wantsVersion, verbose] = texts;
   if (const auto help = Parse(app, argc, argv, kPictureUsage)) return *help;
   if (wantsVersion) return PrintAndLeave{VersionText()};
 
@@ -509,24 +599,34 @@ std::vector<std::string> JoinFreezeFrame(int argc, const char* const* argv) {
   return joined;
 }
 
-Command ReadStreamCommand(int argc, const char* const* argv) {
-  CLI::App app("Takes repeating patterns out of raw frames, one by one.", "tessaline stream");
-  app.formatter(std::make_shared<HelpFormatter>(std::string("Usage: ") + kStreamUsage));
-  app.footer(kStreamFooter);
+struct StreamTexts {
   SharedTexts shared;
-  StreamCommand command;
   std::string width, height, pixels, first, last, freeze;
   std::vector<std::string> arguments;
-  app.add_option("files", arguments, "INPUT frames, then OUTPUT; - is stdin or stdout")
+};
+
+void AddStreamOptions(CLI::App& app, StreamTexts& texts) {
+  app.formatter(std::make_shared<HelpFormatter>(std::string("Usage: ") + kStreamUsage));
+  app.footer(kStreamFooter);
+  app.add_option("files", texts.arguments, "INPUT frames, then OUTPUT; - is stdin or stdout")
       ->type_name("INPUT OUTPUT");
-  AddLastWins(app, "--width", width, "Pixels per row of a frame, 1..7500", "W");
-  AddLastWins(app, "--height", height, "Rows of a frame, 1..7500", "H");
-  AddLastWins(app, "--pix-fmt", pixels, "Samples: gray, rgb24, gray16le or rgb48le", "F");
-  AddLastWins(app, "--first", first, "First frame to take, counted from 0 (default 0)", "A");
-  AddLastWins(app, "--last", last, "Last frame to take (default: to the end)", "B");
-  AddLastWins(app, "--freeze", freeze,
+  AddLastWins(app, "--width", texts.width, "Pixels per row of a frame, 1..7500", "W");
+  AddLastWins(app, "--height", texts.height, "Rows of a frame, 1..7500", "H");
+  AddLastWins(app, "--pix-fmt", texts.pixels, "Samples: gray, rgb24, gray16le or rgb48le", "F");
+  AddLastWins(app, "--first", texts.first, "First frame to take, counted from 0 (default 0)", "A");
+  AddLastWins(app, "--last", texts.last, "Last frame to take (default: to the end)", "B");
+  AddLastWins(app, "--freeze", texts.freeze,
               "One decision for all frames: over the first that show a pattern, or of frame F", "[F]");
-  AddSharedOptions(app, shared);
+  AddSharedOptions(app, texts.shared);
+  PutIntoSections(app);
+}
+
+Command ReadStreamCommand(int argc, const char* const* argv) {
+  CLI::App app(kStreamTitle, "tessaline stream");
+  StreamTexts texts;
+  StreamCommand command;
+  AddStreamOptions(app, texts);
+  auto& [shared, width, height, pixels, first, last, freeze, arguments] = texts;
   std::vector<std::string> joined = JoinFreezeFrame(argc, argv);
   std::vector<const char*> pointers;
   for (const std::string& argument : joined) pointers.push_back(argument.c_str());
@@ -587,9 +687,23 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   return command;
 }
 
+// `tessaline pages man|bash|zsh|fish`, of which the help says nothing: what the build installs beside the
+// program.
+Command WritePages(const std::string& kind) {
+  CLI::App pictures(kPictureTitle, "tessaline"), frames(kStreamTitle, "tessaline stream");
+  PictureTexts pictureTexts;
+  StreamTexts streamTexts;
+  AddPictureOptions(pictures, pictureTexts);
+  AddStreamOptions(frames, streamTexts);
+  const auto page = PageOf(kind, pictures, frames);
+  if (!page) throw Refusal(ExitStatus::kWrongUsage, "usage: tessaline pages man|bash|zsh|fish");
+  return PrintAndLeave{*page};
+}
+
 }  // namespace
 
 Command ReadCommandLine(int argc, const char* const* argv) {
+  if (argc == 3 && std::string(argv[1]) == "pages") return WritePages(argv[2]);
   if (argc > 1 && std::string(argv[1]) == "stream") return ReadStreamCommand(argc - 1, argv + 1);
   return ReadPictureCommand(argc, argv);
 }

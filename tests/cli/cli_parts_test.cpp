@@ -1,7 +1,10 @@
 // Parts of the program that are easier to judge by themselves.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+
 #include <unistd.h>
+#include <cstdlib>
+#include <regex>
 
 #include <algorithm>
 #include <atomic>
@@ -45,6 +48,37 @@ TEST(SharedThreads, AreOnesOwnWhenOthersWorkAndAllWhenAlone) {
   EXPECT_TRUE(ForEachTask(
       *pool, 1000, [](int32_t, int32_t) {}, [](int32_t finished) { return finished > 5; }));
   EXPECT_EQ(2, threads.Borrow(0, 8));
+}
+
+TEST(Pages, TellEveryOptionOfTheHelpAndBashCompletesOptionsAndValues) {
+  const TemporaryFolder folder;
+  const std::string man = RunProgram({"pages", "man"}).out, zsh = RunProgram({"pages", "zsh"}).out;
+  const std::string fish = RunProgram({"pages", "fish"}).out;
+  for (const std::vector<std::string>& help : {std::vector<std::string>{"--help"}, {"stream", "--help"}}) {
+    const std::string text = RunProgram(help).out;
+    const std::regex option("\\n  (?:-., ?)?(?:-.,)?(--[a-z-]+)");
+    int options = 0;
+    for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at, ++options) {
+      const std::string name = (*at)[1];
+      EXPECT_NE(std::string::npos, zsh.find("'" + name + "[")) << name;
+      EXPECT_NE(std::string::npos, fish.find(" -l " + name.substr(2) + " ")) << name;
+      EXPECT_NE(std::string::npos, man.find(std::regex_replace(name, std::regex("-"), "\\-"))) << name;
+    }
+    EXPECT_GT(options, 15);
+  }
+  WriteWholeFile(folder / "pages", RunProgram({"pages", "bash"}).out);
+  const auto complete = [&](const std::string& line) {
+    const std::string script =
+        ". '" + (folder / "pages") + "'; COMP_WORDS=(" + line +
+        "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tessaline; echo \"${COMPREPLY[*]}\" >'" +
+        (folder / "out") + "'";
+    WriteWholeFile(folder / "script", script);
+    EXPECT_EQ(0, std::system(("bash '" + (folder / "script") + "'").c_str()));
+    return ReadWholeFile(folder / "out");
+  };
+  EXPECT_EQ("--acceptance\n", complete("tessaline --acc"));
+  EXPECT_EQ("linear\n", complete("tessaline -a auto --light l"));
+  EXPECT_EQ("rgb24 rgb48le\n", complete("tessaline stream --pix-fmt rgb"));
 }
 
 }  // namespace
