@@ -10,6 +10,7 @@
 #include <exception>
 #include <string_view>
 
+#include "cli/picture_format.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -181,7 +182,8 @@ class Encoder {
     // For pictures that were none before: no loss that the eye would find.
     constexpr int kHighQuality = 95;
     jpeg_set_quality(&info_, form.quality.value_or(kHighQuality), TRUE);
-    info_.optimize_coding = TRUE;
+    const uint64_t samples = PixelsOf(kind) * static_cast<uint64_t>(kind.channels());
+    info_.optimize_coding = samples <= kMostJpegSamplesHeld;
     for (int c = 0; c < info_.num_components; ++c)
       info_.comp_info[c].h_samp_factor = info_.comp_info[c].v_samp_factor = 1;
     const bool isAlike = form.like != nullptr && form.like->components.size() == size_t(kind.channels());

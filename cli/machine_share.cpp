@@ -12,6 +12,7 @@
 
 #include "cli/refusal.h"
 #include "cli/tiled_page.h"
+#include "removal/steps.h"
 
 namespace tessaline::cli {
 namespace {
@@ -62,10 +63,10 @@ uint64_t LeftInGroup(const GroupKind& kind, const std::string& folder) {
 }
 
 // The least of the group and those it lies in. In a container its own group is the root.
-uint64_t LeftInGroupsOf(const GroupKind& kind, std::string group) {
-  uint64_t left = LeftInGroup(kind, kind.root);
+uint64_t LeftInGroupsOf(const GroupKind& kind, const std::string& root, std::string group) {
+  uint64_t left = LeftInGroup(kind, root);
   while (group.size() > 1) {
-    left = std::min(left, LeftInGroup(kind, kind.root + group));
+    left = std::min(left, LeftInGroup(kind, root + group));
     group.resize(group.find_last_of('/'));
   }
   return left;
@@ -105,9 +106,9 @@ class SharedPool final : public Parallel {
 
 }  // namespace
 
-uint64_t AvailableMemory() {
-  uint64_t available = NumberBehind("MemAvailable:", "/proc/meminfo", kUnlimited / 1024) * 1024;
-  std::ifstream groups("/proc/self/cgroup");
+uint64_t AvailableMemory(const std::string& root) {
+  uint64_t available = NumberBehind("MemAvailable:", root + "/proc/meminfo", kUnlimited / 1024) * 1024;
+  std::ifstream groups(root + "/proc/self/cgroup");
   // "NUMBER:CONTROLLERS:PATH"
   for (std::string line; std::getline(groups, line);) {
     const size_t first = line.find(':'), second = line.find(':', first + 1);
@@ -115,7 +116,7 @@ uint64_t AvailableMemory() {
     const std::string controllers = line.substr(first + 1, second - first - 1);
     for (const GroupKind& kind : kGroupKinds) {
       if (controllers == kind.controller)
-        available = std::min(available, LeftInGroupsOf(kind, line.substr(second + 1)));
+        available = std::min(available, LeftInGroupsOf(kind, root + kind.root, line.substr(second + 1)));
     }
   }
   return available;
@@ -128,20 +129,49 @@ uint64_t MemoryHeldBy(int process) {
   return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-uint64_t MemoryNeeded(const PageKind& kind, bool isAutomatic) {
-  constexpr uint64_t kProgram = 64 * kMiB;
-  constexpr int32_t kLeastSide = 1024, kMostSide = 8192;  // of the transform
-  const int32_t largest = std::max(kind.width, kind.height);
-  if (largest > kLargestSide) {
-    Settings settings;
-    settings.isAutomatic = isAutomatic;
-    const TileRule rule = TilesOfPage(kind, settings, 0);
-    return kProgram + BytesOfTiles(kind.RowBytes(), isAutomatic, rule);
+namespace {
+
+// What the libraries that write a format hold of a whole picture, bytes a sample: measured over RGB.
+uint64_t BytesHeldWhileWriting(const PageKind& kind, FileFormat format) {
+  const uint64_t samples = PixelsOf(kind) * static_cast<uint64_t>(kind.channels());
+  switch (format) {
+    case FileFormat::kJpeg:  // coefficients
+      return samples <= kMostJpegSamplesHeld ? 2 * samples : 0;
+    case FileFormat::kWebp:
+      return 6 * samples;
+    case FileFormat::kJpegXl:
+      return 23 * samples;
+    case FileFormat::kJpeg2000:
+      return samples;
+    default:
+      return 0;  // piece by piece
   }
-  uint64_t side = kLeastSide;
-  while (side < kMostSide && side < static_cast<uint64_t>(largest)) side *= 2;
+}
+
+}  // namespace
+
+uint64_t MemoryNeeded(const PageKind& kind, const MemoryUse& use) {
+  constexpr uint64_t kProgram = 46 * kMiB, kThread = 6 * kMiB;
+  const uint64_t fixed = kProgram + static_cast<uint64_t>(std::max(use.threads - 2, 0)) * kThread;
+  const uint64_t writing = use.written ? BytesHeldWhileWriting(kind, *use.written) : 0;
+  const int32_t largest = std::max(kind.width, kind.height);
+  if (use.isTiled || largest > kLargestSide) {
+    Settings settings;
+    settings.isAutomatic = use.isAutomatic;
+    const TileRule rule = TilesOfPage(kind, settings, use.tileSide);
+    // Of a picture that is lower than a tile fewer rows are held.
+    const auto side = static_cast<uint64_t>(rule.side);
+    const uint64_t missing = side - std::min(side, static_cast<uint64_t>(kind.height));
+    const uint64_t spared = missing * (2 * kind.RowBytes() + (use.isAutomatic ? 12 * side : 0));
+    return fixed + BytesOfTiles(kind.RowBytes(), use.isAutomatic, rule) - spared + writing;
+  }
+  const auto side = static_cast<uint64_t>(TransformSizeFor(largest));
+  const uint64_t transform = side * side * sizeof(float) * 13 / 10;
   const uint64_t picture = kind.RowBytes() * static_cast<uint64_t>(kind.height);
-  return kProgram + side * side * sizeof(float) + (isAutomatic ? picture * 15 / 2 : picture * 3 / 2);
+  // What the automatic run takes for a part is free again when the picture is written.
+  const uint64_t restoring =
+      use.isAutomatic ? 14 * kMiB + picture / static_cast<uint64_t>(kind.parts()) * 31 / 20 : 0;
+  return fixed + transform + picture * 23 / 20 + std::max(restoring, writing);
 }
 
 SharedThreads::SharedThreads(int threads) : threads_(threads) {

@@ -39,6 +39,10 @@ struct PageKind {
   friend bool operator==(const PageKind&, const PageKind&) = default;
 };
 
+constexpr uint64_t PixelsOf(const PageKind& kind) {
+  return static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height);
+}
+
 class PageSamples {
  public:
   // Memory for a page of that kind; what was held before is released. False when there is none.

@@ -1,12 +1,16 @@
 // The file formats that pictures come in and go out in.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace tessaline::cli {
 
 enum class FileFormat { kPng, kTiff, kJpeg, kWebp, kGif, kPnm, kJpeg2000, kJpegXl, kHeif };
+
+// Of larger pictures JPEG files are written without a look at the whole, a little larger: it would be held.
+constexpr uint64_t kMostJpegSamplesHeld = uint64_t{7500} * 7500 * 3;
 
 struct FormatTraits {
   FileFormat format;

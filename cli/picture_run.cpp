@@ -151,20 +151,30 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
   return outputs;
 }
 
-uint64_t PixelsOf(const PageKind& kind) {
-  return static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height);
-}
-
 const PageKind& LargestOf(const std::vector<PageKind>& kinds) {
   return *std::max_element(kinds.begin(), kinds.end(),
                            [](const PageKind& a, const PageKind& b) { return PixelsOf(a) < PixelsOf(b); });
 }
 
-uint64_t MostMemoryNeeded(const PictureRequest& request, const std::vector<PageKind>& kinds) {
+// Of the hungriest page.
+uint64_t MostMemoryNeeded(const PictureRequest& request, const FormatTraits* written,
+                          const std::vector<PageKind>& kinds) {
+  MemoryUse use = {request.settings.isAutomatic, FixedThreads(request).value_or(UsableProcessors()),
+                   std::nullopt, request.tileSide.has_value(), request.tileSide.value_or(0)};
+  if (written != nullptr) use.written = written->format;
   uint64_t bytes = 0;
-  for (const PageKind& kind : kinds)
-    bytes = std::max(bytes, MemoryNeeded(kind, request.settings.isAutomatic));
+  for (const PageKind& kind : kinds) bytes = std::max(bytes, MemoryNeeded(kind, use));
   return bytes;
+}
+
+// A process that takes more than there is would be killed without a word.
+void RefuseWithoutMemory(const std::string& name, uint64_t needed) {
+  const uint64_t available = AvailableMemory();
+  if (needed <= available) return;
+  const auto inMiB = [](uint64_t bytes) { return std::to_string(bytes >> 20) + " MiB"; };
+  throw Refusal(ExitStatus::kOutOfMemory, name,
+                "needs about " + inMiB(needed) + " of memory, and " + inMiB(available) +
+                    " can be had; close other programs, or clean it in tiles (--tile 774)");
 }
 
 // The run over all pages of one picture.
@@ -182,7 +192,9 @@ class PictureRun {
                     "is cleaned in tiles, of which no gate is drawn; leave --gate out");
     }
     outputs_ = OpenOutputs(request_, input_);
-    if (request_.beforeReading) request_.beforeReading(MostMemoryNeeded(request_, input_.kinds()));
+    const uint64_t needed = MostMemoryNeeded(request_, outputFormat_, input_.kinds());
+    if (request_.beforeReading) request_.beforeReading(needed);
+    RefuseWithoutMemory(input_.path(), needed);
   }
 
   PictureOutcome Run() {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "buffers/buffer_table.h"
@@ -22,6 +23,46 @@
 
 namespace tessaline::cli {
 namespace {
+
+TEST(Memory, IsTheLeastThatSystemAndGroupsLeave) {
+  const TemporaryFolder root;
+  const auto write = [&](const std::string& name, const std::string& text) {
+    std::filesystem::create_directories((root.path() / name).parent_path());
+    WriteWholeFile(root / name, text);
+  };
+  write("proc/meminfo", "MemTotal: 9000 kB\nMemAvailable:  900 kB\n");
+  EXPECT_EQ(900u << 10, AvailableMemory(root.path()));
+  write("proc/self/cgroup", "4:memory:/job/7\n2:cpu:/\n0::/slice/unit\n");
+  EXPECT_EQ(900u << 10, AvailableMemory(root.path()));
+  write("sys/fs/cgroup/slice/memory.max", "700000\n");
+  write("sys/fs/cgroup/slice/memory.current", "300000\n");
+  write("sys/fs/cgroup/slice/memory.stat", "anon 5\ninactive_file 100000\n");
+  write("sys/fs/cgroup/slice/unit/memory.max", "max\n");
+  EXPECT_EQ(500000u, AvailableMemory(root.path()));
+  write("sys/fs/cgroup/memory/job/7/memory.limit_in_bytes", "400000\n");
+  write("sys/fs/cgroup/memory/job/7/memory.usage_in_bytes", "500000\n");
+  EXPECT_EQ(0u, AvailableMemory(root.path()));
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Memory, NeededIsWhatARunTakesAndNotAThirdMore) {
+  const TemporaryFolder folder;
+  Save(DrawScreen(3, 0, 8, 2200, 1500), folder / "in.png");
+  const PageKind kind = {2200, 1500, ColourModel::kRgb};
+  for (const auto& [format, output] :
+       {std::pair(FileFormat::kPng, "o.png"), std::pair(FileFormat::kTiff, "o.tif"),
+        std::pair(FileFormat::kJpeg, "o.jpg")}) {
+    for (const char* acceptance : {"auto", kFindingAcceptance}) {
+      const Ended ended = RunProgram(
+          {"--threads", "2", "-a", acceptance, "-f", "--report", "-", folder / "in.png", folder / output});
+      const double peak = nlohmann::json::parse(ended.out)["pictures"][0]["peakMemoryBytes"];
+      const auto needed = static_cast<double>(MemoryNeeded(kind, {*acceptance == 'a', 2, format}));
+      EXPECT_GT(needed / peak, 1) << output << acceptance;
+      EXPECT_LT(needed / peak, 1.3) << output << acceptance;
+    }
+  }
+}
+#endif
 
 TEST(SharedThreads, AreOnesOwnWhenOthersWorkAndAllWhenAlone) {
   SharedThreads threads(3);
