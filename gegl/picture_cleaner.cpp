@@ -148,7 +148,7 @@ void PictureCleaner::Renew(GeglBuffer* input, const GeglRectangle& picture, cons
     analysed_ = origin;
   }
   begin = 0.5;
-  engine_->Decide(SettingsOf(wishes, LightCurveOf(samples.format)));
+  engine_->Decide(SettingsOf(wishes, ToldLightCurve(samples.format)));
 
   auto result = std::make_unique<Result>(Result{origin, wishes, nullptr});
   if (engine_->Findings().patternCells > 0) {

@@ -65,9 +65,9 @@ property_double(polish, "Polish", 1.0)
   ui_digits(2)
   ui_meta("sensitive", "automatic")
 
-property_enum(light, "Filter", TessalineNotchLevels, tessaline_notch_levels, TESSALINE_NOTCH_AUTOMATIC)
+property_enum(light, "Notches work on", TessalineNotchLevels, tessaline_notch_levels, TESSALINE_NOTCH_AUTOMATIC)
   description("Where automatic: dots of ink average in light, noise in levels. Automatic takes light for dot "
-              "screens in pictures with a colour space of their own, levels for all else")
+              "screens in pictures with a colour space other than sRGB, levels for all else")
   ui_meta("sensitive", "automatic")
 // clang-format on
 

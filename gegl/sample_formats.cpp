@@ -61,9 +61,10 @@ const Babl* OutputFormatFor(const Babl* picture) {
   return babl_format_with_space("R'G'B'A u8", SpaceOf(picture));
 }
 
-std::vector<float> LightCurveOf(const SampleFormat& format) {
+std::vector<float> ToldLightCurve(const SampleFormat& format) {
   constexpr int kLevels = 1024;
   const Babl* const space = babl_format_get_space(format.babl);
+  if (space == babl_space("sRGB")) return {};
   const bool hasSpacesCurve =
       (static_cast<unsigned>(babl_get_model_flags(babl_format_get_model(format.babl))) &
        BABL_MODEL_FLAG_NONLINEAR) != 0;
@@ -78,7 +79,7 @@ std::vector<float> LightCurveOf(const SampleFormat& format) {
   for (size_t level = 1; level < light.size(); ++level) {
     light[level] = std::max(light[level], light[level - 1]);
   }
-  return light == levels || light.back() <= light.front() ? std::vector<float>() : light;
+  return light.back() > light.front() ? light : std::vector<float>();
 }
 
 }  // namespace tessaline::gegl

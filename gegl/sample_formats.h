@@ -32,7 +32,9 @@ SampleFormat SampleFormatFor(const Babl* picture);
 // a format that is not known: RGB with alpha, float.
 const Babl* OutputFormatFor(const Babl* picture);
 
-// Light, 0..1, of levels evenly spaced from black to white; GEGL always knows. Empty where levels are light.
-std::vector<float> LightCurveOf(const SampleFormat& format);
+// Light, 0..1, of levels evenly spaced from black to white. Empty where the space is that of sRGB: pictures
+// that do not say how they are coded have it as well, and to take levels for light where they are not does
+// more harm (black rings in dark places) than the other way round (screened tones a little darker).
+std::vector<float> ToldLightCurve(const SampleFormat& format);
 
 }  // namespace tessaline::gegl
