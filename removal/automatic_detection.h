@@ -30,9 +30,10 @@ enum class PeakVerdict : int32_t {
 
 // How far a peak is spread.
 enum class PeakScale : int32_t {
-  kFine,  // over a few cells: the page is flat
-  kNear,  // smeared over tens of cells, as a warped or curled page does
-  kFar,   // more so
+  kFine,   // over a few cells: the page is flat
+  kNear,   // smeared over tens of cells, as a warped or curled page does
+  kFar,    // more so
+  kLocal,  // over each other: only the spectra of small tiles show it
 };
 
 // One peak of the upper half of the spectrum; its partner at (-dx, -dy) belongs to it.

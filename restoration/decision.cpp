@@ -22,6 +22,10 @@ int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const
   if (result != kSuccess || hadLicence != HasLicence(*findings)) return result;
   result = AddSmearedPeaks(analysis, settings, findings);
   if (result != kSuccess || hadLicence) return result;
+  if (!HasLicence(*findings)) {
+    result = AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
+    if (result != kSuccess) return result;
+  }
   return MeasureStrength(tiled, workspace.parallel(), findings);
 }
 

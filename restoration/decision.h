@@ -38,6 +38,11 @@ int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* f
 // Adds the peaks that a smoothed spectrum shows, and their cells.
 int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings);
 
+// Of a picture without a licence, adds two peaks square to each other where most of its tiles show a screen
+// of about one ruling each, and the cells of all that stands out in them: for LocalNotches.
+int32_t AddLocalPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
+                      Findings* findings);
+
 // Measures the strongest licensed peak, whatever its scale.
 int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
 

@@ -97,7 +97,8 @@ GatePlan PlanGate(const Findings& findings) {
   for (const SpectrumPeak& peak : findings.peaks) {
     if (peak.isLicensed && (peak.scale == PeakScale::kFine) == hasFine) licensed.push_back(&peak);
   }
-  if (licensed.empty()) return plan;
+  // Where tiles gave the licences each of them tells by its own peaks.
+  if (licensed.empty() || licensed.front()->scale == PeakScale::kLocal) return plan;
   plan.scale = licensed.front()->scale;
   const auto magnitude = [](const SpectrumPeak* peak) { return peak->height + peak->background; };
   std::stable_sort(licensed.begin(), licensed.end(),

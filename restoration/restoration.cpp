@@ -6,6 +6,7 @@
 
 #include "image/pixel_kind.h"
 #include "restoration/gate.h"
+#include "restoration/local_notches.h"
 #include "restoration/polish.h"
 #include "restoration/taken_channels.h"
 
@@ -44,8 +45,11 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   Noise noise;
   Polish polish;
   TakenChannels channels;
+  LocalNotches localNotches;
+  const bool isLocal = IsLocal(findings);
   const ToneCurve* const light = CurveOf(settings, findings);
   if (!workspace.Prepare(TransformSizeFor(from)) ||
+      (isLocal && !localNotches.Prepare(from, parallel.threads(), workspace.idlePlane())) ||
       !gate.Prepare(from, PlanFor(findings, settings), parallel.threads(), workspace.idlePlane()) ||
       !noise.Prepare(from, axes) || !polish.Prepare(axes, parallel.threads()) ||
       !channels.Prepare(from, gate, light, noise, workspace) ||
@@ -59,8 +63,10 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   filteredFrom.light = light;
   ApplyOptions filterOptions = options;
   if (light != nullptr) filterOptions.chain = {};  // the analysis', which saw levels
+  const Progress filtering = progress.Part(kMeasured, kFiltered);
   const int32_t result =
-      Filter(filteredFrom, mask, workspace, filterOptions, progress.Part(kMeasured, kFiltered), channels);
+      isLocal ? localNotches.Filter(filteredFrom, findings, mask.cells.view(), parallel, filtering, channels)
+              : Filter(filteredFrom, mask, workspace, filterOptions, filtering, channels);
   if (result != kSuccess) return result;
   if (noise.Settle(settings.polish, parallel, progress.Part(kFiltered, kNoiseKnown))) return kUserCancelled;
   polish.Store(channels, noise, parallel, to, progress.Part(kNoiseKnown, 1.0));

@@ -138,6 +138,34 @@ TEST(FilmDecisions, FindTheSmearedPeaksOfAWarpedPage) {
       2e-4);
 }
 
+// What the tiles' own spectra show is enough, where the picture's shows nothing.
+TEST(LocalNotches, CleanAWarpedPageForAnyNumberOfThreadsAndLeaveOneWithoutAScreen) {
+  const Picture input = ReadPicture("restore/warped.png"), wanted = ReadPicture("restore/warped.result.png");
+  Settings settings;
+  settings.isAutomatic = true;
+  Picture first;
+  for (const int32_t threads : {1, 3}) {
+    const auto pool = MakeThreadPool(threads);
+    Workspace workspace(*pool);
+    Image picture = ImageOf(input), other = ImageOf(ReadPicture("restore/clean.png"));
+    const PictureView view = PictureOf(picture.view());
+    Analysis analysis;
+    Findings findings;
+    Mask mask;
+    ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
+    ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
+    ASSERT_EQ(kSuccess, AddLocalPeaks(TilesOf(PictureOf(other.view())), settings, *pool, &findings));
+    EXPECT_EQ(0, findings.seedCells);
+    ASSERT_EQ(kSuccess, AddLocalPeaks(TilesOf(view), settings, *pool, &findings));
+    ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+    ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {}, {}, {}));
+    const Picture result = SamplesOf(picture.view());
+    EXPECT_LE(DistanceBetween(wanted, result).mean, 1.3);
+    EXPECT_TRUE(threads == 1 || first.samples == result.samples);
+    first = result;
+  }
+}
+
 // Fields of 160 x 160 of one ink at 45 degrees, 16 periods to 100 pixels. Dots are averaged in light over
 // each pixel, then coded.
 float PrintedLight(int x, int y) {
@@ -258,10 +286,11 @@ TEST(BadInput, FindsNothingAndForcedThroughEveryStepStaysANumber) {
     int width, height;
     float level, other;  // of one sample in the middle
     PeakScale scale;
-  } cases[] = {{1, 1, 0.5f, 0.5f, PeakScale::kFine},        {1, 7500, 0.5f, 0.5f, PeakScale::kFine},
-               {300, 200, 0.5f, 0.5f, PeakScale::kFine},    {90, 70, 0.0f, 1.0f, PeakScale::kNear},
-               {300, 200, 1.0f, 0.0f, PeakScale::kFar},     {300, 200, 0.5f, NAN, PeakScale::kFine},
-               {300, 200, 0.5f, kInfinity, PeakScale::kFar}};
+  } cases[] = {{1, 1, 0.5f, 0.5f, PeakScale::kFine},         {1, 7500, 0.5f, 0.5f, PeakScale::kFine},
+               {300, 200, 0.5f, 0.5f, PeakScale::kFine},     {90, 70, 0.0f, 1.0f, PeakScale::kNear},
+               {300, 200, 1.0f, 0.0f, PeakScale::kFar},      {300, 200, 0.5f, NAN, PeakScale::kFine},
+               {300, 200, 0.5f, kInfinity, PeakScale::kFar}, {1, 1, 0.5f, 0.5f, PeakScale::kLocal},
+               {300, 200, 0.5f, NAN, PeakScale::kLocal}};
   for (const auto& bad : cases) {
     const auto samples = static_cast<size_t>(bad.width * bad.height);
     std::vector<float> picture(samples, bad.level);

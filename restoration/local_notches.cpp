@@ -1,0 +1,118 @@
+#include "restoration/local_notches.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "restoration/local_spectrum.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr int32_t kSide = LocalSpectrum::kSide, kHop = LocalSpectrum::kHop;
+constexpr int32_t kRowsInOrder = 16;  // are given by one thread, so that blocks of rows come together
+static_assert(kHop % kRowsInOrder == 0);
+constexpr double kSurePeak = 2.0;       // height, of one in a tile that is filtered
+constexpr double kRulingsApart = 0.25;  // at most, as a share: a page that is warped stretches
+
+bool HasRuling(const LocalPeak& peak, const Findings& findings) {
+  return std::any_of(findings.peaks.begin(), findings.peaks.end(), [&](const SpectrumPeak& licensed) {
+    const double ruling = std::hypot(licensed.dx, licensed.dy) / LocalSpectrum::kCells;
+    return licensed.isLicensed && std::abs(peak.Ruling() - ruling) <= kRulingsApart * ruling;
+  });
+}
+
+}  // namespace
+
+bool IsLocal(const Findings& findings) {
+  return std::any_of(findings.peaks.begin(), findings.peaks.end(), [](const SpectrumPeak& peak) {
+    return peak.isLicensed && peak.scale == PeakScale::kLocal;
+  });
+}
+
+bool LocalNotches::Prepare(const PictureView& from, int32_t threads, std::span<float> lent) {
+  width_ = from.width;
+  channels_ = from.channels;
+  strips_ = threads + 1;
+  spectra_.resize(static_cast<size_t>(threads));
+  const auto width = static_cast<size_t>(width_);
+  taken_ = AllocateBlock<float>(width * kSide * static_cast<size_t>(channels_ * strips_));
+  rows_ = AllocateBlock<float>(3 * width * static_cast<size_t>(threads));
+  last_ = lent.data();
+  return taken_ && rows_ && std::all_of(spectra_.begin(), spectra_.end(), [](LocalSpectrum& spectrum) {
+           return spectrum.Prepare();
+         });
+}
+
+float* LocalNotches::StripOf(int32_t row) const {
+  return taken_.get() +
+         static_cast<size_t>(row % strips_) * static_cast<size_t>(width_ * channels_) * size_t{kSide};
+}
+
+// What a row of tiles takes; the first one begins half a tile above the picture.
+void LocalNotches::MeasureStrip(const PictureView& from, const Findings& findings, const ConstImageView& mask,
+                                int32_t row, int32_t worker) {
+  LocalSpectrum& spectrum = spectra_[static_cast<size_t>(worker)];
+  const auto width = static_cast<size_t>(width_);
+  float* const strip = StripOf(row);
+  std::fill_n(strip, width * kSide * static_cast<size_t>(channels_), 0.0f);
+  for (int32_t x = -kHop; x < width_; x += kHop) {
+    spectrum.Load(from, x, (row - 1) * kHop);
+    const std::vector<LocalPeak>& peaks = spectrum.FindPeaks();
+    if (std::none_of(peaks.begin(), peaks.end(), [&](const LocalPeak& peak) {
+          return peak.height >= kSurePeak && HasRuling(peak, findings);
+        })) {
+      continue;
+    }
+    for (const LocalPeak& peak : peaks) spectrum.Take(peak);
+    const int32_t skipped = std::max(-x, 0);
+    spectrum.AddTaken(mask, skipped, std::min(kSide, width_ - x), width, width * kSide, strip + x + skipped);
+  }
+}
+
+// The last channel's rows stay, two to a line as everywhere.
+float* LocalNotches::RowToGive(int32_t channel, int32_t y, int32_t worker) const {
+  const auto width = static_cast<size_t>(width_);
+  if (channel == channels_ - 1) return last_ + static_cast<size_t>(y / 2) * 2 * width + y % 2;
+  return rows_.get() + static_cast<size_t>(worker) * 3 * width + width;
+}
+
+void LocalNotches::GiveRow(const PictureView& from, int32_t y, int32_t worker, FilteredRows& rows) {
+  const auto width = static_cast<size_t>(width_);
+  float* const levels = rows_.get() + static_cast<size_t>(worker) * 3 * width;
+  const int32_t row = y / kHop;
+  for (int32_t c = 0; c < channels_; ++c) {
+    const auto line = static_cast<size_t>(c) * kSide + static_cast<size_t>(y % kHop);
+    const float* const upper = StripOf(row) + (line + kHop) * width;
+    const float* const lower = StripOf(row + 1) + line * width;
+    LoadPart(from, {c, y, 0, width_}, levels);
+    float* const filtered = RowToGive(c, y, worker);
+    for (int32_t x = 0; x < width_; ++x) filtered[2 * x] = levels[x] - (upper[x] + lower[x]);
+    rows.Take(c, y, filtered);
+  }
+}
+
+int32_t LocalNotches::Filter(const PictureView& from, const Findings& findings, const ConstImageView& mask,
+                             Parallel& parallel, const Progress& progress, FilteredRows& rows) {
+  const int32_t bands = (from.height + kHop - 1) / kHop;  // each between two rows of tiles
+  MeasureStrip(from, findings, mask, 0, 0);
+  for (int32_t band = 0; band < bands; band += strips_ - 1) {
+    if (progress.Advance(band, bands)) return kUserCancelled;
+    const int32_t count = std::min(strips_ - 1, bands - band);
+    const auto never = [](int32_t) { return false; };
+    ForEachTask(
+        parallel, count,
+        [&](int32_t i, int32_t worker) { MeasureStrip(from, findings, mask, band + 1 + i, worker); }, never);
+    const int32_t firstRow = band * kHop, lastRow = std::min((band + count) * kHop, from.height);
+    const auto give = [&](int32_t part, int32_t worker) {
+      const int32_t first = firstRow + part * kRowsInOrder;
+      for (int32_t y = first; y < std::min(first + kRowsInOrder, lastRow); ++y) {
+        GiveRow(from, y, worker, rows);
+      }
+    };
+    ForEachTask(parallel, (lastRow - firstRow + kRowsInOrder - 1) / kRowsInOrder, give, never);
+  }
+  return kSuccess;
+}
+
+}  // namespace tessaline

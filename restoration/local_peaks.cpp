@@ -1,0 +1,189 @@
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <vector>
+
+#include "image/pixel_kind.h"
+#include "removal/peak_detection.h"
+#include "restoration/decision.h"
+#include "restoration/local_spectrum.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr int32_t kFirstTiles = 24;  // in which half of what all must show is to be seen
+constexpr double kLeastShare = 0.6;  // of the tiles agree
+constexpr double kSurePeak = 2.2;    // height
+constexpr double kLeastAmplitude = 4.0 * kByteToHost;
+constexpr double kRulingsApart = 0.15;  // of two tiles that agree, as a share
+constexpr double kMostSkew = 0.2;       // of a pair's distance from the zero frequency
+constexpr size_t kTileStride = 547;     // a prime beyond the number of tiles: early ones lie everywhere
+
+// The two directions of a screen in a tile.
+struct LocalScreen {
+  LocalPeak along, across;
+  double ruling = 0.0;  // cells of the tile's spectrum; 0: there is none
+  double level = 0.0;
+};
+
+bool IsNearAxis(const LocalPeak& peak) {
+  return std::min(std::abs(peak.dx), std::abs(peak.dy)) <=
+         1 + 0.1 * std::max(std::abs(peak.dx), std::abs(peak.dy));
+}
+
+// Windows and tiles: the repeats along the axes that the peak would be the product of are as strong.
+bool IsProduct(const LocalSpectrum& spectrum, const LocalPeak& peak) {
+  return spectrum.HighestAround(peak.dx, 0) >= peak.level && spectrum.HighestAround(0, peak.dy) >= peak.level;
+}
+
+bool AreSquare(const LocalPeak& a, const LocalPeak& b) {
+  const double apart = std::min(std::hypot(b.dx + a.dy, b.dy - a.dx), std::hypot(b.dx - a.dy, b.dy + a.dx));
+  return apart <= kMostSkew * a.Ruling();
+}
+
+// The strongest pair of peaks off the axes that have one ruling and are square to each other.
+LocalScreen FindScreen(const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
+  LocalScreen screen;
+  std::vector<LocalPeak> sure;
+  for (const LocalPeak& peak : peaks) {
+    if (peak.height >= kSurePeak && peak.amplitude >= kLeastAmplitude && !IsNearAxis(peak) &&
+        !IsProduct(spectrum, peak)) {
+      sure.push_back(peak);
+    }
+  }
+  for (size_t i = 0; i < sure.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      const double level = std::min(sure[i].level, sure[j].level);
+      if (level <= screen.level || !AreSquare(sure[i], sure[j])) continue;
+      screen = {sure[i], sure[j], std::sqrt(sure[i].Ruling() * sure[j].Ruling()), level};
+    }
+  }
+  return screen;
+}
+
+// Those that agree in ruling with the middle one.
+std::vector<LocalScreen> Agreeing(std::vector<LocalScreen> screens) {
+  std::erase_if(screens, [](const LocalScreen& screen) { return screen.ruling == 0.0; });
+  if (screens.empty()) return screens;
+  std::sort(screens.begin(), screens.end(),
+            [](const LocalScreen& a, const LocalScreen& b) { return a.ruling < b.ruling; });
+  const double middle = screens[screens.size() / 2].ruling;
+  std::erase_if(screens, [&](const LocalScreen& screen) {
+    return std::abs(screen.ruling - middle) > kRulingsApart * middle;
+  });
+  return screens;
+}
+
+SpectrumPeak AsPeak(const LocalPeak& local) {
+  constexpr double kDegrees = 57.29577951308232;
+  SpectrumPeak peak = {};
+  peak.dx = local.dx * LocalSpectrum::kCells;
+  peak.dy = local.dy * LocalSpectrum::kCells;
+  peak.period = LocalSpectrum::kSide / local.Ruling();
+  peak.angle = std::fmod(std::atan2(-local.dy, local.dx) * kDegrees + 180.0, 180.0);
+  peak.height = peak.isolation = local.height;
+  peak.background = local.background;
+  peak.isLicensed = true;
+  peak.verdict = PeakVerdict::kUsed;
+  peak.scale = PeakScale::kLocal;
+  return peak;
+}
+
+// All cells of the picture's grid that a cell of a tile's stands for.
+void Seed(int32_t dx, int32_t dy, float discRadius, const ImageView& seeds) {
+  constexpr int32_t kHalf = LocalSpectrum::kCells / 2, kWrap = kSpectrumCells - 1;
+  for (int32_t v = -kHalf; v <= kHalf; ++v) {
+    for (int32_t u = -kHalf; u <= kHalf; ++u) {
+      const int32_t column = (kSpectrumCentre + dx * LocalSpectrum::kCells + u) & kWrap,
+                    row = (kSpectrumCentre + dy * LocalSpectrum::kCells + v) & kWrap;
+      const int32_t x = column - kSpectrumCentre, y = row - kSpectrumCentre;
+      if (static_cast<float>(x * x + y * y) >= discRadius * discRadius) {
+        seeds.Row(row)[column] = seeds.Row(-row & kWrap)[-column & kWrap] = 255;
+      }
+    }
+  }
+}
+
+// Tiles looked at in the order of their spread.
+class LookedTiles {
+ public:
+  explicit LookedTiles(const TiledPicture& tiled) : tiled_(tiled) {}
+
+  bool Prepare(int32_t threads) {
+    spectra_.resize(static_cast<size_t>(threads));
+    return std::all_of(spectra_.begin(), spectra_.end(),
+                       [](LocalSpectrum& spectrum) { return spectrum.Prepare(); });
+  }
+
+  template <typename Look>
+  void ForFirst(size_t count, Parallel& parallel, const Look& look) {
+    const auto task = [&](int32_t index, int32_t worker) {
+      LocalSpectrum& spectrum = spectra_[static_cast<size_t>(worker)];
+      const size_t tile = static_cast<size_t>(index) * kTileStride % tiled_.tiles.size();
+      spectrum.Load(TileOf(tiled_, tile), 0, 0);
+      look(static_cast<size_t>(index), spectrum, spectrum.FindPeaks());
+    };
+    ForEachTask(parallel, static_cast<int32_t>(count), task, [](int32_t) { return false; });
+  }
+
+ private:
+  const TiledPicture& tiled_;
+  std::vector<LocalSpectrum> spectra_;
+};
+
+int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
+                 Findings* findings) {
+  const size_t count = tiled.tiles.size();
+  if (count == 0 || tiled.tileWidth != LocalSpectrum::kSide || tiled.tileHeight != LocalSpectrum::kSide) {
+    return kSuccess;
+  }
+  LookedTiles tiles(tiled);
+  if (!tiles.Prepare(parallel.threads())) return kOutOfMemory;
+  std::vector<LocalScreen> screens;
+  for (const size_t looked : {std::min(count, size_t{kFirstTiles}), count}) {
+    std::vector<LocalScreen> found(looked);
+    tiles.ForFirst(looked, parallel,
+                   [&](size_t i, const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
+                     found[i] = FindScreen(spectrum, peaks);
+                   });
+    screens = Agreeing(std::move(found));
+    const double share = looked < count ? kLeastShare / 2 : kLeastShare;
+    if (static_cast<double>(screens.size()) < share * static_cast<double>(looked)) return kSuccess;
+  }
+  const LocalScreen& strongest =
+      *std::max_element(screens.begin(), screens.end(),
+                        [](const LocalScreen& a, const LocalScreen& b) { return a.level < b.level; });
+  const float discRadius = ProtectedDiscRadius(UsableSettings(settings).protectionRadius);
+  std::vector<std::vector<LocalPeak>> taken(count);
+  std::vector<std::vector<std::pair<int32_t, int32_t>>> cells(count);
+  tiles.ForFirst(count, parallel,
+                 [&](size_t i, LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
+                   for (const LocalPeak& peak : peaks) spectrum.Take(peak);
+                   constexpr int32_t kHalf = LocalSpectrum::kSide / 2;
+                   for (int32_t dx = -kHalf; dx < kHalf; ++dx) {
+                     for (int32_t dy = -kHalf; dy <= 0; ++dy) {
+                       if (spectrum.IsTaken(dx, dy)) cells[i].emplace_back(dx, dy);
+                     }
+                   }
+                 });
+  for (const auto& ofTile : cells) {
+    for (const auto& [dx, dy] : ofTile) Seed(dx, dy, discRadius, findings->seeds.view());
+  }
+  findings->seedCells = CountSeeds(findings->seeds.view());
+  for (const LocalPeak& peak : {strongest.along, strongest.across}) findings->peaks.push_back(AsPeak(peak));
+  return kSuccess;
+}
+
+}  // namespace
+
+int32_t AddLocalPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
+                      Findings* findings) {
+  try {
+    return AddPeaks(tiled, settings, parallel, findings);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+}
+
+}  // namespace tessaline
