@@ -37,9 +37,14 @@ const GateRule& RuleOf(const GatePlan& plan) {
 }
 
 constexpr float kUsualMargin = 1.5f;
+// The narrow demodulation, and the shares of the wide wave between which it cuts the gate off: at a straight
+// edge it holds all of it, 4 pixels beyond a half, 7 a quarter.
+constexpr double kNearSigma = 4.0;  // pixels
+constexpr float kLeastNear = 0.3f, kEnoughNear = 0.5f;
 constexpr int32_t kBesideCarrier = 18;    // cells, square to the carrier's direction
 constexpr double kStrongShare = 0.98;     // of the places lie below the strong ones
 constexpr double kLeastLeadOnAxis = 0.7;  // natural log of magnitudes: twice as strong
+constexpr double kCoarsest = 0.6;         // of the strongest carrier's distance from the zero frequency
 
 // From a carrier to a place beside it, where the picture itself is as strong as under it.
 Carrier StepBeside(const Carrier& carrier) {
@@ -112,8 +117,11 @@ GatePlan PlanGate(const Findings& findings) {
       magnitude(licensed.front()) < magnitude(*strongestOff) + kLeastLeadOnAxis) {
     std::erase_if(licensed, [&](const SpectrumPeak* peak) { return !isOffAxis(peak); });
   }
+  // What is much coarser than the strongest is a rosette of several inks; there text is as strong.
+  const auto distance = [](const SpectrumPeak* peak) { return std::hypot(peak->dx, peak->dy); };
   for (const SpectrumPeak* const peak : licensed) {
     if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
+    if (distance(peak) < kCoarsest * distance(licensed.front())) continue;
     plan.carriers.push_back({peak->dx, peak->dy});
   }
   return plan;
@@ -199,10 +207,12 @@ bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t thr
   threadFloats_ = std::max(Scratch::kRows * Scratch::RowFloats(demodulation_.columns()),
                            2 * static_cast<size_t>(open_.width) * kReduction);
   memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
+  const bool hasEdges = plan.isCutAtEdges && rule.knowsUsual;  // a smeared peak's demodulation is narrow
+  const int32_t columns = demodulation_.columns(), rows = demodulation_.rows();
   return memory_ && softened_.CreateIn(&memory, open_.width, open_.height) &&
          amplitude_.CreateIn(&memory, open_.width, open_.height) &&
-         pattern_.CreateIn(&memory, demodulation_.columns(), demodulation_.rows()) &&
-         usual_.CreateIn(&memory, demodulation_.columns(), demodulation_.rows());
+         pattern_.CreateIn(&memory, columns, rows) && usual_.CreateIn(&memory, columns, rows) &&
+         (!hasEdges || (near_.CreateIn(&memory, columns, rows) && wide_.CreateIn(&memory, columns, rows)));
 }
 
 // Adds a channel's power at the carriers and beside them, where it is greater than the other channels'.
@@ -212,6 +222,8 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
   const int32_t columns = demodulation_.columns();
   const GaussianKernel kernel = GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_);
   const GaussianDown down(kernel, y, demodulation_.rows());
+  const GaussianKernel nearKernel = GaussianOfRest(kNearSigma, demodulation_.windowVariance(), reduction_);
+  const GaussianDown nearDown(nearKernel, y, demodulation_.rows());
   float* const power[2] = {scratch.Row(0), scratch.Row(1)};
   for (float* const row : power) std::fill_n(row, columns, 0.0f);
   float *const real = scratch.Row(2), *const imaginary = scratch.Row(3);
@@ -227,6 +239,18 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
     down.Weigh(ofReal, y, down.weights, columns, real);
     down.Weigh(ofImaginary, y, down.weights, columns, imaginary);
     addPower(1.0f, power[0]);
+    if (near_.width > 0) {
+      float *const nearReal = scratch.Row(6), *const nearImaginary = scratch.Row(7);
+      nearDown.Weigh(ofReal, y, nearDown.weights, columns, real);
+      nearDown.Weigh(ofImaginary, y, nearDown.weights, columns, imaginary);
+      BlurAlong(nearKernel, real, columns, nearReal);
+      BlurAlong(nearKernel, imaginary, columns, nearImaginary);
+      float *const near = near_.Row(y), *const wide = wide_.Row(y);
+      for (int32_t x = 0; x < columns; ++x) {
+        near[x] += nearReal[x] * blurredReal[x] + nearImaginary[x] * blurredImaginary[x];
+        wide[x] += blurredReal[x] * blurredReal[x] + blurredImaginary[x] * blurredImaginary[x];
+      }
+    }
     if (beside_.empty()) continue;
     const Beside& beside = beside_[k];
     float cosines[GaussianDown::kMost], sines[GaussianDown::kMost];
@@ -306,6 +330,27 @@ void Gate::OpenWherePattern(Parallel& parallel) {
   Blur(GaussianOfRest(rule.softening, done, kReduction), parallel, open_.width, &open_, &softened_);
 }
 
+// Closes it where the wave comes from beside, at the middle of every block.
+void Gate::CutAtEdges() {
+  const int32_t times = reduction_ / kReduction;
+  float* const memory = memory_.get();  // a thread's, who has others of no use
+  for (int32_t y = 0; y < open_.height; ++y) {
+    const float *near = near_.Row(y / times), *wide = wide_.Row(y / times);
+    if (times > 1) {
+      float *const mixed = memory, *const nearRow = mixed + open_.width,
+                   *const wideRow = nearRow + open_.width;
+      HalveBlocks(near_, y, mixed, open_.width, nearRow);
+      HalveBlocks(wide_, y, mixed, open_.width, wideRow);
+      near = nearRow, wide = wideRow;
+    }
+    for (int32_t x = 0; x < open_.width; ++x) {
+      const float above = near[x] - kLeastNear * wide[x], span = (kEnoughNear - kLeastNear) * wide[x];
+      const float part = above >= span ? 1.0f : above > 0.0f ? above / span : 0.0f;
+      open_.Row(y)[x] *= part * part * (3.0f - 2.0f * part);
+    }
+  }
+}
+
 bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progress& progress) {
   if (plan_.carriers.empty()) {
     std::fill_n(open_.samples.get(), static_cast<size_t>(open_.width) * static_cast<size_t>(open_.height),
@@ -314,6 +359,9 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   }
   if (MeasureAmplitude(picture, parallel, progress)) return true;
   OpenWherePattern(parallel);
+  if (near_.width > 0) CutAtEdges();
+  near_ = {};
+  wide_ = {};
   demodulation_ = {};
   beside_ = {};
   pattern_ = {};
@@ -324,6 +372,18 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   return false;
 }
 
+bool Gate::IsOpen(int32_t x, int32_t y, int32_t columns, int32_t rows) const {
+  constexpr float kWide = 0.999f;
+  const int32_t left = std::max(x / kReduction - 1, 0), top = std::max(y / kReduction - 1, 0);
+  const int32_t right = std::min(ReducedSide(x + columns, kReduction) + 1, open_.width);
+  const int32_t bottom = std::min(ReducedSide(y + rows, kReduction) + 1, open_.height);
+  for (int32_t row = top; row < bottom; ++row) {
+    const float* const open = open_.Row(row);
+    if (std::any_of(open + left, open + right, [](float part) { return part < kWide; })) return false;
+  }
+  return true;
+}
+
 // In a large picture each carrier is looked for where it is strongest; that is a channel's own ink as a rule.
 bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress) {
   std::vector<CarrierChannels> looked;
@@ -332,7 +392,7 @@ bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, cons
   } else {
     for (int32_t c = 0; c < picture.channels; ++c) looked.emplace_back(plan_.carriers.size(), c);
   }
-  for (Plane* const plane : {&pattern_, &usual_}) {
+  for (Plane* const plane : {&pattern_, &usual_, &near_, &wide_}) {
     std::fill_n(plane->Row(0), static_cast<size_t>(plane->width) * static_cast<size_t>(plane->height), 0.0f);
   }
   for (size_t i = 0; i < looked.size(); ++i) {

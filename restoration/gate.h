@@ -3,6 +3,10 @@
 //
 // The picture is demodulated at the frequencies of its licensed peaks; what comes out is the pattern's
 // amplitude at every place, and where it is a small part of what it reaches elsewhere, the gate is closed.
+//
+// The demodulation is wide, for in a narrow one text would look like a screen, so the amplitude falls off
+// slowly beyond a picture's edge. There a narrow one tells: where it holds little of the wave that the wide
+// one sees, that wave comes from beside, and the gate is closed too.
 #pragma once
 
 #include <array>
@@ -23,7 +27,8 @@ namespace tessaline {
 struct GatePlan {
   std::vector<Carrier> carriers;  // at most kMostCarriers; none: nothing to measure by, it is open everywhere
   PeakScale scale = PeakScale::kFine;
-  float strong = 0.0f;  // amplitude of the strong places, 0..32768; 0: as the picture measured has them
+  float strong = 0.0f;       // amplitude of the strong places, 0..32768; 0: as the picture measured has them
+  bool isCutAtEdges = true;  // false: by the wide demodulation alone
 };
 // The licensed peaks of greatest magnitude.
 GatePlan PlanGate(const Findings& findings);
@@ -53,6 +58,9 @@ class Gate {
     EnlargeRow(open_, kReduction, y, firstBlock, blocks, open);
   }
   int32_t blocks() const { return open_.width; }
+  const float* Blocks(int32_t blockY) const { return open_.Row(blockY); }  // a row of them, at their middles
+  // Whether it is wide open everywhere in a part of the picture.
+  bool IsOpen(int32_t x, int32_t y, int32_t columns, int32_t rows) const;
 
  private:
   struct Scratch;
@@ -70,6 +78,7 @@ class Gate {
   bool MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress);
   void TakeUsualOff();
   void OpenWherePattern(Parallel& parallel);
+  void CutAtEdges();
 
   Plane open_;
   // While it is measured.
@@ -78,6 +87,7 @@ class Gate {
   Demodulation demodulation_;
   std::vector<Beside> beside_;  // by carrier; none where the usual is not looked at
   Plane pattern_, usual_;       // greatest power of the channels at the carriers, and beside them
+  Plane near_, wide_;           // what the narrow waves have of the wide ones, and those; none without edges
   Plane amplitude_;             // of the pattern
   Plane softened_;              // what the gate is blurred by way of
   OwnedBlock<float> memory_;    // of every thread

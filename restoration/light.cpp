@@ -24,7 +24,10 @@ bool AreSquare(const SpectrumPeak& a, const SpectrumPeak& b) {
 }  // namespace
 
 bool IsDotScreen(const Findings& findings) {
-  if (findings.strongAmplitude < kLeastPrintAmplitude) return false;
+  return findings.strongAmplitude >= kLeastPrintAmplitude && IsSquareLattice(findings);
+}
+
+bool IsSquareLattice(const Findings& findings) {
   const auto& peaks = findings.peaks;
   return std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& a) {
     return a.isLicensed && std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& b) {

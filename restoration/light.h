@@ -25,6 +25,8 @@ struct LightWish {
 // at least 16 levels of 255, as it is between ink and paper. Noise repeats in one direction, weaves are
 // fainter.
 bool IsDotScreen(const Findings& findings);
+// The same of whatever amplitude.
+bool IsSquareLattice(const Findings& findings);
 
 // The curve to filter by; null: the levels as they are.
 const ToneCurve* LightFor(const LightWish& wish, const Findings& findings);

@@ -50,9 +50,11 @@ WindowRows Window(const TileMemory::Ring& ring, int32_t y, int32_t reach, int32_
 struct Polish::Tile {
   const TakenChannels& kept;
   const Noise& noise;
+  const Gate& gate;
   const PictureView& picture;
   TileMemory& memory;
   int32_t x, y, columns, rows;
+  bool isOpen;  // else less is polished somewhere in it
 
   // An axis' values in a row's slot of the ring.
   float* Values(const Axes& axes, int32_t axis, int32_t slot) const {
@@ -141,6 +143,13 @@ void Polish::StoreRow(const Tile& tile, int32_t y) const {
                               Window(of.smooths, y, reach, kMargin), tile.Values(axes_, axis, slot) + kMargin,
                               of.change);
   }
+  if (!tile.isOpen) {
+    float open[kTileColumns];
+    tile.gate.Row(tile.y + y, tile.x / Gate::kReduction, ReducedSide(tile.columns, Gate::kReduction), open);
+    for (int32_t axis = 0; axis < axes_.count; ++axis) {
+      for (int32_t x = 0; x < tile.columns; ++x) changes[axis][x] *= open[x];
+    }
+  }
   if (axes_.isMixed) {
     kernels.addMixed(count, rests, changes, kFromLuma, levels);
   } else {
@@ -169,20 +178,16 @@ void Polish::StorePlainly(const Tile& tile) const {
   }
 }
 
-void Polish::Store(const TakenChannels& channels, const Noise& noise, Parallel& parallel,
+void Polish::Store(const TakenChannels& channels, const Noise& noise, const Gate& gate, Parallel& parallel,
                    const PictureView& picture, const Progress& progress) const {
   const int32_t across = (picture.width + kTileColumns - 1) / kTileColumns;
   const int32_t tiles = across * ((picture.height + kTileRows - 1) / kTileRows);
   const auto store = [&](int32_t index, int32_t worker) {
     const int32_t x = index % across * kTileColumns, y = index / across * kTileRows;
-    const Tile tile{channels,
-                    noise,
-                    picture,
-                    reinterpret_cast<TileMemory*>(memory_.get())[worker],
-                    x,
-                    y,
-                    std::min(kTileColumns, picture.width - x),
-                    std::min(kTileRows, picture.height - y)};
+    const int32_t columns = std::min(kTileColumns, picture.width - x),
+                  rows = std::min(kTileRows, picture.height - y);
+    const Tile tile{channels, noise, gate,    picture, reinterpret_cast<TileMemory*>(memory_.get())[worker],
+                    x,        y,     columns, rows,    gate.IsOpen(x, y, columns, rows)};
     if (noise.IsAny(x, y, tile.columns, tile.rows)) {
       StoreTile(tile);
     } else {

@@ -20,8 +20,8 @@ class Polish {
   // False: no memory.
   bool Prepare(const Axes& axes, int32_t threads);
 
-  // Polishes what remains, into the picture, of which no sample is looked at.
-  void Store(const TakenChannels& channels, const Noise& noise, Parallel& parallel,
+  // Polishes what remains, as far as the gate is open, into the picture, of which no sample is looked at.
+  void Store(const TakenChannels& channels, const Noise& noise, const Gate& gate, Parallel& parallel,
              const PictureView& picture, const Progress& progress) const;
 
  private:

@@ -8,6 +8,7 @@
 #include "restoration/gate.h"
 #include "restoration/local_notches.h"
 #include "restoration/polish.h"
+#include "restoration/rim.h"
 #include "restoration/taken_channels.h"
 
 namespace tessaline {
@@ -15,7 +16,7 @@ namespace tessaline {
 namespace {
 
 // How the whole of the progress is shared out.
-constexpr double kMeasured = 0.25, kFiltered = 0.65, kNoiseKnown = 0.75;
+constexpr double kMeasured = 0.25, kFiltered = 0.65, kNoiseKnown = 0.75, kRimSmooth = 0.76;
 
 GatePlan PlanFor(const Findings& findings, const RestorationSettings& settings) {
   if (settings.everywhere) return {};
@@ -44,6 +45,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   Gate gate;
   Noise noise;
   Polish polish;
+  Rim rim;
   TakenChannels channels;
   LocalNotches localNotches;
   const bool isLocal = IsLocal(findings);
@@ -59,6 +61,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   std::vector<float> row = RowToDraw(from);
   if (gate.Measure(from, parallel, progress.Part(0.0, kMeasured))) return kUserCancelled;
   if (drawnGate != nullptr) DrawGate(gate, row, drawnGate->view());
+  if (IsSquareLattice(findings) && !rim.Find(gate, from, axes)) return kOutOfMemory;
   PictureView filteredFrom = from;
   filteredFrom.light = light;
   ApplyOptions filterOptions = options;
@@ -69,7 +72,9 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
               : Filter(filteredFrom, mask, workspace, filterOptions, filtering, channels);
   if (result != kSuccess) return result;
   if (noise.Settle(settings.polish, parallel, progress.Part(kFiltered, kNoiseKnown))) return kUserCancelled;
-  polish.Store(channels, noise, parallel, to, progress.Part(kNoiseKnown, 1.0));
+  if (rim.Smooth(noise, gate, parallel, progress.Part(kNoiseKnown, kRimSmooth), &channels))
+    return kUserCancelled;
+  polish.Store(channels, noise, gate, parallel, to, progress.Part(kRimSmooth, 1.0));
   return kSuccess;
 }
 

@@ -129,4 +129,19 @@ void TakenChannels::Load(const PixelPart& part, const LevelRows& levels) const {
   }
 }
 
+void TakenChannels::Replace(const PixelPart& part, const LevelRows& levels) {
+  for (int32_t c = 0; c < picture_.channels; ++c) {
+    const size_t place = PlaceOf(c, part.y) + static_cast<size_t>(part.first);
+    float apart[2 * kMostReplaced];
+    float* const row = IsLast(c) ? lastRows_[static_cast<size_t>(part.y)] + 2 * part.first : apart;
+    for (int32_t x = 0; x < part.count; ++x) row[2 * x] = levels[c][x];
+    if (IsLast(c)) continue;
+    if (codes_ != nullptr) {
+      ActiveRowKernels().encode(part.count, apart, codes_ + place);
+    } else {
+      std::copy_n(levels[c], part.count, floats_ + place);
+    }
+  }
+}
+
 }  // namespace tessaline

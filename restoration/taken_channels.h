@@ -31,6 +31,10 @@ class TakenChannels final : public FilteredRows {
   // closed.
   void Load(const PixelPart& part, const LevelRows& levels) const;
 
+  // And puts others in their place, at most kMostReplaced of a row.
+  static constexpr int32_t kMostReplaced = 64;
+  void Replace(const PixelPart& part, const LevelRows& levels);
+
  private:
   void Keep(int32_t channel, int32_t y, const float* filtered);
   void TakeOutRow(const PixelPart& part, const LevelRows& levels, const float* open, const LevelRows& taken);

@@ -130,7 +130,7 @@ constexpr PrintCase kPrints[] = {
     {"warped", "four inks 85 lpi, 4 px", 0, StillLife, {.inks = 4, .linesPerInch = 85, .warp = 4}},
     {"warped", "four inks 65 lpi, 8 px", 30.3, Scene, {.inks = 4, .linesPerInch = 65, .warp = 8}},
     {"page", "one ink 85 lpi, lines of 18 px", 0, Scene, {.linesPerInch = 85, .frame = kOnPage}, 0, 18},
-    {"page", "one ink 65 lpi, lines of 24 px", 37.4, StillLife, {.linesPerInch = 65, .frame = kOnPage}, 0, 24},
+    {"page", "one ink 65 lpi, lines of 24 px", 37.8, StillLife, {.linesPerInch = 65, .frame = kOnPage}, 0, 24},
     {"page", "one ink 133 lpi at 400 dpi, lines of 32 px, JPEG 85", 0, OtherStillLife, {.linesPerInch = 133, .dotsPerInch = 400, .frame = kOnPage}, 85, 32},
     {"page", "one ink 100 lpi, turned 3 deg, lines of 14 px", 0, Scene, {.linesPerInch = 100, .turn = 3, .frame = kOnPage}, 0, 14},
     {"page", "four inks 85 lpi, lines of 20 px", 0, StillLife, {.inks = 4, .linesPerInch = 85, .frame = kOnPage}, 0, 20},

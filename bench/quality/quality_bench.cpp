@@ -310,11 +310,19 @@ void PrintFalseLicences(const std::vector<Row>& rows) {
 int CheckFloors(const std::vector<Row>& rows) {
   int faults = 0;
   for (const Row& row : rows) {
-    const bool isFault = row.isPrint ? row.nearness[kAutomatic].psnr < row.floor : row.isChanged[kAutomatic];
+    constexpr double kLeastKept = 0.99, kLeastRim = 35.2;  // of the only page
+    const bool isRimFault =
+        row.isPage && (row.kept[kAutomatic] < kLeastKept || row.rim[kAutomatic] < kLeastRim);
+    const bool isFault =
+        isRimFault || (row.isPrint ? row.nearness[kAutomatic].psnr < row.floor : row.isChanged[kAutomatic]);
     faults += isFault;
     std::printf("%s %s, %s:", isFault ? "FAULT" : "good ", row.family.c_str(), row.name.c_str());
     row.isPrint ? std::printf(" %.2f dB, floor %.2f\n", row.nearness[kAutomatic].psnr, row.floor)
                 : std::printf(" %s\n", row.isChanged[kAutomatic] ? "changed" : "untouched");
+    if (row.isPage) {
+      std::printf("      rim %.2f dB, floor %.2f; text kept %.4f, floor %.2f\n", row.rim[kAutomatic],
+                  kLeastRim, row.kept[kAutomatic], kLeastKept);
+    }
   }
   return faults > 0 ? 1 : 0;
 }
