@@ -15,7 +15,7 @@ bool IsLocal(const Findings& findings);
 
 // As Filter, for such findings: of what the mask takes, each tile of 128 x 128 takes out the peaks of its own
 // spectrum, and nothing where none of them has about the ruling of a licensed one. The last channel's levels
-// stay where they are as long as this lives.
+// stay in the memory that was lent.
 class LocalNotches {
  public:
   // `lent` has at least as many floats as a plane of the picture's rows and columns, each rounded up to

@@ -12,7 +12,7 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kFirstTiles = 24;  // in which half of what all must show is to be seen
+constexpr int32_t kFirstTiles = 12;  // in which half of what all must show is to be seen
 constexpr double kLeastShare = 0.6;  // of the tiles agree
 constexpr double kSurePeak = 2.2;    // height
 constexpr double kLeastAmplitude = 4.0 * kByteToHost;
