@@ -142,9 +142,9 @@ Wishes WishesOf(const GeglProperties& properties) {
           .light = properties.light};
 }
 
-// Hosts show what GEGL itself warns of, in their own way.
+// GIMP shows messages of GEGL's in a window, and warnings only to those who started it from a shell.
 void PassOn(GeglBuffer* input, GeglBuffer* output, const GeglRectangle& roi, const std::string& why) {
-  g_log("GEGL", G_LOG_LEVEL_WARNING, "tessaline:remove-pattern: %s; the picture is left as it is",
+  g_log("GEGL", G_LOG_LEVEL_MESSAGE, "tessaline:remove-pattern: %s; the picture is left as it is",
         why.c_str());
   gegl_buffer_copy(input, &roi, GEGL_ABYSS_NONE, output, &roi);
 }

@@ -12,12 +12,12 @@
 namespace {
 
 using Floats = std::vector<float>;
-std::string warning;  // the last one
+std::string message;  // the last one
 
 struct GeglRuns : ::testing::Environment {
   void SetUp() override {
     setenv("GEGL_PATH", TESSALINE_GEGL_PATH, 1);
-    const auto keep = [](const char*, GLogLevelFlags, const char* text, gpointer) { warning = text; };
+    const auto keep = [](const char*, GLogLevelFlags, const char* text, gpointer) { message = text; };
     g_log_set_default_handler(keep, nullptr);
     gegl_init(nullptr, nullptr);
   }
@@ -189,7 +189,7 @@ TEST(RemovePattern, PassesOnWhatHasNoPatternOrNoEdges) {
   const Floats wanted = Read(crop);
   gegl_node_link_many(plane, graph.operation, crop, nullptr);
   EXPECT_EQ(Read(crop), wanted);
-  EXPECT_NE(warning.find("no edges"), std::string::npos) << warning;
+  EXPECT_NE(message.find("no edges"), std::string::npos) << message;
   EXPECT_TRUE(Graph({}, {0, 0, 0, 5}, kColours).After().empty());
 }
 
