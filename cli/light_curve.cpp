@@ -67,13 +67,7 @@ std::optional<ToneCurve> CurveOfProfile(const std::vector<uint8_t>& profile, int
 std::optional<ToneCurve> CurveOfGamma(const std::vector<uint8_t>& chunk) {
   if (chunk.size() != 4) return std::nullopt;
   const double coding = (chunk[0] << 24 | chunk[1] << 16 | chunk[2] << 8 | chunk[3]) / 100000.0;
-  if (!(coding >= 0.1 && coding <= 10.0)) return std::nullopt;
-  std::vector<float> light;
-  for (int level = 0; level < kLevels; ++level) {
-    light.push_back(static_cast<float>(std::pow(level / (kLevels - 1.0), 1.0 / coding)));
-  }
-  ToneCurve curve;
-  return curve.Create(light.data(), kLevels) ? std::optional(curve) : std::nullopt;
+  return LightCurveOfPower(1.0 / coding);
 }
 
 bool ExifNamesSrgb(const PictureFile& input) {
@@ -85,15 +79,26 @@ bool ExifNamesSrgb(const PictureFile& input) {
 
 }  // namespace
 
+std::optional<ToneCurve> LightCurveOfProfile(const std::vector<uint8_t>& profile, int colours) {
+  std::optional<ToneCurve> curve = CurveOfProfile(profile, colours);
+  // Grey pictures go about with profiles of RGB, too.
+  return curve || colours > 1 ? curve : CurveOfProfile(profile, 3);
+}
+
+std::optional<ToneCurve> LightCurveOfPower(double power) {
+  if (!(power >= 0.1 && power <= 10.0)) return std::nullopt;
+  std::vector<float> light;
+  for (int level = 0; level < kLevels; ++level)
+    light.push_back(static_cast<float>(std::pow(level / (kLevels - 1.0), power)));
+  ToneCurve curve;
+  return curve.Create(light.data(), kLevels) ? std::optional(curve) : std::nullopt;
+}
+
 std::optional<ToneCurve> LightCurveOf(const PictureFile& input, int page) {
   const ColourModel model = input.kind(page).model;
   if (model == ColourModel::kLab || model == ColourModel::kCmyk) return std::nullopt;
   const std::vector<uint8_t> profile = ProfileOf(input, page);
-  if (!profile.empty()) {
-    std::optional<ToneCurve> curve = CurveOfProfile(profile, input.kind(page).colours());
-    // Grey pictures go about with profiles of RGB, too.
-    return curve || input.kind(page).colours() > 1 ? curve : CurveOfProfile(profile, 3);
-  }
+  if (!profile.empty()) return LightCurveOfProfile(profile, input.kind(page).colours());
   if (input.format().format == FileFormat::kPng) {
     if (!PngChunkData(input.descriptor(), "sRGB").empty()) return ToneCurve::Srgb();
     const std::vector<uint8_t> gamma = PngChunkData(input.descriptor(), "gAMA");

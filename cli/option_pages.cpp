@@ -12,7 +12,7 @@ constexpr std::pair<const char*, const char*> kWordsOfOptions[] = {
     {"--acceptance", "auto"},
     {"--light", "auto coded linear"},
     {"--compression", "none fast standard small lzw deflate zstd packbits lossless lossy"},
-    {"--format", "png tif jpg webp ppm jp2 jxl"},
+    {"--format", "png tif jpg webp ppm jp2 jxl pdf"},
     {"--tile", "auto"},
     {"--pix-fmt", "gray rgb24 gray16le rgb48le"},
 };

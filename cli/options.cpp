@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <qpdf/QPDF.hh>
 #include <sstream>
 
 #include "cli/option_pages.h"
@@ -313,6 +314,7 @@ std::string VersionText() {
        << "libtiff " << TiffVersion() << "\n"
        << "libjpeg-turbo " << TESSALINE_TEXT_OF(LIBJPEG_TURBO_VERSION) << "\n"
        << "zlib " << zlibVersion() << "\n"
+       << "qpdf " << QPDF::QPDFVersion() << "\n"
        << "CLI11 " << CLI11_VERSION << "\n"
        << "nlohmann-json " << NLOHMANN_JSON_VERSION_MAJOR << "." << NLOHMANN_JSON_VERSION_MINOR << "."
        << NLOHMANN_JSON_VERSION_PATCH << "\n";
@@ -321,8 +323,9 @@ std::string VersionText() {
 
 constexpr const char* kPictureFooter = R"(
 Pictures: reads PNG, TIFF (all pages), JPEG, WebP, GIF, PNM, JPEG 2000, JPEG XL, HEIF and AVIF; writes PNG, TIFF,
-JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Grey, RGB, Lab and CMYK of 8 or 16 bits, of
-any size; alpha and metadata are kept. INPUT is never changed. - is stdin, and stdout with --format.
+JPEG, WebP, PNM, JPEG 2000 and JPEG XL, decided by the extension of OUTPUT. Of a PDF document the pictures are cleaned in
+their places. Grey, RGB, Lab and CMYK of 8 or 16 bits, of any size; alpha and metadata are kept. INPUT is never changed.
+- is stdin, and stdout with --format.
 
 Not sure of a number? -a auto finds it from the picture itself, also in real press halftones that no number reaches.
 Nothing found with a number? Try a higher one: 80 to 95 is usual on small pictures.
@@ -495,7 +498,7 @@ void AddPictureOptions(CLI::App& app, PictureTexts& texts) {
   AddLastWins(app, "--quality", texts.quality, "Of JPEG and lossy WebP, 1..100 (default: of JPEG as INPUT)",
               "Q");
   AddLastWins(app, "--format", texts.command.format,
-              "Of a picture that goes to stdout: png, tif, jpg, webp, ppm, jp2, jxl", "NAME");
+              "Of a picture that goes to stdout: png, tif, jpg, webp, ppm, jp2, jxl, pdf", "NAME");
   AddBatchOptions(app, texts.command);
   AddLastWins(app, "--memory", texts.memory, "For all pictures in work together (default: what is available)",
               "MIB");

@@ -238,6 +238,11 @@ OutputFile::OutputFile(ToStandardOutput)
   }
 }
 
+OutputFile::OutputFile(Nameless, const std::string& folder, const std::string& path)
+    : path_(path), descriptor_(OpenNameless(folder)), overwrite_(false) {
+  if (descriptor_ < 0) throw CannotWrite(path_, "cannot be prepared in " + folder + ": " + strerror(errno));
+}
+
 // The lock tells other processes that this one lives; who took the file for a stray between its making and
 // the lock has removed it, and another is made.
 void OutputFile::OpenTemporary() {

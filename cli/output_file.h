@@ -36,6 +36,9 @@ class OutputFile {
   // where there is no place for them until then.
   struct ToStandardOutput {};
   explicit OutputFile(ToStandardOutput);
+  // A file without a name in that folder, never committed; `path` is for messages. Refuses likewise.
+  struct Nameless {};
+  OutputFile(Nameless, const std::string& folder, const std::string& path);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;

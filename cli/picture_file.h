@@ -27,6 +27,7 @@ class PictureFile {
   PictureFile& operator=(const PictureFile&) = delete;
 
   const std::string& path() const { return path_; }
+  const InputFile& file() const { return file_; }
   const FormatTraits& format() const { return *format_; }
   int descriptor() const { return descriptor_; }  // for positioned reads
   bool isStandardInput() const { return file_.isStandardInput(); }

@@ -33,6 +33,8 @@ constexpr FormatTraits kFormats[] = {
      false},
     {FileFormat::kHeif, "HEIF", "heifload_source", true, ".heic .heif .avif", false, 0, false, false, false,
      false, false},
+    // Its pictures are cleaned in their places, whatever it can hold.
+    {FileFormat::kPdf, "PDF", nullptr, true, ".pdf", true, 16, true, true, true, true, true},
 };
 
 const FormatTraits& Traits(FileFormat format) {
@@ -71,6 +73,7 @@ constexpr Beginning kBeginnings[] = {
     {4, "ftypheix"sv, FileFormat::kHeif},
     {4, "ftypmif1"sv, FileFormat::kHeif},
     {4, "ftypavif"sv, FileFormat::kHeif},
+    {0, "%PDF-"sv, FileFormat::kPdf},
 };
 
 // Pictures that this program knows enough about to say what to do with them.
@@ -80,7 +83,6 @@ struct RefusedBeginning {
   const char* what;
 };
 constexpr RefusedBeginning kRefusedBeginnings[] = {
-    {0, "%PDF"sv, "is a PDF document; take its pictures out as PNG or TIFF first"},
     {0, "%!PS"sv, "is a PostScript document; turn it into PNG or TIFF first"},
     {0, "8BPS"sv, "is a layered picture (PSD); save it as TIFF or PNG first"},
     {0, "BM"sv, "is a BMP picture; save it as PNG first"},

@@ -7,7 +7,7 @@
 
 namespace tessaline::cli {
 
-enum class FileFormat { kPng, kTiff, kJpeg, kWebp, kGif, kPnm, kJpeg2000, kJpegXl, kHeif };
+enum class FileFormat { kPng, kTiff, kJpeg, kWebp, kGif, kPnm, kJpeg2000, kJpegXl, kHeif, kPdf };
 
 // Of larger pictures JPEG files are written without a look at the whole, a little larger: it would be held.
 constexpr uint64_t kMostJpegSamplesHeld = uint64_t{7500} * 7500 * 3;
@@ -15,7 +15,7 @@ constexpr uint64_t kMostJpegSamplesHeld = uint64_t{7500} * 7500 * 3;
 struct FormatTraits {
   FileFormat format;
   const char* name;
-  const char* loader;      // operation of the picture library that reads it from a source
+  const char* loader;      // operation of the picture library that reads it from a source; null: a document
   bool hasPages;           // files of it may hold several pictures, or frames, of equal standing
   const char* extensions;  // each with its dot, lower case, blanks between
   bool isWritten;          // by this program

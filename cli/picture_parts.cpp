@@ -1,5 +1,15 @@
 #include "cli/picture_parts.h"
 
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#include "cli/picture_writer.h"
+#include "cli/refusal.h"
+#include "removal/spectrum_grid.h"
+
 namespace tessaline::cli {
 
 std::string NameForPart(const std::string& file, int page, const char* ink) {
@@ -28,6 +38,98 @@ const char* ModelName(ColourModel model) {
       return "cmyk";
   }
   return "";
+}
+
+Outputs::Outputs(const PictureRequest& request, const InputFile& input)
+    : request_(&request), inputs_(request.otherInputs) {
+  inputs_.push_back(input.identity());
+  if (!request.dryRun) {
+    picture_ = request.output == "-" ? std::make_unique<OutputFile>(OutputFile::ToStandardOutput())
+                                     : Open(request.output, request.overwrite);
+    if (!input.isStandardInput()) picture_->TakeModeAndTimes(input.descriptor());
+  }
+  if (!request.reportFile.empty() && request.reportFile != "-")
+    report_ = Open(request.reportFile, request.overwrite || request.overwritesReport);
+}
+
+std::unique_ptr<OutputFile> Outputs::Open(const std::string& file, bool overwrite) const {
+  return std::make_unique<OutputFile>(file, overwrite, inputs_);
+}
+
+void Outputs::OpenDrawings(int page, const PageKind& kind) {
+  const std::pair<const std::string&, Files&> drawings[] = {
+      {request_->spectrumFile, spectra_}, {request_->maskFile, masks_}, {request_->gateFile, gates_}};
+  for (int32_t part = 0; part < kind.parts(); ++part) {
+    for (const auto& [file, files] : drawings) {
+      if (!file.empty())
+        files.push_back(Open(NameForPart(file, page, InkName(kind, part)), request_->overwrite));
+    }
+  }
+}
+
+void Outputs::Draw(size_t index, EngineOutcome* outcome) {
+  if (!spectra_.empty()) {
+    const auto rows = static_cast<int32_t>(outcome->spectrumPicture.size() / (3 * kSpectrumCells));
+    WritePlainPng(outcome->spectrumPicture.data(), kSpectrumCells, rows, 3, spectra_[index].get());
+  }
+  if (!masks_.empty())
+    WritePlainPng(outcome->maskPicture.data(), kSpectrumCells, kSpectrumCells, 1, masks_[index].get());
+  if (!gates_.empty()) {
+    const ImageView gate = outcome->gatePicture.view();
+    WritePlainPng(gate.data, gate.width, gate.height, 1, gates_[index].get());
+  }
+  outcome->gatePicture.Release();
+  outcome->spectrumPicture = {};
+  outcome->maskPicture = {};
+}
+
+void Outputs::WriteReport(const Json& report) {
+  if (request_->reportFile.empty()) return;
+  const std::string text = ReportText("pictures", Json::array({report}));
+  if (report_) {
+    report_->Write(text.data(), text.size());
+  } else if (!WriteFully(STDOUT_FILENO, text.data(), text.size())) {
+    throw Refusal(ExitStatus::kCannotWrite, "standard output",
+                  std::string("cannot be written: ") + strerror(errno));
+  }
+}
+
+void Outputs::Commit() {
+  for (const Files* files : {&spectra_, &masks_, &gates_})
+    for (const auto& file : *files) file->Commit();
+  if (report_) report_->Commit();
+  // The picture last: who sees it finds the others.
+  if (picture_) picture_->Commit();
+}
+
+EngineWishes WishesFor(const PictureRequest& request, const PageKind& kind) {
+  EngineWishes wishes;
+  wishes.settings = request.settings;
+  wishes.onlyLook = request.dryRun;
+  wishes.drawsSpectrum = !request.spectrumFile.empty() || !request.maskFile.empty();
+  wishes.restoration = request.restoration;
+  if (kind.model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
+  // Inks are told by the share of paper that they cover, which averages as light does.
+  if (kind.model == ColourModel::kCmyk) wishes.restoration.light.light = Light::kCoded;
+  wishes.drawsGate = !request.gateFile.empty();
+  return wishes;
+}
+
+std::string Plain(float value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+std::string Advice(const Settings& settings) {
+  if (settings.acceptance < kAcceptanceRange.maximum) {
+    return "try a higher acceptance (on small pictures 80 to 95 is usual) or -a auto";
+  }
+  return "try -a auto, or for a coarse pattern a larger protection radius (-p)";
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 std::optional<int> FixedThreads(const PictureRequest& request) {

@@ -2,11 +2,15 @@
 // the threads that they are cleaned on.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/engine_run.h"
+#include "cli/input_file.h"
+#include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/picture_run.h"
 
@@ -26,6 +30,42 @@ struct PartOutcome : EngineOutcome {
   int page = 0;
   const char* ink = nullptr;
 };
+
+// The files of one picture, open beside their final names until all is done.
+class Outputs {
+ public:
+  Outputs() = default;
+  // The picture and the report, where they are wanted.
+  Outputs(const PictureRequest& request, const InputFile& input);
+  // What is to be drawn of a page, or of each of its inks; pages are counted from 0.
+  void OpenDrawings(int page, const PageKind& kind);
+  bool HasDrawings() const { return !(spectra_.empty() && masks_.empty() && gates_.empty()); }
+
+  OutputFile* picture() const { return picture_.get(); }  // null in a dry run
+  // Of the part with that index, in the order in which they were opened; lets go of what was drawn.
+  void Draw(size_t index, EngineOutcome* outcome);
+  // Where it is wanted.
+  void WriteReport(const Json& report);
+  void Commit();
+
+ private:
+  using Files = std::vector<std::unique_ptr<OutputFile>>;
+  std::unique_ptr<OutputFile> Open(const std::string& file, bool overwrite) const;
+
+  const PictureRequest* request_ = nullptr;
+  std::vector<FileIdentity> inputs_;
+  std::unique_ptr<OutputFile> picture_, report_;
+  Files spectra_, masks_, gates_;
+};
+
+// But for what the file says of itself: its curve of light.
+EngineWishes WishesFor(const PictureRequest& request, const PageKind& kind);
+
+// "97.5"
+std::string Plain(float value);
+// What a user whose pattern was not found can try.
+std::string Advice(const Settings& settings);
+double SecondsSince(std::chrono::steady_clock::time_point start);
 
 // None where threads are shared with other pictures.
 std::optional<int> FixedThreads(const PictureRequest& request);

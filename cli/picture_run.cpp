@@ -19,6 +19,8 @@
 #include "cli/light_curve.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
+#include "cli/pdf_document.h"
+#include "cli/pdf_run.h"
 #include "cli/picture_file.h"
 #include "cli/picture_parts.h"
 #include "cli/picture_writer.h"
@@ -26,10 +28,6 @@
 
 namespace tessaline::cli {
 namespace {
-
-double SecondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 // Finished rows of a picture with several pages, in a file without a name: such pictures need not fit in
 // memory.
@@ -88,66 +86,9 @@ class PageStore {
   int descriptor_ = -1;
 };
 
-std::string Plain(float value) {
-  std::ostringstream text;
-  text << value;
-  return text.str();
-}
-
-// What a user whose pattern was not found can try.
-std::string Advice(const Settings& settings) {
-  if (settings.acceptance < kAcceptanceRange.maximum) {
-    return "try a higher acceptance (on small pictures 80 to 95 is usual) or -a auto";
-  }
-  return "try -a auto, or for a coarse pattern a larger protection radius (-p)";
-}
-
-// The files of one picture, open beside their final names until all is done.
-struct Outputs {
-  std::unique_ptr<OutputFile> picture;
-  std::vector<std::unique_ptr<OutputFile>> spectra;  // by page and part
-  std::vector<std::unique_ptr<OutputFile>> masks;
-  std::vector<std::unique_ptr<OutputFile>> gates;
-  std::unique_ptr<OutputFile> report;
-
-  void Commit() {
-    // The picture last: who sees it finds the others.
-    for (const auto& file : spectra) file->Commit();
-    for (const auto& file : masks) file->Commit();
-    for (const auto& file : gates) file->Commit();
-    if (report) report->Commit();
-    if (picture) picture->Commit();
-  }
-};
-
 Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
-  Outputs outputs;
-  std::vector<FileIdentity> inputs = request.otherInputs;
-  inputs.push_back(input.identity());
-  const auto open = [&](const std::string& file) {
-    return std::make_unique<OutputFile>(file, request.overwrite, inputs);
-  };
-  if (!request.dryRun) {
-    const bool goesOut = request.output == "-";
-    outputs.picture =
-        goesOut ? std::make_unique<OutputFile>(OutputFile::ToStandardOutput()) : open(request.output);
-    if (!input.isStandardInput()) outputs.picture->TakeModeAndTimes(input.descriptor());
-  }
-  for (int page = 0; page < input.pages(); ++page) {
-    const PageKind& kind = input.kind(page);
-    for (int32_t part = 0; part < kind.parts(); ++part) {
-      const auto openPart = [&](const std::string& file, std::vector<std::unique_ptr<OutputFile>>& files) {
-        if (!file.empty()) files.push_back(open(NameForPart(file, page, InkName(kind, part))));
-      };
-      openPart(request.spectrumFile, outputs.spectra);
-      openPart(request.maskFile, outputs.masks);
-      openPart(request.gateFile, outputs.gates);
-    }
-  }
-  if (!request.reportFile.empty() && request.reportFile != "-") {
-    outputs.report = std::make_unique<OutputFile>(request.reportFile,
-                                                  request.overwrite || request.overwritesReport, inputs);
-  }
+  Outputs outputs(request, input.file());
+  for (int page = 0; page < input.pages(); ++page) outputs.OpenDrawings(page, input.kind(page));
   return outputs;
 }
 
@@ -199,11 +140,33 @@ double ShareOfWriting(const FormatTraits* written, bool isAutomatic) {
   return 0;
 }
 
+bool IsFolder(const std::string& path) {
+  std::error_code none;
+  return std::filesystem::is_directory(path, none);
+}
+
+// A folder is called a folder before its name is searched for an extension.
+const FormatTraits* FormatWanted(const PictureRequest& request) {
+  if (IsFolder(request.input)) {
+    throw Refusal(ExitStatus::kUnreadable, request.input, "is a folder; name the pictures in it");
+  }
+  if (request.output.empty()) return nullptr;
+  if (IsFolder(request.output)) {
+    throw Refusal(ExitStatus::kCannotWrite, request.output,
+                  "is a folder; give the name of a file, or --output-dir to put the picture there");
+  }
+  const FormatTraits& format =
+      request.output == "-" ? FormatNamed(request.format) : FormatToWrite(request.output);
+  RefuseUnknownStorage(format, request.storage, request.output);
+  return &format;
+}
+
 // The run over all pages of one picture.
 class PictureRun {
  public:
-  PictureRun(const PictureRequest& request, ProgressBar* progress)
-      : request_(request), progress_(progress), outputFormat_(FormatWanted(request)), input_(request.input) {
+  PictureRun(const PictureRequest& request, InputFile input, const FormatTraits* outputFormat,
+             ProgressBar* progress)
+      : request_(request), progress_(progress), outputFormat_(outputFormat), input_(std::move(input)) {
     wishes_.storage = request_.storage;
     if (outputFormat_ != nullptr) RefuseWhatDoesNotFit(*outputFormat_, input_, outputName_);
     for (const PageKind& kind : input_.kinds()) pixels_ += static_cast<double>(PixelsOf(kind));
@@ -233,33 +196,12 @@ class PictureRun {
     if (!request_.dryRun) Write();
     writeSeconds_ = SecondsSince(writing);
     PictureOutcome outcome = {Notes(), Report(), Found()};
-    if (!request_.reportFile.empty()) WriteReport(outcome.report);
+    outputs_.WriteReport(outcome.report);
     outputs_.Commit();
     return outcome;
   }
 
  private:
-  static bool IsFolder(const std::string& path) {
-    std::error_code none;
-    return std::filesystem::is_directory(path, none);
-  }
-
-  // A folder is called a folder before its name is searched for an extension.
-  static const FormatTraits* FormatWanted(const PictureRequest& request) {
-    if (IsFolder(request.input)) {
-      throw Refusal(ExitStatus::kUnreadable, request.input, "is a folder; name the pictures in it");
-    }
-    if (request.output.empty()) return nullptr;
-    if (IsFolder(request.output)) {
-      throw Refusal(ExitStatus::kCannotWrite, request.output,
-                    "is a folder; give the name of a file, or --output-dir to put the picture there");
-    }
-    const FormatTraits& format =
-        request.output == "-" ? FormatNamed(request.format) : FormatToWrite(request.output);
-    RefuseUnknownStorage(format, request.storage, request.output);
-    return &format;
-  }
-
   bool IsTiled(const PageKind& kind) const {
     return request_.tileSide || kind.width > kLargestSide || kind.height > kLargestSide;
   }
@@ -337,43 +279,19 @@ class PictureRun {
   }
 
   // A page of single bits stays as it is; it is looked at only where that is to be drawn.
-  bool IsPassedOver(int page) const {
-    return input_.IsOfSingleBits(page) && outputs_.spectra.empty() && outputs_.masks.empty() &&
-           outputs_.gates.empty();
-  }
+  bool IsPassedOver(int page) const { return input_.IsOfSingleBits(page) && !outputs_.HasDrawings(); }
 
   EngineWishes Wishes(int page) {
-    EngineWishes wishes;
-    wishes.settings = request_.settings;
-    wishes.onlyLook = request_.dryRun || input_.IsOfSingleBits(page);
-    wishes.drawsSpectrum = !request_.spectrumFile.empty() || !request_.maskFile.empty();
-    wishes.restoration = request_.restoration;
-    if (input_.kind(page).model == ColourModel::kLab) wishes.restoration.meaning = ChannelMeaning::kOpponents;
-    // Inks are told by the share of paper that they cover, which averages as light does.
-    if (input_.kind(page).model == ColourModel::kCmyk) wishes.restoration.light.light = Light::kCoded;
+    EngineWishes wishes = WishesFor(request_, input_.kind(page));
+    if (input_.IsOfSingleBits(page)) wishes.onlyLook = true;
     if (request_.settings.isAutomatic) curve_ = LightCurveOf(input_, page);
     if (curve_) wishes.restoration.light.curve = &*curve_;
-    wishes.drawsGate = !request_.gateFile.empty();
     return wishes;
   }
 
   void TakeOutcome(int page, int32_t part, EngineOutcome outcome) {
     const size_t index = outcomes_.size();
-    if (!outputs_.spectra.empty()) {
-      const auto rows = static_cast<int32_t>(outcome.spectrumPicture.size() / (3 * kSpectrumCells));
-      WritePlainPng(outcome.spectrumPicture.data(), kSpectrumCells, rows, 3, outputs_.spectra[index].get());
-    }
-    if (!outputs_.masks.empty()) {
-      WritePlainPng(outcome.maskPicture.data(), kSpectrumCells, kSpectrumCells, 1,
-                    outputs_.masks[index].get());
-    }
-    if (!outputs_.gates.empty()) {
-      const ImageView gate = outcome.gatePicture.view();
-      WritePlainPng(gate.data, gate.width, gate.height, 1, outputs_.gates[index].get());
-    }
-    outcome.gatePicture.Release();
-    outcome.spectrumPicture = {};
-    outcome.maskPicture = {};
+    outputs_.Draw(index, &outcome);
     if (input_.IsOfSingleBits(page)) outcome.patternFound = false;
     wishes_.isUntouched.resize(static_cast<size_t>(page) + 1, true);
     if (outcome.samplesChanged) wishes_.isUntouched.back() = false;
@@ -416,7 +334,7 @@ class PictureRun {
   void Write() {
     if (CopiesInput()) {
       // Nothing to change and nothing to convert: no compression, depth or tag can come out different.
-      input_.CopyTo(outputs_.picture.get());
+      input_.CopyTo(outputs_.picture());
       return;
     }
     const bool isCleanedMeanwhile = !tiled_.empty() && !store_;
@@ -435,7 +353,7 @@ class PictureRun {
     };
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
     wishes_.threads = FixedThreads(request_).value_or(1 + borrowed.count());
-    WritePicture(*outputFormat_, input_, fill, outputs_.picture.get(), wishes_);
+    WritePicture(*outputFormat_, input_, fill, outputs_.picture(), wishes_);
     if (isCleanedMeanwhile) TellCleaningTime();
   }
 
@@ -547,16 +465,6 @@ class PictureRun {
     return report;
   }
 
-  void WriteReport(const Json& report) {
-    const std::string text = ReportText("pictures", Json::array({report}));
-    if (outputs_.report) {
-      outputs_.report->Write(text.data(), text.size());
-    } else if (!WriteFully(STDOUT_FILENO, text.data(), text.size())) {
-      throw Refusal(ExitStatus::kCannotWrite, "standard output",
-                    std::string("cannot be written: ") + strerror(errno));
-    }
-  }
-
   std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   const PictureRequest& request_;
   ProgressBar* progress_;
@@ -597,7 +505,21 @@ PictureRequest RequestOf(const PictureCommand& command, const std::string& input
 
 PictureOutcome CleanPicture(const PictureRequest& request, ProgressBar* progress) {
   try {
-    return PictureRun(request, progress).Run();
+    const FormatTraits* const outputFormat = FormatWanted(request);
+    InputFile input(request.input);
+    const bool becomesPdf = outputFormat != nullptr && outputFormat->format == FileFormat::kPdf;
+    if (IsPdf(input)) {
+      if (outputFormat != nullptr && !becomesPdf) {
+        throw Refusal(ExitStatus::kUnsupported, input.name(),
+                      "is a PDF document, which stays one; let OUTPUT end in .pdf");
+      }
+      return CleanPdf(request, input, progress);
+    }
+    if (becomesPdf) {
+      throw Refusal(ExitStatus::kUnsupported, input.name(),
+                    "is no PDF document, and such are written from PDF documents alone; write TIFF or PNG");
+    }
+    return PictureRun(request, std::move(input), outputFormat, progress).Run();
   } catch (const std::bad_alloc&) {
     throw Refusal(ExitStatus::kOutOfMemory, request.input, "not enough memory; close other programs");
   }

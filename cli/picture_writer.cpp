@@ -475,7 +475,9 @@ void RefuseUnknownStorage(const FormatTraits& format, const StorageWishes& stora
            (names.empty() ? "leave --compression out" : "it has " + names));
   }
   if (!storage.quality) return;
-  const bool hasQuality = format.format == FileFormat::kJpeg || format.format == FileFormat::kWebp;
+  constexpr FileFormat kWithQuality[] = {FileFormat::kJpeg, FileFormat::kWebp, FileFormat::kPdf};
+  const bool hasQuality =
+      std::find(std::begin(kWithQuality), std::end(kWithQuality), format.format) != std::end(kWithQuality);
   if (!hasQuality) {
     refuse(std::string(format.name) + " is written without loss and has no quality; leave --quality out");
   }
