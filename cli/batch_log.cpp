@@ -82,7 +82,7 @@ Json LogEntryOfDone(const std::string& input, const std::string& output, bool is
   entry["seconds"] = std::round(report["seconds"]["total"].get<double>() * 1000) / 1000;
   entry["width"] = report["width"];
   entry["height"] = report["height"];
-  entry["pages"] = report["pages"].size();
+  entry["pages"] = report.value("documentPages", report["pages"].size());  // of a PDF document
   entry["inputBytes"] = SizeOf(input);
   entry["outputBytes"] = SizeOf(isDry ? "" : output);
   return entry;

@@ -89,11 +89,14 @@ class PdfRun {
     }
     for (size_t i = 0; i < order_.size(); ++i)
       outputs_.OpenDrawings(static_cast<int>(i), images_[order_[i]].kind);
-    DemandMemory();
+    // A document is refused before its first picture, not in the middle. Rows are compressed as PNG does it.
+    DemandMemory(request_, input_.name(), KindsLookedAt(),
+                 request_.dryRun ? std::nullopt : std::optional(FileFormat::kPng));
   }
 
   PictureOutcome Run() {
-    Engine engine(MakePool(request_, LargestKind()));
+    const std::vector<PageKind> kinds = KindsLookedAt();
+    Engine engine(MakePool(request_, kinds.empty() ? PageKind() : LargestOf(kinds)));
     if (!request_.dryRun) store_.emplace(OutputFile::Nameless(), folder_, outputName_);
     for (size_t i = 0; i < order_.size(); ++i) RunImage(i, engine);
     const auto writing = std::chrono::steady_clock::now();
@@ -106,33 +109,11 @@ class PdfRun {
   }
 
  private:
-  bool IsTiled(const PageKind& kind) const {
-    return request_.tileSide || kind.width > kLargestSide || kind.height > kLargestSide;
-  }
-
-  uint64_t NeededFor(const PageKind& kind) const {
-    MemoryUse use = {request_.settings.isAutomatic, FixedThreads(request_).value_or(UsableProcessors())};
-    if (!request_.dryRun) use.written = FileFormat::kPng;  // rows are compressed as PNG compresses them
-    use.isTiled = IsTiled(kind);
-    use.tileSide = request_.tileSide.value_or(0);
-    return MemoryNeeded(kind, use);
-  }
-  PageKind LargestKind() const {
-    PageKind largest;
-    for (const size_t i : order_)
-      if (NeededFor(images_[i].kind) > NeededFor(largest)) largest = images_[i].kind;
-    return largest;
-  }
-  // A document is refused before its first picture, not in the middle.
-  void DemandMemory() {
-    const PageKind kind = LargestKind();
-    if (request_.beforeReading) request_.beforeReading(NeededFor(kind));
-    if (order_.empty() || NeededFor(kind) <= AvailableMemory()) return;
-    throw Refusal(
-        ExitStatus::kOutOfMemory, input_.name(),
-        "has a picture of " + std::to_string(kind.width) + "x" + std::to_string(kind.height) +
-            ", which needs " + std::to_string(NeededFor(kind) >> 20) +
-            " MiB of memory, more than there is; close other programs, or clean it with --tile auto");
+  bool IsTiled(const PageKind& kind) const { return cli::IsTiled(request_, kind); }
+  std::vector<PageKind> KindsLookedAt() const {
+    std::vector<PageKind> kinds;
+    for (const size_t i : order_) kinds.push_back(images_[i].kind);
+    return kinds;
   }
 
   std::string NameOf(size_t image) const {

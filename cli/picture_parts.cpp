@@ -4,8 +4,10 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 
+#include "cli/machine_share.h"
 #include "cli/picture_writer.h"
 #include "cli/refusal.h"
 #include "removal/spectrum_grid.h"
@@ -130,6 +132,32 @@ std::string Advice(const Settings& settings) {
 
 double SecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+bool IsTiled(const PictureRequest& request, const PageKind& kind) {
+  return request.tileSide || kind.width > kLargestSide || kind.height > kLargestSide;
+}
+
+const PageKind& LargestOf(const std::vector<PageKind>& kinds) {
+  return *std::max_element(kinds.begin(), kinds.end(),
+                           [](const PageKind& a, const PageKind& b) { return PixelsOf(a) < PixelsOf(b); });
+}
+
+void DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
+                  std::optional<FileFormat> written) {
+  const MemoryUse use = {request.settings.isAutomatic, FixedThreads(request).value_or(UsableProcessors()),
+                         written, request.tileSide.has_value(), request.tileSide.value_or(0)};
+  uint64_t needed = 0;
+  for (const PageKind& kind : kinds) needed = std::max(needed, MemoryNeeded(kind, use));
+  if (request.beforeReading) request.beforeReading(needed);
+  const uint64_t available = AvailableMemory();
+  if (needed <= available) return;
+  const auto inMiB = [](uint64_t bytes) { return std::to_string(bytes >> 20) + " MiB"; };
+  const bool isCheap = !written || *written == FileFormat::kPng || *written == FileFormat::kTiff;
+  throw Refusal(ExitStatus::kOutOfMemory, name,
+                "needs about " + inMiB(needed) + " of memory, and " + inMiB(available) +
+                    " can be had; close other programs" + (isCheap ? "" : ", write PNG or TIFF,") +
+                    " or clean it in tiles (--tile 774)");
 }
 
 std::optional<int> FixedThreads(const PictureRequest& request) {

@@ -67,6 +67,13 @@ std::string Plain(float value);
 std::string Advice(const Settings& settings);
 double SecondsSince(std::chrono::steady_clock::time_point start);
 
+bool IsTiled(const PictureRequest& request, const PageKind& kind);
+const PageKind& LargestOf(const std::vector<PageKind>& kinds);
+// Waits until the hungriest page's memory may be taken, and refuses with kOutOfMemory where it is not to be
+// had: a process that takes more than there is would be killed without a word.
+void DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
+                  std::optional<FileFormat> written);
+
 // None where threads are shared with other pictures.
 std::optional<int> FixedThreads(const PictureRequest& request);
 // Null for one thread.

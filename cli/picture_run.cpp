@@ -92,33 +92,6 @@ Outputs OpenOutputs(const PictureRequest& request, const PictureFile& input) {
   return outputs;
 }
 
-const PageKind& LargestOf(const std::vector<PageKind>& kinds) {
-  return *std::max_element(kinds.begin(), kinds.end(),
-                           [](const PageKind& a, const PageKind& b) { return PixelsOf(a) < PixelsOf(b); });
-}
-
-// Of the hungriest page.
-uint64_t MostMemoryNeeded(const PictureRequest& request, const FormatTraits* written,
-                          const std::vector<PageKind>& kinds) {
-  MemoryUse use = {request.settings.isAutomatic, FixedThreads(request).value_or(UsableProcessors()),
-                   std::nullopt, request.tileSide.has_value(), request.tileSide.value_or(0)};
-  if (written != nullptr) use.written = written->format;
-  uint64_t bytes = 0;
-  for (const PageKind& kind : kinds) bytes = std::max(bytes, MemoryNeeded(kind, use));
-  return bytes;
-}
-
-// A process that takes more than there is would be killed without a word.
-void RefuseWithoutMemory(const std::string& name, uint64_t needed) {
-  const uint64_t available = AvailableMemory();
-  if (needed <= available) return;
-  const auto inMiB = [](uint64_t bytes) { return std::to_string(bytes >> 20) + " MiB"; };
-  throw Refusal(
-      ExitStatus::kOutOfMemory, name,
-      "needs about " + inMiB(needed) + " of memory, and " + inMiB(available) +
-          " can be had; close other programs, write PNG or TIFF, or clean it in tiles (--tile 774)");
-}
-
 // What writing takes for a second of an automatic run: measured at 2400 x 1800 RGB on two threads.
 struct WritingCost {
   FileFormat format;
@@ -177,9 +150,8 @@ class PictureRun {
                     "is cleaned in tiles, of which no gate is drawn; leave --gate out");
     }
     outputs_ = OpenOutputs(request_, input_);
-    const uint64_t needed = MostMemoryNeeded(request_, outputFormat_, input_.kinds());
-    if (request_.beforeReading) request_.beforeReading(needed);
-    RefuseWithoutMemory(input_.path(), needed);
+    DemandMemory(request_, input_.path(), input_.kinds(),
+                 outputFormat_ != nullptr ? std::optional(outputFormat_->format) : std::nullopt);
   }
 
   PictureOutcome Run() {
@@ -202,9 +174,7 @@ class PictureRun {
   }
 
  private:
-  bool IsTiled(const PageKind& kind) const {
-    return request_.tileSide || kind.width > kLargestSide || kind.height > kLargestSide;
-  }
+  bool IsTiled(const PageKind& kind) const { return cli::IsTiled(request_, kind); }
 
   // The share of the whole that is behind when `part` of a page is cleaned.
   double ShareOfPages(int page, double part) const {
