@@ -61,34 +61,47 @@ double FartherBeside(const GateRule& rule, const Demodulation& demodulation) {
 
 // The weights of a cubic through four samples, a quarter of the way from the second to the third. The power
 // is smooth enough for it; straight lines between samples 8 pixels apart would show in the gate.
-constexpr float kQuarterWay[] = {-7.0f / 128, 105.0f / 128, 35.0f / 128, -5.0f / 128};
+constexpr Cubic kQuarterWay = {-7.0f / 128, 105.0f / 128, 35.0f / 128, -5.0f / 128};
 
-// Row y of a plane with blocks of half the side. `mixed`: scratch, a row of `plane`.
-void HalveBlocks(const Plane& plane, int32_t y, float* mixed, int32_t width, float* row) {
-  const auto blend = [](int32_t place, int32_t count, const auto& at) {
-    const int32_t towards = place % 2 == 0 ? -1 : 1;
-    float sum = 0.0f;
-    for (int32_t i = 0; i < 4; ++i)
-      sum += kQuarterWay[i] * at(Reflected(place / 2 + (i - 1) * towards, count));
-    return sum;
-  };
-  for (int32_t x = 0; x < plane.width; ++x) {
-    mixed[x] = blend(y, plane.height, [&](int32_t of) { return plane.Row(of)[x]; });
-  }
-  for (int32_t x = 0; x < width; ++x) {
-    row[x] = blend(x, plane.width, [&](int32_t of) { return mixed[of]; });
-  }
+// Row y of a plane with blocks of half the side, two for each of `plane`. `mixed`: scratch, a row of it with
+// two places to either side.
+void HalveBlocks(const Plane& plane, int32_t y, float* mixed, float* row) {
+  const RowKernels& kernels = ActiveRowKernels();
+  const int32_t towards = y % 2 == 0 ? -1 : 1;
+  const float* rows[4];
+  for (int32_t i = 0; i < 4; ++i) rows[i] = plane.Row(Reflected(y / 2 + (i - 1) * towards, plane.height));
+  kernels.blendRows(plane.width, rows, kQuarterWay, mixed);
+  MirrorBorders(mixed, plane.width, 2);
+  kernels.doubleRow(plane.width, mixed, kQuarterWay, row);
 }
 
-// The value that a share of the values lies below, between two of them in proportion; they are put in another
-// order.
-float Percentile(double share, size_t count, float* values) {
-  const double place = share * static_cast<double>(count - 1);
+// The value that a share of the values lies below, between two of them in proportion. `scratch` has as many.
+float Percentile(double share, std::span<const float> values, float* scratch) {
+  const double place = share * static_cast<double>(values.size() - 1);
   const auto lower = static_cast<size_t>(place);
-  std::nth_element(values, values + lower, values + count);
-  const float below = values[lower];
-  const float above = lower + 1 < count ? *std::min_element(values + lower + 1, values + count) : below;
-  return below + static_cast<float>(place - static_cast<double>(lower)) * (above - below);
+  // Some of the values tell where to look: what lies clearly below is only counted.
+  constexpr size_t kOneOf = 64;
+  constexpr double kClearly = 0.01;
+  size_t looked = 0;
+  for (size_t i = 0; i < values.size(); i += kOneOf) scratch[looked++] = values[i];
+  const auto least = static_cast<size_t>((share - kClearly) * static_cast<double>(looked - 1));
+  std::nth_element(scratch, scratch + least, scratch + looked);
+  const float floor = scratch[least];
+  size_t count = 0;
+  for (const float value : values) {
+    scratch[count] = value;
+    count += value >= floor ? 1 : 0;
+  }
+  size_t below = values.size() - count;
+  if (below > lower) {  // they told wrong
+    std::copy(values.begin(), values.end(), scratch);
+    count = values.size(), below = 0;
+  }
+  float* const end = scratch + count;
+  float* const found = scratch + (lower - below);
+  std::nth_element(scratch, found, end);
+  const float next = found + 1 < end ? *std::min_element(found + 1, end) : *found;
+  return *found + static_cast<float>(place - static_cast<double>(lower)) * (next - *found);
 }
 
 }  // namespace
@@ -154,6 +167,10 @@ struct Gate::Scratch {
   }
 };
 
+Gate::Scratch Gate::ScratchOf(int32_t worker) {
+  return {memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
+}
+
 namespace {
 
 // The rows and weights of a Gaussian down the columns round a row; borders mirror.
@@ -188,6 +205,35 @@ void BlurAlong(const GaussianKernel& kernel, float* row, int32_t columns, float*
   ActiveRowKernels().weigh(2 * kernel.reach + 1, rows, weights, columns, blurred);
 }
 
+// Of a row of blocks, where the step is 0 or 1 at every pixel, because the block and its neighbours are all
+// clearly below it or above.
+class PlainSteps {
+ public:
+  static constexpr float kUnknown = -1.0f;
+
+  PlainSteps(const Plane& amplitude, int32_t y, float closed, float opened)
+      : last_(amplitude.width - 1), below_(closed * (1.0f - kRounding)), above_(opened * (1.0f + kRounding)) {
+    for (int32_t i = 0; i < 3; ++i) rows_[i] = amplitude.Row(std::clamp(y - 1 + i, 0, amplitude.height - 1));
+  }
+  float At(int32_t x) const {
+    const float middle = rows_[1][x];
+    const bool isAbove = middle > above_;
+    if (!isAbove && !(middle < below_)) return kUnknown;
+    for (const float* const row : rows_) {
+      for (const int32_t at : {std::max(x - 1, 0), x, std::min(x + 1, last_)}) {
+        if (isAbove ? !(row[at] > above_) : !(row[at] < below_)) return kUnknown;
+      }
+    }
+    return isAbove ? 1.0f : 0.0f;
+  }
+
+ private:
+  static constexpr float kRounding = 1e-4f;  // more than that of what lies between two blocks
+  const float* rows_[3];
+  int32_t last_;
+  float below_, above_;
+};
+
 }  // namespace
 
 bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t threads, std::span<float> lent) {
@@ -201,6 +247,8 @@ bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t thr
   if (!demodulation_.Prepare(width, height, picture.channels, reduction_, plan.carriers, threads, &memory)) {
     return false;
   }
+  kernels_ = {GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_),
+              GaussianOfRest(kNearSigma, demodulation_.windowVariance(), reduction_)};
   for (const Carrier& carrier : plan.carriers) {
     if (rule.knowsUsual) beside_.emplace_back(StepBeside(carrier), demodulation_, rule, reduction_);
   }
@@ -218,19 +266,16 @@ bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t thr
 // Adds a channel's power at the carriers and beside them, where it is greater than the other channels'.
 void Gate::AddRow(int32_t y, const Scratch& scratch) {
   const RowKernels& kernels = ActiveRowKernels();
-  const GateRule& rule = RuleOf(plan_);
   const int32_t columns = demodulation_.columns();
-  const GaussianKernel kernel = GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_);
-  const GaussianDown down(kernel, y, demodulation_.rows());
-  const GaussianKernel nearKernel = GaussianOfRest(kNearSigma, demodulation_.windowVariance(), reduction_);
-  const GaussianDown nearDown(nearKernel, y, demodulation_.rows());
+  const GaussianDown down(kernels_.wide, y, demodulation_.rows());
+  const GaussianDown nearDown(kernels_.near, y, demodulation_.rows());
   float* const power[2] = {scratch.Row(0), scratch.Row(1)};
   for (float* const row : power) std::fill_n(row, columns, 0.0f);
   float *const real = scratch.Row(2), *const imaginary = scratch.Row(3);
   float *const blurredReal = scratch.Row(4), *const blurredImaginary = scratch.Row(5);
   const auto addPower = [&](float gain, float* sum) {
-    BlurAlong(kernel, real, columns, blurredReal);
-    BlurAlong(kernel, imaginary, columns, blurredImaginary);
+    BlurAlong(kernels_.wide, real, columns, blurredReal);
+    BlurAlong(kernels_.wide, imaginary, columns, blurredImaginary);
     kernels.addPower(columns, gain, blurredReal, blurredImaginary, sum);
   };
   for (size_t k = 0; k < plan_.carriers.size(); ++k) {
@@ -240,16 +285,16 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
     down.Weigh(ofImaginary, y, down.weights, columns, imaginary);
     addPower(1.0f, power[0]);
     if (near_.width > 0) {
-      float *const nearReal = scratch.Row(6), *const nearImaginary = scratch.Row(7);
-      nearDown.Weigh(ofReal, y, nearDown.weights, columns, real);
-      nearDown.Weigh(ofImaginary, y, nearDown.weights, columns, imaginary);
-      BlurAlong(nearKernel, real, columns, nearReal);
-      BlurAlong(nearKernel, imaginary, columns, nearImaginary);
-      float *const near = near_.Row(y), *const wide = wide_.Row(y);
-      for (int32_t x = 0; x < columns; ++x) {
-        near[x] += nearReal[x] * blurredReal[x] + nearImaginary[x] * blurredImaginary[x];
-        wide[x] += blurredReal[x] * blurredReal[x] + blurredImaginary[x] * blurredImaginary[x];
+      ComplexRow narrow{ofReal.Row(y), ofImaginary.Row(y)};
+      if (kernels_.near.reach > 0) {  // else the window has blurred as much already
+        float *const nearReal = scratch.Row(6), *const nearImaginary = scratch.Row(7);
+        nearDown.Weigh(ofReal, y, nearDown.weights, columns, real);
+        nearDown.Weigh(ofImaginary, y, nearDown.weights, columns, imaginary);
+        BlurAlong(kernels_.near, real, columns, nearReal);
+        BlurAlong(kernels_.near, imaginary, columns, nearImaginary);
+        narrow = {nearReal, nearImaginary};
       }
+      kernels.addNear(columns, narrow, {blurredReal, blurredImaginary}, near_.Row(y), wide_.Row(y));
     }
     if (beside_.empty()) continue;
     const Beside& beside = beside_[k];
@@ -278,27 +323,30 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
 }
 
 // The square of the pattern's amplitude, less what is usual, as reduced as the gate is.
-void Gate::TakeUsualOff() {
-  const int32_t width = pattern_.width, height = pattern_.height;
+void Gate::TakeUsualOff(Parallel& parallel) {
+  const int32_t width = pattern_.width;
   Plane& square = pattern_;
-  for (int32_t y = 0; y < height; ++y) {
+  RowsInParallel(parallel, pattern_.height, [&](int32_t y, int32_t) {
+    float* const row = square.Row(y);
+    const float* const usualRow = usual_.Row(y);
     for (int32_t x = 0; x < width; ++x) {
-      const float usual = 0.5f * usual_.Row(y)[x];  // two places beside each carrier
-      square.Row(y)[x] -= kUsualMargin * kUsualMargin * usual;
+      const float usual = 0.5f * usualRow[x];  // two places beside each carrier
+      row[x] -= kUsualMargin * kUsualMargin * usual;
     }
-  }
-  const int32_t times = reduction_ / kReduction;
-  for (int32_t y = 0; y < amplitude_.height; ++y) {
+  });
+  const bool isHalved = reduction_ > kReduction;
+  RowsInParallel(parallel, amplitude_.height, [&](int32_t y, int32_t worker) {
+    const Scratch scratch = ScratchOf(worker);
+    const float* squares = square.Row(isHalved ? 0 : y);
+    if (isHalved) {
+      HalveBlocks(square, y, scratch.Row(0), scratch.Row(1));
+      squares = scratch.Row(1);
+    }
     float* const row = amplitude_.Row(y);
-    if (times == 1) {
-      std::copy_n(square.Row(y), width, row);
-    } else {
-      HalveBlocks(square, y, usual_.Row(0), amplitude_.width, row);  // of no more use
-    }
     for (int32_t x = 0; x < amplitude_.width; ++x) {
-      row[x] = row[x] > 0.0f ? std::sqrt(row[x]) : 0.0f;  // not-a-number too
+      row[x] = squares[x] > 0.0f ? std::sqrt(squares[x]) : 0.0f;  // not-a-number too
     }
-  }
+  });
 }
 
 void Gate::OpenWherePattern(Parallel& parallel) {
@@ -306,24 +354,35 @@ void Gate::OpenWherePattern(Parallel& parallel) {
   float strong = plan_.strong;
   if (strong == 0.0f) {
     const size_t count = static_cast<size_t>(amplitude_.width) * static_cast<size_t>(amplitude_.height);
-    std::copy_n(amplitude_.samples.get(), count, softened_.samples.get());
-    strong = Percentile(kStrongShare, count, softened_.samples.get());
+    strong = Percentile(kStrongShare, {amplitude_.samples.get(), count}, softened_.samples.get());
   }
   const float closed = rule.closed * strong, span = (rule.opened - rule.closed) * strong;
-  // The step is steeper than a block: it is taken at every pixel, and the blocks' means are kept.
+  // The step is steeper than a block: where it is not plain from the neighbours it is taken at every pixel,
+  // and the blocks' means are kept.
   RowsInParallel(parallel, open_.height, [&](int32_t blockY, int32_t worker) {
-    const int32_t pixels = open_.width * kReduction;
     float* const row = memory_.get() + static_cast<size_t>(worker) * threadFloats_;
-    float* const steps = row + pixels;
-    std::fill_n(steps, pixels, 0.0f);
-    for (int32_t y = blockY * kReduction; span > 0.0f && y < (blockY + 1) * kReduction; ++y) {
-      EnlargeRow(amplitude_, kReduction, y, 0, open_.width, row);
-      ActiveRowKernels().addSteps(pixels, row, closed, 1.0f / span, steps);
+    float* const steps = row + open_.width * kReduction;
+    float* const open = open_.Row(blockY);
+    if (!(span > 0.0f)) {  // no pattern
+      std::fill_n(open, open_.width, 0.0f);
+      return;
     }
-    for (int32_t x = 0; x < open_.width; ++x) {
-      float sum = 0.0f;
-      for (int32_t i = 0; i < kReduction; ++i) sum += steps[kReduction * x + i];
-      open_.Row(blockY)[x] = sum / (kReduction * kReduction);
+    const PlainSteps plain(amplitude_, blockY, closed, closed + span);
+    for (int32_t first = 0, end = 0; first < open_.width; first = end) {
+      const float step = plain.At(first);
+      for (end = first; end < open_.width && plain.At(end) == step; ++end) open[end] = step;
+      if (step != PlainSteps::kUnknown) continue;
+      const int32_t blocks = end - first, pixels = blocks * kReduction;
+      std::fill_n(steps, pixels, 0.0f);
+      for (int32_t y = blockY * kReduction; y < (blockY + 1) * kReduction; ++y) {
+        EnlargeRow(amplitude_, kReduction, y, first, blocks, row);
+        ActiveRowKernels().addSteps(pixels, row, closed, 1.0f / span, steps);
+      }
+      for (int32_t x = 0; x < blocks; ++x) {
+        float sum = 0.0f;
+        for (int32_t i = 0; i < kReduction; ++i) sum += steps[kReduction * x + i];
+        open[first + x] = sum / (kReduction * kReduction);
+      }
     }
   });
   const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
@@ -331,24 +390,25 @@ void Gate::OpenWherePattern(Parallel& parallel) {
 }
 
 // Closes it where the wave comes from beside, at the middle of every block.
-void Gate::CutAtEdges() {
-  const int32_t times = reduction_ / kReduction;
-  float* const memory = memory_.get();  // a thread's, who has others of no use
-  for (int32_t y = 0; y < open_.height; ++y) {
-    const float *near = near_.Row(y / times), *wide = wide_.Row(y / times);
-    if (times > 1) {
-      float *const mixed = memory, *const nearRow = mixed + open_.width,
-                   *const wideRow = nearRow + open_.width;
-      HalveBlocks(near_, y, mixed, open_.width, nearRow);
-      HalveBlocks(wide_, y, mixed, open_.width, wideRow);
+void Gate::CutAtEdges(Parallel& parallel) {
+  const bool isHalved = reduction_ > kReduction;
+  RowsInParallel(parallel, open_.height, [&](int32_t y, int32_t worker) {
+    const Scratch scratch = ScratchOf(worker);
+    const float *near = near_.Row(isHalved ? 0 : y), *wide = wide_.Row(isHalved ? 0 : y);
+    if (isHalved) {
+      float *const nearRow = scratch.Row(1), *const wideRow = scratch.Row(3);  // of two rows each
+      HalveBlocks(near_, y, scratch.Row(0), nearRow);
+      HalveBlocks(wide_, y, scratch.Row(0), wideRow);
       near = nearRow, wide = wideRow;
     }
+    float* const open = open_.Row(y);
     for (int32_t x = 0; x < open_.width; ++x) {
       const float above = near[x] - kLeastNear * wide[x], span = (kEnoughNear - kLeastNear) * wide[x];
-      const float part = above >= span ? 1.0f : above > 0.0f ? above / span : 0.0f;
-      open_.Row(y)[x] *= part * part * (3.0f - 2.0f * part);
+      if (above >= span) continue;
+      const float part = above > 0.0f ? above / span : 0.0f;
+      open[x] *= part * part * (3.0f - 2.0f * part);
     }
-  }
+  });
 }
 
 bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progress& progress) {
@@ -359,7 +419,7 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   }
   if (MeasureAmplitude(picture, parallel, progress)) return true;
   OpenWherePattern(parallel);
-  if (near_.width > 0) CutAtEdges();
+  if (near_.width > 0) CutAtEdges(parallel);
   near_ = {};
   wide_ = {};
   demodulation_ = {};
@@ -399,12 +459,10 @@ bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, cons
     const auto count = static_cast<double>(looked.size()), done = static_cast<double>(i);
     const Progress part = progress.Part(done / count, (done + 1.0) / count);
     if (demodulation_.Measure(picture, looked[i], RuleOf(plan_).sigma, parallel, part)) return true;
-    RowsInParallel(parallel, demodulation_.rows(), [&](int32_t y, int32_t worker) {
-      Scratch scratch{memory_.get() + static_cast<size_t>(worker) * threadFloats_, demodulation_.columns()};
-      AddRow(y, scratch);
-    });
+    RowsInParallel(parallel, demodulation_.rows(),
+                   [&](int32_t y, int32_t worker) { AddRow(y, ScratchOf(worker)); });
   }
-  TakeUsualOff();
+  TakeUsualOff(parallel);
   return false;
 }
 
@@ -424,7 +482,8 @@ float MeasureStrong(const TiledPicture& tiled, const Findings& findings) {
     if (!gate.Prepare(tile, plan, 1)) throw std::bad_alloc();
     gate.AddAmplitudes(tile, &amplitudes);
   }
-  return amplitudes.empty() ? 0.0f : Percentile(kStrongShare, amplitudes.size(), amplitudes.data());
+  std::vector<float> scratch(amplitudes.size());
+  return amplitudes.empty() ? 0.0f : Percentile(kStrongShare, amplitudes, scratch.data());
 }
 
 }  // namespace tessaline

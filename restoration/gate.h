@@ -76,15 +76,19 @@ class Gate {
 
   void AddRow(int32_t y, const Scratch& scratch);
   bool MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress);
-  void TakeUsualOff();
+  void TakeUsualOff(Parallel& parallel);
   void OpenWherePattern(Parallel& parallel);
-  void CutAtEdges();
+  void CutAtEdges(Parallel& parallel);
+  Scratch ScratchOf(int32_t worker);
 
   Plane open_;
   // While it is measured.
   GatePlan plan_;
   int32_t reduction_ = kReduction;  // of the demodulation
   Demodulation demodulation_;
+  struct {
+    GaussianKernel wide{0.0}, near{0.0};
+  } kernels_;
   std::vector<Beside> beside_;  // by carrier; none where the usual is not looked at
   Plane pattern_, usual_;       // greatest power of the channels at the carriers, and beside them
   Plane near_, wide_;           // what the narrow waves have of the wide ones, and those; none without edges

@@ -29,6 +29,13 @@ struct BesideRows {
   const float *cosineReal, *cosineImaginary, *sineReal, *sineImaginary;
 };
 
+struct ComplexRow {
+  const float *real, *imaginary;
+};
+
+// Weights of four samples in a row for a place between the second and the third.
+using Cubic = float[4];
+
 // The polish, of windows of 2 * reach + 1 rows.
 struct WindowRows {
   static constexpr int kMostRows = 5;
@@ -56,6 +63,12 @@ struct RowKernels {
   // (C - i side S) (cosine - i side sine) of complex rows C and S.
   void (*turnBeside)(int32_t count, float side, const float* cosine, const float* sine,
                      const BesideRows& rows, float* real, float* imaginary);
+  // Adds what the narrow row has of the wide one, and the wide one's power.
+  void (*addNear)(int32_t count, const ComplexRow& narrow, const ComplexRow& wide, float* near, float* power);
+  // Four rows' sum with weights, and two values for each of a row: between it and the one before, and between
+  // it and the next, the weights to be read away from it. Two values to either side of the row are there.
+  void (*blendRows)(int32_t count, const float* const (&rows)[4], const Cubic& weights, float* blended);
+  void (*doubleRow)(int32_t count, const float* row, const Cubic& weights, float* doubled);
   // Adds smooth steps from 0 at `closed` on to 1.
   void (*addSteps)(int32_t count, const float* values, float closed, float slope, float* steps);
   // A row of a reduced plane (by 4, by 8), from the blend of two on: `blocks` blocks, of which the

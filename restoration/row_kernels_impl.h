@@ -153,6 +153,33 @@ void TurnBeside(int32_t count, float side, const float* cosine, const float* sin
   }
 }
 
+void AddNear(int32_t count, const ComplexRow& narrow, const ComplexRow& wide, float* __restrict near,
+             float* __restrict power) {
+  const float *const narrowReal = narrow.real, *const narrowImaginary = narrow.imaginary,
+                     *const real = wide.real, *const imaginary = wide.imaginary;
+  for (int32_t i = 0; i < count; ++i) {
+    near[i] += narrowReal[i] * real[i] + narrowImaginary[i] * imaginary[i];
+    power[i] += real[i] * real[i] + imaginary[i] * imaginary[i];
+  }
+}
+
+inline float Blend(const Cubic& weights, float a, float b, float c, float d) {
+  return weights[0] * a + weights[1] * b + weights[2] * c + weights[3] * d;
+}
+
+void BlendRows(int32_t count, const float* const (&rows)[4], const Cubic& weights,
+               float* __restrict blended) {
+  const float *const a = rows[0], *const b = rows[1], *const c = rows[2], *const d = rows[3];
+  for (int32_t x = 0; x < count; ++x) blended[x] = Blend(weights, a[x], b[x], c[x], d[x]);
+}
+
+void DoubleRow(int32_t count, const float* row, const Cubic& weights, float* __restrict doubled) {
+  for (int32_t x = 0; x < count; ++x) {
+    doubled[2 * x] = Blend(weights, row[x + 1], row[x], row[x - 1], row[x - 2]);
+    doubled[2 * x + 1] = Blend(weights, row[x - 1], row[x], row[x + 1], row[x + 2]);
+  }
+}
+
 void AddSteps(int32_t count, const float* values, float closed, float slope, float* __restrict steps) {
   for (int32_t i = 0; i < count; ++i) {
     const float share = (values[i] - closed) * slope;
@@ -378,6 +405,9 @@ constexpr RowKernels MakeRowKernels() {
       AddPower,
       SumSquares,
       TurnBeside,
+      AddNear,
+      BlendRows,
+      DoubleRow,
       AddSteps,
       {Enlarge<4>, Enlarge<8>},
       SumWaves,
