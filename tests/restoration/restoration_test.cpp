@@ -8,9 +8,11 @@
 #include <numbers>
 
 #include "image/pixel_kind.h"
+#include "platform/cpu.h"
 #include "removal/spectrum_gathering.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
+#include "restoration/row_kernels.h"
 #include "tests/support/picture_files.h"
 
 namespace tessaline {
@@ -99,6 +101,47 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
 
 INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page", "warped"),
                          [](const auto& test) { return test.param; });
+
+// Every set's loops over the same rows, whose count is no whole number of vectors; all results in one row.
+std::vector<float> ResultsOf(const RowKernels& kernels) {
+  constexpr int32_t kCount = 157, kStride = 4 * kCount;
+  std::vector<float> rows(40 * kStride), results(24 * kStride);
+  for (size_t i = 0; i < rows.size(); ++i) rows[i] = 16000.0f * std::sin(0.37f * static_cast<float>(i));
+  const auto in = [&](int i) { return rows.data() + i * kStride + 16; };
+  const auto out = [&](int i) { return results.data() + i * kStride; };
+  const float* const four[] = {in(0), in(1), in(2), in(3)};
+  const float weights[4] = {-0.05f, 0.8f, 0.3f, -0.04f};
+  kernels.weigh(4, four, weights, kCount, out(0));
+  kernels.blendRows(kCount, four, weights, out(1));
+  kernels.doubleRow(kCount, in(0), weights, out(2));
+  kernels.addNear(kCount, {in(0), in(1)}, {in(2), in(3)}, out(3), out(4));
+  kernels.turnBeside(kCount, -1.0f, in(0), in(1), {in(2), in(3), in(4), in(5)}, out(5), out(6));
+  kernels.addSteps(kCount, in(0), 2.0f, 1e-4f, out(7));
+  kernels.enlarge[1](kCount / 4, in(0), in(1), 0.3f, out(8));
+  kernels.addPower(kCount, 1.1f, in(0), in(1), out(9));
+  for (const int reach : {0, 1}) {
+    float* const sums = out(10 + 7 * reach);
+    kernels.sumValues[reach](kCount, in(0), sums, sums + kStride);
+    const WindowRows values{{in(0), in(1), in(2), in(3), in(4)}},
+        squares{{in(5), in(6), in(7), in(8), in(9)}};
+    kernels.measureGain[reach](kCount, values, squares, in(10), sums + 2 * kStride, sums + 3 * kStride);
+    kernels.sumGains[reach](kCount, in(0), in(1), sums + 4 * kStride, sums + 5 * kStride);
+    kernels.change[reach](kCount, values, squares, in(6), sums + 6 * kStride);
+  }
+  return results;
+}
+
+TEST(RowKernels, GiveTheSameBitsInEverySet) {
+  const std::vector<float> baseline = ResultsOf(kBaselineRowKernels);
+#if defined(__x86_64__)
+  if (DetectVectorLevel() >= VectorLevel::kAvx2) {
+    EXPECT_EQ(baseline, ResultsOf(kAvx2RowKernels));
+  }
+  if (DetectVectorLevel() >= VectorLevel::kAvx512) {
+    EXPECT_EQ(baseline, ResultsOf(kAvx512RowKernels));
+  }
+#endif
+}
 
 TEST(Licences, AreNotGivenToAPictureWithoutAScreen) {
   const Picture clean = ReadPicture("restore/clean.png");
