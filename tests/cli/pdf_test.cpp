@@ -53,8 +53,9 @@ class Documents : public testing::Test {
     pdf.emptyPDF();
     grey = Image(screen, BytesOf(screen), "/ColorSpace /DeviceGray");
     inks = Image(ink, JpegOf(ink), "/ColorSpace /DeviceCMYK /Filter /DCTDecode /Decode [1 0 1 0 1 0 1 0]");
-    deep = Image(colours, BytesOf(colours),
-                 "/ColorSpace [/CalRGB << /WhitePoint [1 1 1] >>] /Intent /Perceptual");
+    tessaline::cli::Save(colours, folder / "deep.jp2", "[lossless]");
+    deep = Image(colours, ReadWholeFile(folder / "deep.jp2"),
+                 "/ColorSpace [/CalRGB << /WhitePoint [1 1 1] >>] /Filter /JPXDecode /Intent /Perceptual");
     deep.getDict().replaceKey("/SMask", Image(screen, BytesOf(screen), "/ColorSpace /DeviceGray"));
     const Object bits = Image({400, 300, 1, 1, {}}, std::string(50 * 300, '\x55'), "/ImageMask true");
     const Object plain = Image(unscreened, BytesOf(unscreened), "/ColorSpace /DeviceGray");
@@ -94,12 +95,9 @@ class Documents : public testing::Test {
   Object grey, inks, deep;
 };
 
-std::string RawDataOf(Object stream) {
-  const auto data = stream.getRawStreamData();
-  return {reinterpret_cast<const char*>(data->getBuffer()), data->getSize()};
-}
-std::string SamplesOf(Object stream) {
-  const auto data = stream.getStreamData(qpdf_dl_specialized);
+// As they stand, or decoded.
+std::string DataOf(Object stream, bool isDecoded) {
+  const auto data = isDecoded ? stream.getStreamData(qpdf_dl_specialized) : stream.getRawStreamData();
   return {reinterpret_cast<const char*>(data->getBuffer()), data->getSize()};
 }
 
@@ -109,15 +107,16 @@ TEST_F(Documents, PicturesAreCleanedAsFilesAreAndEverythingElseStays) {
   ASSERT_EQ(0, ended.status) << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find("patterns in 3 of 4 pictures")) << ended.err;
   EXPECT_NE(std::string::npos, ended.err.find("26.7 lpi at 100 dpi")) << ended.err;
-  const auto alone = [&](const std::string& name) {
-    EXPECT_EQ(0, RunProgram({"-a", kFindingAcceptance, folder / name, folder / ("clean-" + name)}).status);
-    return folder / ("clean-" + name);
-  };
   tessaline::cli::Save(screen, folder / "grey.png");
   tessaline::cli::Save(colours, folder / "deep.png");
   WriteWholeFile(folder / "inks.jpg", JpegOf(ink));
-  std::vector<std::string> expected = {BytesOf(Load(alone("grey.png"))), ReadWholeFile(alone("inks.jpg")),
-                                       BytesOf(Load(alone("deep.png")))};
+  std::filesystem::create_directory(folder / "alone");
+  ASSERT_EQ(0, RunProgram({"-a", kFindingAcceptance, "--output-dir", folder / "alone", folder / "grey.png",
+                           folder / "deep.png", folder / "inks.jpg"})
+                   .status);
+  std::vector<std::string> expected = {BytesOf(Load(folder / "alone/grey.png")),
+                                       ReadWholeFile(folder / "alone/inks.jpg"),
+                                       BytesOf(Load(folder / "alone/deep.png"))};
   QPDF before, after;
   before.processFile((folder / "in.pdf").c_str());
   after.processFile((folder / "out.pdf").c_str());
@@ -133,8 +132,9 @@ TEST_F(Documents, PicturesAreCleanedAsFilesAreAndEverythingElseStays) {
       continue;
     }
     Object oldEntries = was.getDict().shallowCopy(), newEntries = is.getDict().shallowCopy();
-    if (RawDataOf(was) != RawDataOf(is)) {
-      EXPECT_EQ(1, std::erase(expected, oldEntries.hasKey("/Filter") ? RawDataOf(is) : SamplesOf(is)));
+    if (DataOf(was, false) != DataOf(is, false)) {
+      const bool isFlate = newEntries.getKey("/Filter").isNameAndEquals("/FlateDecode");
+      EXPECT_EQ(1, std::erase(expected, DataOf(is, isFlate)));
       for (const char* key : {"/Filter", "/DecodeParms", "/Length"}) {
         oldEntries.removeKey(key);
         newEntries.removeKey(key);
@@ -187,12 +187,11 @@ TEST_F(Documents, WhatCannotBeKeptIsRefusedUntouched) {
   Save(folder / "closed.pdf", encrypt("user"));
   Save(folder / "whole.pdf", nullptr);
   tessaline::cli::Save(screen, folder / "grey.png");
-  expectRefusal("open.pdf", 4, "encrypted");
-  expectRefusal("closed.pdf", 4, "encrypted");
+  for (const char* name : {"open.pdf", "closed.pdf"}) expectRefusal(name, 4, "encrypted");
   expectRefusal("whole.pdf", 4, "stays one", "out.png");
   expectRefusal("grey.png", 4, "is no PDF document");
   const std::string whole = ReadWholeFile(folder / "whole.pdf");
-  for (const size_t kept : {whole.size() - 4, whole.size() - 30, whole.size() / 2, size_t{20}}) {
+  for (const size_t kept : {whole.size() - 4, whole.size() / 2, size_t{20}}) {
     WriteWholeFile(folder / "cut.pdf", whole.substr(0, kept));
     expectRefusal("cut.pdf", 3, "damaged or cut short");
   }
