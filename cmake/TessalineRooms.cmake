@@ -40,10 +40,19 @@ if(MINGW)
   add_link_options(-static)
 endif()
 
+# Debian 12's library for browsers is older than its compiler: what the engine misses there is in web/.
+if(EMSCRIPTEN)
+  add_compile_options(-msimd128 -fwasm-exceptions "SHELL:-include ${PROJECT_SOURCE_DIR}/web/missing_library.h")
+  add_link_options(-msimd128 -fwasm-exceptions)
+endif()
+
 # tessaline_room(NAME SOURCES a.cpp b.cpp DEPENDS other rooms)
 # One static library per folder. Includes are written from the top of the tree ("buffers/buffer_table.h").
 function(tessaline_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
+  if(EMSCRIPTEN)  # whose vectors have one width
+    list(FILTER ROOM_SOURCES EXCLUDE REGEX "_avx(2|512)\\.cpp$")
+  endif()
   add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
   target_include_directories(tessaline_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
   foreach(room IN LISTS ROOM_DEPENDS)

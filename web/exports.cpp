@@ -1,0 +1,109 @@
+// What the page's worker calls. A worker has one picture at a time; codes are the engine's result codes.
+#include <emscripten.h>
+
+#include <new>
+#include <string>
+
+#include "web/found_json.h"
+#include "web/picture_cleaning.h"
+
+using namespace tessaline;
+using namespace tessaline::web;
+
+namespace {
+
+PictureCleaning& ThePicture() {
+  static PictureCleaning picture;
+  return picture;
+}
+
+std::string g_text;              // of the last tessaline_web_findings
+std::vector<uint8_t> g_drawing;  // of the last tessaline_web_draw_*
+
+// clang-format off
+EM_JS(void, TellPage, (double part), { Module["tell"](part); });
+// clang-format on
+
+bool Report(void*, double part) {
+  TellPage(part);
+  return false;  // the page ends its worker to stop
+}
+constexpr Progress kProgress = {Report};
+
+template <typename Work>
+int32_t WithoutExceptions(const Work& work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+}
+
+template <typename Draw>
+const uint8_t* Drawn(const Draw& draw) {
+  return WithoutExceptions([&] { return draw(&g_drawing); }) == kSuccess ? g_drawing.data() : nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+EMSCRIPTEN_KEEPALIVE double tessaline_web_bytes_needed(int32_t width, int32_t height, int32_t samples,
+                                                       int32_t channels, int32_t format) {
+  return BytesNeeded({width, height, samples, channels, static_cast<SampleFormat>(format)});
+}
+
+// Null: no memory, or no such picture. The caller fills what it gets.
+EMSCRIPTEN_KEEPALIVE uint8_t* tessaline_web_open(int32_t width, int32_t height, int32_t samples,
+                                                 int32_t channels, int32_t format) {
+  const PixelLayout layout = {width, height, samples, channels, static_cast<SampleFormat>(format)};
+  return ThePicture().Open(layout) == kSuccess ? ThePicture().pixels() : nullptr;
+}
+
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_analyse() {
+  return WithoutExceptions([] { return ThePicture().Analyse(kProgress); });
+}
+
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_decide(int32_t isAutomatic, double acceptance, double sensitivity,
+                                                  double notchRadius, double protectionRadius) {
+  const Settings settings = {isAutomatic != 0, static_cast<float>(acceptance), sensitivity,
+                             static_cast<float>(notchRadius), static_cast<float>(protectionRadius)};
+  return WithoutExceptions([&] { return ThePicture().Decide(settings); });
+}
+
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_turn_peak(int32_t dx, int32_t dy, int32_t isTakenOut) {
+  return WithoutExceptions([&] { return ThePicture().TurnPeak(dx, dy, isTakenOut != 0); });
+}
+
+// Null: no memory. Valid until the next call of it.
+EMSCRIPTEN_KEEPALIVE const char* tessaline_web_findings(double horizontal, double vertical) {
+  const int32_t code = WithoutExceptions([&] {
+    g_text = DescribeFindings(ThePicture(), {horizontal, vertical});
+    return int32_t{kSuccess};
+  });
+  return code == kSuccess ? g_text.c_str() : nullptr;
+}
+
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_restore() {
+  return WithoutExceptions([] { return ThePicture().Restore(kProgress); });
+}
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_result() {
+  return ThePicture().result();
+}
+
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_restore_part(int32_t x, int32_t y, int32_t width, int32_t height) {
+  return WithoutExceptions([&] { return ThePicture().RestorePart({x, y, width, height}); });
+}
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_part() {
+  return ThePicture().part();
+}
+
+// 512 x 512 pixels of RGBA, valid until the next drawing; null: no memory.
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_spectrum() {
+  return Drawn([](std::vector<uint8_t>* rgba) { return ThePicture().DrawSpectrum(rgba); });
+}
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_mask() {
+  return Drawn([](std::vector<uint8_t>* rgba) { return ThePicture().DrawMask(rgba); });
+}
+
+}  // extern "C"

@@ -1,0 +1,271 @@
+#include "web/picture_cleaning.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "image/pixel_kind.h"
+#include "removal/spectrum_picture.h"
+#include "restoration/decision.h"
+#include "restoration/gate.h"
+#include "tiling/any_size.h"
+
+namespace tessaline::web {
+namespace {
+
+constexpr size_t kGridCells = size_t{kSpectrumCells} * kSpectrumCells;
+constexpr int32_t kTurnedOnReach = 1;  // cells to every side of a peak that the user turns on
+constexpr uint8_t kSeed = 255, kOpaque = 255;
+
+int32_t CopyFindings(const Findings& from, Findings* to) {
+  Findings copy;
+  if (!copy.seeds.Create(kSpectrumCells, kSpectrumCells, 1)) return kOutOfMemory;
+  CopyImage(from.seeds.view(), copy.seeds.view());
+  copy.seedCells = from.seedCells;
+  copy.threshold = from.threshold;
+  copy.isAutomatic = from.isAutomatic;
+  copy.peaks = from.peaks;
+  copy.strongAmplitude = from.strongAmplitude;
+  *to = std::move(copy);
+  return kSuccess;
+}
+
+// The cell on the other side of the zero frequency; the grid repeats itself.
+int32_t Opposite(int32_t cell) {
+  return (kSpectrumCells - cell) % kSpectrumCells;
+}
+
+uint8_t& SeedAt(const ImageView& seeds, int32_t dx, int32_t dy) {
+  const int32_t x = (kSpectrumCentre + dx) & (kSpectrumCells - 1);
+  const int32_t y = (kSpectrumCentre + dy) & (kSpectrumCells - 1);
+  return seeds.Row(y)[x];
+}
+
+void SetPair(const ImageView& seeds, int32_t dx, int32_t dy, uint8_t value) {
+  SeedAt(seeds, dx, dy) = value;
+  SeedAt(seeds, -dx, -dy) = value;
+}
+
+template <typename Sample>
+bool AreColoursEqual(const PixelLayout& layout, const uint8_t* pixels) {
+  const auto* pixel = reinterpret_cast<const Sample*>(pixels);
+  const size_t count = static_cast<size_t>(layout.width) * static_cast<size_t>(layout.height);
+  for (size_t i = 0; i < count; ++i, pixel += layout.samples) {
+    if (pixel[0] != pixel[1] || pixel[0] != pixel[2]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+PictureView PixelLayout::View(uint8_t* pixels) const {
+  PictureView picture;
+  picture.width = width;
+  picture.height = height;
+  picture.format = format;
+  picture.channels = channels;
+  const auto pixelBytes = static_cast<ptrdiff_t>(PixelBytes());
+  for (int32_t i = 0; i < channels; ++i) {
+    picture.channel[i] = {pixels + static_cast<size_t>(i) * SampleBytes(format), pixelBytes,
+                          pixelBytes * width};
+  }
+  return picture;
+}
+
+double BytesNeeded(const PixelLayout& layout) {
+  // Measured: what the transform's side asks for, and every pixel's share.
+  constexpr double kEngine = 24.0 * (1 << 20), kPerTransformed = 10.0, kPerPixelAndChannel = 8.0;
+  const int32_t side = TransformSizeFor(std::min(std::max(layout.width, layout.height), kLargestSide));
+  const double pixels = double{1} * layout.width * layout.height;
+  return kEngine + kPerTransformed * side * side + pixels * kPerPixelAndChannel * layout.channels +
+         2.0 * static_cast<double>(layout.Bytes());
+}
+
+int32_t PictureCleaning::Open(const PixelLayout& layout) {
+  const bool isUsable = layout.width >= 1 && layout.height >= 1 && layout.samples <= 4 &&
+                        (layout.channels == 1 || layout.channels == 3) && layout.channels <= layout.samples;
+  if (!isUsable || layout.width > kLargestTiledSide || layout.height > kLargestTiledSide) {
+    return kUnknownPixelKind;
+  }
+  if (double{1} * layout.width * layout.height * static_cast<double>(layout.PixelBytes()) >
+      double{std::numeric_limits<int32_t>::max()}) {
+    return kOutOfMemory;
+  }
+  auto pixels = AllocateBlock<uint8_t>(layout.Bytes());
+  auto result = AllocateBlock<uint8_t>(layout.Bytes());
+  if (!pixels || !result) return kOutOfMemory;
+  layout_ = layout;
+  pixels_ = std::move(pixels);
+  result_ = std::move(result);
+  isGrey_ = false;
+  return kSuccess;
+}
+
+bool PictureCleaning::HasEqualColours() const {
+  if (layout_.channels != kMostChannels) return false;
+  switch (SampleBytes(layout_.format)) {
+    case 1:
+      return AreColoursEqual<uint8_t>(layout_, pixels_.get());
+    case 2:
+      return AreColoursEqual<uint16_t>(layout_, pixels_.get());
+    default:
+      return AreColoursEqual<float>(layout_, pixels_.get());
+  }
+}
+
+int32_t PictureCleaning::Analyse(const Progress& progress) {
+  isGrey_ = isGrey_ || HasEqualColours();
+  if (isGrey_) layout_.channels = 1;
+  tiles_ = {};
+  return AnalyseAnySize(layout_.View(pixels_.get()), workspace_, progress, &analysis_, &tiles_);
+}
+
+int32_t PictureCleaning::Decide(const Settings& settings) {
+  Findings found;
+  const int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
+  if (result != kSuccess) return result;
+  const int32_t copied = CopyFindings(found, &findings_);
+  if (copied != kSuccess) return copied;
+  found_ = std::move(found);
+  settings_ = settings;
+  return UseFindings();
+}
+
+int32_t PictureCleaning::UseFindings() {
+  findings_.seedCells = CountSeeds(findings_.seeds.view());
+  strong_ = -1.0f;
+  notches_ = CollectNotches(analysis_, findings_);
+  return Shape(findings_, settings_, &mask_);
+}
+
+std::vector<PictureCleaning::Place> PictureCleaning::PlacesOfPeaks() const {
+  std::vector<Place> places;
+  for (const SpectrumPeak& peak : found_.peaks) {
+    if (peak.verdict == PeakVerdict::kUsed) places.push_back({peak.dx, peak.dy});
+  }
+  if (!found_.isAutomatic) {
+    for (const Notch& notch : CollectNotches(analysis_, found_)) places.push_back({notch.dx, notch.dy});
+  }
+  return places;
+}
+
+bool PictureCleaning::IsTakenOut(int32_t dx, int32_t dy) const {
+  const int32_t x = (kSpectrumCentre + dx) & (kSpectrumCells - 1);
+  const int32_t y = (kSpectrumCentre + dy) & (kSpectrumCells - 1);
+  return mask_.cells.view().Row(y)[x] > kOpaque / 2;
+}
+
+int32_t PictureCleaning::TurnPeak(int32_t dx, int32_t dy, bool isTakenOut) {
+  const std::vector<Place> places = PlacesOfPeaks();
+  const auto squareFrom = [](const Place& place, int32_t x, int32_t y) {
+    const auto square = [](int32_t a, int32_t b) { return a * a + b * b; };
+    return std::min(square(place.dx - x, place.dy - y), square(place.dx + x, place.dy + y));
+  };
+  const Place turned = {dx, dy};
+  const auto isNearest = [&](int32_t x, int32_t y) {
+    const int32_t own = squareFrom(turned, x, y);
+    return std::none_of(places.begin(), places.end(),
+                        [&](const Place& other) { return squareFrom(other, x, y) < own; });
+  };
+  const ImageView seeds = findings_.seeds.view();
+  const ImageView found = found_.seeds.view();
+  bool wasFound = false;
+  for (int32_t y = 0; y < kSpectrumCells; ++y) {
+    for (int32_t x = 0; x < kSpectrumCells; ++x) {
+      if (found.Row(y)[x] != kSeed || !isNearest(x - kSpectrumCentre, y - kSpectrumCentre)) continue;
+      wasFound = true;
+      seeds.Row(y)[x] = isTakenOut ? kSeed : 0;
+      seeds.Row(Opposite(y))[Opposite(x)] = isTakenOut ? kSeed : 0;
+    }
+  }
+  for (int32_t y = -kTurnedOnReach; !wasFound && y <= kTurnedOnReach; ++y) {
+    for (int32_t x = -kTurnedOnReach; x <= kTurnedOnReach; ++x) {
+      SetPair(seeds, dx + x, dy + y, isTakenOut ? kSeed : 0);
+    }
+  }
+  // Where the pattern is gets measured at the licensed peaks: what the user wants out has a licence.
+  for (size_t i = 0; i < findings_.peaks.size(); ++i) {
+    SpectrumPeak& peak = findings_.peaks[i];
+    if (peak.dx == dx && peak.dy == dy) {
+      const SpectrumPeak& before = found_.peaks[i];
+      peak.isLicensed = isTakenOut && (before.isLicensed || before.verdict != PeakVerdict::kUsed);
+    }
+  }
+  return UseFindings();
+}
+
+void PictureCleaning::CopyGrey(const PixelLayout& layout, uint8_t* pixels) const {
+  if (!isGrey_) return;
+  const size_t bytes = SampleBytes(layout.format), step = layout.PixelBytes();
+  uint8_t* const end = pixels + layout.Bytes();
+  for (uint8_t* pixel = pixels; pixel != end; pixel += step) {
+    std::memcpy(pixel + bytes, pixel, bytes);
+    std::memcpy(pixel + 2 * bytes, pixel, bytes);
+  }
+}
+
+int32_t PictureCleaning::Restore(const Progress& progress) {
+  std::memcpy(result_.get(), pixels_.get(), layout_.Bytes());
+  if (findings_.seedCells == 0) return kSuccess;
+  ApplyOptions options;
+  options.chain = analysis_.chain;
+  const int32_t code = TakeOutAnySize(layout_.View(pixels_.get()), layout_.View(result_.get()), findings_,
+                                      mask_, workspace_, options, restoration_, progress);
+  if (code == kSuccess) CopyGrey(layout_, result_.get());
+  return code;
+}
+
+int32_t PictureCleaning::RestorePart(const Part& part) {
+  const bool isInside = part.x >= 0 && part.y >= 0 && part.width >= 1 && part.height >= 1 &&
+                        part.width <= kLargestPart && part.height <= kLargestPart &&
+                        part.x <= layout_.width - part.width && part.y <= layout_.height - part.height;
+  if (!isInside) return kUnknownPixelKind;
+  PixelLayout layout = layout_;
+  layout.width = part.width;
+  layout.height = part.height;
+  const size_t rowBytes = layout.PixelBytes() * static_cast<size_t>(part.width);
+  const size_t allBytes = layout_.PixelBytes() * static_cast<size_t>(layout_.width);
+  part_.resize(layout.Bytes());
+  for (int32_t y = 0; y < part.height; ++y) {
+    std::memcpy(part_.data() + static_cast<size_t>(y) * rowBytes,
+                pixels_.get() + static_cast<size_t>(part.y + y) * allBytes +
+                    static_cast<size_t>(part.x) * layout_.PixelBytes(),
+                rowBytes);
+  }
+  if (findings_.seedCells == 0) return kSuccess;
+  RestorationSettings restoration = restoration_;
+  if (findings_.isAutomatic) {
+    if (strong_ < 0.0f) strong_ = MeasureStrong(tiles_.view(), findings_);
+    restoration.strong = strong_;
+  }
+  const PictureView view = layout.View(part_.data());
+  const int32_t code =
+      TakeOutAnySize(view, view, findings_, mask_, workspace_, ApplyOptions{}, restoration, {});
+  if (code == kSuccess) CopyGrey(layout, part_.data());
+  return code;
+}
+
+int32_t PictureCleaning::DrawSpectrum(std::vector<uint8_t>* rgba) const {
+  Findings withoutMarks;  // the page draws its own, which can be clicked
+  const std::vector<uint8_t> rgb =
+      tessaline::DrawSpectrum(analysis_, withoutMarks, mask_, settings_.protectionRadius);
+  rgba->resize(4 * kGridCells);
+  for (size_t i = 0; i < kGridCells; ++i) {
+    std::copy_n(&rgb[3 * i], 3, &(*rgba)[4 * i]);
+    (*rgba)[4 * i + 3] = kOpaque;
+  }
+  return kSuccess;
+}
+
+int32_t PictureCleaning::DrawMask(std::vector<uint8_t>* rgba) const {
+  rgba->resize(4 * kGridCells);
+  const uint8_t* const cells = mask_.cells.view().data;
+  for (size_t i = 0; i < kGridCells; ++i) {
+    std::fill_n(&(*rgba)[4 * i], 3, cells[i]);
+    (*rgba)[4 * i + 3] = kOpaque;
+  }
+  return kSuccess;
+}
+
+}  // namespace tessaline::web
