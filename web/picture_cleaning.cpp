@@ -150,10 +150,14 @@ std::vector<PictureCleaning::Place> PictureCleaning::PlacesOfPeaks() const {
   return places;
 }
 
+// By the cells beside it: the notch of a neighbour may reach over a peak that the user left.
 bool PictureCleaning::IsTakenOut(int32_t dx, int32_t dy) const {
-  const int32_t x = (kSpectrumCentre + dx) & (kSpectrumCells - 1);
-  const int32_t y = (kSpectrumCentre + dy) & (kSpectrumCells - 1);
-  return mask_.cells.view().Row(y)[x] > kOpaque / 2;
+  for (int32_t i = 0; i < 9; ++i) {
+    const int32_t x = (kSpectrumCentre + dx + i % 3 - 1) & (kSpectrumCells - 1);
+    const int32_t y = (kSpectrumCentre + dy + i / 3 - 1) & (kSpectrumCells - 1);
+    if (findings_.seeds.view().Row(y)[x] == kSeed) return true;
+  }
+  return false;
 }
 
 int32_t PictureCleaning::TurnPeak(int32_t dx, int32_t dy, bool isTakenOut) {

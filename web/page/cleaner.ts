@@ -1,0 +1,80 @@
+// The worker as the page sees it: requests as promises, one picture's life long.
+import { refusals } from './words.js';
+import type { Answer, Decision, Rectangle, Request } from './protocol.js';
+import type { Resolution, Settings } from './found.js';
+
+export class Refusal extends Error {}
+export class Cancelled extends Error {}
+
+interface Waiting {
+  resolve(answer: Answer): void;
+  reject(error: Error): void;
+}
+
+export interface Watcher {
+  progress(part: number): void;
+  needs(bytes: number): void;
+}
+
+export class Cleaner {
+  private readonly worker = new Worker('worker.js', { type: 'module' });
+  private readonly waiting: Waiting[] = [];
+
+  constructor(private readonly watcher: Watcher) {
+    this.worker.onmessage = (event: MessageEvent<Answer>) => this.take(event.data);
+    this.worker.onerror = (event) => this.end(new Refusal(refusals.broken(event.message)));
+  }
+
+  /** Ends all work at once; the cleaner is of no use afterwards. */
+  cancel(): void {
+    this.end(new Cancelled());
+  }
+
+  async open(picture: ImageData, resolution: Resolution | null): Promise<void> {
+    const pixels = picture.data.slice().buffer;
+    const { width, height } = picture;
+    await this.ask({ kind: 'open', width, height, pixels, resolution }, [pixels]);
+  }
+  async decide(settings: Settings): Promise<Decision> {
+    return decisionOf(await this.ask({ kind: 'decide', settings }));
+  }
+  async turn(dx: number, dy: number, takenOut: boolean): Promise<Decision> {
+    return decisionOf(await this.ask({ kind: 'turn', dx, dy, takenOut }));
+  }
+  async restore(): Promise<Uint8ClampedArray> {
+    return pixelsOf(await this.ask({ kind: 'restore' }));
+  }
+  async part(part: Rectangle): Promise<Uint8ClampedArray> {
+    return pixelsOf(await this.ask({ kind: 'part', part }));
+  }
+
+  private ask(request: Request, transfer: Transferable[] = []): Promise<Answer> {
+    return new Promise((resolve, reject) => {
+      this.waiting.push({ resolve, reject });
+      this.worker.postMessage(request, transfer);
+    });
+  }
+
+  private take(answer: Answer): void {
+    if (answer.kind === 'progress') return this.watcher.progress(answer.part);
+    if (answer.kind === 'needs') return this.watcher.needs(answer.bytes);
+    const next = this.waiting.shift();
+    if (answer.kind !== 'failed') return next?.resolve(answer);
+    next?.reject(new Refusal(answer.reason === 'memory' ? refusals.noMemory(answer.bytes) : refusals.broken(answer.detail)));
+  }
+
+  private end(error: Error): void {
+    this.worker.terminate();
+    for (const waiting of this.waiting.splice(0)) waiting.reject(error);
+  }
+}
+
+function decisionOf(answer: Answer): Decision {
+  if (answer.kind !== 'decision') throw new Refusal(refusals.broken(answer.kind));
+  return answer.decision;
+}
+
+function pixelsOf(answer: Answer): Uint8ClampedArray {
+  if (answer.kind !== 'pixels') throw new Refusal(refusals.broken(answer.kind));
+  return new Uint8ClampedArray(answer.pixels);
+}

@@ -1,0 +1,19 @@
+// The module that emscripten makes of web/exports.cpp.
+export interface Engine {
+  HEAPU8: Uint8Array;
+  UTF8ToString(address: number): string;
+  _tessaline_web_bytes_needed(width: number, height: number, samples: number, channels: number, format: number): number;
+  _tessaline_web_open(width: number, height: number, samples: number, channels: number, format: number): number;
+  _tessaline_web_analyse(): number;
+  _tessaline_web_decide(
+    isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;
+  _tessaline_web_turn_peak(dx: number, dy: number, isTakenOut: number): number;
+  _tessaline_web_findings(horizontal: number, vertical: number): number;
+  _tessaline_web_restore(): number;
+  _tessaline_web_result(): number;
+  _tessaline_web_restore_part(x: number, y: number, width: number, height: number): number;
+  _tessaline_web_part(): number;
+  _tessaline_web_draw_spectrum(): number;
+  _tessaline_web_draw_mask(): number;
+}
+export default function makeEngine(options: { tell(part: number): void }): Promise<Engine>;

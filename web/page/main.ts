@@ -1,0 +1,347 @@
+// The page: one picture at a time, opened, cleaned by itself, looked at, changed, saved.
+import { Cancelled, Cleaner, Refusal } from './cleaner.js';
+import { standardSettings, type Choice, type Settings } from './found.js';
+import { choicesOf, sentenceOf } from './pattern.js';
+import { canvasOf, readPicture, type Picture } from './picture_file.js';
+import { withChunks } from './png_chunks.js';
+import type { Decision } from './protocol.js';
+import { cleanName, commandFor, reportOf } from './report.js';
+import { SpectrumView } from './spectrum_view.js';
+import { Viewer, type Layers } from './viewer.js';
+import { labels, refusals, samples, says, sliders, views, type Label, type View } from './words.js';
+
+function element<T extends HTMLElement = HTMLElement>(id: string): T {
+  return document.getElementById(id) as T;
+}
+const button = (id: string): HTMLButtonElement => element<HTMLButtonElement>(id);
+
+interface Work {
+  picture: Picture;
+  cleaner: Cleaner;
+  layers: Layers;
+  decision: Decision | null;
+  choices: Choice[];
+  after: ImageData | null;
+}
+
+/** What the user changed since the engine last answered. */
+interface Wanted {
+  turns: Choice[];
+  decide: boolean;
+  whole: boolean;
+}
+
+type SliderName = keyof typeof sliders;
+const ranges: Record<SliderName, { min: number; max: number; step: number }> = {
+  acceptance: { min: 0, max: 100, step: 0.1 },
+  sensitivity: { min: 0.7, max: 1.3, step: 0.01 },
+  notchRadius: { min: 1, max: 16, step: 0.5 },
+  protectionRadius: { min: 1, max: 128, step: 0.5 },
+};
+const sliderNames = Object.keys(ranges) as SliderName[];
+
+let settings: Settings = { ...standardSettings };
+let work: Work | null = null;
+let openings = 0;
+let wanted: Wanted | null = null;
+let isRefreshing = false;
+
+const viewer = new Viewer(element('stage'), (zoom) => {
+  element('zoom').textContent = `${Math.round(zoom * 100)} %`;
+});
+const spectrum = new SpectrumView(element('spectrum'), element('peaks-head'), element('peaks'), (choice) =>
+  want({ turns: [choice], whole: true }));
+
+function say(text: string, isBad = false): void {
+  element('sentence').textContent = text;
+  element('sentence').classList.toggle('bad', isBad);
+}
+
+function tell(error: unknown): void {
+  if (error instanceof Cancelled) say(says.cancelled);
+  else say(error instanceof Refusal ? error.message : refusals.broken(String(error)), true);
+}
+
+function showProgress(part: number | null): void {
+  element('work').hidden = part === null;
+  element<HTMLProgressElement>('progress').value = part ?? 0;
+}
+
+function showState(): void {
+  const isDone = work?.after != null;
+  document.body.dataset['state'] = isDone ? 'done' : work ? 'working' : 'empty';
+  element('welcome').hidden = work !== null;
+  for (const id of ['save', 'report']) button(id).disabled = !isDone;
+  for (const id of ['tag-before', 'tag-after']) element(id).hidden = !isDone;
+  element('command').textContent = commandFor(work?.picture.name ?? 'scan.png', settings);
+  for (const name of sliderNames) {
+    const hides = { acceptance: settings.isAutomatic, sensitivity: !settings.isAutomatic };
+    element(`row-${name}`).hidden = name in hides && hides[name as keyof typeof hides];
+  }
+}
+
+function close(): void {
+  work?.cleaner.cancel();
+  work = null;
+  wanted = null;
+  viewer.show(null);
+  spectrum.clear();
+  showProgress(null);
+  showState();
+}
+
+// Cleaning --------------------------------------------------------------------------------------------------------------
+
+async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<void> {
+  const opening = ++openings;
+  close();
+  say(says.reading(name));
+  try {
+    const picture = await readPicture(name, await fetchBlob());
+    const before = await createImageBitmap(picture.image);
+    if (opening !== openings) return;
+    await clean(begin(picture, before));
+  } catch (error) {
+    if (opening !== openings) return;
+    close();
+    tell(error);
+  }
+}
+
+function begin(picture: Picture, before: ImageBitmap): Work {
+  const cleaner = new Cleaner({ progress: showProgress, needs: (bytes) => say(says.looking(bytes)) });
+  work = { picture, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null };
+  viewer.show(work.layers);
+  showProgress(0);
+  showState();
+  return work;
+}
+
+async function clean(own: Work): Promise<void> {
+  await own.cleaner.open(own.picture.image, own.picture.resolution);
+  await takeDecision(own, await own.cleaner.decide(settings));
+  await restoreWhole(own);
+}
+
+async function takeDecision(own: Work, decision: Decision): Promise<void> {
+  own.choices = choicesOf(decision.found, own.choices);
+  own.decision = decision;
+  const mask = new ImageData(new Uint8ClampedArray(decision.mask), 512, 512);
+  own.layers.mask = await createImageBitmap(mask);
+  spectrum.show(decision.spectrum, own.choices);
+}
+
+async function restoreWhole(own: Work): Promise<void> {
+  say(says.removing);
+  showProgress(0);
+  const { width, height } = own.picture.image;
+  own.after = new ImageData(await own.cleaner.restore(), width, height);
+  own.layers.after = await createImageBitmap(own.after);
+  own.layers.taken = null;
+  if (currentView() === 'taken') await drawTaken(own);
+  viewer.show(own.layers, true);
+  showProgress(null);
+  if (own.decision) say(sentenceOf(own.decision.found));
+  showState();
+}
+
+async function drawTaken(own: Work): Promise<void> {
+  if (!own.after || own.layers.taken) return;
+  const middle = 128, before = own.picture.image.data, after = own.after.data;
+  const taken = new ImageData(own.after.width, own.after.height);
+  for (let i = 0; i < before.length; ++i) taken.data[i] = i % 4 === 3 ? 255 : middle + before[i]! - after[i]!;
+  own.layers.taken = await createImageBitmap(taken);
+}
+
+// Changes ---------------------------------------------------------------------------------------------------------------
+
+function want(change: Partial<Wanted>): void {
+  showState();
+  if (!work?.decision) return;
+  const { turns = [], decide = false, whole = false } = change;
+  wanted = {
+    turns: [...(decide ? [] : wanted?.turns ?? []), ...turns],
+    decide: decide || (wanted?.decide ?? false),
+    whole: whole || (wanted?.whole ?? false),
+  };
+  if (!isRefreshing) void refresh(work);
+}
+
+/** Follows the user: the visible part at once, the whole picture when nothing newer is wanted. */
+async function refresh(own: Work): Promise<void> {
+  isRefreshing = true;
+  try {
+    while (wanted && work === own) {
+      const { turns, decide, whole }: Wanted = wanted;
+      wanted = null;
+      if (decide) await takeDecision(own, await own.cleaner.decide(settings));
+      for (const { dx, dy, takenOut } of turns) await takeDecision(own, await own.cleaner.turn(dx, dy, !takenOut));
+      await showVisiblePart(own);
+      if (whole && !wanted) await restoreWhole(own);
+    }
+  } catch (error) {
+    if (work === own) {
+      close();
+      tell(error);
+    }
+  } finally {
+    isRefreshing = false;
+  }
+}
+
+async function showVisiblePart(own: Work): Promise<void> {
+  const part = viewer.visiblePart();
+  if (!part || !own.layers.after) return;
+  const begun = performance.now();
+  const pixels = await own.cleaner.part(part);
+  viewer.showPatch(await createImageBitmap(new ImageData(pixels, part.width, part.height)), part);
+  document.body.dataset['partMilliseconds'] = String(Math.round(performance.now() - begun));
+  showProgress(null);
+}
+
+// Saving ----------------------------------------------------------------------------------------------------------------
+
+function download(name: string, blob: Blob): void {
+  const link = document.createElement('a');
+  link.href = URL.createObjectURL(blob);
+  link.download = name;
+  link.click();
+  setTimeout(() => URL.revokeObjectURL(link.href), 60000);
+}
+
+async function savePicture(): Promise<void> {
+  if (!work?.after) return;
+  const { after, picture } = work;
+  const canvas = canvasOf(after.width, after.height);
+  canvas.getContext('2d')!.putImageData(after, 0, 0);
+  const blob = await new Promise<Blob | null>((resolve) => canvas.toBlob(resolve, 'image/png'));
+  if (!blob) throw new Refusal(refusals.noMemory(after.data.length));
+  const file = new Uint8Array(await blob.arrayBuffer());
+  download(cleanName(picture.name), withChunks(file, picture.chunks));
+}
+
+function saveReport(): void {
+  if (!work?.decision) return;
+  const report = reportOf(work.picture, settings, work.decision.found);
+  download(`${work.picture.name}.json`, new Blob([report], { type: 'application/json' }));
+}
+
+async function copyCommand(): Promise<void> {
+  await navigator.clipboard.writeText(element('command').textContent ?? '');
+  say(says.copied);
+}
+
+// Building the page -----------------------------------------------------------------------------------------------------
+
+function putWords(): void {
+  for (const place of document.querySelectorAll<HTMLElement>('[data-text]')) {
+    place.textContent = labels[place.dataset['text'] as Label];
+  }
+  for (const place of document.querySelectorAll<HTMLElement>('[data-label]')) {
+    place.setAttribute('aria-label', labels[place.dataset['label'] as Label]);
+  }
+}
+
+function makeSlider(name: SliderName): HTMLElement {
+  const row = document.createElement('label');
+  row.id = `row-${name}`;
+  const value = document.createElement('output');
+  const { min, max, step } = ranges[name];
+  const input = Object.assign(document.createElement('input'), { type: 'range', id: name });
+  Object.assign(input, { min, max, step });
+  input.value = String(settings[name]);
+  value.textContent = input.value;
+  input.oninput = () => {
+    settings = { ...settings, [name]: Number(input.value) };
+    value.textContent = input.value;
+    want({ decide: true });
+  };
+  input.onchange = () => want({ decide: true, whole: true });
+  row.append(sliders[name], value, input);
+  return row;
+}
+
+const currentView = (): View =>
+  (document.querySelector<HTMLElement>('#views [aria-pressed=true]')?.dataset['view'] ?? 'split') as View;
+
+function makeView(view: View): HTMLElement {
+  const choice = Object.assign(document.createElement('button'), { textContent: views[view] });
+  choice.dataset['view'] = view;
+  choice.setAttribute('aria-pressed', String(view === 'split'));
+  choice.onclick = async () => {
+    for (const other of element('views').children) other.setAttribute('aria-pressed', String(other === choice));
+    if (view === 'taken' && work) await drawTaken(work);
+    viewer.setView(view);
+  };
+  return choice;
+}
+
+function makeSample(file: string, title: string): HTMLElement {
+  const choice = document.createElement('button');
+  const image = Object.assign(new Image(), { src: `samples/${file}`, alt: '' });
+  choice.append(image, title);
+  choice.dataset['sample'] = file;
+  choice.onclick = () => void openBlob(file, async () => (await fetch(`samples/${file}`)).blob());
+  return choice;
+}
+
+function openFiles(files: Iterable<File> | null | undefined): void {
+  const all = [...(files ?? [])];
+  const first = all[0];
+  if (!first) return;
+  void openBlob(first.name, async () => first).then(() => {
+    if (all.length > 1 && work?.picture.name === first.name) say(says.onlyFirst(all.length));
+  });
+}
+
+function listenForFiles(): void {
+  const stage = element('stage');
+  const input = element<HTMLInputElement>('file');
+  button('open').onclick = () => input.click();
+  input.onchange = () => {
+    openFiles(input.files);
+    input.value = '';
+  };
+  document.addEventListener('paste', (event) => openFiles(event.clipboardData?.files));
+  document.addEventListener('dragover', (event) => {
+    event.preventDefault();
+    stage.classList.add('dropping');
+  });
+  document.addEventListener('dragleave', () => stage.classList.remove('dropping'));
+  document.addEventListener('drop', (event) => {
+    event.preventDefault();
+    stage.classList.remove('dropping');
+    openFiles(event.dataTransfer?.files);
+  });
+}
+
+function listenForButtons(): void {
+  button('cancel').onclick = () => {
+    ++openings;
+    close();
+    tell(new Cancelled());
+  };
+  button('save').onclick = () => void savePicture();
+  button('report').onclick = saveReport;
+  button('copy').onclick = () => void copyCommand();
+  button('zoom-in').onclick = () => viewer.zoomBy(1);
+  button('zoom-out').onclick = () => viewer.zoomBy(-1);
+  button('zoom-fit').onclick = () => viewer.fit();
+  button('zoom-one').onclick = () => viewer.zoomTo(1);
+  element<HTMLInputElement>('automatic').onchange = (event) => {
+    settings = { ...settings, isAutomatic: (event.target as HTMLInputElement).checked };
+    if (work) work.choices = [];
+    want({ decide: true, whole: true });
+  };
+}
+
+putWords();
+element('sliders').append(...sliderNames.map(makeSlider));
+element('views').append(...(Object.keys(views) as View[]).map(makeView));
+element('samples').append(...Object.entries(samples).map(([file, title]) => makeSample(file, title)));
+listenForFiles();
+listenForButtons();
+addEventListener('unhandledrejection', (event) => tell(event.reason));
+showState();
+say(says.ready);
+if ('serviceWorker' in navigator) void navigator.serviceWorker.register('service_worker.js');

@@ -1,0 +1,71 @@
+// Every English text of the page.
+export const labels = {
+  cancel: 'Cancel', open: 'Open a picture …', save: 'Save PNG', before: 'before', after: 'after',
+  dropHere: 'Drop a picture here, paste it, or open it',
+  staysHere: 'Printed dots, line noise and textures that repeat are taken out. The picture never leaves this machine.',
+  notYet: 'PNG, JPEG and WebP of 8 bits a channel. This page does not take TIFF, 16-bit and see-through pictures yet; the program tessaline does.',
+  settings: 'Settings', automatic: 'find the pattern from the picture itself', spectrum: 'Spectrum',
+  clickPeaks: 'Yellow rings are taken out. Click one to leave it, a dotted one to take it out too.',
+  inTheShell: 'The same in the shell', copy: 'Copy', saveReport: 'Save the report (JSON)',
+  zoomOut: '−', zoomIn: '+', zoomFit: 'Fit', zoomOne: '100 %',
+  stageLabel: 'Picture. Arrow keys move it, plus and minus zoom, 0 fits it, 1 shows it at 100 percent.',
+  splitLabel: 'Border between before and after, in percent', viewLabel: 'View', zoomLabel: 'Zoom',
+  spectrumLabel: 'Spectrum of the picture: what is taken out is red, the protected middle is blue',
+};
+export type Label = keyof typeof labels;
+
+export const views = { split: 'Before | after', after: 'After', taken: 'What was taken out', mask: 'Mask' };
+export type View = keyof typeof views;
+
+export const samples: Record<string, string> = {
+  'newsprint.png': 'Newsprint', 'rosette.png': 'Four-ink print', 'line-noise.png': 'Line noise',
+};
+
+export const sliders = {
+  acceptance: 'Acceptance, percent', sensitivity: 'Sensitivity',
+  notchRadius: 'Notch radius, cells', protectionRadius: 'Protected radius, pixels',
+};
+
+export const peakColumns = ['taken out', 'period', 'angle', 'lines/inch'];
+
+const mebibytes = (bytes: number): string => `${Math.ceil(bytes / 2 ** 20)} MiB`;
+
+export const says = {
+  ready: 'Ready.',
+  reading: (name: string) => `Reading ${name} …`,
+  looking: (needs: number) => `Looking for patterns (needs about ${mebibytes(needs)}) …`,
+  removing: 'Taking the pattern out …',
+  nothing: 'No pattern was found; the picture is as it was.',
+  takenOut: (pattern: string, isPlural: boolean) => `${capital(pattern)} ${isPlural ? 'were' : 'was'} taken out.`,
+  cancelled: 'Cancelled. Open a picture to begin again.',
+  copied: 'The command is on the clipboard.',
+  onlyFirst: (count: number) => `One picture at a time: the first of ${count} was taken. The program does many: tessaline -a auto --output-dir cleaned *.png`,
+  peak: (period: string, angle: string, why: string) => `Peak of period ${period} pixels at ${angle} degrees: ${why}`,
+};
+
+export const refusals = {
+  empty: (name: string) => `${name} is empty (no byte in it); choose another file.`,
+  noPicture: (name: string) => `${name} is no PNG, JPEG or WebP picture; choose one of those.`,
+  tiff: (name: string) => `${name} is a TIFF file, which this page does not take yet; the program does: tessaline -a auto IN.tif OUT.tif`,
+  deep: (name: string) => `${name} has 16 bits a channel, which a browser would cut to 8; this page does not take it yet, the program does: tessaline -a auto IN.png OUT.png`,
+  seeThrough: (name: string) => `${name} has see-through parts, whose colours a browser would change; this page does not take it yet, the program does.`,
+  tooLarge: (name: string, width: number, height: number, most: number) =>
+    `${name} has ${width} x ${height} pixels, more than this page takes (${most} a side, 100 million in all); the program takes any size: tessaline -a auto IN OUT`,
+  damaged: (name: string) => `${name} is damaged or cut short: the browser cannot read it. Fetch or scan it again.`,
+  noMemory: (needs: number) => `Not enough memory: about ${mebibytes(needs)} are needed. Close other pages, or use a smaller picture or the program.`,
+  broken: (why: string) => `The work broke off (${why}). Open the picture again.`,
+};
+
+export const patterns = {
+  unknown: 'a pattern', screens: 'screens', screen: 'screen', line: 'line pattern',
+  lpi: (value: string) => `${value} lpi `,
+  period: (value: string) => ` of period ${value} px`,
+  at: (angles: string) => ` at ${angles} deg`,
+  and: ' and ',
+};
+
+export const verdicts: Record<string, string> = { used: 'part of the pattern' };
+
+function capital(text: string): string {
+  return text.charAt(0).toUpperCase() + text.slice(1);
+}
