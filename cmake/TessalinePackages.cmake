@@ -73,6 +73,11 @@ file(WRITE "${control}/shlibs" "libtessaline 1 libtessaline1 (>= ${PROJECT_VERSI
 file(WRITE "${control}/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${control}/shlibs" "${control}/triggers")
 
+# What Python writes beside the package when root imports it goes with it.
+file(WRITE "${control}/prerm" "#!/bin/sh\nset -e\nrm -rf /usr/lib/python3/dist-packages/tessaline/__pycache__\n")
+file(CHMOD "${control}/prerm" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_DEBIAN_PACKAGE_CONTROL_EXTRA "${control}/prerm")
+
 # What every package says of itself below share/doc; TIMESTAMP follows SOURCE_DATE_EPOCH.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE "${control}/changelog" "tessaline (${PROJECT_VERSION}-${release}) bookworm; urgency=medium
