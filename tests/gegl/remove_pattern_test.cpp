@@ -112,9 +112,11 @@ TEST(RemovePattern, ByTheProgramGivesWhatOursGives) {
       difference(kRosette, "automatic=false acceptance=97 notch-radius=4 gegl:png-save bitdepth=8 path=",
                  kRosette, "-a 97 --notch-radius 4"),
       0.0);
-  for (const std::string& made : {deep, bright}) {  // with levels between those of 8 bits
+  // With levels between those of 8 bits. babl picks its conversions by how fast they were, so their last
+  // digits vary.
+  for (const std::string& made : {deep, bright}) {
     run(TESSALINE_GEGL_PROGRAM " " + kRosette + " -o " + made + " -- gegl:gaussian-blur std-dev-x=0.4");
-    EXPECT_LE(difference(made, "light=linear gegl:png-save path=", deep, "-a auto --light linear"), 0.25)
+    EXPECT_LE(difference(made, "light=linear gegl:png-save path=", deep, "-a auto --light linear"), 0.5)
         << made;
   }
   for (const std::string& file : {ours, theirs, deep, bright}) std::remove(file.c_str());
