@@ -60,6 +60,26 @@ EMSCRIPTEN_KEEPALIVE uint8_t* tessaline_web_open(int32_t width, int32_t height, 
   return ThePicture().Open(layout) == kSuccess ? ThePicture().pixels() : nullptr;
 }
 
+// After tessaline_web_open: the light, 0 to 1, of evenly spaced levels; without any as sRGB has it. What is
+// no curve is not used.
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_set_light(const float* light, int32_t count) {
+  return WithoutExceptions([&] {
+    ToneCurve curve;
+    if (count == 0)
+      ThePicture().SetLight(ToneCurve::Srgb());
+    else if (curve.Create(light, count))
+      ThePicture().SetLight(curve);
+    return int32_t{kSuccess};
+  });
+}
+// A block for the caller's own use until tessaline_web_give_back; null: no memory.
+EMSCRIPTEN_KEEPALIVE float* tessaline_web_take_floats(int32_t count) {
+  return new (std::nothrow) float[static_cast<size_t>(count)];
+}
+EMSCRIPTEN_KEEPALIVE void tessaline_web_give_back(const float* block) {
+  delete[] block;
+}
+
 EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_analyse() {
   return WithoutExceptions([] { return ThePicture().Analyse(kProgress); });
 }

@@ -97,6 +97,7 @@ int32_t PictureCleaning::Open(const PixelLayout& layout) {
   pixels_ = std::move(pixels);
   result_ = std::move(result);
   isGrey_ = false;
+  curve_.reset();
   return kSuccess;
 }
 
@@ -127,6 +128,7 @@ int32_t PictureCleaning::Decide(const Settings& settings) {
   if (copied != kSuccess) return copied;
   found_ = std::move(found);
   settings_ = settings;
+  restoration_.light.curve = settings.isAutomatic && curve_ ? &*curve_ : nullptr;
   return UseFindings();
 }
 

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "removal/notches.h"
 #include "removal/steps.h"
+#include "removal/tone_curve.h"
 #include "restoration/picture_tiles.h"
 #include "restoration/restoration.h"
 
@@ -43,6 +45,8 @@ class PictureCleaning {
   uint8_t* pixels() { return pixels_.get(); }
   const uint8_t* result() const { return result_.get(); }
   const PixelLayout& layout() const { return layout_; }
+  // What the picture's file says of its levels; automatic runs may work on light then.
+  void SetLight(const ToneCurve& curve) { curve_ = curve; }
 
   // A picture whose colours are equal throughout is taken as grey from here on.
   int32_t Analyse(const Progress& progress);
@@ -84,6 +88,7 @@ class PictureCleaning {
   PictureTiles tiles_;
   Settings settings_;
   RestorationSettings restoration_;
+  std::optional<ToneCurve> curve_;
   Findings found_;     // as decided
   Findings findings_;  // with what the user turned
   std::vector<Notch> notches_;

@@ -4,6 +4,7 @@ import { existsSync, mkdtempSync, readFileSync, rmSync, watch, writeFileSync } f
 import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
+import { checkFiles } from './files_test.mjs';
 
 const [site, program, picture] = process.argv.slice(2);
 const folder = mkdtempSync(path.join(os.tmpdir(), 'tessaline-web-'));
@@ -83,6 +84,23 @@ const difference = (a, b) => inPage(`(async () => {
   return first.length === second.length ? first.reduce((most, value, i) => Math.max(most, Math.abs(value - second[i])), 0) : 256;
 })()`);
 
+// A file of the test's folder is dropped; the sentence, when it is cleaned or refused.
+const openMade = (...names) => inPage(`(async () => {
+  const data = new DataTransfer();
+  for (const name of ${JSON.stringify(names)}) {
+    data.items.add(new File([await (await fetch('made/' + name, { cache: 'no-store' })).arrayBuffer()], name));
+  }
+  const sentence = document.getElementById('sentence');
+  sentence.className = '';
+  document.dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true }));
+  return new Promise((resolve) => {
+    const look = () => (sentence.classList.contains('bad') || document.body.dataset.state === 'done') && resolve(sentence.textContent);
+    const eyes = new MutationObserver(look);
+    eyes.observe(document.body, { attributes: true });
+    eyes.observe(sentence, { attributes: true });
+  });
+})()`);
+
 const counts = { passed: 0, failed: 0 };
 function check(claim, holds, seen) {
   counts[holds ? 'passed' : 'failed'] += 1;
@@ -114,7 +132,7 @@ try {
   await send('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: folder });
   await visit();
   const refused = await drop('words.txt', Buffer.from('no picture at all'));
-  check('a text file is refused', refused.includes('words.txt is no PNG, JPEG or WebP picture'), refused);
+  check('a text file is refused', refused.includes('words.txt is no PNG, JPEG, TIFF or WebP picture'), refused);
   const cut = await drop('cut.png', readFileSync(path.join(site, 'samples/newsprint.png')).subarray(0, 40));
   check('a picture cut short is refused', cut.includes('damaged'), cut);
   for (const sample of ['newsprint.png', 'line-noise.png', 'rosette.png']) {
@@ -125,6 +143,7 @@ try {
   await whenState('done');
   if (picture) writeFileSync(picture, Buffer.from((await send('Page.captureScreenshot', { format: 'png' })).data, 'base64'));
   await followsTheUser();
+  await checkFiles({ folder, program, check, visit, saved, openMade });
   const outside = requests.filter((url) => !url.startsWith(address) && !/^(blob|data|about):/.test(url));
   check('no request leaves', outside.length === 0 && requests.length > 10, outside.join(' '));
   check('nothing is complained of', complaints.length === 0, complaints.join('; '));

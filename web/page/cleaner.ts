@@ -1,9 +1,11 @@
 // The worker as the page sees it: requests as promises, one picture's life long.
+import { Refusal } from './refusal.js';
 import { refusals } from './words.js';
 import type { Answer, Decision, Rectangle, Request } from './protocol.js';
-import type { Resolution, Settings } from './found.js';
+import type { Picture } from './file_protocol.js';
+import type { Settings } from './found.js';
+import type { Samples } from './samples.js';
 
-export class Refusal extends Error {}
 export class Cancelled extends Error {}
 
 interface Waiting {
@@ -30,10 +32,9 @@ export class Cleaner {
     this.end(new Cancelled());
   }
 
-  async open(picture: ImageData, resolution: Resolution | null): Promise<void> {
-    const pixels = picture.data.slice().buffer;
-    const { width, height } = picture;
-    await this.ask({ kind: 'open', width, height, pixels, resolution }, [pixels]);
+  /** The picture's samples go over, and are the page's no more. */
+  async open({ samples, orientation, light, resolution }: Picture): Promise<void> {
+    await this.ask({ kind: 'open', samples, orientation, light, resolution }, [samples.bytes.buffer]);
   }
   async decide(settings: Settings): Promise<Decision> {
     return decisionOf(await this.ask({ kind: 'decide', settings }));
@@ -41,11 +42,16 @@ export class Cleaner {
   async turn(dx: number, dy: number, takenOut: boolean): Promise<Decision> {
     return decisionOf(await this.ask({ kind: 'turn', dx, dy, takenOut }));
   }
-  async restore(): Promise<Uint8ClampedArray> {
-    return pixelsOf(await this.ask({ kind: 'restore' }));
+  /** The result as it goes into a file, and as it is shown. */
+  async restore(): Promise<{ samples: Samples; shown: Uint8ClampedArray }> {
+    const answer = await this.ask({ kind: 'restore' });
+    if (answer.kind !== 'result') throw new Refusal(refusals.broken(answer.kind));
+    return { samples: answer.samples, shown: new Uint8ClampedArray(answer.shown) };
   }
   async part(part: Rectangle): Promise<Uint8ClampedArray> {
-    return pixelsOf(await this.ask({ kind: 'part', part }));
+    const answer = await this.ask({ kind: 'part', part });
+    if (answer.kind !== 'part') throw new Refusal(refusals.broken(answer.kind));
+    return new Uint8ClampedArray(answer.shown);
   }
 
   private ask(request: Request, transfer: Transferable[] = []): Promise<Answer> {
@@ -72,9 +78,4 @@ export class Cleaner {
 function decisionOf(answer: Answer): Decision {
   if (answer.kind !== 'decision') throw new Refusal(refusals.broken(answer.kind));
   return answer.decision;
-}
-
-function pixelsOf(answer: Answer): Uint8ClampedArray {
-  if (answer.kind !== 'pixels') throw new Refusal(refusals.broken(answer.kind));
-  return new Uint8ClampedArray(answer.pixels);
 }

@@ -4,6 +4,9 @@ export interface Engine {
   UTF8ToString(address: number): string;
   _tessaline_web_bytes_needed(width: number, height: number, samples: number, channels: number, format: number): number;
   _tessaline_web_open(width: number, height: number, samples: number, channels: number, format: number): number;
+  _tessaline_web_set_light(light: number, count: number): number;
+  _tessaline_web_take_floats(count: number): number;
+  _tessaline_web_give_back(block: number): void;
   _tessaline_web_analyse(): number;
   _tessaline_web_decide(
     isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;

@@ -1,11 +1,12 @@
 // The page: one picture at a time, opened, cleaned by itself, looked at, changed, saved.
-import { Cancelled, Cleaner, Refusal } from './cleaner.js';
+import { Cancelled, Cleaner } from './cleaner.js';
 import { standardSettings, type Choice, type Settings } from './found.js';
 import { choicesOf, sentenceOf } from './pattern.js';
-import { canvasOf, readPicture, type Picture } from './picture_file.js';
-import { withChunks } from './png_chunks.js';
+import { cleanName, readPicture, writePicture, type Picture } from './picture_file.js';
 import type { Decision } from './protocol.js';
-import { cleanName, commandFor, reportOf } from './report.js';
+import { Refusal } from './refusal.js';
+import { commandFor, reportOf } from './report.js';
+import type { Samples } from './samples.js';
 import { SpectrumView } from './spectrum_view.js';
 import { Viewer, type Layers } from './viewer.js';
 import { labels, refusals, samples, says, sliders, views, type Label, type View } from './words.js';
@@ -22,6 +23,7 @@ interface Work {
   decision: Decision | null;
   choices: Choice[];
   after: ImageData | null;
+  result: Samples | null;
 }
 
 /** What the user changed since the engine last answered. */
@@ -73,7 +75,7 @@ function showState(): void {
   element('welcome').hidden = work !== null;
   for (const id of ['save', 'report']) button(id).disabled = !isDone;
   for (const id of ['tag-before', 'tag-after']) element(id).hidden = !isDone;
-  element('command').textContent = commandFor(work?.picture.name ?? 'scan.png', settings);
+  element('command').textContent = commandFor(work?.picture.name ?? 'scan.png', work ? cleanName(work.picture) : 'scan-clean.png', settings);
   for (const name of sliderNames) {
     const hides = { acceptance: settings.isAutomatic, sensitivity: !settings.isAutomatic };
     element(`row-${name}`).hidden = name in hides && hides[name as keyof typeof hides];
@@ -98,7 +100,7 @@ async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<v
   say(says.reading(name));
   try {
     const picture = await readPicture(name, await fetchBlob());
-    const before = await createImageBitmap(picture.image);
+    const before = await createImageBitmap(picture.shown);
     if (opening !== openings) return;
     await clean(begin(picture, before));
   } catch (error) {
@@ -110,7 +112,7 @@ async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<v
 
 function begin(picture: Picture, before: ImageBitmap): Work {
   const cleaner = new Cleaner({ progress: showProgress, needs: (bytes) => say(says.looking(bytes)) });
-  work = { picture, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null };
+  work = { picture, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null, result: null };
   viewer.show(work.layers);
   showProgress(0);
   showState();
@@ -118,7 +120,7 @@ function begin(picture: Picture, before: ImageBitmap): Work {
 }
 
 async function clean(own: Work): Promise<void> {
-  await own.cleaner.open(own.picture.image, own.picture.resolution);
+  await own.cleaner.open(own.picture);
   await takeDecision(own, await own.cleaner.decide(settings));
   await restoreWhole(own);
 }
@@ -134,8 +136,10 @@ async function takeDecision(own: Work, decision: Decision): Promise<void> {
 async function restoreWhole(own: Work): Promise<void> {
   say(says.removing);
   showProgress(0);
-  const { width, height } = own.picture.image;
-  own.after = new ImageData(await own.cleaner.restore(), width, height);
+  const { width, height } = own.picture.shown;
+  const { samples, shown } = await own.cleaner.restore();
+  own.result = samples;
+  own.after = new ImageData(shown, width, height);
   own.layers.after = await createImageBitmap(own.after);
   own.layers.taken = null;
   if (currentView() === 'taken') await drawTaken(own);
@@ -147,7 +151,7 @@ async function restoreWhole(own: Work): Promise<void> {
 
 async function drawTaken(own: Work): Promise<void> {
   if (!own.after || own.layers.taken) return;
-  const middle = 128, before = own.picture.image.data, after = own.after.data;
+  const middle = 128, before = own.picture.shown.data, after = own.after.data;
   const taken = new ImageData(own.after.width, own.after.height);
   for (let i = 0; i < before.length; ++i) taken.data[i] = i % 4 === 3 ? 255 : middle + before[i]! - after[i]!;
   own.layers.taken = await createImageBitmap(taken);
@@ -210,14 +214,8 @@ function download(name: string, blob: Blob): void {
 }
 
 async function savePicture(): Promise<void> {
-  if (!work?.after) return;
-  const { after, picture } = work;
-  const canvas = canvasOf(after.width, after.height);
-  canvas.getContext('2d')!.putImageData(after, 0, 0);
-  const blob = await new Promise<Blob | null>((resolve) => canvas.toBlob(resolve, 'image/png'));
-  if (!blob) throw new Refusal(refusals.noMemory(after.data.length));
-  const file = new Uint8Array(await blob.arrayBuffer());
-  download(cleanName(picture.name), withChunks(file, picture.chunks));
+  if (!work?.result) return;
+  download(cleanName(work.picture), await writePicture(work.picture, work.result));
 }
 
 function saveReport(): void {

@@ -1,4 +1,5 @@
-// PNG files as a row of chunks: what a browser's own writer leaves out is put in again.
+// PNG files as a row of chunks, and those of them that say how the picture is meant.
+import { bytesOf, checksum, deflated, inflatedWhole, joined, startsWith, viewOf } from './bytes.js';
 import type { Resolution } from './found.js';
 
 export interface Chunk {
@@ -6,14 +7,19 @@ export interface Chunk {
   bytes: Uint8Array; // whole: length, type, data, checksum
 }
 
-const signatureBytes = 8, frameBytes = 12, inchesPerMetre = 0.0254;
-const carried = new Set(['cHRM', 'gAMA', 'iCCP', 'sRGB', 'pHYs', 'tEXt', 'zTXt', 'iTXt', 'eXIf']);
+export const signature = '\x89PNG\r\n\x1a\n';
+const headBytes = 8, frameBytes = 12, inchesPerMetre = 0.0254;
+const carried = new Set(['cHRM', 'gAMA', 'iCCP', 'sRGB', 'cICP', 'mDCv', 'cLLi', 'pHYs', 'oFFs', 'sCAL', 'eXIf', 'tEXt', 'zTXt', 'iTXt', 'tIME']);
 
-/** As far as they are whole. */
+export const dataOf = ({ bytes }: Chunk): Uint8Array => bytes.subarray(headBytes, bytes.length - 4);
+export const isWhole = ({ bytes }: Chunk): boolean =>
+  checksum(bytes.subarray(4, bytes.length - 4)) === viewOf(bytes).getUint32(bytes.length - 4);
+
+/** As far as they are there. */
 export function chunksOf(file: Uint8Array): Chunk[] {
-  const view = new DataView(file.buffer, file.byteOffset, file.byteLength);
+  const view = viewOf(file);
   const chunks: Chunk[] = [];
-  for (let at = signatureBytes; at + frameBytes <= file.length;) {
+  for (let at = signature.length; at + frameBytes <= file.length;) {
     const length = frameBytes + view.getUint32(at);
     if (at + length > file.length) break;
     const type = String.fromCharCode(...file.subarray(at + 4, at + 8));
@@ -23,44 +29,49 @@ export function chunksOf(file: Uint8Array): Chunk[] {
   return chunks;
 }
 
-/** What says how the picture is meant: its colours, its resolution, its texts. */
-export function carriedChunks(chunks: Chunk[]): Chunk[] {
-  return chunks.filter((chunk) => carried.has(chunk.type)).map(({ type, bytes }) => ({ type, bytes: bytes.slice() }));
+/** Colours, resolution, texts, EXIF. */
+export function carriedChunks(chunks: Chunk[]): Uint8Array[] {
+  return chunks.filter((chunk) => carried.has(chunk.type)).map(({ bytes }) => bytes.slice());
 }
 
 export function resolutionOfChunks(chunks: Chunk[]): Resolution | null {
   const physical = chunks.find((chunk) => chunk.type === 'pHYs');
   if (!physical || physical.bytes.length < frameBytes + 9 || physical.bytes[16] !== 1) return null;
-  const view = new DataView(physical.bytes.buffer, physical.bytes.byteOffset);
-  return { horizontal: view.getUint32(8) * inchesPerMetre, vertical: view.getUint32(12) * inchesPerMetre };
+  const view = viewOf(physical.bytes);
+  const [horizontal, vertical] = [view.getUint32(8) * inchesPerMetre, view.getUint32(12) * inchesPerMetre];
+  return horizontal > 0 && vertical > 0 ? { horizontal, vertical } : null;
 }
 
-function checksum(bytes: Uint8Array): number {
-  let sum = 0xffffffff;
-  for (const byte of bytes) {
-    sum ^= byte;
-    for (let bit = 0; bit < 8; ++bit) sum = sum & 1 ? (sum >>> 1) ^ 0xedb88320 : sum >>> 1;
+export function chunkOf(type: string, data: Uint8Array): Uint8Array {
+  const bytes = joined([new Uint8Array(4), bytesOf(type), data, new Uint8Array(4)]);
+  const view = viewOf(bytes);
+  view.setUint32(0, data.length);
+  view.setUint32(bytes.length - 4, checksum(bytes.subarray(4, bytes.length - 4)));
+  return bytes;
+}
+
+/** What describes a picture that came from a file of another format. */
+export async function chunksFor(about: {
+  resolution: Resolution | null; exif: Uint8Array; profile: Uint8Array; xmp: Uint8Array;
+}): Promise<Uint8Array[]> {
+  const chunks: Uint8Array[] = [];
+  if (about.resolution) {
+    const physical = new Uint8Array(9), view = viewOf(physical);
+    view.setUint32(0, Math.round(about.resolution.horizontal / inchesPerMetre));
+    view.setUint32(4, Math.round(about.resolution.vertical / inchesPerMetre));
+    physical[8] = 1;
+    chunks.push(chunkOf('pHYs', physical));
   }
-  return ~sum >>> 0;
+  if (about.exif.length > 0) chunks.push(chunkOf('eXIf', about.exif));
+  if (startsWith(about.profile, 'RGB ', 16)) {
+    chunks.push(chunkOf('iCCP', joined([bytesOf('icc\0\0'), ...(await deflated([about.profile]))])));
+  }
+  if (about.xmp.length > 0) chunks.push(chunkOf('iTXt', joined([bytesOf('XML:com.adobe.xmp\0\0\0\0\0'), about.xmp])));
+  return chunks;
 }
 
-export function physicalChunk(resolution: Resolution): Chunk {
-  const bytes = new Uint8Array(frameBytes + 9);
-  const view = new DataView(bytes.buffer);
-  view.setUint32(0, 9);
-  bytes.set([...'pHYs'].map((letter) => letter.charCodeAt(0)), 4);
-  view.setUint32(8, Math.round(resolution.horizontal / inchesPerMetre));
-  view.setUint32(12, Math.round(resolution.vertical / inchesPerMetre));
-  bytes[16] = 1;
-  view.setUint32(17, checksum(bytes.subarray(4, 17)));
-  return { type: 'pHYs', bytes };
-}
-
-/** The file with these chunks right behind its header, in place of its own that say how it is meant. */
-export function withChunks(file: Uint8Array, chunks: Chunk[]): Blob {
-  const [header, ...rest] = chunksOf(file);
-  if (!header) return new Blob([file], { type: 'image/png' });
-  const own = rest.filter((chunk) => !carried.has(chunk.type));
-  const parts = [file.subarray(0, signatureBytes), ...[header, ...chunks, ...own].map((chunk) => chunk.bytes)];
-  return new Blob(parts, { type: 'image/png' });
+/** Out of an iCCP chunk's data. Null: damaged. */
+export async function profileOfChunk(data: Uint8Array): Promise<Uint8Array | null> {
+  const name = data.indexOf(0);
+  return name < 0 ? null : inflatedWhole(data.subarray(name + 2));
 }

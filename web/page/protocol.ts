@@ -1,6 +1,9 @@
 // What the page and its worker tell each other. Every request has one answer, in their order; progress comes between.
+import type { Light } from './file_protocol.js';
 import type { Found, Resolution, Settings } from './found.js';
+import type { Samples } from './samples.js';
 
+/** Of the upright picture, as it is shown. */
 export interface Rectangle {
   x: number;
   y: number;
@@ -9,7 +12,7 @@ export interface Rectangle {
 }
 
 export type Request =
-  | { kind: 'open'; width: number; height: number; pixels: ArrayBuffer; resolution: Resolution | null }
+  | { kind: 'open'; samples: Samples; orientation: number; light: Light; resolution: Resolution | null }
   | { kind: 'decide'; settings: Settings }
   | { kind: 'turn'; dx: number; dy: number; takenOut: boolean }
   | { kind: 'restore' }
@@ -26,5 +29,6 @@ export type Answer =
   | { kind: 'done' }
   | { kind: 'needs'; bytes: number }
   | { kind: 'decision'; decision: Decision }
-  | { kind: 'pixels'; pixels: ArrayBuffer }
+  | { kind: 'result'; samples: Samples; shown: ArrayBuffer }
+  | { kind: 'part'; shown: ArrayBuffer }
   | { kind: 'failed'; reason: 'memory' | 'engine'; detail: string; bytes: number };

@@ -1,10 +1,6 @@
 // The report, with the members of the program's own, and the command that does the same in the shell.
 import { standardSettings, type Found, type Settings } from './found.js';
-import type { Picture } from './picture_file.js';
-
-export function cleanName(name: string): string {
-  return `${name.replace(/\.[^.]*$/, '')}-clean.png`;
-}
+import { cleanName, type Picture } from './picture_file.js';
 
 function quoted(name: string): string {
   if (/^[A-Za-z0-9_.,:/+@%][A-Za-z0-9_.,:/+@%-]*$/.test(name)) return name;
@@ -12,14 +8,14 @@ function quoted(name: string): string {
 }
 
 /** Peaks that the user turned have no option; the settings have. */
-export function commandFor(name: string, settings: Settings): string {
+export function commandFor(name: string, output: string, settings: Settings): string {
   const options = settings.isAutomatic
     ? ['-a auto', ...optionOf('--sensitivity', settings.sensitivity, standardSettings.sensitivity)]
     : [`-a ${settings.acceptance}`];
   options.push(...optionOf('-n', settings.notchRadius, standardSettings.notchRadius));
   options.push(...optionOf('-p', settings.protectionRadius, standardSettings.protectionRadius));
-  const safe = name.startsWith('-') ? `./${name}` : name;
-  return ['tessaline', ...options, quoted(safe), quoted(cleanName(safe))].join(' ');
+  const safe = (file: string): string => quoted(file.startsWith('-') ? `./${file}` : file);
+  return ['tessaline', ...options, safe(name), safe(output)].join(' ');
 }
 
 function optionOf(option: string, value: number, standard: number): string[] {
@@ -33,10 +29,12 @@ function parametersOf(settings: Settings): object {
 }
 
 export function reportOf(picture: Picture, settings: Settings, found: Found): string {
-  const { width, height } = picture.image;
+  const { width, height, bits, colours, extras } = picture.samples;
   const entry = {
-    input: picture.name, output: cleanName(picture.name), status: 0, format: picture.format, width, height,
-    bitsPerSample: 8, parameters: parametersOf(settings), ...found,
+    input: picture.name, output: cleanName(picture), status: 0, format: picture.origin.format, width, height,
+    colours: colours === 3 ? 'rgb' : 'grey', bitsPerSample: bits, extraChannels: extras,
+    pixelsPerInch: picture.resolution ? [picture.resolution.horizontal, picture.resolution.vertical] : null,
+    parameters: parametersOf(settings), ...found,
   };
   return JSON.stringify({ report: 'tessaline', reportVersion: 1, pictures: [entry] }, null, 2) + '\n';
 }

@@ -1,9 +1,9 @@
 // Every English text of the page.
 export const labels = {
-  cancel: 'Cancel', open: 'Open a picture …', save: 'Save PNG', before: 'before', after: 'after',
+  cancel: 'Cancel', open: 'Open a picture …', save: 'Save', before: 'before', after: 'after',
   dropHere: 'Drop a picture here, paste it, or open it',
   staysHere: 'Printed dots, line noise and textures that repeat are taken out. The picture never leaves this machine.',
-  notYet: 'PNG, JPEG and WebP of 8 bits a channel. This page does not take TIFF, 16-bit and see-through pictures yet; the program tessaline does.',
+  takes: 'PNG and TIFF of 8 and 16 bits, JPEG and WebP. Depth, alpha, colour profile, EXIF and resolution stay.',
   settings: 'Settings', automatic: 'find the pattern from the picture itself', spectrum: 'Spectrum',
   clickPeaks: 'Yellow rings are taken out. Click one to leave it, a dotted one to take it out too.',
   inTheShell: 'The same in the shell', copy: 'Copy', saveReport: 'Save the report (JSON)',
@@ -45,15 +45,32 @@ export const says = {
 
 export const refusals = {
   empty: (name: string) => `${name} is empty (no byte in it); choose another file.`,
-  noPicture: (name: string) => `${name} is no PNG, JPEG or WebP picture; choose one of those.`,
-  tiff: (name: string) => `${name} is a TIFF file, which this page does not take yet; the program does: tessaline -a auto IN.tif OUT.tif`,
-  deep: (name: string) => `${name} has 16 bits a channel, which a browser would cut to 8; this page does not take it yet, the program does: tessaline -a auto IN.png OUT.png`,
-  seeThrough: (name: string) => `${name} has see-through parts, whose colours a browser would change; this page does not take it yet, the program does.`,
+  unreadable: (name: string) => `${name} cannot be read any more; was it moved or changed? Open it again.`,
+  noPicture: (name: string) => `${name} is no PNG, JPEG, TIFF or WebP picture; choose one of those.`,
+  bigTiff: (name: string) => `${name} is a TIFF file of the form for more than 4 GiB (BigTIFF), which this page does not take; the program does: tessaline -a auto IN.tif OUT.tif`,
+  tiffKind: (name: string, what: string) => `${name} ${what}, which this page does not take; the program tells what it can do: tessaline -a auto IN.tif OUT.tif`,
+  cmykJpeg: (name: string) => `${name} holds the four inks of print (CMYK), which this page does not take; the program does: tessaline -a auto IN.jpg OUT.jpg`,
+  oddJpeg: (name: string) => `${name} is a JPEG of a rare kind (12 bits, lossless or with arithmetic codes); save it as an ordinary JPEG or as TIFF first.`,
+  animated: (name: string) => `${name} is an animation; take its frames apart first and open one of them.`,
+  seeThrough: (name: string) => `${name} has see-through parts, whose colours this browser would change; save it as PNG first.`,
   tooLarge: (name: string, width: number, height: number, most: number) =>
     `${name} has ${width} x ${height} pixels, more than this page takes (${most} a side, 100 million in all); the program takes any size: tessaline -a auto IN OUT`,
-  damaged: (name: string) => `${name} is damaged or cut short: the browser cannot read it. Fetch or scan it again.`,
+  damaged: (name: string) => `${name} is damaged or cut short; get a whole copy of the file, or scan it again.`,
   noMemory: (needs: number) => `Not enough memory: about ${mebibytes(needs)} are needed. Close other pages, or use a smaller picture or the program.`,
   broken: (why: string) => `The work broke off (${why}). Open the picture again.`,
+};
+
+/** What a TIFF file has that is not taken. */
+export const tiffKinds = {
+  pages: (count: number) => `holds ${count} pages`,
+  palette: 'has a palette instead of colours',
+  cmyk: 'holds the inks of print (CMYK)',
+  colours: 'holds colours that are neither grey nor RGB',
+  floats: 'holds floating-point samples',
+  signed: 'holds signed samples',
+  depth: (bits: number) => `has samples of ${bits} ${bits === 1 ? 'bit' : 'bits'}`,
+  compression: 'is compressed by other means than LZW, deflate and PackBits',
+  other: 'stores its samples in a rare way',
 };
 
 export const patterns = {

@@ -1,7 +1,9 @@
 // The engine in a thread of its own, so that the page never waits.
 import makeEngine, { type Engine } from './engine.js';
+import type { Light } from './file_protocol.js';
 import type { Found, Resolution } from './found.js';
 import type { Answer, Decision, Request } from './protocol.js';
+import { pixelBytes, shownUpright, storedPlace, type Samples } from './samples.js';
 
 interface Port {
   postMessage(answer: Answer, transfer?: Transferable[]): void;
@@ -9,13 +11,16 @@ interface Port {
 }
 const port = self as unknown as Port;
 
-const samplesOfPixel = 4, colours = 3, bytesFormat = 0, spectrumSide = 512, outOfMemory = -108;
+const byteFormat = 0, editorFormat = 1, spectrumSide = 512, outOfMemory = -108;
 
 class OutOfMemory extends Error {}
 
+type Layout = Omit<Samples, 'bytes'>;
+let layout: Layout = { width: 0, height: 0, bits: 8, colours: 1, extras: 0 };
 let resolution: Resolution | null = null;
-let width = 0;
-let height = 0;
+let orientation = 1;
+let isPatternFound = false;
+let lowestBits = new Uint8Array(); // of 16-bit colours, a bit each: the engine's scale has no room for them
 
 const engineReady: Promise<Engine> = makeEngine({ tell: (part) => port.postMessage({ kind: 'progress', part }) });
 
@@ -24,32 +29,78 @@ function demand(code: number): void {
   if (code !== 0) throw new Error(`code ${code}`);
 }
 
-function bytesAt(engine: Engine, address: number, pixels: number): ArrayBuffer {
+function bytesAt(engine: Engine, address: number, count: number): Uint8Array {
   if (address === 0) throw new OutOfMemory();
-  return engine.HEAPU8.slice(address, address + pixels * samplesOfPixel).buffer;
+  return engine.HEAPU8.slice(address, address + count);
 }
 
-function bytesNeeded(engine: Engine): number {
-  return engine._tessaline_web_bytes_needed(width, height, samplesOfPixel, colours, bytesFormat);
+/** The picture as the engine takes it: 16-bit samples go over to its scale of 0 to 32768. */
+function described(): [number, number, number, number, number] {
+  const { width, height, bits, colours, extras } = layout;
+  return [width, height, colours + extras, colours, bits === 16 ? editorFormat : byteFormat];
+}
+const bytesNeeded = (engine: Engine): number => engine._tessaline_web_bytes_needed(...described());
+
+/** As the program has it: half, to the nearest; the way back is exact with the lowest bit. */
+function toEngine(samples: Uint16Array): void {
+  const { colours, extras } = layout, pixel = colours + extras;
+  lowestBits = new Uint8Array((samples.length + 7) >> 3);
+  for (let i = 0; i < samples.length; ++i) {
+    if (i % pixel >= colours) continue;
+    const sample = samples[i]!;
+    lowestBits[i >> 3] |= (sample & 1) << (i & 7);
+    samples[i] = Math.floor((sample * 32768 + 32767) / 65535);
+  }
+}
+function fromEngine(samples: Uint16Array): void {
+  const { colours, extras } = layout, pixel = colours + extras;
+  for (let i = 0; i < samples.length; ++i) {
+    if (i % pixel >= colours) continue;
+    const level = samples[i]!;
+    samples[i] = isPatternFound ? (level * 65535 + 16384) / 32768 : 2 * level - ((lowestBits[i >> 3]! >> (i & 7)) & 1);
+  }
 }
 
 function open(engine: Engine, request: Extract<Request, { kind: 'open' }>): void {
-  ({ width, height, resolution } = request);
+  const { bytes, ...rest } = request.samples;
+  layout = rest;
+  ({ resolution, orientation } = request);
   port.postMessage({ kind: 'needs', bytes: bytesNeeded(engine) });
-  const address = engine._tessaline_web_open(width, height, samplesOfPixel, colours, bytesFormat);
+  const address = engine._tessaline_web_open(...described());
   if (address === 0) throw new OutOfMemory();
-  engine.HEAPU8.set(new Uint8Array(request.pixels), address);
+  if (layout.bits === 16) toEngine(new Uint16Array(bytes.buffer, bytes.byteOffset, bytes.length / 2));
+  engine.HEAPU8.set(bytes, address);
+  setLight(engine, request.light);
   demand(engine._tessaline_web_analyse());
+}
+
+function setLight(engine: Engine, light: Light): void {
+  if (light === null) return;
+  if (light === 'sRGB') return demand(engine._tessaline_web_set_light(0, 0));
+  const address = engine._tessaline_web_take_floats(light.length);
+  if (address === 0) throw new OutOfMemory();
+  engine.HEAPU8.set(new Uint8Array(light.buffer, light.byteOffset, light.byteLength), address);
+  demand(engine._tessaline_web_set_light(address, light.length));
+  engine._tessaline_web_give_back(address);
+}
+
+/** Samples of the picture or of a part of it, as a file has them. */
+function samplesAt(engine: Engine, address: number, width: number, height: number): Samples {
+  const samples: Samples = { ...layout, width, height, bytes: bytesAt(engine, address, width * height * pixelBytes(layout)) };
+  if (layout.bits === 16) fromEngine(new Uint16Array(samples.bytes.buffer));
+  return samples;
 }
 
 function decision(engine: Engine): Decision {
   const text = engine._tessaline_web_findings(resolution?.horizontal ?? 0, resolution?.vertical ?? 0);
   if (text === 0) throw new OutOfMemory();
-  const cells = spectrumSide * spectrumSide;
+  const bytes = 4 * spectrumSide * spectrumSide;
+  const found = JSON.parse(engine.UTF8ToString(text)) as Found;
+  isPatternFound = found.patternFound;
   return {
-    found: JSON.parse(engine.UTF8ToString(text)) as Found,
-    spectrum: bytesAt(engine, engine._tessaline_web_draw_spectrum(), cells),
-    mask: bytesAt(engine, engine._tessaline_web_draw_mask(), cells),
+    found,
+    spectrum: bytesAt(engine, engine._tessaline_web_draw_spectrum(), bytes).buffer,
+    mask: bytesAt(engine, engine._tessaline_web_draw_mask(), bytes).buffer,
   };
 }
 
@@ -66,19 +117,23 @@ function answerOf(engine: Engine, request: Request): Answer {
     case 'turn':
       demand(engine._tessaline_web_turn_peak(request.dx, request.dy, Number(request.takenOut)));
       return { kind: 'decision', decision: decision(engine) };
-    case 'restore':
+    case 'restore': {
       demand(engine._tessaline_web_restore());
-      return { kind: 'pixels', pixels: bytesAt(engine, engine._tessaline_web_result(), width * height) };
+      const samples = samplesAt(engine, engine._tessaline_web_result(), layout.width, layout.height);
+      return { kind: 'result', samples, shown: shownUpright(samples, orientation).bytes.buffer };
+    }
     case 'part': {
-      const { x, y, width: columns, height: rows } = request.part;
-      demand(engine._tessaline_web_restore_part(x, y, columns, rows));
-      return { kind: 'pixels', pixels: bytesAt(engine, engine._tessaline_web_part(), columns * rows) };
+      const { x, y, width, height } = storedPlace(request.part, orientation, layout.width, layout.height);
+      demand(engine._tessaline_web_restore_part(x, y, width, height));
+      const samples = samplesAt(engine, engine._tessaline_web_part(), width, height);
+      return { kind: 'part', shown: shownUpright(samples, orientation).bytes.buffer };
     }
   }
 }
 
 function buffersOf(answer: Answer): Transferable[] {
-  if (answer.kind === 'pixels') return [answer.pixels];
+  if (answer.kind === 'result') return [answer.samples.bytes.buffer, answer.shown];
+  if (answer.kind === 'part') return [answer.shown];
   if (answer.kind === 'decision') return [answer.decision.spectrum, answer.decision.mask];
   return [];
 }
@@ -89,7 +144,7 @@ async function serve(request: Request): Promise<void> {
     const answer = answerOf(engine, request);
     port.postMessage(answer, buffersOf(answer));
   } catch (error) {
-    const reason = error instanceof OutOfMemory ? 'memory' : 'engine';
+    const reason = error instanceof OutOfMemory || error instanceof RangeError ? 'memory' : 'engine';
     port.postMessage({ kind: 'failed', reason, detail: String(error), bytes: bytesNeeded(engine) });
   }
 }

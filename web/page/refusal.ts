@@ -1,0 +1,2 @@
+/** What a file or the machine cannot do, as a sentence for the user. */
+export class Refusal extends Error {}
