@@ -112,4 +112,16 @@ TEST_F(Frei0rFilter, InstancesAtOnceGiveTheSamePixelsAndSettingsAnewDecideAnew) 
   for (size_t i = 0; i < lines.size(); ++i) ASSERT_EQ(lines[i] >> 24, results[0][i] >> 24) << "alpha";
 }
 
+TEST_F(Frei0rFilter, StaysWhereAHostUnloadsItUnderItsInstances) {
+  const std::vector<uint32_t> lines = Lines();
+  std::vector<uint32_t> result = lines;
+  const f0r_instance_t filter = construct_(kWidth, kHeight);  // its threads wait in the module's code
+  update_(filter, 0, lines.data(), result.data());
+  dlclose(module_);
+  update_(filter, 0.04, lines.data(), result.data());
+  destruct_(filter);
+  EXPECT_NE(lines, result);
+  EXPECT_EQ(module_, dlopen(TESSALINE_MODULE, RTLD_NOW | RTLD_LOCAL));
+}
+
 }  // namespace
