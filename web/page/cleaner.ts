@@ -2,7 +2,7 @@
 import { Refusal } from './refusal.js';
 import { refusals } from './words.js';
 import type { Answer, Decision, Rectangle, Request } from './protocol.js';
-import type { Picture } from './file_protocol.js';
+import type { ReadPicture } from './file_protocol.js';
 import type { Settings } from './found.js';
 import type { Samples } from './samples.js';
 
@@ -33,7 +33,7 @@ export class Cleaner {
   }
 
   /** The picture's samples go over, and are the page's no more. */
-  async open({ samples, orientation, light, resolution }: Picture): Promise<void> {
+  async open({ samples, orientation, light, resolution }: ReadPicture): Promise<void> {
     await this.ask({ kind: 'open', samples, orientation, light, resolution }, [samples.bytes.buffer]);
   }
   async decide(settings: Settings): Promise<Decision> {

@@ -14,7 +14,7 @@ export type Origin =
 /** How much light a level stands for: as sRGB has it, or the light of evenly spaced levels; null: the file does not say. */
 export type Light = 'sRGB' | Float32Array | null;
 
-export interface Picture {
+export interface ReadPicture {
   name: string;
   samples: Samples;
   shown: ImageData; // upright
@@ -29,6 +29,6 @@ export type FileRequest =
   | { kind: 'write'; samples: Samples; origin: Origin };
 
 export type FileAnswer =
-  | { kind: 'picture'; picture: Picture }
+  | { kind: 'picture'; picture: ReadPicture }
   | { kind: 'file'; file: Blob }
   | { kind: 'failed'; reason: 'memory' | 'refused'; sentence: string };

@@ -1,6 +1,6 @@
 // Files in a thread of their own: what a file is by its bytes, its samples and what it says of them, and the way back.
 import { startsWith } from './bytes.js';
-import type { FileAnswer, FileRequest, Origin, Picture } from './file_protocol.js';
+import type { FileAnswer, FileRequest, Origin, ReadPicture } from './file_protocol.js';
 import { jpegHead, readJpeg, writeJpeg } from './jpeg_file.js';
 import { lightOfGamma, lightOfProfile } from './light.js';
 import { readPng, writePng, pngKind } from './png_file.js';
@@ -18,7 +18,7 @@ interface Port {
 }
 const port = self as unknown as Port;
 
-type Read = Pick<Picture, 'orientation' | 'resolution' | 'light' | 'origin'> & { samples: Samples };
+type Read = Pick<ReadPicture, 'orientation' | 'resolution' | 'light' | 'origin'> & { samples: Samples };
 type Reader = (name: string, file: Uint8Array) => Promise<Read>;
 
 const mostSide = 16384, mostPixels = 100e6;
@@ -35,7 +35,7 @@ function whole<Value>(name: string, value: Value | null | undefined): Value {
 }
 
 /** Where a file names no profile: what its EXIF says of the colours. */
-const lightOfExif = (tags: TagFile | null): Picture['light'] => (tags?.colourSpace() === 1 ? 'sRGB' : null);
+const lightOfExif = (tags: TagFile | null): ReadPicture['light'] => (tags?.colourSpace() === 1 ? 'sRGB' : null);
 
 async function readAsPng(name: string, file: Uint8Array): Promise<Read> {
   const chunks = chunksOf(file), kind = whole(name, pngKind(chunks));
@@ -101,7 +101,7 @@ function readerOf(name: string, file: Uint8Array): Reader {
   throw new Refusal(refusals.noPicture(name));
 }
 
-async function read(name: string, file: Uint8Array): Promise<Picture> {
+async function read(name: string, file: Uint8Array): Promise<ReadPicture> {
   const picture = await readerOf(name, file)(name, file);
   const shown = shownUpright(picture.samples, picture.orientation);
   return { name, ...picture, shown: new ImageData(new Uint8ClampedArray(shown.bytes.buffer), shown.width, shown.height) };

@@ -1,4 +1,5 @@
 // The page: one picture at a time, opened, cleaned by itself, looked at, changed, saved.
+import { Batch } from './batch.js';
 import { Cancelled, Cleaner } from './cleaner.js';
 import { standardSettings, type Choice, type Settings } from './found.js';
 import { choicesOf, sentenceOf } from './pattern.js';
@@ -53,6 +54,8 @@ const viewer = new Viewer(element('stage'), (zoom) => {
 });
 const spectrum = new SpectrumView(element('spectrum'), element('peaks-head'), element('peaks'), (choice) =>
   want({ turns: [choice], whole: true }));
+
+const batch = new Batch(element('files'), { settings: () => settings, open: (file) => void openFile(file), download, tell });
 
 function say(text: string, isBad = false): void {
   element('sentence').textContent = text;
@@ -214,8 +217,9 @@ function download(name: string, blob: Blob): void {
 }
 
 async function savePicture(): Promise<void> {
-  if (!work?.result) return;
-  download(cleanName(work.picture), await writePicture(work.picture, work.result));
+  if (!work?.result || !work.decision) return;
+  const { picture, result, decision } = work;
+  download(cleanName(picture), await writePicture(picture, result, decision.found));
 }
 
 function saveReport(): void {
@@ -283,13 +287,13 @@ function makeSample(file: string, title: string): HTMLElement {
   return choice;
 }
 
-function openFiles(files: Iterable<File> | null | undefined): void {
+const openFile = (file: File): Promise<void> => openBlob(file.name, async () => file);
+
+/** Of several the first comes onto the stage, and then all are worked through. */
+async function openFiles(files: Iterable<File> | null | undefined): Promise<void> {
   const all = [...(files ?? [])];
-  const first = all[0];
-  if (!first) return;
-  void openBlob(first.name, async () => first).then(() => {
-    if (all.length > 1 && work?.picture.name === first.name) say(says.onlyFirst(all.length));
-  });
+  const first = all[0] ? openFile(all[0]) : Promise.resolve();
+  if (all.length > 1) await batch.start(all, first);
 }
 
 function listenForFiles(): void {
@@ -297,10 +301,10 @@ function listenForFiles(): void {
   const input = element<HTMLInputElement>('file');
   button('open').onclick = () => input.click();
   input.onchange = () => {
-    openFiles(input.files);
+    void openFiles(input.files);
     input.value = '';
   };
-  document.addEventListener('paste', (event) => openFiles(event.clipboardData?.files));
+  document.addEventListener('paste', (event) => void openFiles(event.clipboardData?.files));
   document.addEventListener('dragover', (event) => {
     event.preventDefault();
     stage.classList.add('dropping');
@@ -309,7 +313,7 @@ function listenForFiles(): void {
   document.addEventListener('drop', (event) => {
     event.preventDefault();
     stage.classList.remove('dropping');
-    openFiles(event.dataTransfer?.files);
+    void openFiles(event.dataTransfer?.files);
   });
 }
 

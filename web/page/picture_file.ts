@@ -1,10 +1,12 @@
 // A file as the user hands it over: read and written by a worker of its own, so that the page never waits, and its memory goes with it.
-import type { FileAnswer, FileRequest, Picture } from './file_protocol.js';
+import type { FileAnswer, FileRequest, ReadPicture } from './file_protocol.js';
+import type { Found } from './found.js';
 import { Refusal } from './refusal.js';
 import type { Samples } from './samples.js';
 import { refusals } from './words.js';
 
-export type { Picture } from './file_protocol.js';
+/** With the file that it came in, which costs no memory while it lies on the disk. */
+export type Picture = ReadPicture & { file: Blob };
 
 function ask(request: FileRequest, transfer: Transferable[]): Promise<FileAnswer> {
   const worker = new Worker('file_worker.js', { type: 'module' });
@@ -29,11 +31,13 @@ export async function readPicture(name: string, blob: Blob): Promise<Picture> {
   }
   const answer = await ask({ kind: 'read', name, file }, [file]);
   if (answer.kind !== 'picture') throw refusalOf(answer, 20 * blob.size);
-  return answer.picture;
+  return { ...answer.picture, file: blob };
 }
 
-/** The picture's file with these samples in it, of the format that it came in; WebP becomes PNG, which loses nothing. */
-export async function writePicture(picture: Picture, samples: Samples): Promise<Blob> {
+/** The picture's file with these samples in it, of the format that it came in; WebP becomes PNG, which loses nothing. Where no
+ * pattern was found it is the file that came, as it stands. */
+export async function writePicture(picture: Picture, samples: Samples, found: Found): Promise<Blob> {
+  if (!found.patternFound && picture.origin.format !== 'WebP') return picture.file;
   const answer = await ask({ kind: 'write', samples, origin: picture.origin }, []);
   if (answer.kind !== 'file') throw refusalOf(answer, 3 * samples.bytes.length);
   return answer.file;

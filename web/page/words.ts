@@ -1,12 +1,13 @@
 // Every English text of the page.
 export const labels = {
-  cancel: 'Cancel', open: 'Open a picture …', save: 'Save', before: 'before', after: 'after',
-  dropHere: 'Drop a picture here, paste it, or open it',
+  cancel: 'Cancel', open: 'Open …', save: 'Save', before: 'before', after: 'after',
+  dropHere: 'Drop pictures here, paste one, or open them',
   staysHere: 'Printed dots, line noise and textures that repeat are taken out. The picture never leaves this machine.',
   takes: 'PNG and TIFF of 8 and 16 bits, JPEG and WebP. Depth, alpha, colour profile, EXIF and resolution stay.',
   settings: 'Settings', automatic: 'find the pattern from the picture itself', spectrum: 'Spectrum',
   clickPeaks: 'Yellow rings are taken out. Click one to leave it, a dotted one to take it out too.',
   inTheShell: 'The same in the shell', copy: 'Copy', saveReport: 'Save the report (JSON)',
+  pictures: 'Pictures', saveAll: 'Save all (ZIP)', stopAll: 'Stop',
   zoomOut: '−', zoomIn: '+', zoomFit: 'Fit', zoomOne: '100 %',
   stageLabel: 'Picture. Arrow keys move it, plus and minus zoom, 0 fits it, 1 shows it at 100 percent.',
   splitLabel: 'Border between before and after, in percent', viewLabel: 'View', zoomLabel: 'Zoom',
@@ -39,7 +40,6 @@ export const says = {
   takenOut: (pattern: string, isPlural: boolean) => `${capital(pattern)} ${isPlural ? 'were' : 'was'} taken out.`,
   cancelled: 'Cancelled. Open a picture to begin again.',
   copied: 'The command is on the clipboard.',
-  onlyFirst: (count: number) => `One picture at a time: the first of ${count} was taken. The program does many: tessaline -a auto --output-dir cleaned *.png`,
   peak: (period: string, angle: string, why: string) => `Peak of period ${period} pixels at ${angle} degrees: ${why}`,
 };
 
@@ -71,6 +71,15 @@ export const tiffKinds = {
   depth: (bits: number) => `has samples of ${bits} ${bits === 1 ? 'bit' : 'bits'}`,
   compression: 'is compressed by other means than LZW, deflate and PackBits',
   other: 'stores its samples in a rare way',
+};
+
+export const batchWords = {
+  states: { waiting: 'waiting', working: 'in work', done: 'cleaned', refused: 'not taken', left: 'left out' },
+  working: (number: number, count: number) => `Picture ${number} of ${count} is in work.`,
+  ended: (done: number, count: number) => `${done} of ${count} pictures were cleaned.`,
+  open: (name: string) => `Look at ${name}`,
+  save: 'Save', saveOne: (name: string) => `Save what ${name} became`,
+  tooMuch: 'The results are more than one ZIP file holds (4 GiB); save them one by one.',
 };
 
 export const patterns = {
