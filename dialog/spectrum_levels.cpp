@@ -91,10 +91,4 @@ void SpectrumReader::LoadMask(int32_t y, float* mask) const {
   std::fill(mask + covered, mask + width_, 0.0f);
 }
 
-ProtectedDisc DiscOf(int32_t spectrumWidth, float protectionRadius) {
-  const int32_t half = spectrumWidth / 2;
-  const bool isThere = protectionRadius > 0.0f && std::isfinite(protectionRadius);
-  return {half, isThere ? static_cast<float>(half) / protectionRadius : 0.0f};
-}
-
 }  // namespace tessaline

@@ -54,25 +54,6 @@ Channels ChannelsOf(HighlightColor color) {
 
 }  // namespace
 
-HighlightColor ProtectColor(HighlightColor highlight) {
-  const int32_t channels[3] = {highlight.red, highlight.green, highlight.blue};
-  const int32_t least = *std::min_element(channels, channels + 3);
-  const int32_t span = *std::max_element(channels, channels + 3) - least;
-  constexpr int32_t kLeastSpan = 48;  // greyer than this has no hue to oppose
-  if (span < kLeastSpan) return {0, 0, 255};
-  // The opposite of the pure hue. Where red or blue is strong in it, green goes: the opposite of red is blue.
-  int32_t opposite[3];
-  for (int32_t c = 0; c < 3; ++c) opposite[c] = 255 - (channels[c] - least) * 255 / span;
-  const int32_t strongest = std::max(opposite[0], opposite[2]);
-  if (strongest >= 128) {
-    opposite[1] = 0;
-    opposite[0] = opposite[0] * 255 / strongest;
-    opposite[2] = opposite[2] * 255 / strongest;
-  }
-  return {static_cast<uint8_t>(opposite[0]), static_cast<uint8_t>(opposite[1]),
-          static_cast<uint8_t>(opposite[2])};
-}
-
 int32_t PaintFlatSpectrum(const SpectrumSource& source, float scale, HighlightColor highlight) {
   SpectrumReader reader;
   int32_t result = reader.Open(source, scale);
@@ -108,6 +89,24 @@ int32_t PaintFlatSpectrum(const SpectrumSource& source, float scale, HighlightCo
     }
   }
   return ResampleImage(ViewOf(picture.slot()), 0.0f, 0.0f, scale, ViewOf(source.viewSlot));
+}
+
+int32_t PaintSpectrum3D(const SpectrumSource& source, float scale, HighlightColor highlight) {
+  SpectrumReader reader;
+  int32_t result = reader.Open(source, scale);
+  if (result != kSuccess) return result;
+  OwnedBuffer grid, vertices;
+  result = grid.Create("Temp buffer", kSurfaceGrid, kSurfaceGrid * kSurfacePlanes, sizeof(float));
+  if (result == kSuccess) {
+    result = vertices.Create("Temp2 buffer", kSurfaceVertexColumn, kSurfaceGrid, kSurfaceVertexBytes);
+  }
+  if (result != kSuccess) return result;
+  const SurfaceMemory memory = {reinterpret_cast<float*>(BufferRow(grid.slot(), 0)),
+                                BufferRow(vertices.slot(), 0)};
+  result =
+      DrawSpectrumSurface(reader, source.protectionRadius, scale, highlight, memory, ViewOf(source.viewSlot));
+  if (result == kSuccess) MarkDirty(source.viewSlot);
+  return result;
 }
 
 }  // namespace tessaline

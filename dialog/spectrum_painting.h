@@ -7,13 +7,9 @@
 
 #include <cstdint>
 
+#include "removal/spectrum_surface.h"
+
 namespace tessaline {
-
-struct HighlightColor {
-  uint8_t red, green, blue;
-
-  bool operator==(const HighlightColor&) const = default;
-};
 
 // Where the views come from and go to: slots of the buffer table, and the protection that the disc shows.
 struct SpectrumSource {
@@ -22,10 +18,6 @@ struct SpectrumSource {
   int32_t viewSlot;             // "PSPEC", 3 bytes per pixel, the size of the spectrum area
   float protectionRadius;       // image pixels, 1..128; 0, less, or no number: no disc
 };
-
-// What stands for "protected" beside a highlight that stands for "removed": blue beside red, red beside cyan,
-// and for any other colour one of another hue. Greys, which have no hue, get blue.
-HighlightColor ProtectColor(HighlightColor highlight);
 
 // Both fill every pixel of the view. `scale` is the view's pixels per spectrum cell; view width / 512 makes a
 // 512 x 512 spectrum as wide as the view. Return 0; kInvalidSlotOrFile when a slot holds no buffer;

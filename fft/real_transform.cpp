@@ -261,10 +261,7 @@ void RealTransform::Filter(const RealPlane& plane, const ConstantRows& constant,
                            const Progress& progress) {
   const Progress told = progress.Unstoppable();
   TransformLines(plane, constant, &RealTransform::TransformSingle, parallel, told.Part(0.0, 0.3));
-  const int32_t wantedLines = (wantedRows + 1) / 2;
-  // Whole groups, which the vector code moves.
-  const int32_t storedLines =
-      std::min((wantedLines + kColumnGroup - 1) / kColumnGroup * kColumnGroup, plane.lines());
+  const int32_t storedLines = StoredLines(plane, wantedRows);
   const Progress middle = told.Part(0.3, 0.7);
   ForEachTask(
       parallel, strips(),
@@ -285,8 +282,53 @@ void RealTransform::Filter(const RealPlane& plane, const ConstantRows& constant,
         columns.EndStrip(index, worker);
       },
       [&](int32_t finished) { return middle.Advance(finished, strips()); });
+  FinishLines(plane, wantedRows, rows, parallel, told.Part(0.7, 1.0));
+}
+
+void RealTransform::Synthesise(const RealPlane& plane, SpectrumColumns& columns, int32_t wantedRows,
+                               FinishedRows& rows, Parallel& parallel, const Progress& progress) {
+  const Progress told = progress.Unstoppable();
+  const int32_t storedLines = StoredLines(plane, wantedRows);
+  const Progress first = told.Part(0.0, 0.6);
+  ForEachTask(
+      parallel, strips(),
+      [&](int32_t index, int32_t worker) {
+        const Strip strip = StripAt(index);
+        ClearStrip(strip, storedLines, worker);
+        if (columns.IsWanted(strip.first, strip.count)) {
+          float* const column = Column(worker);
+          for (int32_t kx = strip.first; kx < strip.first + strip.count; ++kx) {
+            if (!columns.IsWanted(kx, 1)) continue;
+            columns.Visit(kx, column, worker);
+            InverseSingle(column);
+            RemixColumn(strip, kx, column, storedLines, worker);
+          }
+        }
+        ScatterStrip(plane, strip, storedLines, worker);
+        columns.EndStrip(index, worker);
+      },
+      [&](int32_t finished) { return first.Advance(finished, strips()); });
+  FinishLines(plane, wantedRows, rows, parallel, told.Part(0.6, 1.0));
+}
+
+// Whole groups, which the vector code moves.
+int32_t RealTransform::StoredLines(const RealPlane& plane, int32_t wantedRows) const {
+  const int32_t wantedLines = (wantedRows + 1) / 2;
+  return std::min((wantedLines + kColumnGroup - 1) / kColumnGroup * kColumnGroup, plane.lines());
+}
+
+void RealTransform::ClearStrip(const Strip& strip, int32_t storedLines, int32_t worker) const {
+  const size_t bytes = static_cast<size_t>(storedLines) * sizeof(uint64_t);
+  for (int32_t i = 0; i < strip.count; ++i) {
+    std::memset(Direct(worker) + static_cast<size_t>(i) * columnStride_, 0, bytes);
+    std::memset(Mirrored(worker) + static_cast<size_t>(i) * columnStride_, 0, bytes);
+  }
+}
+
+void RealTransform::FinishLines(const RealPlane& plane, int32_t wantedRows, FinishedRows& rows,
+                                Parallel& parallel, const Progress& progress) const {
+  const int32_t wantedLines = (wantedRows + 1) / 2;
   const int32_t tasks = (wantedLines + kLinesPerTask - 1) / kLinesPerTask;
-  const Progress last = told.Part(0.7, 1.0);
   ForEachTask(
       parallel, tasks,
       [&](int32_t task, int32_t) {
@@ -296,7 +338,7 @@ void RealTransform::Filter(const RealPlane& plane, const ConstantRows& constant,
           for (int32_t y = 2 * m; y < std::min(2 * m + 2, wantedRows); ++y) rows.Take(y, plane.Row(y));
         }
       },
-      [&](int32_t finished) { return last.Advance(finished, tasks); });
+      [&](int32_t finished) { return progress.Advance(finished, tasks); });
 }
 
 }  // namespace tessaline

@@ -67,6 +67,11 @@ class RealTransform {
   void Filter(const RealPlane& plane, const ConstantRows& constant, SpectrumColumns& columns,
               int32_t wantedRows, FinishedRows& rows, Parallel& parallel, const Progress& progress);
 
+  // The way back alone: `columns` makes the wanted ones instead of changing them, as for Filter; the others
+  // are 0. Whatever was in the plane is lost.
+  void Synthesise(const RealPlane& plane, SpectrumColumns& columns, int32_t wantedRows, FinishedRows& rows,
+                  Parallel& parallel, const Progress& progress);
+
   // Sums over all rows of the last Examine or Filter's plane, as it was handed in, transformed along x:
   // complex values 0 .. N/2, sum(y) sum(x) p(x, y) exp(-2 pi i kx x / N). This is row ky = 0 of the spectrum.
   const double* columnSumSpectrum() const { return columnSumSpectrum_.get(); }
@@ -89,6 +94,10 @@ class RealTransform {
   void UnmixColumn(const Strip& strip, int32_t kx, float* column, int32_t worker) const;
   void RemixColumn(const Strip& strip, int32_t kx, const float* column, int32_t wantedLines,
                    int32_t worker) const;
+  void FinishLines(const RealPlane& plane, int32_t wantedRows, FinishedRows& rows, Parallel& parallel,
+                   const Progress& progress) const;
+  int32_t StoredLines(const RealPlane& plane, int32_t wantedRows) const;
+  void ClearStrip(const Strip& strip, int32_t storedLines, int32_t worker) const;
   Strip StripAt(int32_t index) const;
   void SumLines(int32_t tasks, Parallel& parallel);
   void SumLinesAt(int32_t first, int32_t last, int32_t tasks);  // frequencies first .. last - 1

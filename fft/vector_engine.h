@@ -23,8 +23,8 @@ struct ColumnStrip {
 };
 
 // Every function by log2(length) - kShortestVectorLog2 and by direction: [0] exp(+), [1] exp(-). Any
-// alignment. All instruction sets give the same bits: no operation is fused and every lane does what the
-// others do.
+// alignment. Where the program is fetched (kIsFetched), what no step of the removal calls is null. All
+// instruction sets give the same bits: no operation is fused and every lane does what the others do.
 struct VectorEngine {
   // n complex values to n complex values, natural order, unscaled. `out` may be `in`.
   void (*transform[kVectorLengths][2])(const double* in, double* out);

@@ -355,16 +355,26 @@ void ScatterColumns(const ColumnStrip& strip, uint64_t* plane, const uint64_t* c
   }
 }
 
+constexpr int kShortestPlane = 1024;  // of what the steps of the removal transform
+constexpr int kLocalPlane = 128;      // but for the squares of restoration/local_spectrum.h, in floats
+
 template <int kDoubleLanes, int kFloatLanes>
 constexpr VectorEngine MakeVectorEngine() {
   VectorEngine engine{};
   const auto add = [&engine]<int... Radices>(std::integer_sequence<int, Radices...>, int index) {
-    engine.transform[index][0] = TransformDouble<kDoubleLanes, +1, Radices...>;
-    engine.transform[index][1] = TransformDouble<kDoubleLanes, -1, Radices...>;
-    engine.transformFloat[index][0] = TransformFloat<kFloatLanes, +1, Radices...>;
-    engine.transformFloat[index][1] = TransformFloat<kFloatLanes, -1, Radices...>;
-    engine.transformWidened[index][0] = TransformWidened<kDoubleLanes, +1, Radices...>;
-    engine.transformWidened[index][1] = TransformWidened<kDoubleLanes, -1, Radices...>;
+    constexpr int kLength = (Radices * ...);
+    if constexpr (!kIsFetched || kLength >= kShortestPlane) {
+      engine.transform[index][0] = TransformDouble<kDoubleLanes, +1, Radices...>;
+      engine.transformWidened[index][1] = TransformWidened<kDoubleLanes, -1, Radices...>;
+    }
+    if constexpr (!kIsFetched || kLength >= kShortestPlane || kLength == kLocalPlane) {
+      engine.transformFloat[index][0] = TransformFloat<kFloatLanes, +1, Radices...>;
+      engine.transformFloat[index][1] = TransformFloat<kFloatLanes, -1, Radices...>;
+    }
+    if constexpr (!kIsFetched) {
+      engine.transform[index][1] = TransformDouble<kDoubleLanes, -1, Radices...>;
+      engine.transformWidened[index][0] = TransformWidened<kDoubleLanes, +1, Radices...>;
+    }
   };
   add(std::integer_sequence<int, 8, 8>{}, 0);
   add(std::integer_sequence<int, 16, 8>{}, 1);

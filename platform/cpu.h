@@ -11,6 +11,13 @@ inline constexpr bool kHasWiderVectors = true;
 inline constexpr bool kHasWiderVectors = false;
 #endif
 
+// Whether the program is fetched before it is used, and left small for that: the browser's build.
+#if defined(__wasm__)
+inline constexpr bool kIsFetched = true;
+#else
+inline constexpr bool kIsFetched = false;
+#endif
+
 enum class VectorLevel {
   kBaseline,  // any x86-64: SSE2, 16-byte vectors
   kAvx2,      // 32-byte vectors

@@ -74,10 +74,31 @@ void NotchFilter::AddMaskColumn(int32_t place, bool isMirrored, uint16_t* taken)
   }
 }
 
-void NotchFilter::Visit(int32_t kx, float* column, int32_t worker) {
+uint16_t* NotchFilter::TakenOf(int32_t kx, int32_t worker) {
   uint16_t* const taken = taken_.get() + static_cast<size_t>(worker) * static_cast<size_t>(size_);
   AddMaskColumn((size_ / 2 + kx) & (size_ - 1), false, taken);
   AddMaskColumn((size_ / 2 - kx) & (size_ - 1), true, taken);
+  return taken;
+}
+
+void NotchFilter::Take(int32_t kx, const float* spectrum, float* column, int32_t worker) {
+  uint16_t* const taken = TakenOf(kx, worker);
+  std::memset(column, 0, 2 * static_cast<size_t>(size_) * sizeof(float));
+  for (int32_t ky = 0; ky < size_; ky += 4) {
+    uint64_t four;
+    std::memcpy(&four, taken + ky, sizeof four);
+    if (four == 0) continue;
+    for (int32_t i = ky; i < ky + 4; ++i) {
+      const float share = static_cast<float>(taken[i]) / kFullyTaken;
+      column[2 * i] = spectrum[2 * i] * share;
+      column[2 * i + 1] = spectrum[2 * i + 1] * share;
+      taken[i] = 0;
+    }
+  }
+}
+
+void NotchFilter::Visit(int32_t kx, float* column, int32_t worker) {
+  uint16_t* const taken = TakenOf(kx, worker);
   for (int32_t ky = 0; ky < size_; ky += 4) {
     uint64_t four;
     std::memcpy(&four, taken + ky, sizeof four);

@@ -21,10 +21,15 @@ class NotchFilter final : public SpectrumColumns {
   bool IsWanted(int32_t first, int32_t count) const override;
   void Visit(int32_t kx, float* column, int32_t worker) override;
 
+  // What the mask takes: column kx of `spectrum` less what Visit leaves of it, into `column`.
+  void Take(int32_t kx, const float* spectrum, float* column, int32_t worker);
+
   // The factor of frequency (kx, 0), kx = 0 .. N/2, as Visit multiplies by it.
   double FactorOnRowZero(int32_t kx) const;
 
  private:
+  // Twice what is taken of column kx, 0 .. 510 by ky; whoever reads it clears it.
+  uint16_t* TakenOf(int32_t kx, int32_t worker);
   // Adds the enlarged mask's column at `place` (0 .. N - 1 from the left of the centred spectrum), rows going
   // up with ky or, mirrored, down.
   void AddMaskColumn(int32_t place, bool isMirrored, uint16_t* taken) const;

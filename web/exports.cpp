@@ -84,11 +84,13 @@ EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_analyse() {
   return WithoutExceptions([] { return ThePicture().Analyse(kProgress); });
 }
 
-EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_decide(int32_t isAutomatic, double acceptance, double sensitivity,
-                                                  double notchRadius, double protectionRadius) {
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_decide(int32_t isQuick, int32_t isAutomatic, double acceptance,
+                                                  double sensitivity, double notchRadius,
+                                                  double protectionRadius) {
   const Settings settings = {isAutomatic != 0, static_cast<float>(acceptance), sensitivity,
                              static_cast<float>(notchRadius), static_cast<float>(protectionRadius)};
-  return WithoutExceptions([&] { return ThePicture().Decide(settings); });
+  return WithoutExceptions(
+      [&] { return isQuick != 0 ? ThePicture().DecideQuickly(settings) : ThePicture().Decide(settings); });
 }
 
 EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_turn_peak(int32_t dx, int32_t dy, int32_t isTakenOut) {
@@ -111,16 +113,24 @@ EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_result() {
   return ThePicture().result();
 }
 
-EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_restore_part(int32_t x, int32_t y, int32_t width, int32_t height) {
-  return WithoutExceptions([&] { return ThePicture().RestorePart({x, y, width, height}); });
+// What DrawLive of the same part will need.
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_prepare_live(int32_t x, int32_t y, int32_t width, int32_t height) {
+  return WithoutExceptions([&] { return ThePicture().PrepareLive({x, y, width, height}); });
 }
-EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_part() {
-  return ThePicture().part();
+// RGBA, valid until the next drawing; null: no memory.
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_live(int32_t x, int32_t y, int32_t width,
+                                                            int32_t height) {
+  return Drawn([&](std::vector<uint8_t>* rgba) {
+    return ThePicture().DrawLive({x, y, width, height}, rgba);
+  });
 }
 
 // 512 x 512 pixels of RGBA, valid until the next drawing; null: no memory.
 EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_spectrum() {
   return Drawn([](std::vector<uint8_t>* rgba) { return ThePicture().DrawSpectrum(rgba); });
+}
+EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_surface() {
+  return Drawn([](std::vector<uint8_t>* rgba) { return ThePicture().DrawSurface(rgba); });
 }
 EMSCRIPTEN_KEEPALIVE const uint8_t* tessaline_web_draw_mask() {
   return Drawn([](std::vector<uint8_t>* rgba) { return ThePicture().DrawMask(rgba); });

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "removal/pattern_name.h"
+
 namespace tessaline::web {
 namespace {
 
@@ -72,6 +74,17 @@ std::string DescribeNotch(const Notch& notch, bool hasThreshold, const Resolutio
   return json.Text();
 }
 
+// The peaks that are taken out, whoever chose them.
+std::string DescribePattern(const PictureCleaning& cleaning, const Resolution& resolution) {
+  std::vector<SpectrumPeak> peaks = cleaning.findings().peaks;
+  std::erase_if(peaks, [&](const SpectrumPeak& peak) { return !cleaning.IsTakenOut(peak.dx, peak.dy); });
+  for (SpectrumPeak& peak : peaks) peak.verdict = PeakVerdict::kUsed;
+  const PatternName name = NamePattern(peaks, cleaning.notches(), resolution.horizontal, resolution.vertical);
+  JsonObject json;
+  json.Put("text", name.text.c_str()).Put("isPlural", name.isPlural);
+  return json.Text();
+}
+
 }  // namespace
 
 std::string DescribeFindings(const PictureCleaning& cleaning, const Resolution& resolution) {
@@ -85,6 +98,7 @@ std::string DescribeFindings(const PictureCleaning& cleaning, const Resolution& 
   } else {
     json.Put("threshold", double(findings.threshold));
   }
+  json.PutRaw("pattern", DescribePattern(cleaning, resolution));
   json.PutRaw("notches", JsonArray(cleaning.notches(), [&](const Notch& notch) {
                 return DescribeNotch(notch, !findings.isAutomatic, resolution);
               }));

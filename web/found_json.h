@@ -1,4 +1,4 @@
-// What was found, as the page's report has it: the members of the program's own (docs/report.md).
+// What was found: the members of the program's own report (docs/report.md), and `pattern`, its name in words.
 #pragma once
 
 #include <string>

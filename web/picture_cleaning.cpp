@@ -7,6 +7,7 @@
 
 #include "image/pixel_kind.h"
 #include "removal/spectrum_picture.h"
+#include "removal/spectrum_surface.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
 #include "tiling/any_size.h"
@@ -45,6 +46,47 @@ uint8_t& SeedAt(const ImageView& seeds, int32_t dx, int32_t dy) {
 void SetPair(const ImageView& seeds, int32_t dx, int32_t dy, uint8_t value) {
   SeedAt(seeds, dx, dy) = value;
   SeedAt(seeds, -dx, -dy) = value;
+}
+
+// A grid of RGB as RGBA.
+void CopyColours(const uint8_t* rgb, std::vector<uint8_t>* rgba) {
+  rgba->resize(4 * kGridCells);
+  for (size_t i = 0; i < kGridCells; ++i) {
+    std::copy_n(rgb + 3 * i, 3, &(*rgba)[4 * i]);
+    (*rgba)[4 * i + 3] = kOpaque;
+  }
+}
+
+class SpectrumSeen final : public SpectrumRows {
+ public:
+  SpectrumSeen(const Analysis& analysis, const Mask& mask)
+      : levels_(analysis.rawGray16.view()), mask_(mask.cells.view()) {}
+  int32_t width() const override { return kSpectrumCells; }
+  int32_t height() const override { return kSpectrumCells; }
+  int32_t channels() const override { return 1; }
+  void LoadLevels(int32_t y, int32_t, float* levels) const override {
+    const auto* const row = levels_.Row<uint16_t>(y);
+    for (int32_t x = 0; x < kSpectrumCells; ++x) levels[x] = row[x] * (1.0f / kHostMax);
+  }
+  void LoadMask(int32_t y, float* mask) const override { std::copy_n(mask_.Row(y), kSpectrumCells, mask); }
+
+ private:
+  ConstImageView levels_, mask_;
+};
+
+// The notch radius is the mask's alone.
+bool DecideTheSame(const Settings& a, const Settings& b) {
+  return a.isAutomatic == b.isAutomatic && a.acceptance == b.acceptance && a.sensitivity == b.sensitivity &&
+         a.protectionRadius == b.protectionRadius;
+}
+
+bool AreSame(const Findings& a, const Findings& b) {
+  const auto isSame = [](const SpectrumPeak& one, const SpectrumPeak& other) {
+    return one.dx == other.dx && one.dy == other.dy && one.isLicensed == other.isLicensed &&
+           one.verdict == other.verdict;
+  };
+  return a.seedCells == b.seedCells &&
+         std::equal(a.peaks.begin(), a.peaks.end(), b.peaks.begin(), b.peaks.end(), isSame);
 }
 
 template <typename Sample>
@@ -96,8 +138,9 @@ int32_t PictureCleaning::Open(const PixelLayout& layout) {
   layout_ = layout;
   pixels_ = std::move(pixels);
   result_ = std::move(result);
-  isGrey_ = false;
+  isGrey_ = isDecided_ = false;
   curve_.reset();
+  live_.Release();
   return kSuccess;
 }
 
@@ -117,26 +160,52 @@ int32_t PictureCleaning::Analyse(const Progress& progress) {
   isGrey_ = isGrey_ || HasEqualColours();
   if (isGrey_) layout_.channels = 1;
   tiles_ = {};
+  strong_ = -1.0f;
+  isDecided_ = false;
   return AnalyseAnySize(layout_.View(pixels_.get()), workspace_, progress, &analysis_, &tiles_);
 }
 
 int32_t PictureCleaning::Decide(const Settings& settings) {
-  Findings found;
-  const int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
+  if (isDecided_ && DecideTheSame(settings, settings_)) return Shape(settings);
+  Findings found, byPeaks;
+  int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
+  if (result == kSuccess) result = tessaline::Decide(analysis_, settings, &byPeaks);
   if (result != kSuccess) return result;
+  const bool isByPeaksAlone = AreSame(found, byPeaks);
+  result = Take(std::move(found), settings);
+  isDecided_ = result == kSuccess;
+  isByPeaksAlone_ = isDecided_ && isByPeaksAlone;
+  return result;
+}
+
+int32_t PictureCleaning::DecideQuickly(const Settings& settings) {
+  if (DecideTheSame(settings, settings_)) return Shape(settings);
+  if (!isByPeaksAlone_ || settings.isAutomatic != settings_.isAutomatic) return Decide(settings);
+  Findings found;
+  const int32_t result = tessaline::Decide(analysis_, settings, &found);
+  if (result != kSuccess) return result;
+  found.strongAmplitude = found_.strongAmplitude;
+  isDecided_ = false;
+  return Take(std::move(found), settings);
+}
+
+int32_t PictureCleaning::Take(Findings found, const Settings& settings) {
   const int32_t copied = CopyFindings(found, &findings_);
   if (copied != kSuccess) return copied;
   found_ = std::move(found);
-  settings_ = settings;
   restoration_.light.curve = settings.isAutomatic && curve_ ? &*curve_ : nullptr;
+  return Shape(settings);
+}
+
+int32_t PictureCleaning::Shape(const Settings& settings) {
+  settings_ = settings;
   return UseFindings();
 }
 
 int32_t PictureCleaning::UseFindings() {
   findings_.seedCells = CountSeeds(findings_.seeds.view());
-  strong_ = -1.0f;
   notches_ = CollectNotches(analysis_, findings_);
-  return Shape(findings_, settings_, &mask_);
+  return tessaline::Shape(findings_, settings_, &mask_);
 }
 
 std::vector<PictureCleaning::Place> PictureCleaning::PlacesOfPeaks() const {
@@ -220,46 +289,62 @@ int32_t PictureCleaning::Restore(const Progress& progress) {
   return code;
 }
 
-int32_t PictureCleaning::RestorePart(const Part& part) {
-  const bool isInside = part.x >= 0 && part.y >= 0 && part.width >= 1 && part.height >= 1 &&
-                        part.width <= kLargestPart && part.height <= kLargestPart &&
-                        part.x <= layout_.width - part.width && part.y <= layout_.height - part.height;
-  if (!isInside) return kUnknownPixelKind;
-  PixelLayout layout = layout_;
-  layout.width = part.width;
-  layout.height = part.height;
-  const size_t rowBytes = layout.PixelBytes() * static_cast<size_t>(part.width);
-  const size_t allBytes = layout_.PixelBytes() * static_cast<size_t>(layout_.width);
-  part_.resize(layout.Bytes());
-  for (int32_t y = 0; y < part.height; ++y) {
-    std::memcpy(part_.data() + static_cast<size_t>(y) * rowBytes,
-                pixels_.get() + static_cast<size_t>(part.y + y) * allBytes +
-                    static_cast<size_t>(part.x) * layout_.PixelBytes(),
-                rowBytes);
+bool PictureCleaning::IsInside(const Part& part) const {
+  return part.x >= 0 && part.y >= 0 && part.width >= 1 && part.height >= 1 && part.width <= kLargestPart &&
+         part.height <= kLargestPart && part.x <= layout_.width - part.width &&
+         part.y <= layout_.height - part.height;
+}
+
+// Measured anew where the decision goes by other carriers.
+float PictureCleaning::Strong() {
+  std::vector<Carrier> carriers = PlanGate(findings_).carriers;
+  const auto isSame = [](const Carrier& a, const Carrier& b) { return a.dx == b.dx && a.dy == b.dy; };
+  if (strong_ < 0.0f ||
+      !std::equal(carriers.begin(), carriers.end(), strongCarriers_.begin(), strongCarriers_.end(), isSame)) {
+    strong_ = MeasureStrong(tiles_.view(), findings_);
+    strongCarriers_ = std::move(carriers);
   }
-  if (findings_.seedCells == 0) return kSuccess;
-  RestorationSettings restoration = restoration_;
+  return strong_;
+}
+
+int32_t PictureCleaning::PrepareLive(const Part& part) {
+  if (!IsInside(part)) return kUnknownPixelKind;
+  LivePart::Way way;
   if (findings_.isAutomatic) {
-    if (strong_ < 0.0f) strong_ = MeasureStrong(tiles_.view(), findings_);
-    restoration.strong = strong_;
+    way.light = CurveOf(restoration_, findings_);
+    way.isGated = true;
+    way.plan = PlanGate(findings_);
+    way.plan.strong = Strong();
   }
-  const PictureView view = layout.View(part_.data());
-  const int32_t code =
-      TakeOutAnySize(view, view, findings_, mask_, workspace_, ApplyOptions{}, restoration, {});
-  if (code == kSuccess) CopyGrey(layout, part_.data());
-  return code;
+  return live_.Prepare(layout_.View(pixels_.get()), part, way);
+}
+
+int32_t PictureCleaning::DrawLive(const Part& part, std::vector<uint8_t>* rgba) {
+  const int32_t code = PrepareLive(part);
+  return code == kSuccess ? live_.Draw(mask_, rgba) : code;
 }
 
 int32_t PictureCleaning::DrawSpectrum(std::vector<uint8_t>* rgba) const {
   Findings withoutMarks;  // the page draws its own, which can be clicked
   const std::vector<uint8_t> rgb =
       tessaline::DrawSpectrum(analysis_, withoutMarks, mask_, settings_.protectionRadius);
-  rgba->resize(4 * kGridCells);
-  for (size_t i = 0; i < kGridCells; ++i) {
-    std::copy_n(&rgb[3 * i], 3, &(*rgba)[4 * i]);
-    (*rgba)[4 * i + 3] = kOpaque;
-  }
+  CopyColours(rgb.data(), rgba);
   return kSuccess;
+}
+
+int32_t PictureCleaning::DrawSurface(std::vector<uint8_t>* rgba) const {
+  constexpr size_t kGridFloats = size_t{kSurfacePlanes} * kSurfaceGrid * kSurfaceGrid;
+  constexpr size_t kVertexBytes = size_t{kSurfaceVertexColumn} * kSurfaceGrid * kSurfaceVertexBytes;
+  constexpr HighlightColor kTaken = {255, 0, 0};
+  const auto grid = AllocateBlock<float>(kGridFloats);
+  const auto vertices = AllocateBlock<uint8_t>(kVertexBytes);
+  Image view;
+  if (!grid || !vertices || !view.Create(kSpectrumCells, kSpectrumCells, kRgb8)) return kOutOfMemory;
+  const SpectrumSeen spectrum(analysis_, mask_);
+  const int32_t code = DrawSpectrumSurface(spectrum, settings_.protectionRadius, 1.0f, kTaken,
+                                           {grid.get(), vertices.get()}, view.view());
+  if (code == kSuccess) CopyColours(view.view().data, rgba);
+  return code;
 }
 
 int32_t PictureCleaning::DrawMask(std::vector<uint8_t>* rgba) const {

@@ -11,6 +11,7 @@
 #include "removal/tone_curve.h"
 #include "restoration/picture_tiles.h"
 #include "restoration/restoration.h"
+#include "web/live_part.h"
 
 namespace tessaline::web {
 
@@ -30,12 +31,6 @@ struct PixelLayout {
 // What the run of such a picture will have taken of memory when it ends, the engine's tables included.
 double BytesNeeded(const PixelLayout& layout);
 
-// A visible part of the picture; at most kLargestPart both ways.
-struct Part {
-  int32_t x, y, width, height;
-};
-constexpr int32_t kLargestPart = 1024;
-
 // Every function returns a result code of the engine's; after one that is not kSuccess, what was there before
 // still is.
 class PictureCleaning {
@@ -50,18 +45,23 @@ class PictureCleaning {
 
   // A picture whose colours are equal throughout is taken as grey from here on.
   int32_t Analyse(const Progress& progress);
-  // Takes back what the user turned.
+  // Takes back what the user turned, but where the notch radius alone is another.
   int32_t Decide(const Settings& settings);
+  // The same in a fraction of the time, for a setting that moves: the licences are taken as Decide left them,
+  // where it had nothing against those of the peaks alone. Decide comes after it.
+  int32_t DecideQuickly(const Settings& settings);
   // Takes a peak of peaks() or notches() out or leaves it: the cells nearest to it and to no other.
   int32_t TurnPeak(int32_t dx, int32_t dy, bool isTakenOut);
   int32_t Restore(const Progress& progress);
-  // The same for a part alone, into part(): packed pixels of the picture's layout.
-  int32_t RestorePart(const Part& part);
-  const uint8_t* part() const { return part_.data(); }
+  // A part as Restore makes it but for the polish, while a setting moves: RGBA. The first of a part
+  // transforms it, which PrepareLive does beforehand.
+  int32_t PrepareLive(const Part& part);
+  int32_t DrawLive(const Part& part, std::vector<uint8_t>* rgba);
 
-  // After Decide. Both 512 x 512 pixels of RGBA: the logarithm of the spectrum with what is taken out in red,
-  // and the mask alone.
+  // After Decide. All 512 x 512 pixels of RGBA: the logarithm of the spectrum with what is taken out in red,
+  // from above and as a surface, and the mask alone.
   int32_t DrawSpectrum(std::vector<uint8_t>* rgba) const;
+  int32_t DrawSurface(std::vector<uint8_t>* rgba) const;
   int32_t DrawMask(std::vector<uint8_t>* rgba) const;
 
   const Analysis& analysis() const { return analysis_; }
@@ -77,12 +77,18 @@ class PictureCleaning {
   };
   std::vector<Place> PlacesOfPeaks() const;
   int32_t UseFindings();
+  int32_t Take(Findings found, const Settings& settings);
+  int32_t Shape(const Settings& settings);
+  bool IsInside(const Part& part) const;
+  float Strong();
   void CopyGrey(const PixelLayout& layout, uint8_t* pixels) const;
   bool HasEqualColours() const;
 
   PixelLayout layout_;
   OwnedBlock<uint8_t> pixels_, result_;
-  bool isGrey_ = false;  // three equal channels, of which one is cleaned
+  bool isDecided_ = false;
+  bool isByPeaksAlone_ = false;  // the decision was what the peaks of the spectrum gave
+  bool isGrey_ = false;          // three equal channels, of which one is cleaned
   Workspace workspace_;
   Analysis analysis_;
   PictureTiles tiles_;
@@ -93,8 +99,9 @@ class PictureCleaning {
   Findings findings_;  // with what the user turned
   std::vector<Notch> notches_;
   Mask mask_;
-  float strong_ = -1.0f;  // amplitude of the strong places; below 0: not measured yet
-  std::vector<uint8_t> part_;
+  float strong_ = -1.0f;                 // amplitude of the strong places; below 0: not measured yet
+  std::vector<Carrier> strongCarriers_;  // it was measured by
+  LivePart live_;
 };
 
 }  // namespace tessaline::web

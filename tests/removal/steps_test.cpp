@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "image/pixel_kind.h"
+#include "removal/kept_spectra.h"
+#include "removal/pattern_name.h"
 #include "removal/spectrum_picture.h"
 #include "tests/support/picture_files.h"
 
@@ -140,6 +142,83 @@ TEST(Apply, LeavesAPictureUntouchedOrFinishesItWhateverItsFormat) {
   EXPECT_NE(input.samples, cleaned.samples);
   for (size_t i = 0; i < floats.size(); ++i)
     ASSERT_EQ(cleaned.samples[i], StoreByte(floats[i] * kHostMax * kHostToByte)) << i;
+}
+
+// Channel after channel, row after row.
+class LevelsOf final : public FilteredRows {
+ public:
+  explicit LevelsOf(const PictureView& picture) : picture_(picture) {
+    levels_.resize(static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height) *
+                   static_cast<size_t>(picture.channels));
+  }
+  void Take(int32_t channel, int32_t y, float* row) override {
+    float* const to =
+        &levels_[static_cast<size_t>(channel * picture_.height + y) * static_cast<size_t>(picture_.width)];
+    for (int32_t x = 0; x < picture_.width; ++x) to[x] = row[2 * x];
+  }
+  const std::vector<float>& levels() const { return levels_; }
+
+ private:
+  PictureView picture_;
+  std::vector<float> levels_;
+};
+
+TEST(KeptSpectra, GiveWhatFilterTakesForOneMaskAfterAnother) {
+  Image image = Noise(90, 61);
+  PictureView picture = PictureOf(image.view());
+  picture.channels = 1;  // the padding of the others goes on from what was left of the one before
+  Workspace workspace;
+  KeptSpectra spectra;
+  ASSERT_EQ(kSuccess, spectra.Load(picture, workspace));
+  LevelsOf before(picture);
+  std::vector<float> row(2 * 90);
+  for (int32_t y = 0; y < 61; ++y) {
+    LoadLevels(picture, 0, y, row.data());
+    before.Take(0, y, row.data());
+  }
+  Mask mask;
+  ASSERT_TRUE(mask.cells.Create(kSpectrumCells, kSpectrumCells, kGray8));
+  for (const int32_t distance : {0, 37, 255}) {  // the last beside the spectrum's edge
+    for (int32_t i = 0; i < 9; ++i) {
+      for (const int32_t side : {-1, 1}) {
+        mask.cells.view().Row(256 + side * (i % 3))[256 + side * distance - i / 9] =
+            static_cast<uint8_t>(255 - 20 * i);
+      }
+    }
+    LevelsOf left(picture), taken(picture);
+    ASSERT_EQ(kSuccess, Filter(picture, mask, workspace, {}, {}, left));
+    ASSERT_EQ(kSuccess, spectra.TakeOut(mask, workspace, taken));
+    double worst = 0, most = 0;
+    for (size_t i = 0; i < before.levels().size(); ++i) {
+      const double expected = before.levels()[i] - left.levels()[i];
+      worst = std::max(worst, std::abs(expected - taken.levels()[i]));
+      most = std::max(most, std::abs(expected));
+    }
+    EXPECT_LT(worst, 1.0) << distance;  // of 32768
+    EXPECT_GT(most, 100.0) << distance;
+  }
+}
+
+SpectrumPeak LicensedPeak(int32_t dx, int32_t dy) {
+  SpectrumPeak peak = {};
+  peak.dx = dx;
+  peak.dy = dy;
+  peak.isLicensed = true;
+  peak.verdict = PeakVerdict::kUsed;
+  return peak;
+}
+
+TEST(NamePattern, TellsScreensFromLinesAndCountsInTheUnitThatIsKnown) {
+  const std::vector<SpectrumPeak> line = {LicensedPeak(0, -64)};
+  EXPECT_EQ("a line pattern of period 8.00 px at 90 deg", NamePattern(line, {}, 0, 0).text);
+  EXPECT_EQ("an 87.5 lpi line pattern at 90 deg", NamePattern(line, {}, 300, 700).text);
+  std::vector<SpectrumPeak> screens = {LicensedPeak(90, -90), LicensedPeak(-90, -90)};
+  EXPECT_EQ("a 74.6 lpi screen at 45 deg", NamePattern(screens, {}, 300, 300).text);
+  screens.insert(screens.end(), {LicensedPeak(123, -33), LicensedPeak(-33, -123), LicensedPeak(250, 0)});
+  EXPECT_EQ("74.6 lpi screens at 15 and 45 deg", NamePattern(screens, {}, 300, 300).text);
+  EXPECT_TRUE(NamePattern(screens, {}, 300, 300).isPlural);
+  screens[0].isLicensed = false;
+  EXPECT_EQ("a pattern", NamePattern({screens[0]}, {}, 0, 0).text);
 }
 
 TEST(DrawSpectrum, LettersStandTheRightWayRound) {

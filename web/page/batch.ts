@@ -1,7 +1,6 @@
 // Several pictures, one after another beside the one on the stage. Of each only its result's file is kept.
 import { Cancelled, Cleaner } from './cleaner.js';
-import type { Settings } from './found.js';
-import { sentenceOf } from './pattern.js';
+import { sentenceOf, type Settings } from './found.js';
 import { cleanName, readPicture, writePicture } from './picture_file.js';
 import { Refusal } from './refusal.js';
 import { batchWords, refusals } from './words.js';
@@ -80,7 +79,8 @@ export class Batch {
       if (run !== this.run) return;
       cleaner = this.cleaner = new Cleaner({ progress: () => undefined, needs: () => undefined });
       await cleaner.open(picture);
-      const { found } = await cleaner.decide(settings);
+      await cleaner.decide(settings);
+      const { found } = await cleaner.look('flat');
       const { samples } = await cleaner.restore();
       cleaner.cancel(); // its memory goes before the file is made
       const file = await writePicture(picture, samples, found);

@@ -5,6 +5,7 @@ import type { Answer, Decision, Rectangle, Request } from './protocol.js';
 import type { ReadPicture } from './file_protocol.js';
 import type { Settings } from './found.js';
 import type { Samples } from './samples.js';
+import type { Shape } from './words.js';
 
 export class Cancelled extends Error {}
 
@@ -36,11 +37,16 @@ export class Cleaner {
   async open({ samples, orientation, light, resolution }: ReadPicture): Promise<void> {
     await this.ask({ kind: 'open', samples, orientation, light, resolution }, [samples.bytes.buffer]);
   }
-  async decide(settings: Settings): Promise<Decision> {
-    return decisionOf(await this.ask({ kind: 'decide', settings }));
+  /** Quickly: while a setting moves; the last decision is not made so. */
+  async decide(settings: Settings, isQuick = false): Promise<void> {
+    await this.ask({ kind: 'decide', settings, isQuick });
   }
-  async turn(dx: number, dy: number, takenOut: boolean): Promise<Decision> {
-    return decisionOf(await this.ask({ kind: 'turn', dx, dy, takenOut }));
+  async turn(dx: number, dy: number, takenOut: boolean): Promise<void> {
+    await this.ask({ kind: 'turn', dx, dy, takenOut });
+  }
+  /** What was decided last, with its pictures. */
+  async look(shape: Shape): Promise<Decision> {
+    return decisionOf(await this.ask({ kind: 'look', shape }));
   }
   /** The result as it goes into a file, and as it is shown. */
   async restore(): Promise<{ samples: Samples; shown: Uint8ClampedArray }> {
@@ -48,8 +54,13 @@ export class Cleaner {
     if (answer.kind !== 'result') throw new Refusal(refusals.broken(answer.kind));
     return { samples: answer.samples, shown: new Uint8ClampedArray(answer.shown) };
   }
-  async part(part: Rectangle): Promise<Uint8ClampedArray> {
-    const answer = await this.ask({ kind: 'part', part });
+  /** Does beforehand what the first live() of a part would have to. */
+  async prepare(part: Rectangle): Promise<void> {
+    await this.ask({ kind: 'prepare', part });
+  }
+  /** The part as it will be, but for the last polish. */
+  async live(part: Rectangle): Promise<Uint8ClampedArray> {
+    const answer = await this.ask({ kind: 'live', part });
     if (answer.kind !== 'part') throw new Refusal(refusals.broken(answer.kind));
     return new Uint8ClampedArray(answer.shown);
   }

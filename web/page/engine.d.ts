@@ -9,14 +9,15 @@ export interface Engine {
   _tessaline_web_give_back(block: number): void;
   _tessaline_web_analyse(): number;
   _tessaline_web_decide(
-    isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;
+    isQuick: number, isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;
   _tessaline_web_turn_peak(dx: number, dy: number, isTakenOut: number): number;
   _tessaline_web_findings(horizontal: number, vertical: number): number;
   _tessaline_web_restore(): number;
   _tessaline_web_result(): number;
-  _tessaline_web_restore_part(x: number, y: number, width: number, height: number): number;
-  _tessaline_web_part(): number;
+  _tessaline_web_prepare_live(x: number, y: number, width: number, height: number): number;
+  _tessaline_web_draw_live(x: number, y: number, width: number, height: number): number;
   _tessaline_web_draw_spectrum(): number;
+  _tessaline_web_draw_surface(): number;
   _tessaline_web_draw_mask(): number;
 }
 export default function makeEngine(options: { tell(part: number): void }): Promise<Engine>;

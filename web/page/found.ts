@@ -1,4 +1,6 @@
 // What the engine found, as web/found_json.cpp writes it.
+import { says } from './words.js';
+
 export interface Repeat {
   dx: number;
   dy: number;
@@ -21,6 +23,7 @@ export interface Found {
   transformSize: number;
   patternFound: boolean;
   patternCells: number;
+  pattern: { text: string; isPlural: boolean };
   threshold: number | null;
   notches: Notch[];
   peaks: Peak[];
@@ -46,4 +49,8 @@ export interface Resolution {
 export interface Choice extends Repeat {
   takenOut: boolean;
   why: string;
+}
+
+export function sentenceOf({ patternFound, pattern }: Found): string {
+  return patternFound ? says.takenOut(pattern.text, pattern.isPlural) : says.nothing;
 }

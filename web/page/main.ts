@@ -1,16 +1,15 @@
 // The page: one picture at a time, opened, cleaned by itself, looked at, changed, saved.
 import { Batch } from './batch.js';
 import { Cancelled, Cleaner } from './cleaner.js';
-import { standardSettings, type Choice, type Settings } from './found.js';
-import { choicesOf, sentenceOf } from './pattern.js';
+import { sentenceOf, standardSettings, type Choice, type Settings } from './found.js';
 import { cleanName, readPicture, writePicture, type Picture } from './picture_file.js';
 import type { Decision } from './protocol.js';
 import { Refusal } from './refusal.js';
 import { commandFor, reportOf } from './report.js';
 import type { Samples } from './samples.js';
-import { SpectrumView } from './spectrum_view.js';
+import { choicesOf, SpectrumView } from './spectrum_view.js';
 import { Viewer, type Layers } from './viewer.js';
-import { labels, refusals, samples, says, sliders, views, type Label, type View } from './words.js';
+import { labels, refusals, samples, says, shapes, sliders, views, type Label, type Shape, type View } from './words.js';
 
 function element<T extends HTMLElement = HTMLElement>(id: string): T {
   return document.getElementById(id) as T;
@@ -19,12 +18,14 @@ const button = (id: string): HTMLButtonElement => element<HTMLButtonElement>(id)
 
 interface Work {
   picture: Picture;
+  begun: number;
   cleaner: Cleaner;
   layers: Layers;
   decision: Decision | null;
   choices: Choice[];
   after: ImageData | null;
   result: Samples | null;
+  isStale: boolean; // something was changed since
 }
 
 /** What the user changed since the engine last answered. */
@@ -32,6 +33,8 @@ interface Wanted {
   turns: Choice[];
   decide: boolean;
   whole: boolean;
+  onlyLook: boolean; // nothing but the spectrum's picture is another
+  since: number; // when the first of it was, milliseconds
 }
 
 type SliderName = keyof typeof sliders;
@@ -42,6 +45,8 @@ const ranges: Record<SliderName, { min: number; max: number; step: number }> = {
   protectionRadius: { min: 1, max: 128, step: 0.5 },
 };
 const sliderNames = Object.keys(ranges) as SliderName[];
+
+const pauseBeforeLooking = 30; // milliseconds
 
 let settings: Settings = { ...standardSettings };
 let work: Work | null = null;
@@ -73,11 +78,11 @@ function showProgress(part: number | null): void {
 }
 
 function showState(): void {
-  const isDone = work?.after != null;
+  const isDone = work?.after != null && !work.isStale;
   document.body.dataset['state'] = isDone ? 'done' : work ? 'working' : 'empty';
   element('welcome').hidden = work !== null;
   for (const id of ['save', 'report']) button(id).disabled = !isDone;
-  for (const id of ['tag-before', 'tag-after']) element(id).hidden = !isDone;
+  for (const id of ['tag-before', 'tag-after']) element(id).hidden = work?.after == null;
   element('command').textContent = commandFor(work?.picture.name ?? 'scan.png', work ? cleanName(work.picture) : 'scan-clean.png', settings);
   for (const name of sliderNames) {
     const hides = { acceptance: settings.isAutomatic, sensitivity: !settings.isAutomatic };
@@ -99,13 +104,14 @@ function close(): void {
 
 async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<void> {
   const opening = ++openings;
+  const begun = performance.now();
   close();
   say(says.reading(name));
   try {
     const picture = await readPicture(name, await fetchBlob());
     const before = await createImageBitmap(picture.shown);
     if (opening !== openings) return;
-    await clean(begin(picture, before));
+    await clean(begin(picture, before, begun));
   } catch (error) {
     if (opening !== openings) return;
     close();
@@ -113,9 +119,12 @@ async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<v
   }
 }
 
-function begin(picture: Picture, before: ImageBitmap): Work {
+function begin(picture: Picture, before: ImageBitmap, begun: number): Work {
   const cleaner = new Cleaner({ progress: showProgress, needs: (bytes) => say(says.looking(bytes)) });
-  work = { picture, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null, result: null };
+  work = {
+    picture, begun, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null,
+    result: null, isStale: false,
+  };
   viewer.show(work.layers);
   showProgress(0);
   showState();
@@ -124,7 +133,8 @@ function begin(picture: Picture, before: ImageBitmap): Work {
 
 async function clean(own: Work): Promise<void> {
   await own.cleaner.open(own.picture);
-  await takeDecision(own, await own.cleaner.decide(settings));
+  await own.cleaner.decide(settings);
+  await takeDecision(own, await own.cleaner.look(shape()));
   await restoreWhole(own);
 }
 
@@ -133,7 +143,7 @@ async function takeDecision(own: Work, decision: Decision): Promise<void> {
   own.decision = decision;
   const mask = new ImageData(new Uint8ClampedArray(decision.mask), 512, 512);
   own.layers.mask = await createImageBitmap(mask);
-  spectrum.show(decision.spectrum, own.choices);
+  spectrum.show(decision, own.choices);
 }
 
 async function restoreWhole(own: Work): Promise<void> {
@@ -149,7 +159,10 @@ async function restoreWhole(own: Work): Promise<void> {
   viewer.show(own.layers, true);
   showProgress(null);
   if (own.decision) say(sentenceOf(own.decision.found));
+  own.isStale = wanted !== null;
+  document.body.dataset['cleanedMilliseconds'] = String(Math.round(performance.now() - own.begun));
   showState();
+  prepareLive();
 }
 
 async function drawTaken(own: Work): Promise<void> {
@@ -163,13 +176,16 @@ async function drawTaken(own: Work): Promise<void> {
 // Changes ---------------------------------------------------------------------------------------------------------------
 
 function want(change: Partial<Wanted>): void {
+  if (work && !change.onlyLook) work.isStale = true;
   showState();
   if (!work?.decision) return;
-  const { turns = [], decide = false, whole = false } = change;
+  const { turns = [], decide = false, whole = false, onlyLook = false } = change;
   wanted = {
     turns: [...(decide ? [] : wanted?.turns ?? []), ...turns],
     decide: decide || (wanted?.decide ?? false),
     whole: whole || (wanted?.whole ?? false),
+    onlyLook: onlyLook && (wanted?.onlyLook ?? true),
+    since: wanted?.since ?? performance.now(),
   };
   if (!isRefreshing) void refresh(work);
 }
@@ -179,11 +195,17 @@ async function refresh(own: Work): Promise<void> {
   isRefreshing = true;
   try {
     while (wanted && work === own) {
-      const { turns, decide, whole }: Wanted = wanted;
+      const { turns, decide, whole, onlyLook, since }: Wanted = wanted;
       wanted = null;
-      if (decide) await takeDecision(own, await own.cleaner.decide(settings));
-      for (const { dx, dy, takenOut } of turns) await takeDecision(own, await own.cleaner.turn(dx, dy, !takenOut));
-      await showVisiblePart(own);
+      const asked = [
+        ...(decide ? [own.cleaner.decide(settings, !whole)] : []),
+        ...turns.map(({ dx, dy, takenOut }) => own.cleaner.turn(dx, dy, !takenOut)),
+        ...(onlyLook ? [] : [showVisiblePart(own, since)]),
+      ];
+      await Promise.all(asked);
+      await new Promise((resolve) => setTimeout(resolve, pauseBeforeLooking));
+      if (wanted && !whole) continue; // the hand is faster than the spectrum's picture
+      await takeDecision(own, await own.cleaner.look(shape()));
       if (whole && !wanted) await restoreWhole(own);
     }
   } catch (error) {
@@ -196,14 +218,19 @@ async function refresh(own: Work): Promise<void> {
   }
 }
 
-async function showVisiblePart(own: Work): Promise<void> {
+async function showVisiblePart(own: Work, since: number): Promise<void> {
   const part = viewer.visiblePart();
   if (!part || !own.layers.after) return;
-  const begun = performance.now();
-  const pixels = await own.cleaner.part(part);
-  viewer.showPatch(await createImageBitmap(new ImageData(pixels, part.width, part.height)), part);
-  document.body.dataset['partMilliseconds'] = String(Math.round(performance.now() - begun));
-  showProgress(null);
+  const pixels = await own.cleaner.live(part);
+  await viewer.showPatch(await createImageBitmap(new ImageData(pixels, part.width, part.height)), part);
+  document.body.dataset['livePart'] = JSON.stringify(part);
+  document.body.dataset['liveMilliseconds'] = String(Math.round(performance.now() - since));
+}
+
+/** Before a slider moves: the part that will follow it. */
+function prepareLive(): void {
+  const part = viewer.visiblePart();
+  if (part && work?.after && !isRefreshing) work.cleaner.prepare(part).catch(() => undefined); // live() tells
 }
 
 // Saving ----------------------------------------------------------------------------------------------------------------
@@ -251,6 +278,7 @@ function makeSlider(name: SliderName): HTMLElement {
   const { min, max, step } = ranges[name];
   const input = Object.assign(document.createElement('input'), { type: 'range', id: name });
   Object.assign(input, { min, max, step });
+  input.setAttribute('aria-label', sliders[name]);
   input.value = String(settings[name]);
   value.textContent = input.value;
   input.oninput = () => {
@@ -261,6 +289,20 @@ function makeSlider(name: SliderName): HTMLElement {
   input.onchange = () => want({ decide: true, whole: true });
   row.append(sliders[name], value, input);
   return row;
+}
+
+const shape = (): Shape =>
+  (document.querySelector<HTMLElement>('#shapes [aria-pressed=true]')?.dataset['shapeChoice'] ?? 'flat') as Shape;
+
+function makeShape(choice: Shape): HTMLElement {
+  const press = Object.assign(document.createElement('button'), { textContent: shapes[choice] });
+  press.dataset['shapeChoice'] = choice;
+  press.setAttribute('aria-pressed', String(choice === 'flat'));
+  press.onclick = () => {
+    for (const other of element('shapes').children) other.setAttribute('aria-pressed', String(other === press));
+    if (work?.decision) want({ onlyLook: true });
+  };
+  return press;
 }
 
 const currentView = (): View =>
@@ -339,6 +381,8 @@ function listenForButtons(): void {
 
 putWords();
 element('sliders').append(...sliderNames.map(makeSlider));
+for (const approach of ['pointerenter', 'focusin']) element('sliders').addEventListener(approach, prepareLive);
+element('shapes').append(...(Object.keys(shapes) as Shape[]).map(makeShape));
 element('views').append(...(Object.keys(views) as View[]).map(makeView));
 element('samples').append(...Object.entries(samples).map(([file, title]) => makeSample(file, title)));
 listenForFiles();

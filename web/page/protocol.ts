@@ -2,6 +2,7 @@
 import type { Light } from './file_protocol.js';
 import type { Found, Resolution, Settings } from './found.js';
 import type { Samples } from './samples.js';
+import type { Shape } from './words.js';
 
 /** Of the upright picture, as it is shown. */
 export interface Rectangle {
@@ -13,13 +14,16 @@ export interface Rectangle {
 
 export type Request =
   | { kind: 'open'; samples: Samples; orientation: number; light: Light; resolution: Resolution | null }
-  | { kind: 'decide'; settings: Settings }
+  | { kind: 'decide'; settings: Settings; isQuick: boolean }
   | { kind: 'turn'; dx: number; dy: number; takenOut: boolean }
+  | { kind: 'look'; shape: Shape }
   | { kind: 'restore' }
-  | { kind: 'part'; part: Rectangle };
+  | { kind: 'prepare'; part: Rectangle }
+  | { kind: 'live'; part: Rectangle };
 
 export interface Decision {
   found: Found;
+  shape: Shape; // of the spectrum
   spectrum: ArrayBuffer;
   mask: ArrayBuffer;
 }

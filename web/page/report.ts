@@ -30,11 +30,12 @@ function parametersOf(settings: Settings): object {
 
 export function reportOf(picture: Picture, settings: Settings, found: Found): string {
   const { width, height, bits, colours, extras } = picture.samples;
+  const { pattern: _, ...members } = found; // the program's report has no names
   const entry = {
     input: picture.name, output: cleanName(picture), status: 0, format: picture.origin.format, width, height,
     colours: colours === 3 ? 'rgb' : 'grey', bitsPerSample: bits, extraChannels: extras,
     pixelsPerInch: picture.resolution ? [picture.resolution.horizontal, picture.resolution.vertical] : null,
-    parameters: parametersOf(settings), ...found,
+    parameters: parametersOf(settings), ...members,
   };
   return JSON.stringify({ report: 'tessaline', reportVersion: 1, pictures: [entry] }, null, 2) + '\n';
 }

@@ -10,9 +10,9 @@ interface InstallEvent extends Event {
 const store = 'tessaline';
 const files = [
   './', 'style.css', 'batch.js', 'bytes.js', 'cleaner.js', 'engine.js', 'engine.wasm', 'file_worker.js', 'found.js', 'jpeg.js', 'jpeg.wasm', 'jpeg_file.js',
-  'light.js', 'main.js', 'pattern.js', 'picture_file.js', 'png_chunks.js', 'png_file.js', 'refusal.js', 'report.js', 'samples.js',
+  'light.js', 'main.js', 'picture_file.js', 'png_chunks.js', 'png_file.js', 'refusal.js', 'report.js', 'samples.js',
   'spectrum_view.js', 'tiff_codes.js', 'tiff_file.js', 'tiff_tags.js', 'viewer.js', 'webp_file.js', 'words.js', 'worker.js', 'zip.js',
-  'samples/newsprint.png', 'samples/rosette.png', 'samples/line-noise.png',
+  'samples/newsprint.jpg', 'samples/rosette.jpg', 'samples/line-noise.jpg',
 ];
 
 async function fetchAndKeep(request: Request): Promise<Response> {

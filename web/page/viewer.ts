@@ -21,6 +21,7 @@ export class Viewer {
   private border = 0.5; // of the stage's width
   private isFitted = true;
   private isWaiting = false;
+  private whenDrawn: (() => void)[] = [];
   private readonly pointers = new Map<number, { x: number; y: number }>();
   private readonly canvas: HTMLCanvasElement;
   private readonly split: HTMLElement;
@@ -40,9 +41,11 @@ export class Viewer {
     this.redraw();
   }
   /** A part of the result that is newer than the rest of it. */
-  showPatch(bitmap: ImageBitmap, part: Rectangle): void {
+  showPatch(bitmap: ImageBitmap, part: Rectangle): Promise<void> {
+    this.patch?.bitmap.close();
     this.patch = { bitmap, part };
     this.redraw();
+    return new Promise((resolve) => this.whenDrawn.push(resolve));
   }
   setView(view: View): void {
     this.view = view;
@@ -172,6 +175,7 @@ export class Viewer {
     requestAnimationFrame(() => {
       this.isWaiting = false;
       this.draw();
+      for (const tell of this.whenDrawn.splice(0)) tell();
     });
   }
 

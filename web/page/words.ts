@@ -10,7 +10,7 @@ export const labels = {
   pictures: 'Pictures', saveAll: 'Save all (ZIP)', stopAll: 'Stop',
   zoomOut: '−', zoomIn: '+', zoomFit: 'Fit', zoomOne: '100 %',
   stageLabel: 'Picture. Arrow keys move it, plus and minus zoom, 0 fits it, 1 shows it at 100 percent.',
-  splitLabel: 'Border between before and after, in percent', viewLabel: 'View', zoomLabel: 'Zoom',
+  splitLabel: 'Border between before and after, in percent', viewLabel: 'View', shapeLabel: 'Spectrum', zoomLabel: 'Zoom',
   spectrumLabel: 'Spectrum of the picture: what is taken out is red, the protected middle is blue',
 };
 export type Label = keyof typeof labels;
@@ -18,8 +18,11 @@ export type Label = keyof typeof labels;
 export const views = { split: 'Before | after', after: 'After', taken: 'What was taken out', mask: 'Mask' };
 export type View = keyof typeof views;
 
+export const shapes = { flat: 'From above', surface: 'As a surface' };
+export type Shape = keyof typeof shapes;
+
 export const samples: Record<string, string> = {
-  'newsprint.png': 'Newsprint', 'rosette.png': 'Four-ink print', 'line-noise.png': 'Line noise',
+  'newsprint.jpg': 'Newsprint', 'rosette.jpg': 'Four-ink print', 'line-noise.jpg': 'Line noise',
 };
 
 export const sliders = {
@@ -80,14 +83,6 @@ export const batchWords = {
   open: (name: string) => `Look at ${name}`,
   save: 'Save', saveOne: (name: string) => `Save what ${name} became`,
   tooMuch: 'The results are more than one ZIP file holds (4 GiB); save them one by one.',
-};
-
-export const patterns = {
-  unknown: 'a pattern', screens: 'screens', screen: 'screen', line: 'line pattern',
-  lpi: (value: string) => `${value} lpi `,
-  period: (value: string) => ` of period ${value} px`,
-  at: (angles: string) => ` at ${angles} deg`,
-  and: ' and ',
 };
 
 export const verdicts: Record<string, string> = { used: 'part of the pattern' };

@@ -3,7 +3,8 @@ import makeEngine, { type Engine } from './engine.js';
 import type { Light } from './file_protocol.js';
 import type { Found, Resolution } from './found.js';
 import type { Answer, Decision, Request } from './protocol.js';
-import { pixelBytes, shownUpright, storedPlace, type Samples } from './samples.js';
+import { pixelBytes, shownUpright, storedPlace, upright, type Samples } from './samples.js';
+import type { Shape } from './words.js';
 
 interface Port {
   postMessage(answer: Answer, transfer?: Transferable[]): void;
@@ -84,14 +85,14 @@ function setLight(engine: Engine, light: Light): void {
   engine._tessaline_web_give_back(address);
 }
 
-/** Samples of the picture or of a part of it, as a file has them. */
+/** Samples of the picture, as a file has them. */
 function samplesAt(engine: Engine, address: number, width: number, height: number): Samples {
   const samples: Samples = { ...layout, width, height, bytes: bytesAt(engine, address, width * height * pixelBytes(layout)) };
   if (layout.bits === 16) fromEngine(new Uint16Array(samples.bytes.buffer));
   return samples;
 }
 
-function decision(engine: Engine): Decision {
+function decision(engine: Engine, shape: Shape): Decision {
   const text = engine._tessaline_web_findings(resolution?.horizontal ?? 0, resolution?.vertical ?? 0);
   if (text === 0) throw new OutOfMemory();
   const bytes = 4 * spectrumSide * spectrumSide;
@@ -99,7 +100,8 @@ function decision(engine: Engine): Decision {
   isPatternFound = found.patternFound;
   return {
     found,
-    spectrum: bytesAt(engine, engine._tessaline_web_draw_spectrum(), bytes).buffer,
+    shape,
+    spectrum: bytesAt(engine, shape === 'flat' ? engine._tessaline_web_draw_spectrum() : engine._tessaline_web_draw_surface(), bytes).buffer,
     mask: bytesAt(engine, engine._tessaline_web_draw_mask(), bytes).buffer,
   };
 }
@@ -111,22 +113,29 @@ function answerOf(engine: Engine, request: Request): Answer {
       return { kind: 'done' };
     case 'decide': {
       const { isAutomatic, acceptance, sensitivity, notchRadius, protectionRadius } = request.settings;
-      demand(engine._tessaline_web_decide(Number(isAutomatic), acceptance, sensitivity, notchRadius, protectionRadius));
-      return { kind: 'decision', decision: decision(engine) };
+      demand(engine._tessaline_web_decide(Number(request.isQuick), Number(isAutomatic), acceptance, sensitivity, notchRadius, protectionRadius));
+      return { kind: 'done' };
     }
     case 'turn':
       demand(engine._tessaline_web_turn_peak(request.dx, request.dy, Number(request.takenOut)));
-      return { kind: 'decision', decision: decision(engine) };
+      return { kind: 'done' };
+    case 'look':
+      return { kind: 'decision', decision: decision(engine, request.shape) };
     case 'restore': {
       demand(engine._tessaline_web_restore());
       const samples = samplesAt(engine, engine._tessaline_web_result(), layout.width, layout.height);
       return { kind: 'result', samples, shown: shownUpright(samples, orientation).bytes.buffer };
     }
-    case 'part': {
+    case 'prepare': {
       const { x, y, width, height } = storedPlace(request.part, orientation, layout.width, layout.height);
-      demand(engine._tessaline_web_restore_part(x, y, width, height));
-      const samples = samplesAt(engine, engine._tessaline_web_part(), width, height);
-      return { kind: 'part', shown: shownUpright(samples, orientation).bytes.buffer };
+      demand(engine._tessaline_web_prepare_live(x, y, width, height));
+      return { kind: 'done' };
+    }
+    case 'live': {
+      const { x, y, width, height } = storedPlace(request.part, orientation, layout.width, layout.height);
+      const bytes = bytesAt(engine, engine._tessaline_web_draw_live(x, y, width, height), 4 * width * height);
+      const drawn: Samples = { width, height, bits: 8, colours: 3, extras: 1, bytes };
+      return { kind: 'part', shown: upright(drawn, orientation).bytes.buffer };
     }
   }
 }

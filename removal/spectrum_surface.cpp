@@ -3,13 +3,12 @@
 // The spectrum is reduced to a grid of vertices. Every column of the view is a ray that walks the grid from
 // front to back; what rises above all that came before is painted from there up. Spans are weighed by the
 // part of a pixel that they cover, so edges are smooth.
+#include "removal/spectrum_surface.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 
-#include "buffers/buffer_table.h"
-#include "dialog/spectrum_levels.h"
-#include "dialog/spectrum_painting.h"
 #include "image/pixel_kind.h"
 #include "image/result_codes.h"
 #include "platform/memory.h"
@@ -18,7 +17,7 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kGrid = 256;  // vertices along each side
+constexpr int32_t kGrid = kSurfaceGrid;  // vertices along each side
 constexpr size_t kGridCells = size_t{kGrid} * kGrid;
 
 // A colour and a weight, or a vertex: lane 0 is coverage or height, lanes 1 to 3 red, green, blue on 0..255.
@@ -27,7 +26,8 @@ typedef int32_t WholeLanes __attribute__((vector_size(16)));
 
 // Vertices stand column by column, front to back, as the rays read them. The odd length of a column keeps
 // neighbours apart in the cache.
-constexpr int32_t kVertexColumn = kGrid + 4;
+constexpr int32_t kVertexColumn = kSurfaceVertexColumn;
+static_assert(sizeof(Lanes) == kSurfaceVertexBytes);
 
 // One instruction each, unlike std::max with its references to operands that wait in registers.
 inline float Larger(float a, float b) {
@@ -37,11 +37,12 @@ inline float Smaller(float a, float b) {
   return a < b ? a : b;
 }
 
-// Planes of the grid in "Temp buffer", row by row, back to front.
+// Planes of the grid, row by row, back to front.
 enum GridPlane : int32_t { kMeanPlane, kHighestPlane, kMaskPlane, kHeightPlane, kWorkPlane, kGridPlanes };
+static_assert(kGridPlanes == kSurfacePlanes);
 
-float* Plane(int32_t gridSlot, GridPlane plane) {
-  return reinterpret_cast<float*>(BufferRow(gridSlot, plane * kGrid));
+float* Plane(float* grid, GridPlane plane) {
+  return grid + static_cast<size_t>(plane) * kGridCells;
 }
 
 // First spectrum cell of a grid cell; the next one's first is its end, but every grid cell has one at least.
@@ -67,7 +68,7 @@ void JoinCells(const float* cells, int32_t width, Join join, float* gridRow) {
 }
 
 // Mean and highest level and mean mask (0..1 all three) of the spectrum cells under every grid cell.
-int32_t ReduceToGrid(const SpectrumReader& reader, int32_t gridSlot) {
+int32_t ReduceToGrid(const SpectrumRows& reader, float* grid) {
   const int32_t width = reader.width();
   const auto block = AllocateBlock<float>(5 * static_cast<size_t>(width));
   if (!block) return kOutOfMemory;
@@ -99,9 +100,9 @@ int32_t ReduceToGrid(const SpectrumReader& reader, int32_t gridSlot) {
       reader.LoadMask(y, row);
       for (int32_t x = 0; x < width; ++x) maskSums[x] += row[x];
     }
-    float* const mean = Plane(gridSlot, kMeanPlane) + static_cast<size_t>(gridY) * kGrid;
-    float* const most = Plane(gridSlot, kHighestPlane) + static_cast<size_t>(gridY) * kGrid;
-    float* const mask = Plane(gridSlot, kMaskPlane) + static_cast<size_t>(gridY) * kGrid;
+    float* const mean = Plane(grid, kMeanPlane) + static_cast<size_t>(gridY) * kGrid;
+    float* const most = Plane(grid, kHighestPlane) + static_cast<size_t>(gridY) * kGrid;
+    float* const mask = Plane(grid, kMaskPlane) + static_cast<size_t>(gridY) * kGrid;
     JoinCells(sums, width, add, mean);
     JoinCells(highest, width, takeLarger, most);
     JoinCells(maskSums, width, add, mask);
@@ -153,12 +154,12 @@ float GroundLevel(const float* calm) {
 }
 
 // Heights 0..1: the calmed mean level, and on it, as small cones, the peaks that stand out of the noise.
-void RaiseHeights(int32_t gridSlot) {
-  float* const calm = Plane(gridSlot, kMeanPlane);
-  const float* const highest = Plane(gridSlot, kHighestPlane);
-  float* const heights = Plane(gridSlot, kHeightPlane);
-  SmoothGrid(calm, Plane(gridSlot, kWorkPlane));
-  SmoothGrid(calm, Plane(gridSlot, kWorkPlane));
+void RaiseHeights(float* grid) {
+  float* const calm = Plane(grid, kMeanPlane);
+  const float* const highest = Plane(grid, kHighestPlane);
+  float* const heights = Plane(grid, kHeightPlane);
+  SmoothGrid(calm, Plane(grid, kWorkPlane));
+  SmoothGrid(calm, Plane(grid, kWorkPlane));
 
   double excess = 0.0;
   for (size_t i = 0; i < kGridCells; ++i) {
@@ -234,10 +235,10 @@ void ProtectionRow(const ProtectedDisc& disc, int32_t gridY, float cellsPerVerte
 }
 
 // Heights and colours of all vertices, into `vertices`.
-void ColorVertices(int32_t gridSlot, const SpectrumReader& reader, const ProtectedDisc& disc,
+void ColorVertices(float* grid, const SpectrumRows& reader, const ProtectedDisc& disc,
                    HighlightColor highlight, Lanes* vertices) {
-  const float* const heights = Plane(gridSlot, kHeightPlane);
-  const float* const masks = Plane(gridSlot, kMaskPlane);
+  const float* const heights = Plane(grid, kHeightPlane);
+  const float* const masks = Plane(grid, kMaskPlane);
   const Lanes removedColor = ColorLanes(highlight);
   const Lanes keptColor = ColorLanes(ProtectColor(highlight)) * 0.8f + kPeakColor * 0.2f;
   const float cellsPerVertexX = static_cast<float>(reader.width()) / kGrid;
@@ -273,7 +274,7 @@ struct Scene {
   float wallFoot;                 // view row of the lower edge of the front wall
 };
 
-Scene PlaceScene(const BufferShape& view, int32_t spectrumWidth, float scale) {
+Scene PlaceScene(const ImageView& view, int32_t spectrumWidth, float scale) {
   const float side = std::min(static_cast<float>(spectrumWidth) * scale,
                               static_cast<float>(std::min(view.width, view.height)));
   const float top = (static_cast<float>(view.height) - side) * 0.5f;
@@ -367,13 +368,10 @@ void FillVisible(const RayPoints& points, int32_t count, float wallFoot, Lanes* 
   }
 }
 
-int32_t PaintScene(const Scene& scene, const Lanes* vertices, int32_t viewSlot) {
-  const BufferShape view = ShapeOf(viewSlot);
+int32_t PaintScene(const Scene& scene, const Lanes* vertices, const ImageView& view) {
   // The scene lies inside the view; FillShortSpan adds nothing to two pixels more.
   const auto column = AllocateBlock<Lanes>(static_cast<size_t>(view.height) + 2);
   if (!column) return kOutOfMemory;
-  uint8_t* const pixels = BufferRow(viewSlot, 0);
-  const size_t rowBytes = static_cast<size_t>(view.width) * 3;
   constexpr int32_t kRaysPerColumn = 2;
   RayPoints points;
   for (int32_t x = 0; x < view.width; ++x) {
@@ -383,33 +381,52 @@ int32_t PaintScene(const Scene& scene, const Lanes* vertices, int32_t viewSlot) 
       const int32_t count = CastRay(scene, static_cast<float>(x) + part, vertices, &points);
       FillVisible(points, count, scene.wallFoot, column.get());
     }
-    uint8_t* pixel = pixels + static_cast<size_t>(x) * 3;
-    for (int32_t y = 0; y < view.height; ++y, pixel += rowBytes) {
+    for (int32_t y = 0; y < view.height; ++y) {
+      uint8_t* const pixel = view.Row(y) + static_cast<size_t>(x) * 3;
       const Lanes painted = column[y] * (1.0f / kRaysPerColumn);
       const Lanes color = painted + kBackground * (1.0f - painted[0]) + 0.5f;
       const auto levels = __builtin_convertvector(color < kWhite ? color : kWhite, WholeLanes);
       for (int32_t c = 0; c < 3; ++c) pixel[c] = static_cast<uint8_t>(levels[c + 1]);
     }
   }
-  MarkDirty(viewSlot);
   return kSuccess;
 }
 
 }  // namespace
 
-int32_t PaintSpectrum3D(const SpectrumSource& source, float scale, HighlightColor highlight) {
-  SpectrumReader reader;
-  int32_t result = reader.Open(source, scale);
+HighlightColor ProtectColor(HighlightColor highlight) {
+  const int32_t channels[3] = {highlight.red, highlight.green, highlight.blue};
+  const int32_t least = *std::min_element(channels, channels + 3);
+  const int32_t span = *std::max_element(channels, channels + 3) - least;
+  constexpr int32_t kLeastSpan = 48;  // greyer than this has no hue to oppose
+  if (span < kLeastSpan) return {0, 0, 255};
+  // The opposite of the pure hue. Where red or blue is strong in it, green goes: the opposite of red is blue.
+  int32_t opposite[3];
+  for (int32_t c = 0; c < 3; ++c) opposite[c] = 255 - (channels[c] - least) * 255 / span;
+  const int32_t strongest = std::max(opposite[0], opposite[2]);
+  if (strongest >= 128) {
+    opposite[1] = 0;
+    opposite[0] = opposite[0] * 255 / strongest;
+    opposite[2] = opposite[2] * 255 / strongest;
+  }
+  return {static_cast<uint8_t>(opposite[0]), static_cast<uint8_t>(opposite[1]),
+          static_cast<uint8_t>(opposite[2])};
+}
+
+ProtectedDisc DiscOf(int32_t spectrumWidth, float protectionRadius) {
+  const int32_t half = spectrumWidth / 2;
+  const bool isThere = protectionRadius > 0.0f && std::isfinite(protectionRadius);
+  return {half, isThere ? static_cast<float>(half) / protectionRadius : 0.0f};
+}
+
+int32_t DrawSpectrumSurface(const SpectrumRows& spectrum, float protectionRadius, float scale,
+                            HighlightColor highlight, const SurfaceMemory& memory, const ImageView& view) {
+  const int32_t result = ReduceToGrid(spectrum, memory.grid);
   if (result != kSuccess) return result;
-  OwnedBuffer grid, vertexBuffer;
-  result = grid.Create("Temp buffer", kGrid, kGrid * kGridPlanes, sizeof(float));
-  if (result == kSuccess) result = vertexBuffer.Create("Temp2 buffer", kVertexColumn, kGrid, sizeof(Lanes));
-  if (result == kSuccess) result = ReduceToGrid(reader, grid.slot());
-  if (result != kSuccess) return result;
-  RaiseHeights(grid.slot());
-  auto* const vertices = reinterpret_cast<Lanes*>(BufferRow(vertexBuffer.slot(), 0));
-  ColorVertices(grid.slot(), reader, DiscOf(reader.width(), source.protectionRadius), highlight, vertices);
-  return PaintScene(PlaceScene(ShapeOf(source.viewSlot), reader.width(), scale), vertices, source.viewSlot);
+  RaiseHeights(memory.grid);
+  auto* const vertices = reinterpret_cast<Lanes*>(memory.vertices);
+  ColorVertices(memory.grid, spectrum, DiscOf(spectrum.width(), protectionRadius), highlight, vertices);
+  return PaintScene(PlaceScene(view, spectrum.width(), scale), vertices, view);
 }
 
 }  // namespace tessaline
