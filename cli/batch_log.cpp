@@ -189,7 +189,7 @@ std::string Tally::Words(double seconds, bool isInterrupted) const {
   for (const auto& [status, count] : failed_) {
     const auto* const reason =
         std::find_if(std::begin(kReasons), std::end(kReasons),
-                     [status](const auto& row) { return static_cast<int>(row.status) == status; });
+                     [status = status](const auto& row) { return static_cast<int>(row.status) == status; });
     failures += count;
     reasons += (reasons.empty() ? "" : ", ") + std::to_string(count) + " " +
                (reason != std::end(kReasons) ? reason->words : "for no known reason");

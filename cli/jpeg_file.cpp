@@ -240,7 +240,9 @@ class Encoder {
       if (like.tables[i].empty()) continue;
       JQUANT_TBL*& table = info_.quant_tbl_ptrs[i];
       if (table == nullptr) table = jpeg_alloc_quant_table(reinterpret_cast<j_common_ptr>(&info_));
-      std::copy(like.tables[i].begin(), like.tables[i].end(), table->quantval);
+      // A damaged file may have steps of 0, by which the library would divide.
+      std::transform(like.tables[i].begin(), like.tables[i].end(), table->quantval,
+                     [](uint16_t step) { return std::max<UINT16>(step, 1); });
     }
   }
 

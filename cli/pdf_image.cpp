@@ -248,7 +248,10 @@ class TiffFront {
       offsets.push_back(row * kind_.RowBytes());
       counts.push_back(std::min(kRowsPerStrip, height - row) * kind_.RowBytes());
     }
-    const uint64_t front = kDirectory + 8 + kEntries * 20 + 8 + 16 * offsets.size() + profile_.size();
+    // A value of 8 bytes at most stands in its entry.
+    const auto behind = [](size_t bytes) { return bytes > 8 ? bytes : 0; };
+    const uint64_t front =
+        kDirectory + 8 + kEntries * 20 + 8 + 2 * behind(8 * offsets.size()) + behind(profile_.size());
     for (uint64_t& offset : offsets) offset += front;
     for (const uint8_t byte : {'M', 'M', '\0', '\x2B', '\0', '\x08', '\0', '\0'}) bytes_.push_back(byte);
     Put(kDirectory, 8);

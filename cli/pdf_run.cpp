@@ -160,7 +160,7 @@ class PdfRun {
     PageKind told = image.kind;
     if (told.model == ColourModel::kLab) told.model = ColourModel::kRgb;
     if (!(picture.kind(0) == told)) return false;
-    if (image.coding == PdfCoding::kJpeg) return true;
+    if (image.coding == PdfCoding::kJpeg) return picture.format().format == FileFormat::kJpeg;
     // In memory any number of bits is on the scale of 8 or 16.
     return picture.format().format == FileFormat::kJpeg2000 && BitsOfJpeg2000(picture.file()) == told.bits;
   }

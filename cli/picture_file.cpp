@@ -106,6 +106,8 @@ PictureFile::PictureFile(InputFile file)
   const StderrSilenced silenced;
   TakeLibraryError();
   format_ = &FormatOfContents(descriptor_, path_);
+  // What a document holds as a picture may be a document in turn.
+  if (format_->loader == nullptr) throw Unsupported(path_, "is a document where a picture is wanted");
   CheckEnding();
   if (format_->format == FileFormat::kTiff) {
     tiff_ = TiffStructure::Read(ByteSource(descriptor_));

@@ -24,6 +24,12 @@ if(TESSALINE_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+# libFuzzer comes with clang alone.
+set(TESSALINE_FUZZ OFF)
+if(TESSALINE_SANITIZE AND TESSALINE_TESTS AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  set(TESSALINE_FUZZ ON)
+endif()
+
 if(TESSALINE_SANITIZE_THREADS)
   add_compile_options(-O1 -g1 -fsanitize=thread)
   add_link_options(-fsanitize=thread)
@@ -56,6 +62,9 @@ function(tessaline_room name)
   endif()
   add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
   target_include_directories(tessaline_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  if(TESSALINE_FUZZ)  # the fuzzers see which ways their inputs take through the rooms
+    target_compile_options(tessaline_${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
   foreach(room IN LISTS ROOM_DEPENDS)
     target_link_libraries(tessaline_${name} PUBLIC tessaline_${room})
   endforeach()

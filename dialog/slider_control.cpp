@@ -189,8 +189,9 @@ void FormatScientific(double leading, int32_t exponent, LengthPrefixedText* text
 }
 
 void FormatFixed(double leading, int32_t exponent, int32_t decimals, LengthPrefixedText* text) {
+  int64_t decimalsLeft = decimals;
   for (int32_t i = 0; i < kMostDigits; ++i) {
-    if (i > exponent && --decimals < 0) return;
+    if (i > exponent && --decimalsLeft < 0) return;
     text->Append(TakeDigit(&leading));
     if (i == exponent) text->Append('.');
   }
@@ -235,10 +236,10 @@ int32_t SliderPositionOf(const SliderControl& slider, float value, PositionRound
 }
 
 float SliderValueAt(const SliderControl& slider, int32_t position) {
-  const int32_t computed = slider.isVertical ? slider.positions - position : position;
+  const int64_t computed = slider.isVertical ? int64_t{slider.positions} - position : position;
   if (slider.mapping == SliderMapping::kSquareRoot) {
     // The middle of the stretch of values that truncate to this position.
-    const double part = (computed + 0.5) / slider.positions;
+    const double part = (static_cast<double>(computed) + 0.5) / slider.positions;
     return ClampSliderValue(slider, static_cast<float>(part * part * slider.range + slider.minimum));
   }
   const float value = static_cast<float>(computed) * slider.positionStep + slider.minimum;

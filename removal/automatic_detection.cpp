@@ -290,8 +290,8 @@ bool IsPureComb(const std::vector<int32_t>& positions, double longestSpacing) {
   }
   const double span =
       Multiple(positions.back(), roughSpacing) - Multiple(positions.front(), roughSpacing) + 1;
-  return spacing <= longestSpacing && hits >= kFewestTeeth && 4 * hits >= 3.0 * positions.size() &&
-         hits >= 0.7 * span;
+  return spacing <= longestSpacing && hits >= kFewestTeeth &&
+         4 * hits >= 3.0 * static_cast<double>(positions.size()) && hits >= 0.7 * span;
 }
 
 // A comb among other harmonics of the axis (text beside a screened picture).

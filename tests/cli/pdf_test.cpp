@@ -167,6 +167,21 @@ TEST_F(Documents, FormAndBytesAreTheSameInEveryRunAndWhereNothingIsFound) {
   EXPECT_TRUE(std::filesystem::exists(folder / "m-4.png"));
 }
 
+// Whose rows are one strip of the file that the picture is taken out into.
+TEST_F(Documents, PicturesOfFewRowsAreLookedAt) {
+  const Picture flat = DrawScreen(1, 0, 8, 400, 64);
+  pdf.emptyPDF();
+  Object page = Object::parse("<< /Type /Page /MediaBox [0 0 99 99] /Resources << /XObject << >> >> >>");
+  page.getKey("/Resources")
+      .getKey("/XObject")
+      .replaceKey("/Flat", Image(flat, BytesOf(flat), "/ColorSpace /DeviceGray"));
+  page.replaceKey("/Contents", pdf.newStream("/Flat Do"));
+  QPDFPageDocumentHelper(pdf).addPage(pdf.makeIndirectObject(page), false);
+  Save(folder / "in.pdf", nullptr);
+  const Ended ended = RunProgram({"-a", kFindingAcceptance, folder / "in.pdf", folder / "out.pdf"});
+  EXPECT_EQ(0, ended.status) << ended.err;
+}
+
 TEST_F(Documents, WhatCannotBeKeptIsRefusedUntouched) {
   const auto expectRefusal = [&](const std::string& name, int status, const std::string& words,
                                  const std::string& output = "out.pdf") {

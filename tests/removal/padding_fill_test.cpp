@@ -47,7 +47,7 @@ TEST(PaddingFill, BlursThreeTimesAroundTheImageInTheMiddle) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) plane.Row(y)[2 * x] = static_cast<float>(random() % 32768);
     }
-    const auto placeImage = [&] {
+    const auto placeImage = [&, width = width, height = height] {
       for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) expected[(y + top) * kSize + x + left] = plane.Row(y)[2 * x];
       }
