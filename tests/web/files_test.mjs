@@ -69,8 +69,8 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     return new (isDeep ? Uint16Array : Uint8Array)(file.buffer.slice(from, from + (isDeep ? 2 : 1) * count));
   };
   // Everything the library tells of a file, its own view of it left out.
-  const told = (name) => execFileSync('vipsheader', ['-a', at(name)]).toString().split('\n').slice(1)
-    .filter((line) => !/^filename|^xmp-data|vips-loader|vips-sequential/.test(line)).sort().join('\n');
+  const told = (name) => [execFileSync('vipsheader', ['-a', at(name)]), name.endsWith('.tif') ? execFileSync('tiffinfo', [at(name)]) : ''].join('\n')
+    .split('\n').slice(1).filter((line) => !/^filename|^xmp-data|vips-loader|vips-sequential|offset/i.test(line)).sort().join('\n');
   const profile = (name) => execFileSync('bash', ['-c', `vipsheader -f icc-profile-data "$1" 2>&1 || true`, '-', at(name)]).toString();
 
   function makeFiles() {
@@ -104,6 +104,8 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     const icc = Buffer.from(profile('plain.png'), 'base64'), jfif = Buffer.from('JFIF\0\x01\x01\x01\x01\x2c\x01\x2c\0\0', 'latin1'); // 300 dpi
     writeFileSync(at('turned.jpg'), withJpegSegments(readFileSync(at('plain.jpg')),
       [[0xe0, jfif], [0xe1, Buffer.concat([Buffer.from('Exif\0\0'), exifBlock(6)])], [0xe2, Buffer.concat([Buffer.from('ICC_PROFILE\0\x01\x01'), icc])], [0xfe, Buffer.from('a scene')]]));
+    writeFileSync(at('exif.jpg'), withJpegSegments(readFileSync(at('plain.jpg')), [[0xe1, Buffer.concat([Buffer.from('Exif\0\0'), exifBlock(8)])]]));
+    for (const name of ['exif.tif', 'exif.png']) execFileSync(program, ['-q', '-a', '0', at('exif.jpg'), at(name)]); // 0: finds nothing
     vips('webpsave', '=rgba8.v', '=alpha.webp', '--lossless');
     vips('webpsave', '=rgb8.v', '=plain.webp', '--Q', '90', '--profile', 'srgb');
   }
@@ -207,7 +209,7 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     ['see-through.png', 'see-through-clean.png'], ['bits.png', 'bits-clean.png'], ['greya16.png', 'greya16-clean.png'],
     ['turned.jpg', 'turned-clean.jpg', 4], ['progressive.jpg', 'progressive-clean.jpg'], ['grey.jpg', 'grey-clean.jpg'],
     ['tiles.tif', 'tiles-clean.tif', 32], ['white-is-zero.tif', 'white-is-zero-clean.tif'], ['big-endian.tif', 'big-endian-clean.tif'],
-    ['planes.tif', 'planes-clean.tif'], ['rgba.tif', 'rgba-clean.tif'],
+    ['exif.png', 'exif-clean.png'], ['exif.tif', 'exif-clean.tif'], ['planes.tif', 'planes-clean.tif'], ['rgba.tif', 'rgba-clean.tif'],
     ['alpha.webp', 'alpha-clean.png'], ['plain.webp', 'plain-clean.png', 1],
   ]) await isSavedLikeTheProgram(...made);
   await worksThroughMany();

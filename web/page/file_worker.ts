@@ -87,7 +87,8 @@ async function readAsTiff(name: string, file: Uint8Array): Promise<Read> {
   demandUsable(name, kind.width, kind.height);
   const samples = whole(name, await readTiff(kind, file));
   const { tags } = kind, profile = tags.tags([Tags.profile])[0]?.bytes;
-  const light = profile ? lightOfProfile(profile, kind.colours) : lightOfExif(tags);
+  // As for the program, the EXIF of a TIFF file says nothing of its levels.
+  const light = profile ? lightOfProfile(profile, kind.colours) : null;
   return { samples, light, orientation: tags.orientation(), resolution: tags.resolution(), origin: { format: 'TIFF', form: tiffForm(kind) } };
 }
 

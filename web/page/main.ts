@@ -245,8 +245,15 @@ function download(name: string, blob: Blob): void {
 
 async function savePicture(): Promise<void> {
   if (!work?.result || !work.decision) return;
-  const { picture, result, decision } = work;
-  download(cleanName(picture), await writePicture(picture, result, decision.found));
+  const { picture, result, decision } = work, name = cleanName(picture), before = element('sentence').textContent ?? '';
+  button('save').disabled = true;
+  say(says.saving(name));
+  try {
+    download(name, await writePicture(picture, result, decision.found));
+    say(before);
+  } finally {
+    showState();
+  }
 }
 
 function saveReport(): void {

@@ -26,7 +26,8 @@ export function pngKind(chunks: Chunk[]): Kind | null {
   const samples = samplesOfType[type], isPalette = type === 3;
   const allowed = isPalette ? [1, 2, 4, 8] : type === 0 ? [1, 2, 4, 8, 16] : [8, 16];
   if (samples === undefined || !allowed.includes(bits) || interlace > 1) return null;
-  return { width: view.getUint32(0), height: view.getUint32(4), bits, samples, isPalette, isInterlaced: interlace === 1 };
+  const [width, height] = [view.getUint32(0), view.getUint32(4)];
+  return width > 0 && height > 0 ? { width, height, bits, samples, isPalette, isInterlaced: interlace === 1 } : null;
 }
 
 function paeth(left: number, up: number, corner: number): number {

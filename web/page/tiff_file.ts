@@ -11,6 +11,8 @@ const whiteIsZero = 0, blackIsZero = 1, rgb = 2;
 const unassociatedAlpha = 2, unspecified = 0, mostSamples = 4;
 const stripBytes = 1 << 18, largestTile = 4096;
 
+const knowsPredictor = (compression: number): boolean => compression !== none && compression !== packBits;
+
 /** How the file stored its samples, and what it says of them: all that the result needs of it. */
 export interface TiffForm {
   compression: number;
@@ -106,7 +108,7 @@ export async function readTiff(kind: TiffKind, file: Uint8Array): Promise<Sample
     const bytes = await unpack(compression, file.subarray(offset, offset + length), rows * row);
     if (!bytes) return null;
     if (bits === 16 && tags.isBigEndian) swapBytes(bytes);
-    if (tags.value(Tags.predictor, 1) === 2) differ(bytes, row, bits, isSplit ? 1 : colours + extras, true);
+    if (tags.value(Tags.predictor, 1) === 2 && knowsPredictor(compression)) differ(bytes, row, bits, isSplit ? 1 : colours + extras, true);
     const channel = isSplit ? Math.floor(index / (across * down)) * pixel : 0, columns = Math.min(block.width, width - left);
     for (let y = 0; y < Math.min(rows, height - top); ++y) {
       const from = y * row, to = ((top + y) * width + left) * whole + channel;
@@ -131,8 +133,7 @@ function blockOf(samples: Samples, form: TiffForm, left: number, top: number, wi
     const from = (top + y) * row + left * pixel;
     bytes.set(samples.bytes.subarray(from, from + columns * pixel), y * width * pixel);
   }
-  const predicts = form.predicts && (form.compression === lzw || form.compression === deflate);
-  if (predicts) differ(bytes, width * pixel, samples.bits, samples.colours + samples.extras, false);
+  if (form.predicts && knowsPredictor(form.compression)) differ(bytes, width * pixel, samples.bits, samples.colours + samples.extras, false);
   return bytes;
 }
 
@@ -174,7 +175,7 @@ export async function writeTiff(samples: Samples, form: TiffForm): Promise<Blob>
     ...(isTiled
       ? [numbers(Tags.tileWidth, types.long, block.width), numbers(Tags.tileHeight, types.long, block.height)]
       : [numbers(Tags.rowsPerStrip, types.long, block.height)]),
-    ...(form.predicts && form.compression !== none && form.compression !== packBits ? [numbers(Tags.predictor, types.short, 2)] : []),
+    ...(form.predicts && knowsPredictor(form.compression) ? [numbers(Tags.predictor, types.short, 2)] : []),
   ];
   const own = form.own.filter(({ tag, count }) => tag !== Tags.extraSamples || count === extras);
   if (extras > 0 && !own.some(({ tag }) => tag === Tags.extraSamples)) {

@@ -42,6 +42,7 @@ export const says = {
   nothing: 'No pattern was found; the picture is as it was.',
   takenOut: (pattern: string, isPlural: boolean) => `${capital(pattern)} ${isPlural ? 'were' : 'was'} taken out.`,
   cancelled: 'Cancelled. Open a picture to begin again.',
+  saving: (name: string) => `Making ${name} …`,
   copied: 'The command is on the clipboard.',
   peak: (period: string, angle: string, why: string) => `Peak of period ${period} pixels at ${angle} degrees: ${why}`,
 };
