@@ -179,6 +179,17 @@ void LeaveOutOffLattice(const SmearRule& rule, std::vector<SpectrumPeak>* peaks)
   });
 }
 
+// Much coarser than the highest of the fine licences is a rosette of several inks or a wave's own first
+// harmonic, which lies where the picture itself is strong: a narrow peak there would only smear into it.
+void LeaveOutCoarse(const std::vector<SpectrumPeak>& fine, std::vector<SpectrumPeak>* peaks) {
+  constexpr double kCoarsest = 0.6;  // of the highest one's distance from the zero frequency
+  const auto distance = [](const SpectrumPeak& peak) { return std::hypot(peak.dx, peak.dy); };
+  const auto highest =
+      std::find_if(fine.begin(), fine.end(), [](const auto& peak) { return peak.isLicensed; });
+  std::erase_if(*peaks,
+                [&](const SpectrumPeak& peak) { return distance(peak) < kCoarsest * distance(*highest); });
+}
+
 // A peak's cells, finer than it was found by, and their mirror images.
 void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const SpectrumPeak& peak, float discRadius,
               const ImageView& seeds) {
@@ -208,7 +219,10 @@ void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* 
     std::vector<SpectrumPeak> peaks =
         FindPeaks(SmoothedSpectrum(powers, rule.sigma), rule, settings.sensitivity);
     if (HasLicence(peaks)) {
-      if (isFound) LeaveOutOffLattice(rule, &peaks);
+      if (isFound) {
+        LeaveOutOffLattice(rule, &peaks);
+        LeaveOutCoarse(findings->peaks, &peaks);
+      }
       const SmoothedSpectrum fine(powers, 1);
       const float discRadius = ProtectedDiscRadius(settings.protectionRadius);
       for (const SpectrumPeak& peak : peaks) {
