@@ -16,13 +16,13 @@ enum class ChannelMeaning : int32_t {
 
 struct AxisRule {
   float noiseShare;  // of the mean square of what was taken out
+  float mostNoise;   // variance, in levels of 255
   int32_t reach;     // of the window, to every side
+  float alongEdge;   // times as much noise where a printed picture ends: the cut dots are more than the mesh
 };
-constexpr AxisRule kFirstAxis = {0.15f, 1};  // luma, lightness
-constexpr AxisRule kOtherAxes = {0.60f, 2};  // differences of colour, which carry less detail
-inline const AxisRule& RuleOfAxis(int32_t axis) {
-  return axis == 0 ? kFirstAxis : kOtherAxes;
-}
+constexpr AxisRule kOnlyAxis = {0.22f, 150.0f, 1, 2.75f};  // grey, or one ink: its dots are the darkest
+constexpr AxisRule kFirstAxis = {0.15f, 100.0f, 1, 4.0f};  // luma, lightness
+constexpr AxisRule kOtherAxes = {1.20f, 50.0f, 2, 4.0f};   // differences of colour, which carry less detail
 
 using AxisMatrix = float[kMostChannels][kMostChannels];
 constexpr AxisMatrix kLuma = {
@@ -33,6 +33,10 @@ constexpr AxisMatrix kFromLuma = {{1.0f, 0.0f, 1.402f}, {1.0f, -0.344136f, -0.71
 struct Axes {
   int32_t count = 0;
   bool isMixed = false;  // by kLuma, else they are the channels
+
+  const AxisRule& Rule(int32_t axis) const {
+    return axis > 0 ? kOtherAxes : count == 1 ? kOnlyAxis : kFirstAxis;
+  }
 
   Axes() = default;
   Axes(const PictureView& picture, ChannelMeaning meaning)

@@ -10,7 +10,6 @@ namespace tessaline {
 namespace {
 
 constexpr double kNoiseSigma = 6.0;
-constexpr float kMostNoise = 100.0f * kByteToHost * kByteToHost;  // variance; 100 in levels of 255
 
 }  // namespace
 
@@ -55,8 +54,9 @@ bool Noise::Settle(float amount, Parallel& parallel, const Progress& progress) {
     Blur(GaussianOfRest(kNoiseSigma, done, kReduction), parallel, noise.width, &noise, &scratch_);
     RowsInParallel(parallel, noise.height, [&](int32_t y, int32_t) {
       float* const row = noise.Row(y);
-      const float share = RuleOfAxis(axis).noiseShare;
-      for (int32_t x = 0; x < noise.width; ++x) row[x] = amount * std::min(share * row[x], kMostNoise);
+      const float share = axes_.Rule(axis).noiseShare;
+      const float most = axes_.Rule(axis).mostNoise * (kByteToHost * kByteToHost);
+      for (int32_t x = 0; x < noise.width; ++x) row[x] = amount * std::min(share * row[x], most);
     });
   }
   return progress.Advance(1.0, 1.0);

@@ -6,9 +6,8 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kRimBlocks = 3;        // of the gate, from where it is closed
-constexpr float kClosed = 0.5f;          // less is beyond the border
-constexpr float kNoiseAlongEdge = 4.0f;  // of the noise elsewhere: the cut dots are more than the mesh
+constexpr int32_t kRimBlocks = 3;  // of the gate, from where it is closed
+constexpr float kClosed = 0.5f;    // less is beyond the border
 
 constexpr int32_t kTile = 32;  // pixels both ways
 static_assert(kTile <= TakenChannels::kMostReplaced && kTile % Noise::kReduction == 0);
@@ -194,7 +193,7 @@ void Rim::SmoothTile(const Tile& tile, const Noise& noise, const Gate& gate, con
       if (!(share > 0.0f)) continue;
       float changes[kMostChannels] = {};
       for (int32_t axis = 0; axis < axes_.count; ++axis) {
-        changes[axis] = share * (patch.Smoothed(axis, x, y, kNoiseAlongEdge * variance[axis][x]) -
+        changes[axis] = share * (patch.Smoothed(axis, x, y, axes_.Rule(axis).alongEdge * variance[axis][x]) -
                                  patch.axes[axis][y + kMargin][x + kMargin]);
       }
       for (int32_t c = 0; c < axes_.count; ++c) {
