@@ -367,16 +367,60 @@ bool IsFoldedScreen(Axis axis, const std::vector<Candidate>& candidates,
   });
 }
 
+// Whether a place is that of a tooth which the scan folded back, one of the first two beyond its resolution.
+bool IsFoldedTooth(int32_t position, const MixedComb& comb) {
+  const double unfolded = kSpectrumCells - position;
+  return unfolded <= kSpectrumCentre + 2.0 * comb.spacing && IsNearMultiple(unfolded, comb.spacing, 3.0);
+}
+
+// Such a tooth is no stronger than the others.
+bool HasStrongerTooth(const Candidate& candidate, const MixedComb& comb,
+                      const std::vector<Candidate>& candidates) {
+  return std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& tooth) {
+    return tooth.axis == candidate.axis && IsNearMultiple(PositionOf(tooth), comb.spacing, 3.0) &&
+           tooth.level >= candidate.level;
+  });
+}
+
+// Small text, whose lines repeat a little faster than what is protected: evenly spaced too, and its higher
+// harmonics are as strong as the lower ones, for its letters are thinner than any line of a screen.
+bool IsFineText(Axis axis, const std::vector<Candidate>& candidates, const std::vector<int32_t>& positions,
+                double discRadius) {
+  constexpr double kFinest = 1.6;    // of the disc's radius, its spacing
+  constexpr int32_t kHigher = 4;     // harmonics from here on
+  constexpr double kMostLoss = 1.0;  // natural log
+  if (positions.empty() || positions.front() > kFinest * discRadius) return false;
+  const MixedComb comb = GrowComb(positions, positions.front());
+  if (comb.hits == 0 || !std::all_of(positions.begin(), positions.end(), [&](int32_t position) {
+        return IsNearMultiple(position, comb.spacing, 3.0) || IsFoldedTooth(position, comb);
+      })) {
+    return false;
+  }
+  double strongest = 0.0, strongestHigher = 0.0;
+  for (const Candidate& candidate : candidates) {
+    if (candidate.axis != axis) continue;
+    strongest = std::max(strongest, candidate.level);
+    if (PositionOf(candidate) > (kHigher - 0.5) * comb.spacing) {
+      strongestHigher = std::max(strongestHigher, candidate.level);
+    }
+  }
+  return strongestHigher >= strongest - kMostLoss;
+}
+
 void LeaveOutTextLines(double discRadius, std::vector<Candidate>* candidates) {
   const double longestSpacing = 1.25 * discRadius;
   for (const Axis axis : {Axis::kVertical, Axis::kHorizontal}) {
     const std::vector<int32_t> positions = PositionsAlong(axis, *candidates);
-    if (IsFoldedScreen(axis, *candidates, positions, longestSpacing)) continue;
-    const bool isPure = IsPureComb(positions, longestSpacing);
+    const bool isFine = IsFineText(axis, *candidates, positions, discRadius);
+    if (!isFine && IsFoldedScreen(axis, *candidates, positions, longestSpacing)) continue;
+    const bool isPure = isFine || IsPureComb(positions, longestSpacing);
     const MixedComb mixed = isPure ? MixedComb{} : FindMixedComb(positions, longestSpacing);
     for (Candidate& candidate : *candidates) {
       if (candidate.axis != axis) continue;
-      const bool isTooth = mixed.hits > 0 && IsNearMultiple(PositionOf(candidate), mixed.spacing, 3.0);
+      const bool isTooth =
+          mixed.hits > 0 &&
+          (IsNearMultiple(PositionOf(candidate), mixed.spacing, 3.0) ||
+           (IsFoldedTooth(PositionOf(candidate), mixed) && HasStrongerTooth(candidate, mixed, *candidates)));
       if (isPure || isTooth) LeaveOut(&candidate, PeakVerdict::kTextLines);
     }
   }

@@ -160,6 +160,32 @@ bool IsSheet(const Findings& findings, const SpectrumPeak& strongest) {
          }) > kMostFundamentals;
 }
 
+// A sheet laid crooked and a wall of bricks repeat along both axes, longer than what is protected, and more
+// strongly than anything off them: that is a sum of the two, or half of one where every other row is shifted.
+bool IsOfRowsAndColumns(const Findings& findings, const SpectrumPeak& strongest) {
+  constexpr int32_t kTolerance = 3;  // cells
+  std::vector<const SpectrumPeak*> rows, columns;
+  bool hasStrongRow = false, hasStrongColumn = false;
+  for (const SpectrumPeak& peak : findings.peaks) {
+    if (peak.verdict != PeakVerdict::kTextLines) continue;
+    const bool isRow = std::abs(peak.dx) < std::abs(peak.dy);
+    (isRow ? rows : columns).push_back(&peak);
+    (isRow ? hasStrongRow : hasStrongColumn) |= MagnitudeOf(peak) > MagnitudeOf(strongest);
+  }
+  if (!hasStrongRow || !hasStrongColumn) return false;
+  const auto isSum = [&](int32_t times, int32_t side) {
+    return std::any_of(rows.begin(), rows.end(), [&](const SpectrumPeak* row) {
+      return std::any_of(columns.begin(), columns.end(), [&](const SpectrumPeak* column) {
+        const int32_t dx = row->dx + side * column->dx, dy = row->dy + side * column->dy;
+        return std::abs(times * strongest.dx - dx) <= kTolerance &&
+               std::abs(times * strongest.dy - dy) <= kTolerance;
+      });
+    });
+  };
+  return !IsNearAxis(strongest.dx, strongest.dy) &&
+         (isSum(1, 1) || isSum(1, -1) || isSum(2, 1) || isSum(2, -1));
+}
+
 void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
   for (SpectrumPeak& peak : findings->peaks) {
     if (peak.isLicensed) {
@@ -178,7 +204,8 @@ void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
 int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
-    if (!strongest.empty() && IsSheet(*findings, strongest[0])) {
+    if (!strongest.empty() &&
+        (IsSheet(*findings, strongest[0]) || IsOfRowsAndColumns(*findings, strongest[0]))) {
       TakeLicencesBack(PeakVerdict::kNotIsolated, findings);
       return kSuccess;
     }
