@@ -510,8 +510,32 @@ bool IsSumOf(int32_t terms, int32_t dx, int32_t dy, const std::vector<Offset>& l
   });
 }
 
+// The weakest of four inks has its screen along the axes: a peak and one square to it, of the ruling that the
+// other inks have.
+bool IsInkOnAxis(const SpectrumPeak& peak, const std::vector<Candidate>& candidates) {
+  constexpr int32_t kTolerance = 2;         // cells
+  constexpr ptrdiff_t kFewestOfRuling = 3;  // one ink has two
+  const auto isSquareTo = [&](const Candidate& other) {
+    const bool isThere = !other.isOut || other.peak.verdict == PeakVerdict::kOffLattice;
+    SpectrumPeak turned = other.peak;
+    turned.dx = other.peak.dy, turned.dy = -other.peak.dx;
+    SpectrumPeak opposite = turned;
+    opposite.dx = -turned.dx, opposite.dy = -turned.dy;
+    return isThere && (IsWithin(peak, turned, kTolerance) || IsWithin(peak, opposite, kTolerance));
+  };
+  const auto distance = [](const SpectrumPeak& of) {
+    return std::sqrt(double(of.dx * of.dx + of.dy * of.dy));
+  };
+  const auto isOfRuling = [&](const Candidate& other) {
+    return other.peak.isLicensed && other.axis == Axis::kNone &&
+           std::abs(distance(other.peak) - distance(peak)) <= kTolerance;
+  };
+  return std::any_of(candidates.begin(), candidates.end(), isSquareTo) &&
+         std::count_if(candidates.begin(), candidates.end(), isOfRuling) >= kFewestOfRuling;
+}
+
 // A weak peak near an axis is as likely the trace of an upright line as of the screen: only where the
-// screen's lattice has a place for it is it used.
+// screen's lattice has a place for it, or another ink, is it used.
 void LeaveOutOffLattice(std::vector<Candidate>* candidates) {
   constexpr size_t kMostForSumsOfThree = 24;
   std::vector<Offset> licensed;
@@ -526,9 +550,9 @@ void LeaveOutOffLattice(std::vector<Candidate>* candidates) {
       return IsSumOf(0, peak.dx - 3 * other.dx, peak.dy - 3 * other.dy, licensed) ||
              IsSumOf(0, peak.dx + 3 * other.dx, peak.dy + 3 * other.dy, licensed);
     };
-    const bool isExplained = IsSumOf(2, peak.dx, peak.dy, licensed) ||
-                             std::any_of(licensed.begin(), licensed.end(), isTriple) ||
-                             (mostTerms == 3 && IsSumOf(3, peak.dx, peak.dy, licensed));
+    const bool isExplained =
+        IsSumOf(2, peak.dx, peak.dy, licensed) || std::any_of(licensed.begin(), licensed.end(), isTriple) ||
+        (mostTerms == 3 && IsSumOf(3, peak.dx, peak.dy, licensed)) || IsInkOnAxis(peak, *candidates);
     if (!isExplained) LeaveOut(&candidate, PeakVerdict::kOffLattice);
   }
 }

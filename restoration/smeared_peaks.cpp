@@ -183,7 +183,9 @@ void LeaveOutOffLattice(const SmearRule& rule, std::vector<SpectrumPeak>* peaks)
 // harmonic, which lies where the picture itself is strong: a narrow peak there would only smear into it.
 void LeaveOutCoarse(const std::vector<SpectrumPeak>& fine, std::vector<SpectrumPeak>* peaks) {
   constexpr double kCoarsest = 0.6;  // of the highest one's distance from the zero frequency
-  const auto distance = [](const SpectrumPeak& peak) { return std::hypot(peak.dx, peak.dy); };
+  const auto distance = [](const SpectrumPeak& peak) {
+    return std::sqrt(double(peak.dx * peak.dx + peak.dy * peak.dy));
+  };
   const auto highest =
       std::find_if(fine.begin(), fine.end(), [](const auto& peak) { return peak.isLicensed; });
   std::erase_if(*peaks,
