@@ -84,13 +84,11 @@ EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_analyse() {
   return WithoutExceptions([] { return ThePicture().Analyse(kProgress); });
 }
 
-EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_decide(int32_t isQuick, int32_t isAutomatic, double acceptance,
-                                                  double sensitivity, double notchRadius,
-                                                  double protectionRadius) {
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_decide(int32_t isAutomatic, double acceptance, double sensitivity,
+                                                  double notchRadius, double protectionRadius) {
   const Settings settings = {isAutomatic != 0, static_cast<float>(acceptance), sensitivity,
                              static_cast<float>(notchRadius), static_cast<float>(protectionRadius)};
-  return WithoutExceptions(
-      [&] { return isQuick != 0 ? ThePicture().DecideQuickly(settings) : ThePicture().Decide(settings); });
+  return WithoutExceptions([&] { return ThePicture().Decide(settings); });
 }
 
 EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_turn_peak(int32_t dx, int32_t dy, int32_t isTakenOut) {

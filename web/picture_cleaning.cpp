@@ -80,15 +80,6 @@ bool DecideTheSame(const Settings& a, const Settings& b) {
          a.protectionRadius == b.protectionRadius;
 }
 
-bool AreSame(const Findings& a, const Findings& b) {
-  const auto isSame = [](const SpectrumPeak& one, const SpectrumPeak& other) {
-    return one.dx == other.dx && one.dy == other.dy && one.isLicensed == other.isLicensed &&
-           one.verdict == other.verdict;
-  };
-  return a.seedCells == b.seedCells &&
-         std::equal(a.peaks.begin(), a.peaks.end(), b.peaks.begin(), b.peaks.end(), isSame);
-}
-
 template <typename Sample>
 bool AreColoursEqual(const PixelLayout& layout, const uint8_t* pixels) {
   const auto* pixel = reinterpret_cast<const Sample*>(pixels);
@@ -166,46 +157,26 @@ int32_t PictureCleaning::Analyse(const Progress& progress) {
 }
 
 int32_t PictureCleaning::Decide(const Settings& settings) {
-  if (isDecided_ && DecideTheSame(settings, settings_)) return Shape(settings);
-  Findings found, byPeaks;
-  int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
-  if (result == kSuccess) result = tessaline::Decide(analysis_, settings, &byPeaks);
-  if (result != kSuccess) return result;
-  const bool isByPeaksAlone = AreSame(found, byPeaks);
-  result = Take(std::move(found), settings);
-  isDecided_ = result == kSuccess;
-  isByPeaksAlone_ = isDecided_ && isByPeaksAlone;
-  return result;
-}
-
-int32_t PictureCleaning::DecideQuickly(const Settings& settings) {
-  if (DecideTheSame(settings, settings_)) return Shape(settings);
-  if (!isByPeaksAlone_ || settings.isAutomatic != settings_.isAutomatic) return Decide(settings);
+  if (isDecided_ && DecideTheSame(settings, settings_)) {
+    settings_ = settings;
+    return UseFindings();
+  }
   Findings found;
-  const int32_t result = tessaline::Decide(analysis_, settings, &found);
+  const int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
   if (result != kSuccess) return result;
-  found.strongAmplitude = found_.strongAmplitude;
-  isDecided_ = false;
-  return Take(std::move(found), settings);
-}
-
-int32_t PictureCleaning::Take(Findings found, const Settings& settings) {
   const int32_t copied = CopyFindings(found, &findings_);
   if (copied != kSuccess) return copied;
   found_ = std::move(found);
-  restoration_.light.curve = settings.isAutomatic && curve_ ? &*curve_ : nullptr;
-  return Shape(settings);
-}
-
-int32_t PictureCleaning::Shape(const Settings& settings) {
   settings_ = settings;
+  restoration_.light.curve = settings.isAutomatic && curve_ ? &*curve_ : nullptr;
+  isDecided_ = true;
   return UseFindings();
 }
 
 int32_t PictureCleaning::UseFindings() {
   findings_.seedCells = CountSeeds(findings_.seeds.view());
   notches_ = CollectNotches(analysis_, findings_);
-  return tessaline::Shape(findings_, settings_, &mask_);
+  return Shape(findings_, settings_, &mask_);
 }
 
 std::vector<PictureCleaning::Place> PictureCleaning::PlacesOfPeaks() const {

@@ -47,9 +47,6 @@ class PictureCleaning {
   int32_t Analyse(const Progress& progress);
   // Takes back what the user turned, but where the notch radius alone is another.
   int32_t Decide(const Settings& settings);
-  // The same in a fraction of the time, for a setting that moves: the licences are taken as Decide left them,
-  // where it had nothing against those of the peaks alone. Decide comes after it.
-  int32_t DecideQuickly(const Settings& settings);
   // Takes a peak of peaks() or notches() out or leaves it: the cells nearest to it and to no other.
   int32_t TurnPeak(int32_t dx, int32_t dy, bool isTakenOut);
   int32_t Restore(const Progress& progress);
@@ -77,8 +74,6 @@ class PictureCleaning {
   };
   std::vector<Place> PlacesOfPeaks() const;
   int32_t UseFindings();
-  int32_t Take(Findings found, const Settings& settings);
-  int32_t Shape(const Settings& settings);
   bool IsInside(const Part& part) const;
   float Strong();
   void CopyGrey(const PixelLayout& layout, uint8_t* pixels) const;
@@ -87,8 +82,7 @@ class PictureCleaning {
   PixelLayout layout_;
   OwnedBlock<uint8_t> pixels_, result_;
   bool isDecided_ = false;
-  bool isByPeaksAlone_ = false;  // the decision was what the peaks of the spectrum gave
-  bool isGrey_ = false;          // three equal channels, of which one is cleaned
+  bool isGrey_ = false;  // three equal channels, of which one is cleaned
   Workspace workspace_;
   Analysis analysis_;
   PictureTiles tiles_;

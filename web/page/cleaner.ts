@@ -37,9 +37,8 @@ export class Cleaner {
   async open({ samples, orientation, light, resolution }: ReadPicture): Promise<void> {
     await this.ask({ kind: 'open', samples, orientation, light, resolution }, [samples.bytes.buffer]);
   }
-  /** Quickly: while a setting moves; the last decision is not made so. */
-  async decide(settings: Settings, isQuick = false): Promise<void> {
-    await this.ask({ kind: 'decide', settings, isQuick });
+  async decide(settings: Settings): Promise<void> {
+    await this.ask({ kind: 'decide', settings });
   }
   async turn(dx: number, dy: number, takenOut: boolean): Promise<void> {
     await this.ask({ kind: 'turn', dx, dy, takenOut });

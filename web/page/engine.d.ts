@@ -9,7 +9,7 @@ export interface Engine {
   _tessaline_web_give_back(block: number): void;
   _tessaline_web_analyse(): number;
   _tessaline_web_decide(
-    isQuick: number, isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;
+    isAutomatic: number, acceptance: number, sensitivity: number, notchRadius: number, protectionRadius: number): number;
   _tessaline_web_turn_peak(dx: number, dy: number, isTakenOut: number): number;
   _tessaline_web_findings(horizontal: number, vertical: number): number;
   _tessaline_web_restore(): number;

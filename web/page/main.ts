@@ -198,7 +198,7 @@ async function refresh(own: Work): Promise<void> {
       const { turns, decide, whole, onlyLook, since }: Wanted = wanted;
       wanted = null;
       const asked = [
-        ...(decide ? [own.cleaner.decide(settings, !whole)] : []),
+        ...(decide ? [own.cleaner.decide(settings)] : []),
         ...turns.map(({ dx, dy, takenOut }) => own.cleaner.turn(dx, dy, !takenOut)),
         ...(onlyLook ? [] : [showVisiblePart(own, since)]),
       ];

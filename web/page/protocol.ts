@@ -14,7 +14,7 @@ export interface Rectangle {
 
 export type Request =
   | { kind: 'open'; samples: Samples; orientation: number; light: Light; resolution: Resolution | null }
-  | { kind: 'decide'; settings: Settings; isQuick: boolean }
+  | { kind: 'decide'; settings: Settings }
   | { kind: 'turn'; dx: number; dy: number; takenOut: boolean }
   | { kind: 'look'; shape: Shape }
   | { kind: 'restore' }

@@ -113,7 +113,7 @@ function answerOf(engine: Engine, request: Request): Answer {
       return { kind: 'done' };
     case 'decide': {
       const { isAutomatic, acceptance, sensitivity, notchRadius, protectionRadius } = request.settings;
-      demand(engine._tessaline_web_decide(Number(request.isQuick), Number(isAutomatic), acceptance, sensitivity, notchRadius, protectionRadius));
+      demand(engine._tessaline_web_decide(Number(isAutomatic), acceptance, sensitivity, notchRadius, protectionRadius));
       return { kind: 'done' };
     }
     case 'turn':
