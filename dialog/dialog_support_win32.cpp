@@ -181,6 +181,7 @@ int32_t RunUntilDone(void* owner, PreviewDialogRequest* request) {
   do {
     const INT_PTR result = RunDialogInContext(ChooseTemplateForScreen(), OwnerFor(owner), PreviewProcedure,
                                               reinterpret_cast<LPARAM>(request));
+    if (result == kDialogWithoutMemory) return kOutOfMemory;
     // Cancel, no dialog (-1, or 0 for an owner that went away just now), or a dialog that was destroyed.
     if (result != kDialogAccepted) return kUserCancelled;
   } while (request->reopen == 1);

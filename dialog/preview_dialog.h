@@ -11,8 +11,9 @@
 
 namespace tessaline {
 
-constexpr int32_t kDialogAccepted = 1;   // result of the dialog after OK
-constexpr int32_t kDialogCancelled = 2;  // and after Cancel
+constexpr int32_t kDialogAccepted = 1;       // result of the dialog after OK
+constexpr int32_t kDialogCancelled = 2;      // and after Cancel
+constexpr int32_t kDialogWithoutMemory = 3;  // when it could not be set up
 
 // The one open dialog: its window (null while there is none) and what it shows. Program-wide.
 extern WindowHandle previewWindow;
@@ -23,16 +24,18 @@ extern PreviewState previewState;
 // least 1000 x 800 pixels at 96 per inch, in proportion at others; holding Ctrl asks for the small one.
 // Holding Shift splits the picture: filtered above, untouched below.
 //
-// Returns 0 after OK; kUserCancelled after Cancel and when no dialog could be opened. The three values in
-// `values` are those of the dialog in both cases; its highlight fields change with OK alone. A record without
-// a highlight (all four fields 0) opens with the one that this module's last dialog was left with by OK.
+// Returns 0 after OK; kUserCancelled after Cancel and when no dialog could be opened; kOutOfMemory when there
+// was no memory to set it up. The three values in `values` are those of the dialog in both cases; its
+// highlight fields change with OK alone. A record without a highlight (all four fields 0) opens with the one
+// that this module's last dialog was left with by OK.
 int32_t RunPreviewDialog(void* owner, int32_t sourceSlot, FilterParameters* values);
 
 // The number of the template for a screen. `dpiSum` is horizontal plus vertical pixels per inch.
 int32_t ChooseDialogTemplate(int32_t screenWidth, int32_t screenHeight, int32_t dpiSum, bool isCtrlHeld);
 
 // The dialog procedure; lParam of WM_INITDIALOG is a PreviewDialogRequest. Nonzero when it handled the
-// message.
+// message. Nothing is thrown into the system that calls it: without memory a dialog that is being set up
+// ends, and any other message is as if it had not come.
 intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam);
 
 // One tooltip for every row of the table of tips.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cwchar>
+#include <new>
 
 #include "dialog/control_binding.h"
 #include "dialog/control_ids.h"
@@ -427,9 +428,7 @@ void Paint() {
   EndPaint(Dialog(), &paint);
 }
 
-}  // namespace
-
-intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
+intptr_t Answer(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
   if (message == WM_INITDIALOG) return Initialize(window, reinterpret_cast<PreviewDialogRequest*>(lParam));
   if (message == WM_DESTROY) ReleasePictures(window);
   if (window != Dialog()) return FALSE;  // before the first message and after the last
@@ -470,6 +469,19 @@ intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wPar
       return TRUE;
     default:
       return FALSE;
+  }
+}
+
+}  // namespace
+
+intptr_t PreviewDialogProc(WindowHandle window, uint32_t message, uintptr_t wParam, intptr_t lParam) {
+  try {
+    return Answer(window, message, wParam, lParam);
+  } catch (const std::bad_alloc&) {
+    if (message != WM_INITDIALOG) return FALSE;
+    previewWindow = window;  // what there is of it is to go
+    End(kDialogWithoutMemory);
+    return TRUE;
   }
 }
 

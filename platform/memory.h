@@ -29,14 +29,27 @@ OwnedBlock<T> AllocateBlock(size_t count) {
   return OwnedBlock<T>(static_cast<T*>(LockNewBlock(count * sizeof(T))));
 }
 
-// Tests make the n-th following allocation fail (0: the next one); every later one fails too until
-// ClearAllocationFailure. A negative n clears.
-void FailAllocationAfter(int n);
-inline void ClearAllocationFailure() {
-  FailAllocationAfter(-1);
-}
+// Tests make allocations fail: those of this header, and operator new where a test program has put its own in
+// its place (tests/support/failing_allocations.h). The n-th following one fails (0: the next), and so does
+// every later one unless `isOnlyOne`. A negative n clears.
+void FailAllocationAfter(int n, bool isOnlyOne = false);
+// True when an allocation has failed since then.
+bool ClearAllocationFailure();
 
-// Used by the two implementations: true when this allocation is to fail.
+// While one lives, allocations neither fail nor count: a host, or a judge, is at work in the middle of what
+// is tested. `isPaused` false ends that for a while, where the program is called.
+class AllocationFailurePause {
+ public:
+  explicit AllocationFailurePause(bool isPaused = true);
+  AllocationFailurePause(const AllocationFailurePause&) = delete;
+  AllocationFailurePause& operator=(const AllocationFailurePause&) = delete;
+  ~AllocationFailurePause();
+
+ private:
+  bool wasPaused_;
+};
+
+// For those who allocate: true when this allocation is to fail.
 bool AllocationMustFail();
 
 }  // namespace tessaline

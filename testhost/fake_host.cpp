@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 
+#include "platform/memory.h"
 #include "testhost/guarded_block.h"
 
 namespace tessaline::testhost {
@@ -166,6 +167,18 @@ const host::ReadDescriptorToken kReaderToken = reinterpret_cast<void*>(intptr_t{
 const host::WriteDescriptorToken kWriterToken = reinterpret_cast<void*>(intptr_t{2});
 
 // ------------------------------------------------------------------------------------------------- callbacks
+
+// A routine as the filter gets it: what the host allocates in it is not the filter's, whose allocations a
+// test may let fail.
+template <auto Routine>
+struct Callback;
+template <typename Result, typename... Arguments, Result (*Routine)(Arguments...)>
+struct Callback<Routine> {
+  static Result Call(Arguments... arguments) {
+    const AllocationFailurePause hostAtWork;
+    return Routine(arguments...);
+  }
+};
 
 struct FakeHost::Routines {
   static OSErr AdvanceState() { return current_->Advance(true); }
@@ -378,10 +391,10 @@ void FakeHost::FillRecord() {
   record_->inNonLayerPlanes = source_.planes;
   record_->outNonLayerPlanes = source_.planes;
   platform_.hwnd = switches_.window;
-  if (!switches_.advanceIsNull) record_->advanceState = Routines::AdvanceState;
+  if (!switches_.advanceIsNull) record_->advanceState = Callback<Routines::AdvanceState>::Call;
   if (switches_.callbacksAreNull) return;
-  record_->abortProc = Routines::Abort;
-  record_->progressProc = Routines::Progress;
+  record_->abortProc = Callback<Routines::Abort>::Call;
+  record_->progressProc = Callback<Routines::Progress>::Call;
   record_->platformData = &platform_;
   record_->errorString = &errorString_;
 }
@@ -421,14 +434,14 @@ void FakeHost::FillTables() {
   const HandleTable kind = switches_.handles;
   handleProcs_ = {1,
                   static_cast<int16_t>(kind == HandleTable::kSevenRoutines ? 7 : 8),
-                  Routines::NewHandle,
-                  Routines::DisposeHandle,
-                  kind == HandleTable::kMissingRoutine ? nullptr : Routines::HandleSize,
-                  Routines::SetHandleSize,
-                  Routines::LockHandle,
-                  Routines::UnlockHandle,
-                  Routines::RecoverSpace,
-                  Routines::DisposeHandle};
+                  Callback<Routines::NewHandle>::Call,
+                  Callback<Routines::DisposeHandle>::Call,
+                  kind == HandleTable::kMissingRoutine ? nullptr : Callback<Routines::HandleSize>::Call,
+                  Callback<Routines::SetHandleSize>::Call,
+                  Callback<Routines::LockHandle>::Call,
+                  Callback<Routines::UnlockHandle>::Call,
+                  Callback<Routines::RecoverSpace>::Call,
+                  Callback<Routines::DisposeHandle>::Call};
   if (kind != HandleTable::kNull) record_->handleProcs = &handleProcs_;
   if (switches_.otherTablesAreNull) return;
   bufferProcs_.bufferProcsVersion = 2;
@@ -453,22 +466,22 @@ void FakeHost::FillDescriptors() {
   }
   if (switches_.descriptors == DescriptorTables::kTablesNull) return;
   readProcs_.numReadDescriptorProcs = 18;
-  readProcs_.openReadDescriptorProc = Routines::OpenReader;
-  readProcs_.closeReadDescriptorProc = Routines::CloseReader;
-  readProcs_.getKeyProc = Routines::GetKey;
-  readProcs_.getIntegerProc = Routines::GetInteger;
-  readProcs_.getFloatProc = Routines::GetFloat;
-  readProcs_.getBooleanProc = Routines::GetBoolean;
-  readProcs_.getTextProc = Routines::GetText;
-  readProcs_.getEnumeratedProc = Routines::GetEnumerated;
+  readProcs_.openReadDescriptorProc = Callback<Routines::OpenReader>::Call;
+  readProcs_.closeReadDescriptorProc = Callback<Routines::CloseReader>::Call;
+  readProcs_.getKeyProc = Callback<Routines::GetKey>::Call;
+  readProcs_.getIntegerProc = Callback<Routines::GetInteger>::Call;
+  readProcs_.getFloatProc = Callback<Routines::GetFloat>::Call;
+  readProcs_.getBooleanProc = Callback<Routines::GetBoolean>::Call;
+  readProcs_.getTextProc = Callback<Routines::GetText>::Call;
+  readProcs_.getEnumeratedProc = Callback<Routines::GetEnumerated>::Call;
   writeProcs_.numWriteDescriptorProcs = 16;
-  writeProcs_.openWriteDescriptorProc = Routines::OpenWriter;
-  writeProcs_.closeWriteDescriptorProc = Routines::CloseWriter;
-  writeProcs_.putIntegerProc = Routines::PutInteger;
-  writeProcs_.putFloatProc = Routines::PutFloat;
-  writeProcs_.putBooleanProc = Routines::PutBoolean;
-  writeProcs_.putTextProc = Routines::PutText;
-  writeProcs_.putEnumeratedProc = Routines::PutEnumerated;
+  writeProcs_.openWriteDescriptorProc = Callback<Routines::OpenWriter>::Call;
+  writeProcs_.closeWriteDescriptorProc = Callback<Routines::CloseWriter>::Call;
+  writeProcs_.putIntegerProc = Callback<Routines::PutInteger>::Call;
+  writeProcs_.putFloatProc = Callback<Routines::PutFloat>::Call;
+  writeProcs_.putBooleanProc = Callback<Routines::PutBoolean>::Call;
+  writeProcs_.putTextProc = Callback<Routines::PutText>::Call;
+  writeProcs_.putEnumeratedProc = Callback<Routines::PutEnumerated>::Call;
   descriptors_.readDescriptorProcs = &readProcs_;
   descriptors_.writeDescriptorProcs = &writeProcs_;
 }
@@ -653,7 +666,10 @@ bool FakeHost::Call(int16_t selector) {
   std::memcpy(&before, record_, sizeof before);
   const host::BigDocumentStruct bigBefore = big_;
   int16_t result = 0;
-  const auto returned = static_cast<int16_t>(entry_(selector, record_, &dataWord_, &result));
+  const auto returned = static_cast<int16_t>([&] {
+    const AllocationFailurePause filterAtWork(false);
+    return entry_(selector, record_, &dataWord_, &result);
+  }());
   CheckOwnedFields(before, bigBefore, selector);
   if (returned != result) Complain("the result returned is not the one stored");
   if (switches_.offer32Bits && big_.PluginUsing32BitCoordinates == 0) Complain("32-bit rectangles not taken");
@@ -741,6 +757,7 @@ Report FakeHost::Run() {
 }  // namespace
 
 Report RunFilter(host::EntryPoint entry, const Document& source, const Switches& switches) {
+  const AllocationFailurePause hostAtWork;
   FakeHost fakeHost(entry, source, switches);
   return fakeHost.Run();
 }

@@ -142,7 +142,11 @@ int32_t RunWithParameterText(TessalineInstance* instance, bool showDialog) {
   // those of the next run.
   ClearSettings();
   ReadPreferences();  // without a file the settings stay zero
-  ReadParameterText(instance->parameterText, instance->textCapacity, list.get());
+  // Without memory for its lines the text's wishes would be lost, and the picture cleaned by others.
+  if (ReadParameterText(instance->parameterText, instance->textCapacity, list.get()) == kOutOfMemory) {
+    FreeTextRecords();
+    return kOutOfMemory;
+  }
   ApplySettingsDefaults();
   const std::unique_ptr<ProgramHandle, HandleDeleter> handle(MakeParameters(*list));
   if (!handle) return kOutOfMemory;

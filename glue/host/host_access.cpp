@@ -27,7 +27,8 @@ bool IsLongEnough(int32_t rowBytes, int64_t bytes) {
   return std::abs(int64_t{rowBytes}) >= bytes;
 }
 
-constexpr uint8_t kSelected = 128;  // the least coverage of a pixel that counts
+constexpr int32_t kLargestDocumentSide = 2000000;  // pixels, as the module's properties tell hosts
+constexpr uint8_t kSelected = 128;                 // the least coverage of a pixel that counts
 
 // Widens the box by one mask row.
 void AddSelectedColumns(const uint8_t* mask, int32_t row, int32_t left, int32_t right, host::VRect* box) {
@@ -112,6 +113,9 @@ host::VRect FindWorkRectangle(host::FilterRecord* record) {
   // Inverted, so that the first selected pixel sets all four sides. Where there is none it stays like this.
   host::VRect box = {filter.bottom, filter.right, filter.top, filter.left};
   if (filter.left >= filter.right) return box;
+  // No document is as large. A rectangle that says so would have its mask asked for over hours, to be refused
+  // then.
+  if (WidthOf(filter) > kLargestDocumentSide || HeightOf(filter) > kLargestDocumentSide) return filter;
   RequestInput(record, kEmptyRectangle);
   for (int32_t row = filter.top; row < filter.bottom; ++row) {
     RequestMask(record, {row, filter.left, row + 1, filter.right});

@@ -38,7 +38,8 @@ const uint8_t* MaskRow(const host::FilterRecord& record, int64_t bytes);
 // The area to work on: the filter rectangle, or with a selection the bounding box of its pixels of coverage
 // 128 and more, which is found by asking for every row of the mask. A selection without such a pixel gives
 // the inverted filter rectangle (top = its bottom, left = its right, ...), whose width and height are not
-// positive. Where the host cannot deliver the mask, it is the filter rectangle again.
+// positive. Where the host cannot deliver the mask, and for more than 2,000,000 pixels a side, it is the
+// filter rectangle again.
 host::VRect FindWorkRectangle(host::FilterRecord* record);
 
 // Puts the message for the user into the host's place for one, for the code kReportString. False where the

@@ -7,7 +7,6 @@
 #include "glue/host/host_access.h"
 #include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
-#include "platform/memory.h"
 #include "platform/message.h"
 
 namespace tessaline {
@@ -151,16 +150,12 @@ int32_t FetchRows(host::FilterRecord* record, const host::VRect& area, const Pix
   return kSuccess;
 }
 
-// A row of "main" and "alpha" as the host wants it. `converted` holds one row of "main", and may be null
-// where the mode needs no conversion.
-void StoreRow(const PixelLayout& layout, int32_t row, int32_t pixels, uint8_t* converted, uint8_t* hostRow) {
+// A row of "main" and "alpha" as the host wants it. "main" is converted where it lies: nobody reads it again,
+// and a row of memory that cannot be had would end the run when some rows are the host's already.
+void StoreRow(const PixelLayout& layout, int32_t row, int32_t pixels, uint8_t* hostRow) {
   const int32_t hostStep = layout.colorPlanes + layout.extraPlanes;
-  const uint8_t* colors = BufferRow(imageInfo.mainBuffer, row);
-  if (layout.mode->copyBack != nullptr) {
-    std::memcpy(converted, colors, static_cast<size_t>(pixels) * layout.MainPixelBytes());
-    layout.mode->copyBack(converted, pixels);
-    colors = converted;
-  }
+  uint8_t* const colors = BufferRow(imageInfo.mainBuffer, row);
+  if (layout.mode->copyBack != nullptr) layout.mode->copyBack(colors, pixels);
   MoveSamples(layout.channelBytes, colors, layout.colorPlanes, hostRow, hostStep, layout.colorPlanes, pixels,
               kCopyBackScale);
   if (const uint8_t* const extra = BufferRow(imageInfo.alphaBuffer, row)) {
@@ -177,11 +172,6 @@ void AdvanceToTheEnd(const host::FilterRecord& record, const char* title) {
 int32_t CopyBackRows(host::FilterRecord* record, const host::VRect& area, const PixelLayout& layout) {
   const int32_t width = WidthOf(area);
   const int64_t hostRowBytes = int64_t{width} * layout.HostPixelBytes();
-  OwnedBlock<uint8_t> converted;
-  if (layout.mode->copyBack != nullptr) {
-    converted = AllocateBlock<uint8_t>(static_cast<size_t>(width) * layout.MainPixelBytes());
-    if (!converted) return kOutOfMemory;
-  }
   RequestAllPlanes(record);
   for (int32_t y = area.top; y < area.bottom; ++y) {
     const host::VRect line = {y, area.left, y + 1, area.right};
@@ -192,7 +182,7 @@ int32_t CopyBackRows(host::FilterRecord* record, const host::VRect& area, const 
     if (result != kSuccess) return result;
     uint8_t* const hostRow = OutputRow(*record, hostRowBytes);
     if (hostRow == nullptr) return host::kHostIsInsufficient;
-    StoreRow(layout, y - area.top, width, converted.get(), hostRow);
+    StoreRow(layout, y - area.top, width, hostRow);
   }
   // Before the last advance the rectangles go: a host would hand the last row out once more, in some hosts
   // with the source's pixels in it, and store those over the result when it next advances by itself.

@@ -33,9 +33,8 @@ int32_t FetchImage(host::FilterRecord* record, const host::VRect& workRectangle,
 // is three samples a pixel for CMYK, as fetched.
 //
 // Returns 0; or, when the host fails or delivers no row, its code or kHostIsInsufficient, with some rows
-// already in the host's hands (it drops them on a non-zero result); or kOutOfMemory, before the first row. A
-// failure of the last advance, which only has the host store what it was given, is told to the user and 0
-// returned.
+// already in the host's hands (it drops them on a non-zero result). A failure of the last advance, which only
+// has the host store what it was given, is told to the user and 0 returned.
 int32_t CopyBack(host::FilterRecord* record, const host::VRect& workRectangle, const PixelLayout& layout);
 
 // Lets the host finish without any output, and releases the buffers. Returns 0; a failure is told to the

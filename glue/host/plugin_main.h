@@ -33,8 +33,8 @@ struct HostCall {
 extern HostCall hostCall;
 
 // Opens the preview dialog over `ownerWindow` (the host's, may be null) on the buffer in `sourceSlot`; it may
-// change the parameters. Returns 0 for OK, anything else for cancel. Null, as it is at first: no run opens a
-// dialog. Returns the opener that was in force.
+// change the parameters. Returns 0 for OK, kOutOfMemory where it could not be set up, anything else for
+// cancel. Null, as it is at first: no run opens a dialog. Returns the opener that was in force.
 using DialogOpener = int32_t (*)(void* ownerWindow, int32_t sourceSlot, FilterParameters* parameters);
 DialogOpener SetDialogOpener(DialogOpener opener);
 

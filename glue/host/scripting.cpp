@@ -15,6 +15,9 @@ namespace tessaline {
 namespace {
 
 constexpr int32_t kTextHandleBytes = 514;
+constexpr int32_t kLongestText = 65536;  // bytes; what says it is longer is no text
+// A descriptor that has handed out so many keys will not end: it hands out its first one again and again.
+constexpr int32_t kMostKeys = 10000;
 constexpr uint32_t kUnitType = FourCharCode("UniT");
 // Enumeration values travel as four digits: 0 is '0000', 1 is '0001'.
 constexpr uint32_t kEnumerationZero = FourCharCode("0000");
@@ -126,6 +129,7 @@ void ReadText(Reader& reader, ParameterList* list, int32_t index) {
   OwnedHandle text;
   text.Adopt(reader.handleProcs, handle);
   const int32_t length = std::max(text.size(), 0);
+  if (length > kLongestText) return;
   const OwnedBlock<char> terminated = AllocateBlock<char>(static_cast<size_t>(length) + 1);
   if (!terminated || (text.data() == nullptr && length > 0)) return;
   if (length > 0) std::memcpy(terminated.get(), text.data(), static_cast<size_t>(length));
@@ -202,7 +206,7 @@ bool ReadDescriptor(host::FilterRecord* record, ParameterList* list) {
 
   host::OSType key = 0;
   int32_t flags = 0;
-  while (procs->getKeyProc(reader.token, &key, &reader.type, &flags)) {
+  for (int32_t n = 0; n < kMostKeys && procs->getKeyProc(reader.token, &key, &reader.type, &flags); ++n) {
     for (int32_t i = 0; i < list->entryCount; ++i) {
       if (list->entries[i].key == key) ReadEntry(reader, list, i);
     }

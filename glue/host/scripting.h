@@ -12,8 +12,8 @@ namespace tessaline {
 // Takes the values of the host's descriptor into the list: numbers that lie in their entry's range (an
 // integer does for a float, a float for an integer, truncated), booleans, enumerations and texts. Anything
 // else (a key that is no entry's, a value out of range or of another type, a getter that fails) leaves the
-// entry as it was. A descriptor that was read is disposed and the record's field cleared; without one, or
-// without the host's routines, nothing is done.
+// entry as it was. Reading ends after 10,000 keys at the latest. A descriptor that was read is disposed and
+// the record's field cleared; without one, or without the host's routines, nothing is done.
 //
 // True when the run must not open its dialog: unless the host's playInfo asks for it, also where the host has
 // no place for a playInfo (descriptorParameters null). One rule without exception: a window appears only in a

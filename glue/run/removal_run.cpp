@@ -80,7 +80,8 @@ int32_t Run(int32_t sourceSlot, FilterParameters* parameters, ParameterList* lis
   if (result != kSuccess) return result;
   if (!suppressDialog && door.openDialog != nullptr) {
     workspace.Release();  // a dialog may stay open for long
-    if (door.openDialog(door.user, sourceSlot, parameters) != 0) return kUserCancelled;
+    const int32_t answer = door.openDialog(door.user, sourceSlot, parameters);
+    if (answer != kSuccess) return answer == kOutOfMemory ? kOutOfMemory : kUserCancelled;
     MakeUsable(parameters);
     if (list != nullptr) StoreParameters(*parameters, list);
   }

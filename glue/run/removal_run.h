@@ -15,8 +15,8 @@ namespace tessaline {
 struct RunDoor {
   RunContext progress;
 
-  // Opens the preview dialog on the source slot; it may change the three values. Returns 0 for OK, anything
-  // else for cancel. Null: there is no dialog to open.
+  // Opens the preview dialog on the source slot; it may change the three values. Returns 0 for OK,
+  // kOutOfMemory where it could not be set up, anything else for cancel. Null: there is no dialog to open.
   int32_t (*openDialog)(void* user, int32_t sourceSlot, FilterParameters* parameters) = nullptr;
   void* user = nullptr;  // handed to openDialog
 };

@@ -15,8 +15,8 @@ using Steps = std::function<void()>;
 
 // Calls `open`, which must start a modal loop, and runs `steps` once that loop is dispatching messages: the
 // dialog is initialised then, though perhaps not shown yet. Steps may call this again for a dialog opened
-// from the first. The test fails when no loop was started.
-void RunInside(const Steps& open, const Steps& steps);
+// from the first. False when no loop was started.
+bool RunInside(const Steps& open, const Steps& steps);
 
 // Does what is waiting in this thread's queue, as the modal loop of a dialog would: posted messages, keys,
 // painting.

@@ -524,16 +524,21 @@ TEST_F(PreviewDialogTest, PicturesOfAnyShapeAreShown) {
   }
 }
 
-TEST_F(PreviewDialogTest, WithoutMemoryItOpensAndCloses) {
+// It says so and is gone, or it can be worked with.
+TEST_F(PreviewDialogTest, WithoutMemoryItOpensAndClosesOrSaysSo) {
   // Views that are bound to nothing say so.
   const MessageHandler previous = SetMessageHandler([](const char*, const char*) {});
-  for (const int allocations : {0, 3, 7, 12, 16, 20}) {
-    SCOPED_TRACE(allocations);
-    FailAllocationAfter(allocations);
-    Open(WorkThrough);
-    ClearAllocationFailure();
+  for (FailingAllocations failing; failing.Next();) {
+    const AllocationFailurePause testAtWork;
+    const int32_t result = failing.During([&] { return Open(WorkThrough); });
+    EXPECT_TRUE(result == kUserCancelled || (failing.hasFailed() && result == kOutOfMemory)) << result;
+    EXPECT_EQ(nullptr, previewWindow);
   }
   SetMessageHandler(previous);
+  Open([] {
+    WorkThrough();
+    ExpectViewsShown();
+  });
 }
 
 TEST_F(PreviewDialogTest, SecondRunMeanwhileIsCancelledAndHarmless) {

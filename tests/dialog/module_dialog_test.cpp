@@ -37,7 +37,9 @@ class ModuleDialog : public testing::Test {
                               const std::function<void(HWND)>& steps) {
     options.push_back("--dialog");
     ExitStatus status = ExitStatus::kWrongUsage;
-    RunInside([&] { status = Filter(options, output); }, [&] { steps(EnabledDialog()); });
+    const bool hasOpened =
+        RunInside([&] { status = Filter(options, output); }, [&] { steps(EnabledDialog()); });
+    EXPECT_TRUE(hasOpened);
     return status;
   }
 

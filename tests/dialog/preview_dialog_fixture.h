@@ -12,8 +12,10 @@
 #include "dialog/preview_dialog.h"
 #include "dialog/preview_state.h"
 #include "image/pixel_kind.h"
+#include "image/result_codes.h"
 #include "removal/peak_detection.h"
 #include "tests/dialog/dialog_driver.h"
+#include "tests/support/failing_allocations.h"
 
 namespace tessaline {
 
@@ -59,13 +61,17 @@ class PreviewDialogTest : public testing::Test {
     values_.gray16Slot = gray16_.slot();
     values_.gray8Slot = gray8_.slot();
     int32_t result = 1;
-    RunInside([&] { result = RunPreviewDialog(owner, slot, &values_); },
-              [&] {
-                ShowWindow(Dialog(), SW_SHOWNORMAL);
-                Settle();
-                steps();
-                if (Dialog() != nullptr) Press(TESSALINE_CANCEL);
-              });
+    const auto open = [&] {
+      const AllocationFailurePause dialogAtWork(false);
+      result = RunPreviewDialog(owner, slot, &values_);
+    };
+    const bool hasOpened = RunInside(open, [&] {
+      ShowWindow(Dialog(), SW_SHOWNORMAL);
+      Settle();
+      steps();
+      if (Dialog() != nullptr) Press(TESSALINE_CANCEL);
+    });
+    EXPECT_EQ(hasOpened, result != kOutOfMemory);
     return result;
   }
 
@@ -81,12 +87,13 @@ class PreviewDialogTest : public testing::Test {
   }
   // Does what opens a second modal dialog, and runs `steps` on that.
   static void EnterSecond(const Steps& open, const std::function<void(HWND)>& steps) {
-    RunInside(open, [&] {
+    const bool hasOpened = RunInside(open, [&] {
       const HWND second = EnabledDialog();
       ASSERT_NE(nullptr, second);
       ASSERT_NE(Dialog(), second);
       steps(second);
     });
+    EXPECT_TRUE(hasOpened);
     Settle();
   }
   static void PressAndEnter(int32_t id, const std::function<void(HWND)>& steps) {

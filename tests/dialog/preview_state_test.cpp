@@ -13,6 +13,7 @@
 #include "image/pixel_kind.h"
 #include "removal/notch_mask.h"
 #include "removal/peak_detection.h"
+#include "tests/support/failing_allocations.h"
 
 namespace tessaline {
 namespace {
@@ -253,11 +254,11 @@ TEST_F(PreviewTest, WideAreasAreCutAndNothingNeedsMemoryOrAPicture) {
     Close(true);
   }
   picture_.Create("main", 50, 40, kRgb8);
-  for (int32_t n = 0; n < 40; ++n) {
-    FailAllocationAfter(n);
-    Open();
-    preview.Compute();
-    ClearAllocationFailure();
+  for (FailingAllocations failing; failing.Next();) {
+    failing.During([&] {
+      Open();
+      preview.Compute();
+    });
     preview.Compute();
     Close(false);
   }

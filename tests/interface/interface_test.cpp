@@ -11,6 +11,7 @@
 #include "platform/memory.h"
 #include "restoration/decision.h"
 #include "restoration/restoration.h"
+#include "tests/support/failing_allocations.h"
 
 namespace tessaline {
 namespace {
@@ -181,23 +182,64 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
     EXPECT_NE(nullptr, std::strstr(tessaline_error_text(engine.get()), bad.word))
         << tessaline_error_text(engine.get());
     if (bad.code == TESSALINE_ERROR_SAMPLES)
-      *reinterpret_cast<float*>(laidOut.At(0, 1, 2)) = static_cast<float>(before.Get(0, 1, 2));
+      *reinterpret_cast<float*>(laidOut.At(0, 1, 2)) = before.Get(0, 1, 2);
     EXPECT_EQ(before.bytes(), laidOut.bytes());
   }
   EXPECT_EQ(TESSALINE_ERROR_ORDER, tessaline_decide(engine.get(), nullptr));
   EXPECT_EQ(TESSALINE_ERROR_ORDER, tessaline_apply(engine.get(), &before.picture().record(), nullptr, 0));
   EXPECT_EQ(nullptr, tessaline_findings_json(engine.get()));
-  // Every block of memory refused in turn.
-  LaidOut picture(kLayouts[0]);
-  int32_t code = TESSALINE_ERROR_NO_MEMORY, refused = -1;
-  while (code == TESSALINE_ERROR_NO_MEMORY && ++refused < 100) {
-    EXPECT_EQ(LaidOut(kLayouts[0]).bytes(), picture.bytes());
-    FailAllocationAfter(refused);
-    code = tessaline_clean(engine.get(), &picture.record(), nullptr, nullptr, 0);
-    ClearAllocationFailure();
+}
+
+// An engine that was refused memory in any call says so, has changed nothing, and works again.
+TEST(Interface, EveryAllocationThatFailsEndsInACodeAndChangesNothing) {
+  const LaidOut original(kLayouts[0]);
+  LaidOut cleaned(kLayouts[0]);
+  Engine engine;
+  engine.Clean(cleaned.picture());
+  std::vector<uint8_t> cells(TESSALINE_MASK_BYTES);
+  ASSERT_EQ(0, tessaline_get_mask(engine.get(), cells.data()));
+  TessalineEngine* made = nullptr;
+  for (FailingAllocations failing; failing.Next();) {
+    const int32_t code = failing.During([&] { return tessaline_create(1, &made); });
+    EXPECT_EQ(failing.hasFailed() ? TESSALINE_ERROR_NO_MEMORY : TESSALINE_OK, code);
+    EXPECT_EQ(failing.hasFailed(), made == nullptr);
+    tessaline_destroy(made);
   }
-  EXPECT_EQ(TESSALINE_OK, code);
-  EXPECT_GT(refused, 5);
+  using Call = std::function<int32_t(TessalineEngine*, TessalinePicture*)>;
+  TessalineSettings fixed = StandardSettings();
+  fixed.isAutomatic = 0;
+  fixed.acceptance = 100;
+  const Call calls[] = {
+      [](TessalineEngine* e, TessalinePicture* p) { return tessaline_clean(e, p, nullptr, nullptr, 0); },
+      [&](TessalineEngine* e, TessalinePicture* p) { return tessaline_clean(e, p, nullptr, &fixed, 0); },
+      [](TessalineEngine* e, TessalinePicture* p) { return tessaline_analyse(e, p); },
+      [](TessalineEngine* e, TessalinePicture* p) { return tessaline_analyse_more(e, p); },
+      [](TessalineEngine* e, TessalinePicture*) { return tessaline_decide(e, nullptr); },
+      [&](TessalineEngine* e, TessalinePicture*) { return tessaline_set_mask(e, cells.data()); },
+      [](TessalineEngine* e, TessalinePicture* p) { return tessaline_apply(e, p, nullptr, 0); },
+      [](TessalineEngine* e, TessalinePicture*) { return tessaline_clean(e, nullptr, nullptr, nullptr, 0); }};
+  const auto prepare = [&](LaidOut* picture) {
+    ASSERT_EQ(0, tessaline_analyse(engine.get(), &picture->record()));
+    ASSERT_EQ(0, tessaline_set_mask(engine.get(), cells.data()));
+  };
+  for (const Call& call : calls) {
+    SCOPED_TRACE(&call - calls);
+    const bool isAllInOne = &call - calls < 2;
+    LaidOut finished(kLayouts[0]);
+    prepare(&finished);
+    const int32_t usual = call(engine.get(), &finished.record());
+    for (FailingAllocations failing; failing.Next();) {
+      LaidOut picture(kLayouts[0]);
+      if (!isAllInOne) prepare(&picture);
+      ASSERT_EQ(0, tessaline_release_memory(engine.get()));  // or the call takes what there is
+      const int32_t code = failing.During([&] { return call(engine.get(), &picture.record()); });
+      ASSERT_TRUE(code == usual || (failing.hasFailed() && code == TESSALINE_ERROR_NO_MEMORY)) << code;
+      ASSERT_EQ(code == TESSALINE_OK ? finished.bytes() : original.bytes(), picture.bytes());
+    }
+    LaidOut again(kLayouts[0]);
+    engine.Clean(again.picture());
+    ASSERT_EQ(cleaned.bytes(), again.bytes());
+  }
 }
 
 TEST(Interface, StepsMaskAndFindingsTellTheSameAsAllInOneAndCancellingLeavesAllAsItWas) {

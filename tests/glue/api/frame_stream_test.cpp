@@ -123,5 +123,19 @@ TEST_F(FrameStreamTest, OnlyTheDialogFrameShowsTheDialogAndItsCancelEndsTheStrea
   EXPECT_EQ(Expected(input, 0, 1), Output());
 }
 
+// The frames that a stream has written when memory runs out are whole.
+TEST_F(FrameStreamTest, WithoutMemoryWhatIsWrittenIsWhole) {
+  const std::string input = WriteInput(2 * kFrameBytes);
+  const std::string expected = Expected(input, 0, 1);
+  for (FailingAllocations failing; failing.Next();) {
+    const int32_t result = failing.During([&] { return ProcessFrames(0, 1); });
+    EXPECT_TRUE(result == kSuccess || (failing.hasFailed() && result == kOutOfMemory)) << result;
+    const std::string output = Output();
+    EXPECT_EQ(expected.substr(0, output.size() / kFrameBytes * kFrameBytes), output);
+    EXPECT_TRUE(result != kSuccess || output == expected);
+    EXPECT_EQ(input, Content(stream.inputPath));
+  }
+}
+
 }  // namespace
 }  // namespace tessaline

@@ -10,6 +10,7 @@
 #include "platform/memory.h"
 #include "platform/message.h"
 #include "tests/glue/scratch_folder.h"
+#include "tests/support/failing_allocations.h"
 
 namespace tessaline {
 

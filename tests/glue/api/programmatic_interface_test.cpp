@@ -216,19 +216,37 @@ TEST_F(ProgrammaticInterfaceTest, ASecondCallIsRefusedAtOnceAndExceptionsEndInAC
   EXPECT_EQ(0, liveBufferCount);
 }
 
+// Untouched with kOutOfMemory, or finished: without memory for the caller's text a run would use other
+// values.
 TEST_F(ProgrammaticInterfaceTest, WithoutMemoryEveryCallEndsWithACode) {
-  // The list, the 50 blocks of the preferences, three lines of text, the handle and the run's own first
-  // blocks.
-  for (int allocation = 0; allocation < 70; ++allocation) {
-    uint8_t pixels[4] = {10, 20, 30, 40};
-    FailAllocationAfter(allocation);
-    const int32_t result = Process(2, 2, 1, pixels);
-    ClearAllocationFailure();
-    EXPECT_EQ(kOutOfMemory, result) << allocation;
-    EXPECT_EQ(40, pixels[3]) << allocation;
-    EXPECT_EQ(0, liveBufferCount) << allocation;
+  constexpr char kText[] = "<long>epsT,100\r\n<doub>NoRd,3\r\n<doub>LFct,9\r\n";
+  constexpr int32_t kEdge = 6;
+  for (const int32_t kind : {3, 2, -6}) {
+    std::vector<uint16_t> original(kEdge * kEdge * 3), finished;
+    for (size_t i = 0; i < original.size(); ++i) original[i] = static_cast<uint16_t>(i * 7919 % 32768);
+    finished = original;
+    SetText(kText);
+    ASSERT_EQ(0, Process(kEdge, kEdge, kind, finished.data()));
+    const std::string finishedText = instance.parameterText;
+    for (FailingAllocations failing; failing.Next();) {
+      std::vector<uint16_t> pixels = original;
+      SetText(kText);
+      const int32_t result = failing.During([&] { return Process(kEdge, kEdge, kind, pixels.data()); });
+      ASSERT_TRUE(result == kSuccess || (failing.hasFailed() && result == kOutOfMemory)) << result;
+      ASSERT_EQ(result == kSuccess ? finished : original, pixels) << result;
+      if (result == kSuccess) {
+        EXPECT_EQ(finishedText, instance.parameterText);
+      }
+      EXPECT_EQ(0, liveBufferCount);
+    }
   }
   EXPECT_FALSE(HasFailed());
+  for (FailingAllocations failing; failing.Next();) {
+    TessalineInstance another = {};
+    const int32_t result = failing.During([&] { return MTAPI_CreateInstance(&another); });
+    EXPECT_EQ(failing.hasFailed() ? kOutOfMemory : kSuccess, result);
+    MTAPI_FreeInstance(&another);
+  }
 }
 
 }  // namespace

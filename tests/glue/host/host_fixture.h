@@ -18,6 +18,7 @@
 #include "platform/message.h"
 #include "testhost/fake_host.h"
 #include "tests/glue/scratch_folder.h"
+#include "tests/support/failing_allocations.h"
 
 namespace tessaline {
 
@@ -50,8 +51,10 @@ class HostTest : public PreferencesTest {
  protected:
   HostTest() {
     messages = {};
-    SetMessageHandler(
-        [](const char* text, const char* title) { messages.push_back(std::string(title) + ": " + text); });
+    SetMessageHandler([](const char* text, const char* title) {
+      const AllocationFailurePause notTheFilters;
+      messages.push_back(std::string(title) + ": " + text);
+    });
   }
   ~HostTest() override {
     ClearAllocationFailure();

@@ -480,22 +480,30 @@ TEST_F(PluginMainTest, NullPointersAtAnyAdvanceLoseNothing) {
   }
 }
 
+// A mask and alpha, a conversion on the way out, and values that are played: untouched with kOutOfMemory, or
+// finished.
 TEST_F(PluginMainTest, MemoryRunningOutAnywhereLosesNothing) {
-  const Document source = MakePatterned(host::kModeGray, 8, 2, 20, 3);
-  bool isOutOfMemory = true;
-  int32_t n = 0;
-  for (; isOutOfMemory && n < 200; ++n) {
-    SCOPED_TRACE(n);
-    FailAllocationAfter(n);
-    const Report report = RunFilter(PluginMain, source, Switches{});
-    ClearAllocationFailure();
-    EXPECT_NO_COMPLAINTS(report);
-    EXPECT_TRUE(AllSlotsAreEmpty());
-    isOutOfMemory = report.result == kOutOfMemory;
-    EXPECT_EQ(isOutOfMemory, !report.isOutputTouched);
+  Document masked = MakePatterned(host::kModeGray, 8, 2, 400, 300);
+  masked.mask.assign(400 * 300, 200);
+  for (const Document& source : {masked, MakePatterned(host::kModeLab48, 16, 4, 20, 3)}) {
+    const Switches switches = Playing(kSharp);
+    const Report finished = RunFilter(PluginMain, source, switches);
+    ASSERT_NE(source.pixels, finished.document.pixels);
+    for (FailingAllocations failing; failing.Next();) {
+      const Report report = failing.During([&] { return RunFilter(PluginMain, source, switches); });
+      ASSERT_TRUE(report.result == kSuccess || (failing.hasFailed() && report.result == kOutOfMemory));
+      const bool isFinished = report.result == kSuccess;
+      ASSERT_EQ(isFinished ? finished.document.pixels : source.pixels, report.document.pixels);
+      EXPECT_EQ(isFinished, report.isOutputTouched);
+      // What was played is the host's until it has been read.
+      EXPECT_TRUE(report.wasRecorded ? report.recorded == switches.recording : !isFinished);
+      EXPECT_NO_COMPLAINTS(report);
+      EXPECT_EQ(0, report.handlesLeft);
+      EXPECT_TRUE(AllSlotsAreEmpty());
+      EXPECT_EQ(static_cast<uintmax_t>(kPreferencesFileBytes), std::filesystem::file_size(PreferencesPath()));
+    }
   }
-  EXPECT_GT(n, 10);
-  EXPECT_FALSE(isOutOfMemory);
+  EXPECT_TRUE(messages.empty()) << Joined(messages);
 }
 
 }  // namespace
