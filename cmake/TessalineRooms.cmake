@@ -30,6 +30,18 @@ if(TESSALINE_SANITIZE AND TESSALINE_TESTS AND CMAKE_CXX_COMPILER_ID STREQUAL "Cl
   set(TESSALINE_FUZZ ON)
 endif()
 
+# Programs lie at random addresses, as libraries do, and their tables of addresses are read-only before the first call. The
+# Windows modules have what their linker gives (tests/module/module_file_test).
+option(TESSALINE_HARDEN "Position-independent programs, and tables that cannot be written" ON)
+if(WIN32 OR EMSCRIPTEN OR TESSALINE_SANITIZE OR TESSALINE_SANITIZE_THREADS)
+  set(TESSALINE_HARDEN OFF)
+endif()
+if(TESSALINE_HARDEN)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES C CXX)
+  add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
+
 if(TESSALINE_SANITIZE_THREADS)
   add_compile_options(-O1 -g1 -fsanitize=thread)
   add_link_options(-fsanitize=thread)
