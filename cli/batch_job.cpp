@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 
 #include "cli/batch_log.h"
 #include "cli/messages.h"
@@ -93,6 +94,10 @@ PictureEnd CleanOne(const BatchFacts& facts, size_t index, const ThreadShare& th
     return EndOf(request, outcome);
   } catch (const Refusal& refusal) {
     return EndOfFailed(facts, index, refusal);
+  } catch (const std::bad_alloc&) {
+    return EndOfFailed(facts, index,
+                       Refusal(ExitStatus::kOutOfMemory, facts.list.Input(index),
+                               "not enough memory; close other programs"));
   } catch (const std::exception& error) {
     return EndOfFailed(facts, index, Refusal(ExitStatus::kUnreadable, facts.list.Input(index), error.what()));
   }

@@ -32,6 +32,31 @@ std::atomic<int> noticeEnd{-1};         // where a signal is noted instead of ac
 int messageDescriptor = STDERR_FILENO;  // stderr itself may be silenced at the moment
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
 
+void RemoveTemporaries() {
+  for (Temporary& temporary : temporaries) {
+    if (temporary.used.load()) unlink(temporary.path);
+  }
+}
+
+void EndChildren() {
+  for (auto& child : children) {
+    const pid_t pid = child.load();
+    if (pid > 0) kill(pid, SIGTERM);
+  }
+  for (auto& child : children) {
+    const pid_t pid = child.load();
+    if (pid > 0) waitpid(pid, nullptr, 0);
+  }
+}
+
+// On a terminal the first byte leaves the progress line.
+void WriteLine(const char* line, size_t count) {
+  const size_t skipped = isatty(messageDescriptor) != 0 ? 0 : 1;
+  if (write(messageDescriptor, line + skipped, count - skipped) < 0) {
+    // Nobody to tell.
+  }
+}
+
 // Async-signal-safe calls only. Leaving from here rather than setting a flag: a transform of 8192 x 8192 or a
 // blocked read would let the user wait.
 void LeaveInterrupted(int) {
@@ -44,23 +69,10 @@ void LeaveInterrupted(int) {
     errno = before;
     return;
   }
-  for (Temporary& temporary : temporaries) {
-    if (temporary.used.load()) unlink(temporary.path);
-  }
-  for (auto& child : children) {
-    const pid_t pid = child.load();
-    if (pid > 0) kill(pid, SIGTERM);
-  }
-  for (auto& child : children) {
-    const pid_t pid = child.load();
-    if (pid > 0) waitpid(pid, nullptr, 0);
-  }
+  RemoveTemporaries();
+  EndChildren();
   const char line[] = "\ntessaline: interrupted\n";
-  // On a terminal the first byte leaves the progress line.
-  const int skipped = isatty(messageDescriptor) != 0 ? 0 : 1;
-  if (!isChild.load() && write(messageDescriptor, line + skipped, sizeof line - 1 - skipped) < 0) {
-    // Nobody to tell.
-  }
+  if (!isChild.load()) WriteLine(line, sizeof line - 1);
   _exit(static_cast<int>(ExitStatus::kInterrupted));
 }
 
@@ -122,6 +134,18 @@ InterruptionHeld::InterruptionHeld() {
 InterruptionHeld::~InterruptionHeld() {
   const sigset_t set = HandledSignals();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+void LeaveOutOfMemory() {
+  const sigset_t set = HandledSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  RemoveTemporaries();
+  EndChildren();
+  if (isChild.load()) raise(SIGKILL);
+  const char line[] =
+      "\ntessaline: not enough memory, or no further thread to be had; close other programs\n";
+  WriteLine(line, sizeof line - 1);
+  _exit(static_cast<int>(ExitStatus::kOutOfMemory));
 }
 
 void RegisterChild(pid_t child) {

@@ -34,6 +34,10 @@ class InterruptionHeld {
 void RegisterChild(pid_t child);  // at most 256 at a time
 void ForgetChild(pid_t child);
 
+// Leaves likewise, with status 6 and a line, where memory runs out in a place that no error comes back from;
+// a child leaves the words to its parent, and is killed (see EndedSilently).
+[[noreturn]] void LeaveOutOfMemory();
+
 // In a child, right after fork: the parent's files and children are not this process's to clean up, of an
 // interruption the parent tells, and it ends the child at once.
 void BecomeChild();

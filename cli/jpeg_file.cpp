@@ -57,6 +57,7 @@ class Decoder {
     return jpeg_read_header(&info_, TRUE) == JPEG_HEADER_OK;
   }
   const jpeg_decompress_struct& info() const { return info_; }
+  off_t position() const { return source_.at - static_cast<off_t>(source_.manager.bytes_in_buffer); }
 
  private:
   struct Source {
@@ -116,6 +117,20 @@ std::vector<JpegSegment> DescriptiveSegments(jpeg_saved_marker_ptr list) {
 
 }  // namespace
 
+bool JpegReachesItsEnd(int descriptor, off_t scan, off_t size) {
+  constexpr std::string_view kEnd = "\xFF\xD9";
+  constexpr off_t kBlock = 65536;
+  std::string block(kBlock, '\0');
+  for (off_t end = size; end > scan; end -= kBlock - 1) {  // a byte twice, for the mark may lie across
+    const off_t begin = std::max(scan, end - kBlock);
+    const ssize_t count = pread(descriptor, block.data(), static_cast<size_t>(end - begin), begin);
+    if (count != end - begin) return false;
+    if (std::string_view(block.data(), static_cast<size_t>(count)).rfind(kEnd) != std::string_view::npos)
+      return true;
+  }
+  return false;
+}
+
 std::optional<JpegHeader> ReadJpegHeader(int descriptor) {
   Decoder decoder(descriptor);
   if (!decoder.ReadHeader()) return std::nullopt;
@@ -133,6 +148,7 @@ std::optional<JpegHeader> ReadJpegHeader(int descriptor) {
   header.hasMarkOfCoding = info.saw_Adobe_marker != 0;
   header.isProgressive = info.progressive_mode != 0;
   header.restartInterval = info.restart_interval;
+  header.scan = decoder.position();
   header.segments = DescriptiveSegments(info.marker_list);
   constexpr double kUnitsPerInch[] = {1, 2.54};
   const int unit = info.saw_JFIF_marker ? info.density_unit : 0;

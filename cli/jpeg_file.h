@@ -26,6 +26,7 @@ struct JpegHeader {
   bool hasMarkOfCoding = false;                 // Adobe's: of inks, that they are inverted
   bool isProgressive = false;
   unsigned restartInterval = 0;
+  off_t scan = 0;  // where in the file its first coded pixels are
   // Application segments and comments, but for those that speak of the coding or of further pictures. That of
   // JFIF comes first, as the format wants it.
   std::vector<JpegSegment> segments;
@@ -35,6 +36,10 @@ struct JpegHeader {
 // Of the file behind `descriptor`, whose position is left alone. Nothing when it is no JPEG file, or damaged
 // before its first scan.
 std::optional<JpegHeader> ReadJpegHeader(int descriptor);
+
+// Whether the end mark stands somewhere behind the beginning of the first scan. The library does without it
+// where it has all pixels of a picture of one component.
+bool JpegReachesItsEnd(int descriptor, off_t scan, off_t size);
 
 struct JpegForm {
   const JpegHeader* like = nullptr;  // whose colour space, sampling and, without a quality, tables to use

@@ -1,6 +1,8 @@
 #include "cli/machine_share.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -122,6 +124,36 @@ uint64_t AvailableMemory(const std::string& root) {
   return available;
 }
 
+uint64_t LeftByLimits() {
+  const struct {
+    int resource;
+    const char* used;
+  } kLimits[] = {{RLIMIT_AS, "VmSize:"}, {RLIMIT_DATA, "VmData:"}};
+  uint64_t left = kUnlimited;
+  for (const auto& [resource, word] : kLimits) {
+    rlimit limit = {};
+    if (getrlimit(static_cast<__rlimit_resource>(resource), &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+      continue;
+    const uint64_t used = NumberBehind(word, "/proc/self/status", 0) * 1024;
+    left = std::min<uint64_t>(left, limit.rlim_cur - std::min<uint64_t>(limit.rlim_cur, used));
+  }
+  return left;
+}
+
+uint64_t BytesOfStacks(int threads) {
+  pthread_attr_t attributes;
+  size_t bytes = 0;
+  if (pthread_getattr_default_np(&attributes) == 0) {
+    pthread_attr_getstacksize(&attributes, &bytes);
+    pthread_attr_destroy(&attributes);
+  }
+  // The engine's, those that compress, and a few of the picture library: where hers are too large for the
+  // limit she says so.
+  constexpr uint64_t kOfLibrary = 3, kMost = 8 * kMiB;
+  const auto own = static_cast<uint64_t>(threads > 1 ? 2 * threads - 1 : 0);
+  return own * bytes + kOfLibrary * std::min<uint64_t>(bytes, kMost);
+}
+
 uint64_t MemoryHeldBy(int process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/statm");
   uint64_t whole = 0, resident = 0;
@@ -151,7 +183,7 @@ uint64_t BytesHeldWhileWriting(const PageKind& kind, FileFormat format) {
 }  // namespace
 
 uint64_t MemoryNeeded(const PageKind& kind, const MemoryUse& use) {
-  constexpr uint64_t kProgram = 50 * kMiB, kThread = 6 * kMiB;
+  constexpr uint64_t kProgram = 56 * kMiB, kThread = 6 * kMiB;
   const uint64_t fixed = kProgram + static_cast<uint64_t>(std::max(use.threads - 2, 0)) * kThread;
   const uint64_t writing = use.written ? BytesHeldWhileWriting(kind, *use.written) : 0;
   const int32_t largest = std::max(kind.width, kind.height);
@@ -163,7 +195,7 @@ uint64_t MemoryNeeded(const PageKind& kind, const MemoryUse& use) {
     const auto side = static_cast<uint64_t>(rule.side);
     const uint64_t missing = side - std::min(side, static_cast<uint64_t>(kind.height));
     const uint64_t spared = missing * (2 * kind.RowBytes() + (use.isAutomatic ? 12 * side : 0));
-    return fixed + BytesOfTiles(kind.RowBytes(), use.isAutomatic, rule) - spared + writing;
+    return fixed + BytesOfTiles(kind.RowBytes(), use.isAutomatic, rule) - spared + writing + use.reading;
   }
   const auto side = static_cast<uint64_t>(TransformSizeFor(largest));
   const uint64_t transform = side * side * sizeof(float) * 13 / 10;
@@ -171,7 +203,7 @@ uint64_t MemoryNeeded(const PageKind& kind, const MemoryUse& use) {
   // What the automatic run takes for a part is free again when the picture is written.
   const uint64_t restoring =
       use.isAutomatic ? 14 * kMiB + picture / static_cast<uint64_t>(kind.parts()) * 31 / 20 : 0;
-  return fixed + transform + picture * 23 / 20 + std::max(restoring, writing);
+  return fixed + transform + picture * 23 / 20 + std::max({restoring, writing, use.reading});
 }
 
 SharedThreads::SharedThreads(int threads) : threads_(threads) {
@@ -216,10 +248,10 @@ BorrowedThreads::~BorrowedThreads() {
   if (share_.threads != nullptr) share_.threads->GiveBack(share_.place, count_);
 }
 
-std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels) {
+std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels, int most) {
   constexpr uint64_t kPixelsPerThread = uint64_t{1} << 20;
   const uint64_t worth = pixels / kPixelsPerThread + 1;
-  const int threads = static_cast<int>(std::min<uint64_t>(worth, share.threads->threads()));
+  const int threads = static_cast<int>(std::min<uint64_t>(worth, std::min(share.threads->threads(), most)));
   std::unique_ptr<Parallel> pool = threads > 1 ? MakeThreadPool(threads) : nullptr;
   if (!pool) return nullptr;
   return std::make_unique<SharedPool>(share, std::move(pool));

@@ -17,6 +17,13 @@ namespace tessaline::cli {
 // kinds) that this process is in leave it. `root` stands before the names of the system's files.
 uint64_t AvailableMemory(const std::string& root = "");
 
+// Bytes that the limits of this process (ulimit -v and -d) leave it. They count address space, not what is in
+// use: of a thread's stack the whole.
+uint64_t LeftByLimits();
+
+// Of which a run on so many threads takes so much for their stacks beside what it needs.
+uint64_t BytesOfStacks(int threads);
+
 // What a process holds now, in bytes; 0 when it is gone.
 uint64_t MemoryHeldBy(int process);
 
@@ -26,6 +33,7 @@ struct MemoryUse {
   std::optional<FileFormat> written;  // nothing in a dry run
   bool isTiled = false;               // also where the page is not too large for the whole
   int32_t tileSide = 0;               // 0: what suits
+  uint64_t reading = 0;               // what the library that decodes the file holds meanwhile, bytes
 };
 
 // What cleaning a page of that kind will hold at most, in bytes, fitted to measured runs of 0.4 to 55
@@ -85,8 +93,8 @@ class BorrowedThreads {
   int count_ = 0;
 };
 
-// A pool for one picture of so many pixels: as many threads as it is worth, each stretch on those that can be
-// borrowed. Null for one.
-std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels);
+// A pool for one picture of so many pixels: as many threads as it is worth, at most `most`, each stretch on
+// those that can be borrowed. Null for one.
+std::unique_ptr<Parallel> MakeSharedPool(const ThreadShare& share, uint64_t pixels, int most);
 
 }  // namespace tessaline::cli

@@ -2,15 +2,23 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <malloc.h>
+#include <pthread.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <exception>
+#include <functional>
 #include <new>
+#include <system_error>
 
 #include "cli/interruption.h"
+#include "cli/machine_share.h"
 #include "cli/messages.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
+#include "cli/own_process.h"
 #include "cli/picture_batch.h"
 #include "cli/picture_run.h"
 #include "cli/progress_bar.h"
@@ -32,13 +40,54 @@ void OpenClosedStandardStreams() {
   }
 }
 
+// What a library throws through code that cannot pass it on.
+[[noreturn]] void EndUncaught() {
+  try {
+    if (std::current_exception()) throw;
+  } catch (const std::bad_alloc&) {
+    LeaveOutOfMemory();
+  } catch (const std::system_error&) {  // a thread cannot be had
+    LeaveOutOfMemory();
+  } catch (...) {
+  }
+  abort();
+}
+
+// Of the memory that threads allocate each would have 64 MiB of address space set aside, and as much for a
+// stack as the shell gives the first of them (ulimit -s), which none here needs.
+void SpareAddressSpace() {
+  if (LeftByLimits() == UINT64_MAX) return;
+  mallopt(M_ARENA_MAX, 1);
+  constexpr size_t kStack = size_t{8} << 20;
+  pthread_attr_t attributes;
+  if (pthread_getattr_default_np(&attributes) != 0) return;
+  size_t bytes = 0;
+  if (pthread_attr_getstacksize(&attributes, &bytes) == 0 && bytes > kStack) {
+    pthread_attr_setstacksize(&attributes, kStack);
+    pthread_setattr_default_np(&attributes);
+  }
+  pthread_attr_destroy(&attributes);
+}
+
 void TellAll(const std::vector<std::string>& lines, const Talk& talk) {
   if (talk.quiet) return;
   for (const std::string& line : lines) Tell(line);
 }
 
-ExitStatus Run(const PictureCommand& command) {
-  if (command.isBatch) return CleanPictures(command);
+// With what goes wrong told.
+ExitStatus Telling(const std::function<ExitStatus()>& work) {
+  try {
+    return work();
+  } catch (const Refusal& refusal) {
+    Tell(refusal.what());
+    return refusal.status();
+  } catch (const std::bad_alloc&) {
+    Tell("not enough memory");
+    return ExitStatus::kOutOfMemory;
+  }
+}
+
+ExitStatus CleanOne(const PictureCommand& command) {
   PictureRequest request = RequestOf(command, command.pictures[0].input, command.pictures[0].output);
   request.format = command.format;
   request.spectrumFile = command.spectrumFile;
@@ -51,6 +100,22 @@ ExitStatus Run(const PictureCommand& command) {
   progress.Clear();
   TellAll(outcome.notes, command.talk);
   return ExitStatus::kDone;
+}
+
+ExitStatus Run(const PictureCommand& command) {
+  if (command.isBatch) return CleanPictures(command);
+  const std::string& input = command.pictures[0].input;
+  const auto work = [&] { return Telling([&] { return CleanOne(command); }); };
+  try {
+    const ExitStatus status = RunApart(input == "-" ? "standard input" : input, work);
+    if (status == ExitStatus::kInterrupted) Tell("interrupted");
+    return status;
+  } catch (const Refusal&) {
+    for (const std::string& output : {command.pictures[0].output, command.spectrumFile, command.maskFile,
+                                      command.gateFile, command.reportFile})
+      if (!output.empty()) RemoveStrays(FolderOf(output));
+    throw;
+  }
 }
 
 ExitStatus Run(const StreamCommand& command) {
@@ -68,20 +133,16 @@ ExitStatus Run(const PrintAndLeave& print) {
 }
 
 ExitStatus Main(int argc, const char* const* argv) {
-  try {
+  return Telling([=] {
     OpenClosedStandardStreams();
     InstallInterruptionHandlers();
+    std::set_terminate(EndUncaught);
+    SpareAddressSpace();
     // The engine's message boxes say what this program says in its own words.
     SetMessageHandler([](const char*, const char*) {});
     const Command command = ReadCommandLine(argc, argv);
     return std::visit([](const auto& wanted) { return Run(wanted); }, command);
-  } catch (const Refusal& refusal) {
-    Tell(refusal.what());
-    return refusal.status();
-  } catch (const std::bad_alloc&) {
-    Tell("not enough memory");
-    return ExitStatus::kOutOfMemory;
-  }
+  });
 }
 
 }  // namespace

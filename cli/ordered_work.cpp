@@ -1,5 +1,6 @@
 #include "cli/ordered_work.h"
 
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -9,6 +10,7 @@ OrderedWork::OrderedWork(int threads) {
   try {
     for (int i = 0; threads > 1 && i < threads; ++i) threads_.emplace_back([this] { Work(); });
   } catch (const std::system_error&) {  // those that there are do the work
+  } catch (const std::bad_alloc&) {
   }
 }
 

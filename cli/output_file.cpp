@@ -216,6 +216,8 @@ OutputFile::OutputFile(const std::string& path, bool overwrite, const std::vecto
     }
   } else if (errno != ENOENT && errno != ENOTDIR) {
     throw CannotWriteErrno(path, errno);
+  } else if (lstat(path.c_str(), &existing) == 0) {
+    throw CannotWrite(path, "is a link that leads nowhere; remove it, or give another name");
   }
 
   struct stat folder = {};

@@ -26,7 +26,8 @@ constexpr char kSingleBits[] = "of single bits", kFewBits[] = "of 2 or 4 bits", 
                kSpotColours[] = "in spot colours",
                kOtherColours[] = "in colours other than grey, RGB, Lab and CMYK",
                kTransparentColour[] = "with a transparent colour",
-               kOtherCoding[] = "coded in a way that is not read";
+               kOtherCoding[] = "coded in a way that is not read",
+               kTooMany[] = "of more than 10,000,000 pixels on a side";
 
 // Data of images, by the filter that stands last.
 struct CodingOfFilter {
@@ -347,7 +348,10 @@ PdfImage DescribePdfImage(const QPDFObjectHandle& stream) {
   QPDFObjectHandle mask = dictionary.getKey("/ImageMask");
   if (mask.isBool() && mask.getBoolValue()) return image;
   if (std::min(image.kind.width, image.kind.height) < kLeastSide) return image;
-  if (const char* const why = WhyNotLookedAt(dictionary, &image))
+  constexpr int32_t kMostSide = 10'000'000;  // as of files
+  if (std::max(image.kind.width, image.kind.height) > kMostSide)
+    image.whyNot = kTooMany;
+  else if (const char* const why = WhyNotLookedAt(dictionary, &image))
     image.whyNot = why;
   else
     image.isLookedAt = true;

@@ -90,18 +90,19 @@ class PdfRun {
     for (size_t i = 0; i < order_.size(); ++i)
       outputs_.OpenDrawings(static_cast<int>(i), images_[order_[i]].kind);
     // A document is refused before its first picture, not in the middle. Rows are compressed as PNG does it.
-    DemandMemory(request_, input_.name(), KindsLookedAt(),
-                 request_.dryRun ? std::nullopt : std::optional(FileFormat::kPng));
+    threads_ = DemandMemory(request_, input_.name(), KindsLookedAt(),
+                            request_.dryRun ? std::nullopt : std::optional(FileFormat::kPng));
   }
 
   PictureOutcome Run() {
     const std::vector<PageKind> kinds = KindsLookedAt();
-    Engine engine(MakePool(request_, kinds.empty() ? PageKind() : LargestOf(kinds)));
+    Engine engine(MakePool(request_, kinds.empty() ? PageKind() : LargestOf(kinds), threads_));
     if (!request_.dryRun) store_.emplace(OutputFile::Nameless(), folder_, outputName_);
     for (size_t i = 0; i < order_.size(); ++i) RunImage(i, engine);
     const auto writing = std::chrono::steady_clock::now();
     if (!request_.dryRun) Write();
     writeSeconds_ += SecondsSince(writing);
+    input_.DemandUnchanged();
     PictureOutcome outcome = {Notes(), Report(), Found()};
     outputs_.WriteReport(outcome.report);
     outputs_.Commit();
@@ -185,7 +186,7 @@ class PdfRun {
     PdfFilter filter = FilterOfRows(image.kind);
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
     WritingWishes wishes;
-    wishes.threads = FixedThreads(request_).value_or(1 + borrowed.count());
+    wishes.threads = std::min(FixedThreads(request_).value_or(1 + borrowed.count()), threads_);
     wishes.storage = request_.storage;
     if (image.coding == PdfCoding::kJpeg) {
       filter = FilterOfJpeg();
@@ -342,6 +343,7 @@ class PdfRun {
   std::optional<ToneCurve> curve_;   // of the image in work
   std::vector<ImageOutcome> outcomes_;
   size_t firstOfImage_ = 0;  // outcome of the image in work
+  int threads_ = 1;          // at most
   double readSeconds_ = 0, writeSeconds_ = 0;
 };
 

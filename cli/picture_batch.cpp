@@ -15,8 +15,10 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/batch_job.h"
@@ -25,6 +27,7 @@
 #include "cli/machine_share.h"
 #include "cli/messages.h"
 #include "cli/output_file.h"
+#include "cli/own_process.h"
 #include "cli/picture_list.h"
 #include "cli/picture_worker.h"
 #include "cli/progress_bar.h"
@@ -41,19 +44,6 @@ std::vector<FileIdentity> IdentitiesOfInputs(const PictureList& list) {
   }
   std::sort(inputs.begin(), inputs.end());
   return inputs;
-}
-
-// Why a process ended that had not told what became of its picture.
-Refusal EndedSilently(const std::string& input, int waitStatus) {
-  if (WIFSIGNALED(waitStatus) && WTERMSIG(waitStatus) == SIGKILL) {
-    return Refusal(ExitStatus::kOutOfMemory, input,
-                   "its process was killed, as happens when memory runs out; try fewer --jobs");
-  }
-  if (WIFSIGNALED(waitStatus)) {
-    return Refusal(ExitStatus::kUnreadable, input,
-                   std::string("its process ended with signal ") + strsignal(WTERMSIG(waitStatus)));
-  }
-  return Refusal(static_cast<ExitStatus>(WEXITSTATUS(waitStatus)), input, "its process was interrupted");
 }
 
 // The report of all, written as its entries come; those that come before their turn wait in a file without a
@@ -119,11 +109,8 @@ class BatchReport {
     waiting_[index] = {offset, entry.size()};
   }
   void OpenWaitingFile() {
-    const char* const named = getenv("TMPDIR");
-    std::string name = std::string(named != nullptr ? named : "/tmp") + "/tessaline-report-XXXXXX";
-    waitingFile_ = mkostemp(name.data(), O_CLOEXEC);
+    waitingFile_ = OpenNameless(FolderOfTemporaries());
     if (waitingFile_ < 0) throw CannotWrite();
-    unlink(name.c_str());
   }
 
   bool isWanted_ = false;
@@ -223,13 +210,27 @@ class Batch {
   void HandOut() {
     for (Desk& desk : desks_) {
       if (desk.hasTask) continue;
-      const std::optional<PictureTask> task = NextTask();
+      const std::optional<PictureTask> task = returned_ ? std::exchange(returned_, std::nullopt) : NextTask();
       if (!task) return;
-      Seat(desk);
+      if (!CanSeat(desk)) {
+        returned_ = task;
+        return;
+      }
       desk.hasTask = true;
       desk.task = *task;
       ++desk.pictures;
       desk.worker->Give(*task);
+    }
+  }
+
+  // A further process cannot be had: those at work go on, and come back for the picture.
+  bool CanSeat(Desk& desk) {
+    try {
+      Seat(desk);
+      return true;
+    } catch (const Refusal&) {
+      if (!HasWork()) throw;
+      return false;
     }
   }
 
@@ -450,6 +451,7 @@ class Batch {
   const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   size_t next_ = 0, told_ = 0;
   std::deque<size_t> inWorkElsewhere_;
+  std::optional<PictureTask> returned_;               // for which there was no process
   std::map<size_t, std::vector<std::string>> ended_;  // and not told
   std::set<std::string> cleanedFolders_;
   std::unique_ptr<Refusal> stop_;  // no further picture is begun

@@ -67,6 +67,22 @@ bool PngReachesItsEnd(int descriptor) {
   }
 }
 
+bool IsInterlacedPng(int descriptor) {
+  constexpr off_t kInterlaceAt = 28;
+  uint8_t way = 0;
+  return pread(descriptor, &way, 1, kInterlaceAt) == 1 && way != 0;
+}
+
+// Of a strip or a row of tiles, which are decoded as a whole.
+uint64_t BytesOfTiffPiece(const TiffStructure& tiff, int page, const PageKind& kind) {
+  constexpr uint16_t kRowsPerStrip = 278, kTileHeight = 323;
+  const auto index = static_cast<size_t>(page);
+  const auto height = static_cast<uint64_t>(kind.height);
+  const bool isOfTiles = tiff.Value(index, kTiffTileWidth, 0) > 0;
+  const uint64_t rows = std::min(height, tiff.Value(index, isOfTiles ? kTileHeight : kRowsPerStrip, height));
+  return rows * kind.RowBytes();
+}
+
 bool GifReachesItsEnd(int descriptor, off_t size) {
   constexpr uint8_t kTrailer = 0x3B;
   // Some writers pad the file with zeros behind the trailer.
@@ -118,6 +134,8 @@ PictureFile::PictureFile(InputFile file)
     RefuseTiffKinds();
   }
   if (format_->format == FileFormat::kJpeg) jpeg_ = ReadJpegHeader(descriptor_);
+  if (jpeg_ && !JpegReachesItsEnd(descriptor_, jpeg_->scan, file_.size()))
+    throw Damaged(path_, "its end is missing");
   metadata_ = LoadPage(0);
   if (!tiff_ && format_->hasPages && vips_image_get_typeof(metadata_.get(), VIPS_META_N_PAGES) != 0) {
     vips_image_get_int(metadata_.get(), VIPS_META_N_PAGES, &pages_);
@@ -290,17 +308,12 @@ void DeletePatched(gpointer data, GClosure*) {
 
 }  // namespace
 
+// Not the library's own source of a descriptor: some formats' files it maps into memory, and reading those is
+// a deadly signal once somebody has made the file shorter.
 GPointer<VipsSource> PictureFile::MakeSource(int page) const {
-  const std::vector<Patch> patches = PatchesFor(page);
-  if (patches.empty()) {
-    GPointer<VipsSource> source(vips_source_new_from_descriptor(descriptor_));
-    // The descriptor's position is shared by everything that reads the file.
-    if (source) lseek(descriptor_, 0, SEEK_SET);
-    return source;
-  }
   auto* file = new PatchedFile{descriptor_};
   file->size = file_.size();
-  for (const Patch& patch : patches) {
+  for (const Patch& patch : PatchesFor(page)) {
     auto offset = static_cast<int64_t>(patch.offset);
     for (uint8_t byte : patch.bytes) file->replaced.push_back({offset++, byte});
   }
@@ -443,7 +456,10 @@ void PageReader::Read(int count, const std::function<void(const void* row)>& tak
     const int top = next_ / kStripRows * kStripRows;
     const VipsRect strip = {0, top, kind.width, std::min(kStripRows, kind.height - top)};
     const bool isHeld = next_ > top;
-    if (!isHeld && vips_region_prepare(region_.get(), &strip) != 0) throw LoadingRefusal(file_.path());
+    if (!isHeld && vips_region_prepare(region_.get(), &strip) != 0) {
+      file_.file().DemandUnchanged();
+      throw LoadingRefusal(file_.path());
+    }
     for (; count > 0 && next_ < top + strip.height; ++next_, --count) {
       const void* const row = VIPS_REGION_ADDR(region_.get(), 0, next_);
       if (kind.isFloat()) file_.DemandLevels(static_cast<const float*>(row), page_, next_);
@@ -550,6 +566,42 @@ int PictureFile::orientation(int page) const {
   const std::vector<uint8_t> block = exif();
   const auto tags = TiffStructure::Read(ByteSource(block.data(), block.size()));
   return tags ? of(*tags, 0) : 1;
+}
+
+uint64_t PictureFile::BytesHeldWhileReading() const {
+  constexpr uint64_t kWebpBytes = 7, kJpegXlBytes = 12, kJpeg2000Bytes = 6;  // a sample
+  uint64_t most = 0;
+  for (int page = 0; page < pages_; ++page) {
+    const uint64_t samples = PixelsOf(kind(page)) * static_cast<uint64_t>(kind(page).channels());
+    uint64_t held = 0;
+    switch (format_->format) {
+      case FileFormat::kWebp:
+      case FileFormat::kGif:
+      case FileFormat::kHeif:
+        held = kWebpBytes * samples + static_cast<uint64_t>(file_.size());
+        break;
+      case FileFormat::kJpegXl:
+        held = kJpegXlBytes * samples;
+        break;
+      case FileFormat::kJpeg2000:
+        held = kJpeg2000Bytes * samples;
+        break;
+      case FileFormat::kJpeg:  // coefficients
+        held = jpeg_ && jpeg_->isProgressive ? 2 * samples : 0;
+        break;
+      case FileFormat::kPng:
+        held = IsInterlacedPng(descriptor_) ? kind(page).RowBytes() * static_cast<uint64_t>(kind(page).height)
+                                            : 0;
+        break;
+      case FileFormat::kTiff:
+        held = BytesOfTiffPiece(*tiff_, page, kind(page));
+        break;
+      default:
+        break;
+    }
+    most = std::max(most, held);
+  }
+  return most;
 }
 
 bool PictureFile::isLosslessWebp() const {

@@ -54,6 +54,10 @@ class PictureFile {
   // Of a PNM file: the level that is white in it. Its samples are on the full range here, as all others.
   std::optional<uint32_t> pnmLargest() const { return pnmLargest_; }
 
+  // What the library that decodes the hungriest page holds of it at a time beside the rows that it gives:
+  // measured over RGB.
+  uint64_t BytesHeldWhileReading() const;
+
   // Decodes a page, counted from 0. Refuses as PageReader does, and want of memory with kOutOfMemory.
   // `rowsDone`, when not null, hears how far the decoding is.
   void ReadPage(int page, PageSamples* samples,

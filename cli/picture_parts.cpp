@@ -143,21 +143,33 @@ const PageKind& LargestOf(const std::vector<PageKind>& kinds) {
                            [](const PageKind& a, const PageKind& b) { return PixelsOf(a) < PixelsOf(b); });
 }
 
-void DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
-                  std::optional<FileFormat> written) {
-  const MemoryUse use = {request.settings.isAutomatic, FixedThreads(request).value_or(UsableProcessors()),
-                         written, request.tileSide.has_value(), request.tileSide.value_or(0)};
-  uint64_t needed = 0;
-  for (const PageKind& kind : kinds) needed = std::max(needed, MemoryNeeded(kind, use));
-  if (request.beforeReading) request.beforeReading(needed);
-  const uint64_t available = AvailableMemory();
-  if (needed <= available) return;
+int DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
+                 std::optional<FileFormat> written, uint64_t reading) {
+  MemoryUse use = {request.settings.isAutomatic,
+                   FixedThreads(request).value_or(UsableProcessors()),
+                   written,
+                   request.tileSide.has_value(),
+                   request.tileSide.value_or(0),
+                   reading};
+  const auto needed = [&] {
+    uint64_t bytes = 0;
+    for (const PageKind& kind : kinds) bytes = std::max(bytes, MemoryNeeded(kind, use));
+    return bytes;
+  };
+  if (request.beforeReading) request.beforeReading(needed());
+  const uint64_t available = AvailableMemory(), left = LeftByLimits();
+  const auto fits = [&] { return needed() <= available && needed() + BytesOfStacks(use.threads) <= left; };
+  while (!fits() && use.threads > 1) --use.threads;
+  if (fits()) return use.threads;
   const auto inMiB = [](uint64_t bytes) { return std::to_string(bytes >> 20) + " MiB"; };
   const bool isCheap = !written || *written == FileFormat::kPng || *written == FileFormat::kTiff;
-  throw Refusal(ExitStatus::kOutOfMemory, name,
-                "needs about " + inMiB(needed) + " of memory, and " + inMiB(available) +
-                    " can be had; close other programs" + (isCheap ? "" : ", write PNG or TIFF,") +
-                    " or clean it in tiles (--tile 774)");
+  const bool isOfLimit = needed() <= available;
+  throw Refusal(
+      ExitStatus::kOutOfMemory, name,
+      "needs about " + inMiB(isOfLimit ? needed() + BytesOfStacks(1) : needed()) + " of memory, and " +
+          (isOfLimit ? inMiB(left) + " are left by this shell's limits (ulimit -v, ulimit -d); raise them"
+                     : inMiB(available) + " can be had; close other programs") +
+          (isCheap ? "" : ", write PNG or TIFF,") + " or clean it in tiles (--tile 774)");
 }
 
 std::optional<int> FixedThreads(const PictureRequest& request) {
@@ -166,10 +178,10 @@ std::optional<int> FixedThreads(const PictureRequest& request) {
   return UsableProcessors();
 }
 
-std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind) {
-  if (const std::optional<int> threads = FixedThreads(request)) return MakeThreadPool(*threads);
-  return MakeSharedPool(request.sharedThreads,
-                        static_cast<uint64_t>(kind.width) * static_cast<uint64_t>(kind.height));
+std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind, int most) {
+  if (const std::optional<int> threads = FixedThreads(request))
+    return MakeThreadPool(std::min(*threads, most));
+  return MakeSharedPool(request.sharedThreads, PixelsOf(kind), most);
 }
 
 }  // namespace tessaline::cli

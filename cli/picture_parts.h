@@ -70,13 +70,14 @@ double SecondsSince(std::chrono::steady_clock::time_point start);
 bool IsTiled(const PictureRequest& request, const PageKind& kind);
 const PageKind& LargestOf(const std::vector<PageKind>& kinds);
 // Waits until the hungriest page's memory may be taken, and refuses with kOutOfMemory where it is not to be
-// had: a process that takes more than there is would be killed without a word.
-void DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
-                  std::optional<FileFormat> written);
+// had: a process that takes more than there is would be killed without a word. Returns for how many threads,
+// of those wanted, there is room.
+int DemandMemory(const PictureRequest& request, const std::string& name, const std::vector<PageKind>& kinds,
+                 std::optional<FileFormat> written, uint64_t reading = 0);
 
 // None where threads are shared with other pictures.
 std::optional<int> FixedThreads(const PictureRequest& request);
-// Null for one thread.
-std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind);
+// Of at most so many threads; null for one.
+std::unique_ptr<Parallel> MakePool(const PictureRequest& request, const PageKind& kind, int most);
 
 }  // namespace tessaline::cli

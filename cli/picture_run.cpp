@@ -150,8 +150,10 @@ class PictureRun {
                     "is cleaned in tiles, of which no gate is drawn; leave --gate out");
     }
     outputs_ = OpenOutputs(request_, input_);
-    DemandMemory(request_, input_.path(), input_.kinds(),
-                 outputFormat_ != nullptr ? std::optional(outputFormat_->format) : std::nullopt);
+    threads_ = DemandMemory(request_, input_.path(), input_.kinds(),
+                            outputFormat_ != nullptr ? std::optional(outputFormat_->format) : std::nullopt,
+                            input_.BytesHeldWhileReading());
+    engine_.emplace(MakePool(request_, LargestOf(input_.kinds()), threads_));
   }
 
   PictureOutcome Run() {
@@ -167,6 +169,7 @@ class PictureRun {
     const auto writing = std::chrono::steady_clock::now();
     if (!request_.dryRun) Write();
     writeSeconds_ = SecondsSince(writing);
+    input_.file().DemandUnchanged();  // it may have been read more than once
     PictureOutcome outcome = {Notes(), Report(), Found()};
     outputs_.WriteReport(outcome.report);
     outputs_.Commit();
@@ -210,7 +213,7 @@ class PictureRun {
       show(0, "looking");
       TakeOutcome(page, part,
                   IsPassedOver(page) ? EngineOutcome()
-                                     : RunEngine(samples_.picture(part), engine_.workspace(), Wishes(page),
+                                     : RunEngine(samples_.picture(part), engine_->workspace(), Wishes(page),
                                                  show, input_.path()));
       if (outcomes_.back().samplesChanged) samples_.SetChanged(part);
     }
@@ -225,7 +228,8 @@ class PictureRun {
     };
     const int32_t parts = input_.kind(page).parts();
     for (int32_t part = 0; part < parts; ++part) {
-      tiled_.push_back(std::make_unique<TiledPage>(input_, page, part, engine_, request_.tileSide.value_or(0),
+      tiled_.push_back(std::make_unique<TiledPage>(input_, page, part, *engine_,
+                                                   request_.tileSide.value_or(0),
                                                    [show, looked](double fraction, const char* doing) {
                                                      show(looked + (1 - looked) * fraction, doing);
                                                    }));
@@ -322,7 +326,7 @@ class PictureRun {
       }
     };
     const BorrowedThreads borrowed(request_.threads > 0 ? ThreadShare() : request_.sharedThreads);
-    wishes_.threads = FixedThreads(request_).value_or(1 + borrowed.count());
+    wishes_.threads = std::min(FixedThreads(request_).value_or(1 + borrowed.count()), threads_);
     WritePicture(*outputFormat_, input_, fill, outputs_.picture(), wishes_);
     if (isCleanedMeanwhile) TellCleaningTime();
   }
@@ -447,7 +451,8 @@ class PictureRun {
   WritingWishes wishes_;
   std::optional<ToneCurve> curve_;  // of the page in work, by its file
   PageSamples samples_;
-  Engine engine_{MakePool(request_, LargestOf(input_.kinds()))};
+  int threads_ = 1;  // at most
+  std::optional<Engine> engine_;
   std::vector<std::unique_ptr<TiledPage>> tiled_;  // of the last page, by part, where they are done in tiles
   std::unique_ptr<PageStore> store_;               // only with several pages
   std::vector<PartOutcome> outcomes_;              // by page and part

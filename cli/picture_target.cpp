@@ -54,8 +54,9 @@ void PictureTarget::Check(bool failed) const {
                   std::string("cannot be written: ") + strerror(error_));
   }
   if (failed) {
-    throw Refusal(ExitStatus::kCannotWrite, output_->path(),
-                  "cannot be written; is there room on the disk, and memory?");
+    throw Refusal(ExitStatus::kOutOfMemory, output_->path(),
+                  "cannot be made, which its library takes much memory for; close other programs, or write "
+                  "PNG or TIFF");
   }
 }
 

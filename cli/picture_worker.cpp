@@ -4,12 +4,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "cli/interruption.h"
 #include "cli/output_file.h"
+#include "cli/own_process.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
@@ -45,12 +45,7 @@ bool OpenPipes(int (&ends)[4]) {
 
 [[noreturn]] void Live(pid_t parent, const ParentLine& line,
                        const std::function<void(const ParentLine&)>& serve) {
-  BecomeChild();
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != parent) _exit(static_cast<int>(ExitStatus::kInterrupted));
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  BecomeWorker(parent);
   serve(line);
   _exit(0);
 }

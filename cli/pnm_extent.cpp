@@ -119,6 +119,7 @@ const char* MissingFromPnm(int descriptor, off_t size) {
   if (!header.kind->isBitmap && (header.largest < 1 || header.largest > 65535)) {
     return "the largest level in its header is not 1 to 65535";
   }
+  if (header.width == 0 || header.height == 0) return "its header tells of no pixels";
   const uint64_t rowSamples = static_cast<uint64_t>(header.width) * header.kind->samples;
   if (header.kind->isPlain) {
     return HasPlainSamples(&reader, header.kind->isBitmap, rowSamples * header.height) ? nullptr : kEnd;
@@ -126,7 +127,7 @@ const char* MissingFromPnm(int descriptor, off_t size) {
   const uint64_t rowBytes =
       header.kind->isBitmap ? (rowSamples + 7) / 8 : rowSamples * (header.largest > 255 ? 2 : 1);
   const auto held = static_cast<uint64_t>(size - reader.position());
-  return rowBytes == 0 || held / rowBytes >= static_cast<uint64_t>(header.height) ? nullptr : kEnd;
+  return held / rowBytes >= static_cast<uint64_t>(header.height) ? nullptr : kEnd;
 }
 
 uint32_t LargestPnmLevel(int descriptor) {

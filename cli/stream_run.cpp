@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "cli/engine_run.h"
+#include "cli/machine_share.h"
 #include "cli/output_file.h"
 #include "cli/page_samples.h"
 #include "cli/report.h"
@@ -141,6 +142,13 @@ class StreamRun {
     }
   }
 
+  // How many frames of so many bytes decide together: as many as even out grain and scenery, but no more than
+  // a pipe's may wait in memory.
+  static size_t FramesToGather(size_t bytes) {
+    constexpr size_t kMostBytes = size_t{256} << 20;
+    return std::clamp(kMostBytes / bytes, size_t{1}, kDecidingFrames);
+  }
+
   std::vector<std::string> Run() {
     frame_.resize(kind_.RowBytes() * static_cast<size_t>(kind_.height));
     if (command_.frozenFrame && *command_.frozenFrame > command_.firstFrame) DecideAhead();
@@ -183,13 +191,6 @@ class StreamRun {
     return true;
   }
 
-  // How many frames decide together: as many as even out grain and scenery, but no more than a pipe's may
-  // wait in memory.
-  size_t FramesToGather() const {
-    constexpr size_t kMostBytes = size_t{256} << 20;
-    return std::clamp(kMostBytes / frame_.size(), size_t{1}, kDecidingFrames);
-  }
-
   // Looks at the frame at hand and lets it wait for the decision.
   void Gather() {
     if (waiting_.empty() && decision_.Begin() != kSuccess) throw NoMemoryToDecide();
@@ -198,7 +199,7 @@ class StreamRun {
     waiting_.push_back({frameNumber_, {}, RunOnFrame(wishes)});
     waiting_.back().bytes.swap(frame_);
     frame_.resize(waiting_.back().bytes.size());
-    if (waiting_.size() == FramesToGather()) DecideTogether();
+    if (waiting_.size() == FramesToGather(frame_.size())) DecideTogether();
   }
 
   // Decides for the frames that wait, and lets them go. Where nothing is found they are as they came, and the
@@ -401,8 +402,29 @@ class StreamRun {
 
 }  // namespace
 
+namespace {
+
+// Before anything is begun, as for pictures.
+void DemandMemoryForFrames(const StreamCommand& command) {
+  const PageKind kind = KindOf(command);
+  MemoryUse use = {
+      command.settings.isAutomatic, command.threads > 0 ? command.threads : UsableProcessors(), {}};
+  const uint64_t frame = kind.RowBytes() * static_cast<uint64_t>(kind.height);
+  const uint64_t waiting = command.isFrozen ? frame * StreamRun::FramesToGather(frame) : 0;
+  const uint64_t needed = MemoryNeeded(kind, use) + waiting;
+  const uint64_t can = std::min(AvailableMemory(), LeftByLimits());
+  if (needed <= can) return;
+  throw Refusal(ExitStatus::kOutOfMemory, "frames of " + SizeText(command) + " need about " +
+                                              std::to_string(needed >> 20) + " MiB of memory, and " +
+                                              std::to_string(can >> 20) +
+                                              " MiB can be had; close other programs");
+}
+
+}  // namespace
+
 std::vector<std::string> CleanStream(const StreamCommand& command, ProgressBar* progress) {
   try {
+    if (std::max(command.width, command.height) <= kLargestSide) DemandMemoryForFrames(command);
     return StreamRun(command, progress).Run();
   } catch (const std::bad_alloc&) {
     throw Refusal(ExitStatus::kOutOfMemory, "not enough memory for frames of " + SizeText(command));

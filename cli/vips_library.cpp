@@ -4,21 +4,35 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "cli/interruption.h"
+#include "cli/machine_share.h"
 #include "cli/refusal.h"
 
 namespace tessaline::cli {
 namespace {
 
-void DropMessage(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
-GLogWriterOutput DropStructuredMessage(GLogLevelFlags, const GLogField*, gsize, gpointer) {
+// What the library below calls fatal, and aborts after, is that a small block or a thread cannot be had.
+void DropMessage(const gchar*, GLogLevelFlags level, const gchar*, gpointer) {
+  if ((level & (G_LOG_FLAG_FATAL | G_LOG_LEVEL_ERROR)) != 0) LeaveOutOfMemory();
+}
+GLogWriterOutput DropStructuredMessage(GLogLevelFlags level, const GLogField*, gsize, gpointer) {
+  DropMessage(nullptr, level, nullptr, nullptr);
   return G_LOG_WRITER_HANDLED;
 }
+
+// Address space that the library and its modules take to start, and what may be wanted before the demand of a
+// picture is known. Where less is left it would abort.
+constexpr uint64_t kRoomToStart = uint64_t{24} << 20;
 
 }  // namespace
 
 void StartPictureLibrary() {
   static bool isStarted = false;
   if (isStarted) return;
+  if (LeftByLimits() < kRoomToStart) {
+    throw Refusal(ExitStatus::kOutOfMemory,
+                  "not enough memory to start; raise the limit of this shell (ulimit -v, ulimit -d)");
+  }
   g_log_set_default_handler(DropMessage, nullptr);
   g_log_set_writer_func(DropStructuredMessage, nullptr, nullptr);
   if (VIPS_INIT("tessaline") != 0) {

@@ -29,7 +29,7 @@ class Parallel {
 Parallel& SerialWork();
 
 // A pool of threads that wait for work. `threads` counts the caller's; 1 is SerialWork without a pool. Only
-// one Run at a time. Null when threads cannot be had.
+// one Run at a time. Where fewer threads can be had it has those; null where none can.
 std::unique_ptr<Parallel> MakeThreadPool(int32_t threads);
 
 // The processors that this process may use: those of its affinity mask, no more than its processor-time quota

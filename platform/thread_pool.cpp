@@ -26,15 +26,14 @@ void LookOutFor(const Condition& condition) {
 
 class ThreadPool final : public Parallel {
  public:
-  // Throws std::system_error or std::bad_alloc when a thread cannot be had.
+  // Of the threads asked for those that can be had.
   explicit ThreadPool(int32_t threads) {
     try {
       for (int32_t worker = 1; worker < threads; ++worker) {
         helpers_.emplace_back([this, worker] { WaitForWork(worker); });
       }
-    } catch (...) {
-      End();
-      throw;
+    } catch (const std::system_error&) {  // no further thread
+    } catch (const std::bad_alloc&) {
     }
   }
   ~ThreadPool() override { End(); }
@@ -118,9 +117,9 @@ class ThreadPool final : public Parallel {
 
 std::unique_ptr<Parallel> MakeThreadPool(int32_t threads) {
   try {
-    return std::make_unique<ThreadPool>(std::max(threads, 1));
-  } catch (const std::system_error&) {
-    return nullptr;
+    auto pool = std::make_unique<ThreadPool>(std::max(threads, 1));
+    if (threads > 1 && pool->threads() == 1) return nullptr;
+    return pool;
   } catch (const std::bad_alloc&) {
     return nullptr;
   }

@@ -66,7 +66,7 @@ TEST(Memory, NeededIsWhatARunTakesAndNotAThirdMore) {
 
 TEST(SharedThreads, AreOnesOwnWhenOthersWorkAndAllWhenAlone) {
   SharedThreads threads(3);
-  const auto pool = MakeSharedPool({&threads, 0}, uint64_t{100} << 20);
+  const auto pool = MakeSharedPool({&threads, 0}, uint64_t{100} << 20, 3);
   ASSERT_EQ(3, pool->threads());
   for (int place = 0; place < 3; ++place) threads.Begin(place);
   EXPECT_EQ(0, threads.Borrow(0, 8));

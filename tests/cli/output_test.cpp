@@ -71,6 +71,8 @@ TEST_F(Outputs, WhatCannotBeWrittenLeavesNothing) {
   ExpectCannotWrite({folder / "in.png", folder / "no/such/out.png"}, "does not exist");
   ExpectCannotWrite({folder / "in.png", folder / "in.png/out.png"}, "");
   ExpectCannotWrite({folder / "in.png", "/proc/out.png"}, "cannot be written");
+  std::filesystem::create_symlink("no/such.png", folder / "nowhere.png");
+  ExpectCannotWrite({"-f", folder / "in.png", folder / "nowhere.png"}, "leads nowhere");
   // Neither picture nor mask appears when the report cannot be written.
   ExpectCannotWrite({"-a", "97", folder / "in.png", folder / "out.png", "--mask", folder / "m.png",
                      "--report", "/dev/full"},

@@ -32,11 +32,13 @@ class Refusals : public testing::Test {
 TEST_F(Refusals, FilesThatAreNoPicture) {
   WriteWholeFile(folder / "text.png", "hello, this is a letter\n");
   WriteWholeFile(folder / "empty.png", "");
+  WriteWholeFile(folder / "nothing.png", "P5\n0 120\n255\n");
   std::filesystem::create_directory(folder / "folder.png");
   ASSERT_EQ(0, mkfifo((folder / "pipe.png").c_str(), 0600));
   ExpectRefusal(3, "missing.png", "does not exist");
   ExpectRefusal(3, "text.png", "not a picture");
   ExpectRefusal(3, "empty.png", "empty");
+  ExpectRefusal(3, "nothing.png", "no pixels");
   ExpectRefusal(3, "folder.png", "folder");
   ExpectRefusal(3, "pipe.png", "not a file");
 }
@@ -88,9 +90,9 @@ TEST_F(Refusals, EveryWayToCutAFileShort) {
                            {"a.jpg", ""},  {"b.jpg", "[interlace]"},
                            {"a.tif", ""},  {"b.tif", "[compression=deflate,tile]"},
                            {"a.webp", ""}, {"a.ppm", ""},
-                           {"a.jxl", ""}};
+                           {"a.jxl", ""},  {"g.jpg", ""}};
   for (const Written& written : files) {
-    Save(DrawScreen(3, 0, 8, 100, 80), folder / written.name, written.options);
+    Save(DrawScreen(written.name[0] == 'g' ? 1 : 3, 0, 8, 100, 80), folder / written.name, written.options);
     ASSERT_EQ(0, RunProgram({"--dry-run", folder / written.name}).status) << written.name;
     const std::string whole = ReadWholeFile(folder / written.name);
     const std::string cut = "cut" + std::string(written.name).substr(1);
