@@ -22,6 +22,10 @@ if(TESSALINE_SANITIZE)
   add_compile_options(-Og -g1)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")  # programs in C call libtessaline.so, which is C++ inside
+    add_link_options($<$<LINK_LANGUAGE:C>:-fsanitize-link-c++-runtime>)
+    link_libraries($<$<LINK_LANGUAGE:C>:stdc++>)
+  endif()
 endif()
 
 # libFuzzer comes with clang alone.

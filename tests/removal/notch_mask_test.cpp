@@ -38,11 +38,12 @@ std::vector<uint8_t> ShapePlainly(const std::vector<uint8_t>& seeds, float prote
     }
   }
   const float disc = 256.0f / std::min(protectionRadius, 127.9f);
+  const int reach = static_cast<int>(std::min(notchRadius, 1500.0f) * 41);  // 65280: no notch anywhere
   Grid from(kSide * kSide), to(kSide * kSide);
   for (int y = 0; y < kSide; ++y) {
     for (int x = 0; x < kSide; ++x) {
       const int squared = (x - 256) * (x - 256) + (y - 256) * (y - 256);
-      const bool isNotch = distances[y * kSide + x] <= static_cast<int>(notchRadius * 41);
+      const bool isNotch = distances[y * kSide + x] <= reach;
       from[y * kSide + x] = isNotch && static_cast<float>(squared) >= disc * disc ? 255 : 0;
     }
   }
