@@ -21,7 +21,7 @@ namespace tessaline {
 
 class FailingAllocations {
  public:
-  // After the first ones some dozens of the others are taken, further and further apart; with
+  // After the first ones a dozen or two of the others are taken, further and further apart; with
   // TESSALINE_EVERY_ALLOCATION in the environment each of them is.
   FailingAllocations() : each_(std::getenv("TESSALINE_EVERY_ALLOCATION") != nullptr ? 1000000 : 8) {}
   ~FailingAllocations() { EXPECT_GT(failures_, 0) << "nothing was allocated, so nothing was shown"; }
@@ -33,7 +33,7 @@ class FailingAllocations {
       isOnlyOne_ = false;
       at_ = -1;
     }
-    at_ += wasCalled_ && at_ >= each_ ? 1 + at_ / 4 : 1;
+    at_ += wasCalled_ && at_ >= each_ ? 1 + at_ / 2 : 1;
     wasCalled_ = hasFailed_ = false;
     trace_.emplace(__FILE__, __LINE__,
                    testing::Message()
