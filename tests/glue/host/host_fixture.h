@@ -88,7 +88,7 @@ inline Document MakePatterned(int16_t mode, int32_t depth, int32_t planes, int32
       const double level = 100 + (x + y) / 32.0 + noise + 50 * std::cos(x * 1.2) * std::cos(y * 1.3);
       for (int32_t s = 0; s < planes; ++s) {
         auto* const sample = const_cast<uint8_t*>(PixelAt(document, x, y)) + s * depth / 8;
-        const auto byte = static_cast<uint8_t>(level + 5 * s);
+        const auto byte = static_cast<uint8_t>(static_cast<int>(level + 5 * s));  // wraps at 256
         const auto word = static_cast<uint16_t>(byte * 128);
         if (depth == 8) std::memcpy(sample, &byte, sizeof byte);
         if (depth == 16) std::memcpy(sample, &word, sizeof word);
