@@ -191,6 +191,7 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
 }
 
 // An engine that was refused memory in any call says so, has changed nothing, and works again.
+#if !defined(__SANITIZE_THREAD__)  // takes minutes there, and shows nothing about threads
 TEST(Interface, EveryAllocationThatFailsEndsInACodeAndChangesNothing) {
   const LaidOut original(kLayouts[0]);
   LaidOut cleaned(kLayouts[0]);
@@ -224,13 +225,12 @@ TEST(Interface, EveryAllocationThatFailsEndsInACodeAndChangesNothing) {
   };
   for (const Call& call : calls) {
     SCOPED_TRACE(&call - calls);
-    const bool isAllInOne = &call - calls < 2;
     LaidOut finished(kLayouts[0]);
     prepare(&finished);
     const int32_t usual = call(engine.get(), &finished.record());
+    prepare(&finished);  // once: a call that fails leaves the engine as it was, too
     for (FailingAllocations failing; failing.Next();) {
       LaidOut picture(kLayouts[0]);
-      if (!isAllInOne) prepare(&picture);
       ASSERT_EQ(0, tessaline_release_memory(engine.get()));  // or the call takes what there is
       const int32_t code = failing.During([&] { return call(engine.get(), &picture.record()); });
       ASSERT_TRUE(code == usual || (failing.hasFailed() && code == TESSALINE_ERROR_NO_MEMORY)) << code;
@@ -241,6 +241,7 @@ TEST(Interface, EveryAllocationThatFailsEndsInACodeAndChangesNothing) {
     ASSERT_EQ(cleaned.bytes(), again.bytes());
   }
 }
+#endif
 
 TEST(Interface, StepsMaskAndFindingsTellTheSameAsAllInOneAndCancellingLeavesAllAsItWas) {
   LaidOut whole(kLayouts[0]), stepped(kLayouts[0]), frozen(kLayouts[0]), masked(kLayouts[0]),
