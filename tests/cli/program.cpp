@@ -17,7 +17,7 @@ namespace tessaline::cli {
 namespace {
 
 // Milliseconds without a sign of life after which a program is taken to hang.
-constexpr int kPatience = 120000;
+constexpr int kPatience = 400000;
 
 }  // namespace
 
