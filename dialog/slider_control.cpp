@@ -305,9 +305,10 @@ void FormatNumber(double value, uint8_t* text, int32_t decimals) {
     written.Append('-');
     value = -value;
   }
-  value = std::min(value, std::numeric_limits<double>::max());
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  value = std::min(value, kLargest);
   auto exponent = static_cast<int32_t>(std::log(value) / std::log(10.0));
-  const double rounded = value + 5.0 * std::pow(10.0, exponent - kMostDigits);
+  const double rounded = std::min(value + 5.0 * std::pow(10.0, exponent - kMostDigits), kLargest);
   if (exponent >= 4) {
     FormatScientific(rounded / std::pow(10.0, exponent), exponent, &written);
   } else if (exponent >= 0) {
