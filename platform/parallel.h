@@ -19,7 +19,7 @@ class Parallel {
   // Runs tasks 0 .. count-1, each once; `worker`, 0 .. threads() - 1, is the thread's own number, for scratch
   // memory (the caller is 0). Between its own tasks the calling thread, and no other, calls `poll` (may be
   // null) with the number of finished tasks; true means that no further task is begun. Returns when all tasks
-  // that were begun have ended: true when poll stopped it. Tasks must not throw.
+  // that were begun have ended: true when poll stopped it. Tasks must not throw; poll may, which stops too.
   using Task = void (*)(void* user, int32_t index, int32_t worker);
   using Poll = bool (*)(void* user, int32_t finished);
   virtual bool Run(int32_t count, Task task, Poll poll, void* user) = 0;

@@ -53,23 +53,32 @@ class ThreadPool final : public Parallel {
     }
     begin_.notify_all();
     bool isStopped = false;
-    for (int32_t index; (index = next_.fetch_add(1)) < count;) {
-      task(user, index, 0);
-      const int32_t finished = finished_.fetch_add(1) + 1;
-      if (poll != nullptr && poll(user, finished)) {
-        isStopped = true;
-        next_ = count;
+    {
+      const RoundEnd end{this, count};
+      for (int32_t index; !isStopped && (index = next_.fetch_add(1)) < count;) {
+        task(user, index, 0);
+        const int32_t finished = finished_.fetch_add(1) + 1;
+        isStopped = poll != nullptr && poll(user, finished);
       }
     }
-    const auto isDone = [this] { return working_ == 0; };
-    LookOutFor(isDone);
-    std::unique_lock lock(mutex_);
-    done_.wait(lock, isDone);
     if (!isStopped && poll != nullptr && count > 0) isStopped = poll(user, count);
     return isStopped;
   }
 
  private:
+  // No further task is begun, and those that were are waited for: what poll throws may not pass before.
+  struct RoundEnd {
+    ThreadPool* pool;
+    int32_t count;
+    ~RoundEnd() {
+      pool->next_ = count;
+      const auto isDone = [this] { return pool->working_ == 0; };
+      LookOutFor(isDone);
+      std::unique_lock lock(pool->mutex_);
+      pool->done_.wait(lock, isDone);
+    }
+  };
+
   void WaitForWork(int32_t worker) {
     uint64_t seen = 0;
     const auto isWanted = [&] { return isEnding_ || round_ != seen; };

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -127,6 +128,29 @@ TEST(Parallel, StopsAfterTheTaskThatThePollRefuses) {
     if (parallel->threads() == 1) {
       EXPECT_EQ(3, begun);
     }
+  }
+}
+
+// What the helpers work on is gone once it has passed.
+TEST(Parallel, WhatThePollThrowsPassesWhenAllTasksHaveEnded) {
+  const auto several = MakeThreadPool(3);
+  for (Parallel* const parallel : {&SerialWork(), several.get()}) {
+    std::atomic<int> begun = 0, ended = 0;
+    std::atomic<bool> isThrown = false;
+    const auto task = [&](int32_t, int32_t worker) {
+      ++begun;
+      while (worker == 0 ? begun < parallel->threads() : !isThrown) std::this_thread::yield();
+      for (int i = 0; worker > 0 && i < 1000; ++i) std::this_thread::yield();
+      ++ended;
+    };
+    const auto poll = [&](int32_t) -> bool {
+      isThrown = true;
+      throw std::bad_alloc();
+    };
+    EXPECT_THROW(ForEachTask(*parallel, 100, task, poll), std::bad_alloc);
+    EXPECT_EQ(ended, begun);
+    EXPECT_FALSE(ForEachTask(
+        *parallel, 10, [](int32_t, int32_t) {}, [](int32_t) { return false; }));
   }
 }
 
