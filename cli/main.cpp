@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -40,10 +41,13 @@ void OpenClosedStandardStreams() {
   }
 }
 
-// What a library throws through code that cannot pass it on.
+// What passes code that may not let it pass, a library's or before main. Compilers end some of that code with
+// the exception still on its way and not to be looked at: it is one of memory, which no such code reckons
+// with.
 [[noreturn]] void EndUncaught() {
   try {
     if (std::current_exception()) throw;
+    if (std::uncaught_exceptions() > 0) LeaveOutOfMemory();
   } catch (const std::bad_alloc&) {
     LeaveOutOfMemory();
   } catch (const std::system_error&) {  // a thread cannot be had
@@ -51,6 +55,11 @@ void OpenClosedStandardStreams() {
   } catch (...) {
   }
   abort();
+}
+
+// Before what is made before main, which allocates too: 101 is the first turn that a program may ask for.
+[[gnu::constructor(101)]] void TakeOverTheEnd() {
+  std::set_terminate(EndUncaught);
 }
 
 // Of the memory that threads allocate each would have 64 MiB of address space set aside, and as much for a
@@ -82,7 +91,7 @@ ExitStatus Telling(const std::function<ExitStatus()>& work) {
     Tell(refusal.what());
     return refusal.status();
   } catch (const std::bad_alloc&) {
-    Tell("not enough memory");
+    fputs("tessaline: not enough memory\n", stderr);  // and none for a longer sentence
     return ExitStatus::kOutOfMemory;
   }
 }
@@ -136,7 +145,6 @@ ExitStatus Main(int argc, const char* const* argv) {
   return Telling([=] {
     OpenClosedStandardStreams();
     InstallInterruptionHandlers();
-    std::set_terminate(EndUncaught);
     SpareAddressSpace();
     // The engine's message boxes say what this program says in its own words.
     SetMessageHandler([](const char*, const char*) {});
@@ -149,5 +157,9 @@ ExitStatus Main(int argc, const char* const* argv) {
 }  // namespace tessaline::cli
 
 int main(int argc, char** argv) {
-  return static_cast<int>(tessaline::cli::Main(argc, argv));
+  try {
+    return static_cast<int>(tessaline::cli::Main(argc, argv));
+  } catch (const std::bad_alloc&) {  // there was none to say what was wrong
+    tessaline::cli::LeaveOutOfMemory();
+  }
 }

@@ -199,8 +199,11 @@ constexpr std::pair<const char*, const char*> kSections[] = {
 };
 
 void PutIntoSections(CLI::App& app) {
-  for (const auto& [name, section] : kSections) {
-    if (CLI::Option* const option = app.get_option_no_throw(name)) option->group(section);
+  // Asking the library for an option by its name without an exception ends the program where memory does.
+  for (CLI::Option* const option : app.get_options()) {
+    for (const auto& [name, section] : kSections) {
+      if (option->check_lname(name + 2)) option->group(section);
+    }
   }
 }
 

@@ -11,6 +11,14 @@
 #include "cli/interruption.h"
 
 namespace tessaline::cli {
+namespace {
+
+// What is thrown ends here, and never goes back through what the parent owns, its unfinished files above all.
+[[noreturn]] void Live(const std::function<ExitStatus()>& work) noexcept {
+  exit(static_cast<int>(work()));
+}
+
+}  // namespace
 
 void BecomeWorker(int parent) {
   BecomeChild();
@@ -44,7 +52,7 @@ ExitStatus RunApart(const std::string& input, const std::function<ExitStatus()>&
     if (process == 0) BecomeWorker(parent);
   }
   if (process < 0) return work();
-  if (process == 0) exit(static_cast<int>(work()));
+  if (process == 0) Live(work);
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
   }

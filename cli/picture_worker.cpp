@@ -43,8 +43,9 @@ bool OpenPipes(int (&ends)[4]) {
   return false;
 }
 
+// What is thrown ends here, and never goes back through what the parent owns, its unfinished files above all.
 [[noreturn]] void Live(pid_t parent, const ParentLine& line,
-                       const std::function<void(const ParentLine&)>& serve) {
+                       const std::function<void(const ParentLine&)>& serve) noexcept {
   BecomeWorker(parent);
   serve(line);
   _exit(0);

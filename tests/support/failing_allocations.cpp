@@ -1,18 +1,23 @@
 // operator new of a whole test program, which fails when platform/memory.h is told to.
-#include "tests/support/failing_allocations.h"
+#include "tests/support/module_allocations.h"
 
 #include <cstdlib>
 #include <memory>
 #include <new>
 
+#include "platform/memory.h"
+
 namespace {
 
-void* Allocate(std::size_t bytes) noexcept {
-  return tessaline::AllocationMustFail() ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
+bool (*isCallerThatFails)(const void* address) = nullptr;
+void (*noteFailure)() = nullptr;
+
+void* Allocate(std::size_t bytes, const void* caller) noexcept {
+  return tessaline::AllocationFailsFor(caller) ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
 }
 
-void* AllocateOrThrow(std::size_t bytes) {
-  void* const block = Allocate(bytes);
+void* AllocateOrThrow(std::size_t bytes, const void* caller) {
+  void* const block = Allocate(bytes, caller);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
@@ -28,16 +33,35 @@ void FreeAligned(void* block) {
 
 }  // namespace
 
+namespace tessaline {
+
+bool AllocationFailsFor(const void* caller) {
+  if (isCallerThatFails != nullptr && !isCallerThatFails(caller)) return false;
+  const bool fails = AllocationMustFail();
+  if (fails && noteFailure != nullptr) noteFailure();
+  return fails;
+}
+
+void FailAllocationsOnlyOf(bool (*isCaller)(const void* address)) {
+  isCallerThatFails = isCaller;
+}
+
+void NoteFailedAllocations(void (*note)()) {
+  noteFailure = note;
+}
+
+}  // namespace tessaline
+
 // The forms that are not here end in these, or in their counterparts for deletion.
 void* operator new(std::size_t bytes) {
-  return AllocateOrThrow(bytes);
+  return AllocateOrThrow(bytes, __builtin_return_address(0));
 }
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
-  return Allocate(bytes);
+  return Allocate(bytes, __builtin_return_address(0));
 }
 void* operator new(std::size_t bytes, std::align_val_t alignment) {
   const auto step = static_cast<std::size_t>(alignment);
-  void* const origin = AllocateOrThrow(bytes + step + sizeof origin);
+  void* const origin = AllocateOrThrow(bytes + step + sizeof origin, __builtin_return_address(0));
   void* aligned = static_cast<char*>(origin) + sizeof origin;
   std::size_t room = bytes + step;
   aligned = std::align(step, bytes, aligned, room);
