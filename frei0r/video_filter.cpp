@@ -68,15 +68,17 @@ const char* VideoFilter::Text() const {
   return values_.Text().c_str();
 }
 
-// Hosts set every parameter before every frame, mostly to what it was.
+// Hosts set every parameter before every frame, mostly to what it was. What cannot be taken over for want of
+// memory is found different the next time.
 void VideoFilter::TakeWishes() {
-  const Wishes before = std::exchange(wishes_, values_.Ask());
+  const Wishes wishes = values_.Ask();
+  if (!wishes.DecideAlike(wishes_)) ForgetDecision(wishes);
+  wishes_ = wishes;
   isShaped_ = false;
-  if (!wishes_.DecideAlike(before)) ForgetDecision();
 }
 
-void VideoFilter::ForgetDecision() {
-  gathering_ = FilmDecision(wishes_.settings);
+void VideoFilter::ForgetDecision(const Wishes& wishes) {
+  gathering_ = FilmDecision(wishes.settings);
   gathered_ = 0;
   isGathered_ = isDecided_ = false;
   kept_ = {};

@@ -38,7 +38,7 @@ class VideoFilter {
 
  private:
   void TakeWishes();
-  void ForgetDecision();
+  void ForgetDecision(const Wishes& wishes);
 
   // These return 0 or a code of the engine, then with the frame untouched.
   int32_t CleanFrame(const PictureView& frame, double time);

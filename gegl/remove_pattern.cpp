@@ -84,7 +84,6 @@ property_enum(light, "Notches work on", TessalineNotchLevels, tessaline_notch_le
 #include <gegl-op.h>
 
 #include <new>
-#include <string>
 
 #include "gegl/picture_cleaner.h"
 #include "gegl/sample_formats.h"
@@ -143,9 +142,8 @@ Wishes WishesOf(const GeglProperties& properties) {
 }
 
 // GIMP shows messages of GEGL's in a window, and warnings only to those who started it from a shell.
-void PassOn(GeglBuffer* input, GeglBuffer* output, const GeglRectangle& roi, const std::string& why) {
-  g_log("GEGL", G_LOG_LEVEL_MESSAGE, "tessaline:remove-pattern: %s; the picture is left as it is",
-        why.c_str());
+void PassOn(GeglBuffer* input, GeglBuffer* output, const GeglRectangle& roi, const char* why) {
+  g_log("GEGL", G_LOG_LEVEL_MESSAGE, "tessaline:remove-pattern: %s; the picture is left as it is", why);
   gegl_buffer_copy(input, &roi, GEGL_ABYSS_NONE, output, &roi);
 }
 

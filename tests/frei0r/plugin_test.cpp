@@ -8,6 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/failing_allocations.h"
+#include "tests/support/module_allocations.h"
+
 extern "C" {
 #include <frei0r.h>
 }
@@ -110,6 +113,42 @@ TEST_F(Frei0rFilter, InstancesAtOnceGiveTheSamePixelsAndSettingsAnewDecideAnew) 
   EXPECT_EQ(results[0], results[2]);
   EXPECT_NE(lines, results[0]);
   for (size_t i = 0; i < lines.size(); ++i) ASSERT_EQ(lines[i] >> 24, results[0][i] >> 24) << "alpha";
+}
+
+// A frame that cannot be cleaned passes as it came, and later ones are cleaned as ever.
+TEST_F(Frei0rFilter, WithoutMemoryFramesPassAsTheyAre) {
+  const std::vector<uint32_t> lines = Lines();
+  ASSERT_TRUE(tessaline::FailAllocationsOfModule("/frei0r-1/tessaline.so"));
+  // As hosts do, with every value set before every frame.
+  const auto play = [&](f0r_instance_t filter) {
+    std::vector<std::vector<uint32_t>> frames;
+    for (int i = 0; i < 2 && filter != nullptr; ++i) {
+      double automatic = i, acceptance = 0.9;
+      set_(filter, &automatic, 0);
+      set_(filter, &acceptance, 1);
+      frames.push_back(lines);
+      update_(filter, i * 0.04, frames[i].data(), frames[i].data());
+    }
+    return frames;
+  };
+  const f0r_instance_t undisturbed = construct_(kWidth, kHeight);
+  const auto wanted = play(undisturbed);
+  ASSERT_NE(lines, wanted[1]);
+  destruct_(undisturbed);
+  for (tessaline::FailingAllocations failing; failing.Next();) {
+    f0r_instance_t filter = nullptr;
+    const auto frames = failing.During([&] {
+      filter = construct_(kWidth, kHeight);
+      return play(filter);
+    });
+    if (filter == nullptr) continue;
+    for (const auto& frame : frames) {
+      const bool isCleaned = frame != lines;
+      for (size_t i = 0; isCleaned && i < lines.size(); ++i) ASSERT_EQ(lines[i] >> 24, frame[i] >> 24);
+    }
+    EXPECT_EQ(wanted[1], play(filter)[1]);
+    destruct_(filter);
+  }
 }
 
 TEST_F(Frei0rFilter, StaysWhereAHostUnloadsItUnderItsInstances) {

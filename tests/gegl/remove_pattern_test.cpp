@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/failing_allocations.h"
+#include "tests/support/module_allocations.h"
+
 namespace {
 
 using Floats = std::vector<float>;
@@ -193,6 +196,33 @@ TEST(RemovePattern, PassesOnWhatHasNoPatternOrNoEdges) {
   EXPECT_EQ(Read(crop), wanted);
   EXPECT_NE(message.find("no edges"), std::string::npos) << message;
   EXPECT_TRUE(Graph({}, {0, 0, 0, 5}, kColours).After().empty());
+}
+
+// The module's own; what GEGL does without memory is its own affair.
+TEST(RemovePattern, WithoutMemoryThePictureIsPassedOnAsItIs) {
+  constexpr GeglRectangle kPart = {0, 0, 768, 100};
+  Floats part = Newsprint();
+  part.resize(size_t{768} * 100 * 4);
+  Graph graph(part, kPart, "R'G'B'A u8");
+  const Floats before = Read(graph.source), wanted = graph.After();
+  ASSERT_NE(before, wanted);
+  ASSERT_TRUE(tessaline::FailAllocationsOfModule("/gegl-0.4/tessaline.so"));
+  for (const int show : {0, 1}) {
+    for (tessaline::FailingAllocations failing; failing.Next();) {
+      gegl_node_set(graph.operation, "show", show, "notch-radius", 5.0, nullptr);
+      gegl_node_set(graph.operation, "notch-radius", 6.0, nullptr);  // forgets what was computed
+      message.clear();
+      const Floats after = failing.During([&] { return graph.After(); });
+      if (!failing.hasFailed()) continue;
+      if (!message.empty()) {
+        EXPECT_NE(message.find("is left as it is"), std::string::npos) << message;
+        EXPECT_EQ(after, before);
+      } else if (show == 0) {
+        EXPECT_EQ(after, wanted);
+      }
+    }
+  }
+  EXPECT_EQ(Graph(part, kPart, "R'G'B'A u8").After(), wanted);
 }
 
 }  // namespace
