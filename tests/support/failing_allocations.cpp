@@ -11,9 +11,10 @@ namespace {
 
 bool (*isCallerThatFails)(const void* address) = nullptr;
 void (*noteFailure)() = nullptr;
+std::size_t smallestThatFails = 0;
 
 void* Allocate(std::size_t bytes, const void* caller) noexcept {
-  return tessaline::AllocationFailsFor(caller) ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
+  return tessaline::AllocationFailsFor(caller, bytes) ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
 }
 
 void* AllocateOrThrow(std::size_t bytes, const void* caller) {
@@ -35,7 +36,8 @@ void FreeAligned(void* block) {
 
 namespace tessaline {
 
-bool AllocationFailsFor(const void* caller) {
+bool AllocationFailsFor(const void* caller, std::size_t bytes) {
+  if (bytes < smallestThatFails) return false;
   if (isCallerThatFails != nullptr && !isCallerThatFails(caller)) return false;
   const bool fails = AllocationMustFail();
   if (fails && noteFailure != nullptr) noteFailure();
@@ -44,6 +46,10 @@ bool AllocationFailsFor(const void* caller) {
 
 void FailAllocationsOnlyOf(bool (*isCaller)(const void* address)) {
   isCallerThatFails = isCaller;
+}
+
+void FailAllocationsOnlyFrom(std::size_t bytes) {
+  smallestThatFails = bytes;
 }
 
 void NoteFailedAllocations(void (*note)()) {

@@ -66,6 +66,7 @@ extern "C" void* __libc_calloc(size_t count, size_t bytes);
 #define TESSALINE_CALLOC __libc_calloc
 #endif
 extern "C" [[gnu::visibility("default")]] void* calloc(size_t count, size_t bytes) noexcept {
-  const bool fails = module.end != 0 && tessaline::AllocationFailsFor(__builtin_return_address(0));
+  const bool fails =
+      module.end != 0 && tessaline::AllocationFailsFor(__builtin_return_address(0), count * bytes);
   return fails ? nullptr : TESSALINE_CALLOC(count, bytes);
 }

@@ -28,9 +28,10 @@ void LeaveMark() {
 
 }  // namespace
 
-extern "C" [[gnu::visibility("default")]] int tessaline_fail_allocation(const char* file, int after,
-                                                                        int isOnlyOne) {
+extern "C" [[gnu::visibility("default")]] int tessaline_fail_allocation(const char* file, int smallest,
+                                                                        int after, int isOnlyOne) {
   if (!tessaline::FailAllocationsOfModule(file)) return 0;
+  tessaline::FailAllocationsOnlyFrom(static_cast<size_t>(smallest));
   tessaline::FailAllocationAfter(after, isOnlyOne != 0);
   return 1;
 }
