@@ -89,6 +89,7 @@ def wholes(rows, convert):
             ('p.tif', 'g.pgm', '--compression', 'packbits'), ('c.webp', 'c.ppm'), ('y.webp', 'c.ppm', '--quality', '80'),
             ('c.jp2', 'c.ppm'), ('d.jp2', 'd.pgm'), ('c.jxl', 'c.ppm'), ('d.jxl', 'd.pgm')):
         made[name] = convert(made[source], source, name, *options)
+    made['w.jxl'] = convert(pnm(tiled(grey, 1, 8200, 20), 1), 'w.pgm', 'w.jxl')
     made['f.pdf'] = pdf(160, 120, zlib.compress(b''.join(grey)))
     made['j.pdf'] = pdf(160, 120, made['c.jpg'], '/Filter /DCTDecode', '/DeviceRGB')
     return made
@@ -154,6 +155,19 @@ def strange_shapes():
         yield f'shape-{width}x{height}.tif', tiff_bomb(width, height, height, bytes(width * height), 1), {0}
 
 
+def jxl_of_size(data, width, height):
+    """A codestream of another size, which its head tells in numbers of bits; what follows begins at the same bit of a byte. `data`
+    are of a picture that is wider than 8192 pixels and at most 512 high."""
+    at = data.index(b'\xFF\x0A') + 2
+    bits, kept = int.from_bytes(data[at:], 'little'), 1 + 2 + 9 + 3 + 2 + 18
+    head, used = 0, 0
+    for value, count in ((0, 1), (1, 2), (height - 1, 13), (0, 3), (3, 2), (width - 1, 30)):
+        head, used = head | value << used, used + count
+    assert bits & 7 == 0 and (used - kept) % 8 == 0, 'another form of head'
+    told = head | bits >> kept << used
+    return b'\xFF\x0A' + told.to_bytes((told.bit_length() + 7) // 8, 'little')
+
+
 def bombs(whole):
     """Small files that tell of gigabytes."""
     little = zlib.compress(bytes(1 << 20), 9)
@@ -174,6 +188,11 @@ def bombs(whole):
         at = whole[name].index(b'VP8L') + 9 if b'VP8L' in whole[name] else whole[name].index(b'\x9D\x01\x2A') + 3
         most = b'\xFF\xFF\xFF' if b'VP8L' in whole[name] else b'\xFF\x3F\xFF\x3F'
         yield 'bomb-' + name, whole[name][:at] + most + whole[name][at + len(most):], {3, 6}
+    for number, (width, height) in enumerate(((60000, 6000), (1 << 30, 1))):
+        yield f'bomb-{number}.jxl', jxl_of_size(whole['w.jxl'], width, height), {3, 6}
+    at, size = whole['c.jp2'].index(b'\xFF\x51') + 6, struct.pack('>II', 60000, 6000)
+    oneTile = whole['c.jp2'][:at] + size + bytes(8) + size + whole['c.jp2'][at + 24:]
+    yield 'bomb-tile.jp2', replaced(oneTile, struct.pack('>II', 120, 160), struct.pack('>II', 6000, 60000)), {6}
     progressive = whole['g.jpg'].replace(b'\xFF\xC0', b'\xFF\xC2')
     at = progressive.index(b'\xFF\xC2') + 5
     yield 'bomb-progressive.jpg', progressive[:at] + struct.pack('>HH', 65500, 65500) + progressive[at + 4:], {3, 6}

@@ -131,24 +131,28 @@ TEST(Parallel, StopsAfterTheTaskThatThePollRefuses) {
   }
 }
 
-// What the helpers work on is gone once it has passed.
+// What the helpers work on is gone once it has passed; and they begin no further task, of more than they
+// could do.
 TEST(Parallel, WhatThePollThrowsPassesWhenAllTasksHaveEnded) {
+  constexpr int kTasks = 1000000000;
   const auto several = MakeThreadPool(3);
   for (Parallel* const parallel : {&SerialWork(), several.get()}) {
     std::atomic<int> begun = 0, ended = 0;
     std::atomic<bool> isThrown = false;
     const auto task = [&](int32_t, int32_t worker) {
       ++begun;
+      const bool isFirst = !isThrown;
       while (worker == 0 ? begun < parallel->threads() : !isThrown) std::this_thread::yield();
-      for (int i = 0; worker > 0 && i < 1000; ++i) std::this_thread::yield();
+      for (int i = 0; worker > 0 && isFirst && i < 1000; ++i) std::this_thread::yield();
       ++ended;
     };
     const auto poll = [&](int32_t) -> bool {
       isThrown = true;
       throw std::bad_alloc();
     };
-    EXPECT_THROW(ForEachTask(*parallel, 100, task, poll), std::bad_alloc);
+    EXPECT_THROW(ForEachTask(*parallel, kTasks, task, poll), std::bad_alloc);
     EXPECT_EQ(ended, begun);
+    EXPECT_LT(begun, kTasks);
     EXPECT_FALSE(ForEachTask(
         *parallel, 10, [](int32_t, int32_t) {}, [](int32_t) { return false; }));
   }
