@@ -42,7 +42,7 @@ int32_t ComputedPosition(const SliderControl& slider, float value, PositionRound
   const double half = rounding == PositionRounding::kNearest ? 0.5 : 0.0;
   switch (slider.mapping) {
     case SliderMapping::kSquareRoot:
-      return TruncateToPosition(std::sqrt(x / slider.range) * slider.positions + half);
+      return TruncateToPosition(std::sqrt(x / slider.range) * static_cast<float>(slider.positions) + half);
     case SliderMapping::kLinear:
       return TruncateToPosition(x / slider.positionStep + 0.5);
     case SliderMapping::kLinearClamped:

@@ -53,7 +53,7 @@ float MeanLevel(const typename From::Sample* pixel) {
     static_assert(kThirdToHost == 42.83399f);
     return static_cast<float>(r + g + b) * kThirdToHost;
   } else if constexpr (FromKind == kRgb16 && ToKind == kGray16) {
-    return static_cast<float>((3 * r + 1) / 3);  // the red sample alone
+    return static_cast<float>((3 * r + 1) / 3);  // the red sample alone; NOLINT(bugprone-integer-division)
   } else if constexpr (FromKind == kRgb16 && ToKind == kGray8) {
     // Blue is not read and green counts twice.
     constexpr float kThirdToByte = kHostToByte / 3.0f;
@@ -99,7 +99,7 @@ struct ConverterEntry {
 };
 
 #define TO(from, to) \
-  { from * 100 + to, ConvertRow<from, to> }
+  { (from) * 100 + (to), ConvertRow<(from), (to)> }
 constexpr ConverterEntry kConverters[] = {
     TO(1, 2),  TO(1, 3),  TO(1, 4),  TO(1, 6),  TO(1, 8),  TO(1, 12), TO(1, 24),   //
     TO(2, 1),  TO(2, 3),  TO(2, 4),  TO(2, 6),  TO(2, 8),  TO(2, 12), TO(2, 24),   //

@@ -150,7 +150,6 @@ class FakeHost {
   intptr_t dataWord_ = 0;
 
   Delivery input_, output_, mask_, retired_[3];
-  bool rectanglesAreNonsense_ = false;
 
   std::vector<std::unique_ptr<HostHandle>> handles_;
   std::map<host::Handle, std::vector<DescriptorValue>> descriptorsByHandle_;

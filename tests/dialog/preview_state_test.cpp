@@ -43,7 +43,8 @@ class PreviewTest : public testing::Test {
     for (int32_t y = 0; y < height; ++y) {
       uint8_t* const row = BufferRow(picture_.slot(), y);
       for (int32_t x = 0; x < width * samples; ++x) {
-        const double level = 0.5 + 0.3 * std::sin(x / samples * 0.8) + 0.1 * (random() % 1000) / 1000;
+        const double level =
+            0.5 + 0.3 * std::sin(x / samples * 0.8) + 0.1 * static_cast<double>(random() % 1000) / 1000;
         if (isHost) {
           reinterpret_cast<uint16_t*>(row)[x] = static_cast<uint16_t>(level * 32768);
         } else {

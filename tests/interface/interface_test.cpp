@@ -182,7 +182,7 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
     EXPECT_NE(nullptr, std::strstr(tessaline_error_text(engine.get()), bad.word))
         << tessaline_error_text(engine.get());
     if (bad.code == TESSALINE_ERROR_SAMPLES)
-      *reinterpret_cast<float*>(laidOut.At(0, 1, 2)) = before.Get(0, 1, 2);
+      *reinterpret_cast<float*>(laidOut.At(0, 1, 2)) = static_cast<float>(before.Get(0, 1, 2));
     EXPECT_EQ(before.bytes(), laidOut.bytes());
   }
   EXPECT_EQ(TESSALINE_ERROR_ORDER, tessaline_decide(engine.get(), nullptr));

@@ -158,5 +158,30 @@ TEST(Parallel, WhatThePollThrowsPassesWhenAllTasksHaveEnded) {
   }
 }
 
+#ifdef TESSALINE_HARDENED
+// The compiler sees neither how much is written nor that it is too much.
+__attribute__((noinline)) void WriteOver(volatile char* to, size_t bytes) {
+  while (bytes > 0) to[--bytes] = 1;
+}
+
+__attribute__((noinline)) char LastOfAnArray(size_t bytes) {
+  char array[32] = {};
+  WriteOver(array, bytes);
+  return array[31];
+}
+
+TEST(Hardening, AFrameWrittenOverAndACopyPastTheEndEndTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EQ(1, LastOfAnArray(32));
+  EXPECT_DEATH(LastOfAnArray(64), "");
+  volatile size_t bytes = 16;
+  char from[64] = {}, to[16];
+  std::memcpy(to, from, bytes);
+  EXPECT_EQ(0, to[15]);
+  bytes = 24;  // what follows in the frame would not end it
+  EXPECT_DEATH(std::memcpy(to, from, bytes), "");
+}
+#endif
+
 }  // namespace
 }  // namespace tessaline

@@ -94,8 +94,8 @@ class HostileHostTest : public HostTest {
 };
 
 TEST_F(HostileHostTest, NumbersThatLieAreRefusedOrDoNoHarm) {
-  for (const int16_t planes : {-32768, -1, 0, 1, 3, 4, 57, 32767}) {
-    Tell([=](host::FilterRecord* record) { record->planes = planes; });
+  for (const int planes : {-32768, -1, 0, 1, 3, 4, 57, 32767}) {
+    Tell([=](host::FilterRecord* record) { record->planes = static_cast<int16_t>(planes); });
   }
   for (const int32_t depth : {INT32_MIN, -1, 0, 1, 16, 32, INT32_MAX}) {
     Tell([=](host::FilterRecord* record) { record->depth = depth; });
