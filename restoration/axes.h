@@ -23,6 +23,9 @@ struct AxisRule {
 constexpr AxisRule kOnlyAxis = {0.22f, 150.0f, 1, 2.75f};  // grey, or one ink: its dots are the darkest
 constexpr AxisRule kFirstAxis = {0.15f, 100.0f, 1, 4.0f};  // luma, lightness
 constexpr AxisRule kOtherAxes = {1.20f, 50.0f, 2, 4.0f};   // differences of colour, which carry less detail
+// Of a worn print, whose dots differ by themselves and so over some pixels.
+constexpr AxisRule kOnlyWornAxis = {0.44f, 300.0f, 2, 2.75f};
+constexpr AxisRule kFirstWornAxis = {0.30f, 200.0f, 2, 4.0f};
 
 using AxisMatrix = float[kMostChannels][kMostChannels];
 constexpr AxisMatrix kLuma = {
@@ -33,9 +36,17 @@ constexpr AxisMatrix kFromLuma = {{1.0f, 0.0f, 1.402f}, {1.0f, -0.344136f, -0.71
 struct Axes {
   int32_t count = 0;
   bool isMixed = false;  // by kLuma, else they are the channels
+  bool isWorn = false;   // the print; known once the pattern is taken out
 
   const AxisRule& Rule(int32_t axis) const {
-    return axis > 0 ? kOtherAxes : count == 1 ? kOnlyAxis : kFirstAxis;
+    if (axis > 0) return kOtherAxes;
+    if (isWorn) return count == 1 ? kOnlyWornAxis : kFirstWornAxis;
+    return count == 1 ? kOnlyAxis : kFirstAxis;
+  }
+
+  // The first axis of a pixel's channels, of which only those that there are count.
+  float First(float a, float b, float c) const {
+    return isMixed ? kLuma[0][0] * a + kLuma[0][1] * b + kLuma[0][2] * c : a;
   }
 
   Axes() = default;

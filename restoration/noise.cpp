@@ -46,7 +46,8 @@ void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
   }
 }
 
-bool Noise::Settle(float amount, Parallel& parallel, const Progress& progress) {
+bool Noise::Settle(float amount, bool isWorn, Parallel& parallel, const Progress& progress) {
+  axes_.isWorn = isWorn;
   if (progress.Advance(0.0, 1.0)) return true;
   const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
   for (int32_t axis = 0; axis < axes_.count; ++axis) {

@@ -29,8 +29,13 @@ class Noise {
   // When all rows of the blocks were added. `part` begins with its blocks; a task a row of blocks.
   void KeepBlocks(const PixelPart& part, const Squares& squares);
 
-  // When all blocks are there: works the noise out. `amount` scales it, 0 for none. True: stopped.
-  bool Settle(float amount, Parallel& parallel, const Progress& progress);
+  // When all blocks are there: the mean square of what was taken out of the first axis round a pixel.
+  float TakenAt(int32_t x, int32_t y) const { return noise_[0].Row(y / kReduction)[x / kReduction]; }
+
+  // Then works the noise out. `amount` scales it, 0 for none. True: stopped.
+  bool Settle(float amount, bool isWorn, Parallel& parallel, const Progress& progress);
+  // By what rules.
+  const Axes& axes() const { return axes_; }
 
   // Of an axis, row y of the pixels of some blocks.
   void Row(int32_t axis, int32_t y, int32_t firstBlock, int32_t blocks, float* row) const {

@@ -91,7 +91,7 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
     kernels.mix(WholeVectors(tile.columns + 2 * kMargin), rows, kLuma, values);
   }
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
-    const int32_t reach = axes_.Rule(axis).reach;
+    const int32_t reach = tile.noise.axes().Rule(axis).reach;
     kernels.sumValues[reach - 1](
         WholeVectors(tile.columns + 2 * (kMargin - reach)), tile.Values(axes_, axis, slot) + reach,
         tile.memory.axes[axis].sums[slot] + reach, tile.memory.axes[axis].squares[slot] + reach);
@@ -102,7 +102,7 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
 void Polish::MeasureGains(const Tile& tile, int32_t axis, int32_t y) const {
   const RowKernels& kernels = ActiveRowKernels();
   TileMemory::Axis& memory = tile.memory.axes[axis];
-  const int32_t reach = axes_.Rule(axis).reach, begin = kMargin - reach;
+  const int32_t reach = tile.noise.axes().Rule(axis).reach, begin = kMargin - reach;
   constexpr int32_t kBlock = Noise::kReduction;
   // The blocks of the tile and a neighbour to each side.
   const int32_t firstBlock = std::max(tile.x / kBlock - 1, 0);
@@ -135,7 +135,7 @@ void Polish::StoreRow(const Tile& tile, int32_t y) const {
   LevelRows changes = {}, rests = {}, levels = {};
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
     TileMemory::Axis& of = memory.axes[axis];
-    const int32_t reach = axes_.Rule(axis).reach;
+    const int32_t reach = tile.noise.axes().Rule(axis).reach;
     changes[axis] = of.change;
     rests[axis] = memory.channels[axis][slot] + kMargin;
     levels[axis] = memory.levels[axis];

@@ -10,6 +10,7 @@
 #include "restoration/polish.h"
 #include "restoration/rim.h"
 #include "restoration/taken_channels.h"
+#include "restoration/wear.h"
 
 namespace tessaline {
 
@@ -71,7 +72,9 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
       isLocal ? localNotches.Filter(filteredFrom, findings, mask.cells.view(), parallel, filtering, channels)
               : Filter(filteredFrom, mask, workspace, filterOptions, filtering, channels);
   if (result != kSuccess) return result;
-  if (noise.Settle(settings.polish, parallel, progress.Part(kFiltered, kNoiseKnown))) return kUserCancelled;
+  const bool isWorn = settings.strong == 0.0f && IsWorn(from, findings, axes, gate, noise, channels);
+  if (noise.Settle(settings.polish, isWorn, parallel, progress.Part(kFiltered, kNoiseKnown)))
+    return kUserCancelled;
   if (rim.Smooth(noise, gate, parallel, progress.Part(kNoiseKnown, kRimSmooth), &channels))
     return kUserCancelled;
   polish.Store(channels, noise, gate, parallel, to, progress.Part(kRimSmooth, 1.0));

@@ -23,7 +23,7 @@ struct RestorationSettings {
   ChannelMeaning meaning = ChannelMeaning::kRgb;
   LightWish light;
   // Of a picture that is a part of a larger one, the amplitude of that one's strong places (MeasureStrong); 0
-  // where it is the whole.
+  // where it is the whole. A part is not taken for worn, for the next one might not be.
   float strong = 0.0f;
 };
 

@@ -145,7 +145,7 @@ constexpr PrintCase kPrints[] = {
     {"texture", "hair, four inks 120 lpi", 0, Hair, {.inks = 4, .linesPerInch = 120}},
     {"texture", "gravel, one ink 100 lpi", 0, Gravel, {.linesPerInch = 100}},
     {"texture", "gravel, four inks 133 lpi at 400 dpi", 0, Gravel, {.inks = 4, .linesPerInch = 133, .dotsPerInch = 400}},
-    {"worn", "one ink 75 lpi", 0, Scene, {.linesPerInch = 75, .wear = 0.3}},
+    {"worn", "one ink 75 lpi", 31.2, Scene, {.linesPerInch = 75, .wear = 0.3}},
     {"worn", "four inks 85 lpi", 0, StillLife, {.inks = 4, .linesPerInch = 85, .wear = 0.2}},
     {"lines", "65 lpi, 11 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -34, .lines = true}},
     {"lines", "65 lpi, 3 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -42, .lines = true}},

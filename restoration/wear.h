@@ -1,0 +1,18 @@
+// Whether a print is worn: its dots differ from one to the next, whatever was printed, and what the notches
+// leave of them is noise as coarse as the dots.
+#pragma once
+
+#include "removal/picture.h"
+#include "removal/steps.h"
+#include "restoration/axes.h"
+#include "restoration/gate.h"
+#include "restoration/noise.h"
+#include "restoration/taken_channels.h"
+
+namespace tessaline {
+
+// Looked at where the gate is open, after the channels were taken and before the noise is settled.
+bool IsWorn(const PictureView& picture, const Findings& findings, const Axes& axes, const Gate& gate,
+            const Noise& noise, const TakenChannels& channels);
+
+}  // namespace tessaline
