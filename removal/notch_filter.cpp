@@ -24,14 +24,20 @@ constexpr std::array<double, kFullyTaken + 1> kFactors = [] {
 bool NotchFilter::Prepare(int32_t transformSize, int32_t workers) {
   size_ = transformSize;
   taken_ = AllocateBlock<uint16_t>(static_cast<size_t>(transformSize) * static_cast<size_t>(workers));
-  return taken_ != nullptr;
+  columns_ = AllocateBlock<uint8_t>(size_t{kSpectrumCells} * kSpectrumCells);
+  return taken_ && columns_;
 }
 
 void NotchFilter::Begin(const ConstImageView& mask) {
-  mask_ = mask;
-  for (int32_t column = 0; column < kSpectrumCells; ++column) {
-    columnInUse_[column] = false;
-    for (int32_t y = 0; y < kSpectrumCells; ++y) columnInUse_[column] |= mask.Row(y)[column] != 0;
+  constexpr int32_t kBlock = 16;  // rows that are read along with a cache line of each
+  std::fill_n(columnInUse_, kSpectrumCells + 1, false);
+  for (int32_t top = 0; top < kSpectrumCells; top += kBlock) {
+    for (int32_t column = 0; column < kSpectrumCells; ++column) {
+      uint8_t* const cells = columns_.get() + column * kSpectrumCells;
+      uint8_t any = 0;
+      for (int32_t y = top; y < top + kBlock; ++y) any |= cells[y] = mask.Row(y)[column];
+      columnInUse_[column] |= any != 0;
+    }
   }
   columnInUse_[kSpectrumCells] = columnInUse_[kSpectrumCells - 1];
 }
@@ -54,11 +60,10 @@ void NotchFilter::AddMaskColumn(int32_t place, bool isMirrored, uint16_t* taken)
   const int32_t next = std::min(column + 1, kSpectrumCells - 1);
   if (!columnInUse_[column] && !columnInUse_[next]) return;
   const int32_t weight = place % blockSide;
+  const uint8_t* const cells = columns_.get() + column * kSpectrumCells;
+  const uint8_t* const nextCells = columns_.get() + next * kSpectrumCells;
   // Whole numbers of 1 / D, as in the enlarged mask.
-  const auto blend = [&](int32_t y) {
-    const uint8_t* const row = mask_.Row(y);
-    return row[column] * (blockSide - weight) + row[next] * weight;
-  };
+  const auto blend = [&](int32_t y) { return cells[y] * (blockSide - weight) + nextCells[y] * weight; };
   const int32_t wholeBits = 2 * std::countr_zero(static_cast<uint32_t>(blockSide));
   int32_t upper = blend(0);
   for (int32_t y = 0; y < kSpectrumCells; ++y) {
@@ -81,19 +86,11 @@ uint16_t* NotchFilter::TakenOf(int32_t kx, int32_t worker) {
   return taken;
 }
 
-void NotchFilter::Take(int32_t kx, const float* spectrum, float* column, int32_t worker) {
+void NotchFilter::Shares(int32_t kx, float* shares, int32_t worker) {
   uint16_t* const taken = TakenOf(kx, worker);
-  std::memset(column, 0, 2 * static_cast<size_t>(size_) * sizeof(float));
-  for (int32_t ky = 0; ky < size_; ky += 4) {
-    uint64_t four;
-    std::memcpy(&four, taken + ky, sizeof four);
-    if (four == 0) continue;
-    for (int32_t i = ky; i < ky + 4; ++i) {
-      const float share = static_cast<float>(taken[i]) / kFullyTaken;
-      column[2 * i] = spectrum[2 * i] * share;
-      column[2 * i + 1] = spectrum[2 * i + 1] * share;
-      taken[i] = 0;
-    }
+  for (int32_t ky = 0; ky < size_; ++ky) {
+    shares[ky] = static_cast<float>(taken[ky]) / kFullyTaken;
+    taken[ky] = 0;
   }
 }
 
@@ -114,11 +111,12 @@ void NotchFilter::Visit(int32_t kx, float* column, int32_t worker) {
 
 double NotchFilter::FactorOnRowZero(int32_t kx) const {
   const int32_t blockSide = size_ / kSpectrumCells;
-  const uint8_t* const row = mask_.Row(kSpectrumCentre);
+  const uint8_t* const row = columns_.get() + kSpectrumCentre;
   const auto taken = [&](int32_t place) {
     const int32_t column = (place & (size_ - 1)) / blockSide;
     const int32_t weight = place % blockSide;
-    return (row[column] * (blockSide - weight) + row[std::min(column + 1, kSpectrumCells - 1)] * weight) /
+    const int32_t next = std::min(column + 1, kSpectrumCells - 1);
+    return (row[column * kSpectrumCells] * (blockSide - weight) + row[next * kSpectrumCells] * weight) /
            blockSide;
   };
   return kFactors[taken(size_ / 2 + kx) + taken(size_ / 2 - kx)];

@@ -15,14 +15,14 @@ class NotchFilter final : public SpectrumColumns {
  public:
   // False: no memory.
   bool Prepare(int32_t transformSize, int32_t workers);
-  // `mask`: 512 x 512 bytes, valid as long as this is used.
+  // `mask`: 512 x 512 bytes.
   void Begin(const ConstImageView& mask);
 
   bool IsWanted(int32_t first, int32_t count) const override;
   void Visit(int32_t kx, float* column, int32_t worker) override;
 
-  // What the mask takes: column kx of `spectrum` less what Visit leaves of it, into `column`.
-  void Take(int32_t kx, const float* spectrum, float* column, int32_t worker);
+  // What the mask takes of column kx by ky, as shares of 1: what Visit does not leave.
+  void Shares(int32_t kx, float* shares, int32_t worker);
 
   // The factor of frequency (kx, 0), kx = 0 .. N/2, as Visit multiplies by it.
   double FactorOnRowZero(int32_t kx) const;
@@ -34,8 +34,8 @@ class NotchFilter final : public SpectrumColumns {
   // up with ky or, mirrored, down.
   void AddMaskColumn(int32_t place, bool isMirrored, uint16_t* taken) const;
 
-  ConstImageView mask_;
   int32_t size_ = 0;
+  OwnedBlock<uint8_t> columns_;     // of the mask, top to bottom, one after the other
   bool columnInUse_[512 + 1] = {};  // grid columns with anything but 0; the last one repeats its neighbour
   OwnedBlock<uint16_t>
       taken_;  // one column a worker: twice what the mask takes, 0 .. 510, all 0 between visits

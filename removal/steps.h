@@ -74,6 +74,7 @@ class Workspace {
   friend int32_t Filter(const PictureView&, const struct Mask&, Workspace&, const struct ApplyOptions&,
                         const Progress&, class FilteredRows&);
   friend class KeptSpectra;
+  friend class MaskShares;
 
   // One channel as a plane with its padding; returns the rows that are constant.
   ConstantRows LoadPlane(const PictureView& picture, int32_t channel, double remainder, float* mean);

@@ -49,6 +49,15 @@ std::vector<uint8_t> CodesOf(const ToneCurve& curve) {
 
 }  // namespace
 
+double LiveBytesNeeded(int32_t width, int32_t height, int32_t channels) {
+  constexpr double kWork = 13.0;  // bytes for each value of a transform, as measured for the whole
+  const int32_t columns = std::min(width, kLargestPart), rows = std::min(height, kLargestPart);
+  const int32_t pieces = ((columns + kPiece - 1) / kPiece) * ((rows + kPiece - 1) / kPiece);
+  const double n = TransformSizeFor(kPiece), values = n * (n / 2 + 1);
+  const double spectra = 2.0 * sizeof(float) * values * pieces * channels, shares = sizeof(float) * values;
+  return spectra + shares + kWork * n * n + double{kSamples} * columns * rows;
+}
+
 // Takes what was taken off a piece's samples, row by row, and stores what is seen of it.
 class LivePart::Rows final : public FilteredRows {
  public:
@@ -110,6 +119,11 @@ bool LivePart::IsGateReady(const Way& way) const {
                                    way_.plan.carriers.begin(), way_.plan.carriers.end(), isSame)));
 }
 
+bool LivePart::IsReady(const Part& part, const ToneCurve* light, bool isGated) const {
+  const bool hasCarriers = hasGate_ && !way_.plan.carriers.empty();
+  return !pieces_.empty() && part == part_ && light == way_.light && isGated == hasCarriers;
+}
+
 int32_t LivePart::MeasureGate(const PictureView& whole, const Way& way) {
   hasGate_ = false;
   if (!way.isGated) return kSuccess;
@@ -165,12 +179,14 @@ int32_t LivePart::Prepare(const PictureView& whole, const Part& part, const Way&
 
 int32_t LivePart::Draw(const Mask& mask, std::vector<uint8_t>* rgba) {
   rgba->resize(kSamples * static_cast<size_t>(part_.width) * static_cast<size_t>(part_.height));
-  for (const Piece& piece : pieces_) {
+  int32_t code = kSuccess;
+  for (size_t i = 0; i < pieces_.size() && code == kSuccess; ++i) {  // all of one transform size
+    const Piece& piece = pieces_[i];
+    if (i == 0) code = shares_.Fill(mask, piece.spectra.transformSize(), workspace_);
     Rows rows(*this, piece, rgba);
-    const int32_t code = piece.spectra.TakeOut(mask, workspace_, rows);
-    if (code != kSuccess) return code;
+    if (code == kSuccess) code = piece.spectra.TakeOut(shares_, workspace_, rows);
   }
-  return kSuccess;
+  return code;
 }
 
 }  // namespace tessaline::web

@@ -20,6 +20,9 @@ struct Part {
 };
 constexpr int32_t kLargestPart = 1024;
 
+// What the largest live part of such a picture keeps and works with, in bytes.
+double LiveBytesNeeded(int32_t width, int32_t height, int32_t channels);
+
 class LivePart {
  public:
   // How the part is cleaned, but for the mask. `plan` counts where `isGated`.
@@ -29,9 +32,15 @@ class LivePart {
     GatePlan plan;
   };
 
+  // `parallel` outlives it.
+  explicit LivePart(Parallel& parallel = SerialWork()) : workspace_(parallel) {}
+
   // Makes ready what is not. `whole` is all of the picture; its pixels stay until another Prepare or Release.
   // Returns 0 or kOutOfMemory, then with nothing kept. May throw std::bad_alloc.
   int32_t Prepare(const PictureView& whole, const Part& part, const Way& way);
+  // Whether Draw can go on from what was prepared, for a part that is cleaned so: the gate's own plan may be
+  // an older one, but it is one of carriers, or open everywhere, as `isGated` tells.
+  bool IsReady(const Part& part, const ToneCurve* light, bool isGated) const;
   // The part without what the mask takes: rows of RGBA, opaque. Returns 0 or kOutOfMemory.
   int32_t Draw(const Mask& mask, std::vector<uint8_t>* rgba);
   void Release();
@@ -50,6 +59,7 @@ class LivePart {
   int32_t MeasureGate(const PictureView& whole, const Way& way);
 
   Workspace workspace_;
+  MaskShares shares_;
   std::vector<Piece> pieces_;
   Gate gate_;  // of the part
   Way way_;

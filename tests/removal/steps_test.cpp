@@ -169,6 +169,7 @@ TEST(KeptSpectra, GiveWhatFilterTakesForOneMaskAfterAnother) {
   picture.channels = 1;  // the padding of the others goes on from what was left of the one before
   Workspace workspace;
   KeptSpectra spectra;
+  MaskShares shares;
   ASSERT_EQ(kSuccess, spectra.Load(picture, workspace));
   LevelsOf before(picture);
   std::vector<float> row(2 * 90);
@@ -187,7 +188,8 @@ TEST(KeptSpectra, GiveWhatFilterTakesForOneMaskAfterAnother) {
     }
     LevelsOf left(picture), taken(picture);
     ASSERT_EQ(kSuccess, Filter(picture, mask, workspace, {}, {}, left));
-    ASSERT_EQ(kSuccess, spectra.TakeOut(mask, workspace, taken));
+    ASSERT_EQ(kSuccess, shares.Fill(mask, spectra.transformSize(), workspace));
+    ASSERT_EQ(kSuccess, spectra.TakeOut(shares, workspace, taken));
     double worst = 0, most = 0;
     for (size_t i = 0; i < before.levels().size(); ++i) {
       const double expected = before.levels()[i] - left.levels()[i];
