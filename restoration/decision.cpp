@@ -14,19 +14,19 @@ bool HasLicence(const Findings& findings) {
 
 int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
                       Workspace& workspace, Findings* findings,
-                      const std::vector<SpectrumPeak>* licensedBefore) {
+                      const std::vector<SpectrumPeak>* licensedBefore, KeptMeasures* kept = nullptr) {
   int32_t result = Decide(analysis, settings, findings, licensedBefore);
   if (result != kSuccess || !findings->isAutomatic) return result;
   const bool hadLicence = HasLicence(*findings);
-  result = CheckLicences(tiled, workspace.parallel(), findings);
+  result = CheckLicences(tiled, workspace.parallel(), findings, kept);
   if (result != kSuccess || hadLicence != HasLicence(*findings)) return result;
-  result = AddSmearedPeaks(analysis, settings, findings);
+  result = AddSmearedPeaks(analysis, settings, findings, kept);
   if (result != kSuccess || hadLicence) return result;
   if (!HasLicence(*findings)) {
     result = AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
     if (result != kSuccess) return result;
   }
-  return MeasureStrength(tiled, workspace.parallel(), findings);
+  return MeasureStrength(tiled, workspace.parallel(), findings, kept);
 }
 
 }  // namespace
@@ -46,6 +46,15 @@ int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const S
                     const std::vector<SpectrumPeak>* licensedBefore) {
   try {
     return DecideOnTiles(tiles.view(), analysis, settings, workspace, findings, licensedBefore);
+  } catch (const std::bad_alloc&) {
+    return kOutOfMemory;
+  }
+}
+
+int32_t DecideWhole(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings, KeptMeasures* kept) {
+  try {
+    return DecideOnTiles(tiled, analysis, settings, workspace, findings, nullptr, kept);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

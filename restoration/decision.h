@@ -14,6 +14,20 @@
 
 namespace tessaline {
 
+// What decisions on one analysis and its tiles have in common whatever the settings are: kept, it spares the
+// next one most of its time. They are the same with it and without.
+struct KeptMeasures {
+  struct Strength {
+    int32_t dx, dy;    // of the peak
+    double amplitude;  // in the strong places
+  };
+  std::vector<Strength> strengths;
+  // All that stand out in the spectrum smoothed as for a near and for a far smear, without their licences.
+  std::vector<SpectrumPeak> smeared[2];
+  bool isSmeared[2] = {};      // whether they were looked for
+  std::vector<double> narrow;  // the spectrum smoothed least, by cell; may be empty
+};
+
 // The one decision that every door makes: Decide, and where that is automatic the two parts below. `picture`
 // is the one that was analysed. Returns 0 or kOutOfMemory.
 int32_t DecideWhole(const PictureView& picture, const Analysis& analysis, const Settings& settings,
@@ -25,7 +39,11 @@ int32_t DecideWhole(const PictureTiles& tiles, const Analysis& analysis, const S
                     Workspace& workspace, Findings* findings,
                     const std::vector<SpectrumPeak>* licensedBefore = nullptr);
 
-// The parts of it.
+// Likewise, and with what earlier decisions on the same left in `kept`.
+int32_t DecideWhole(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
+                    Workspace& workspace, Findings* findings, KeptMeasures* kept);
+
+// The parts of it. `kept` as of DecideWhole, or null.
 
 // Amplitudes are told up to this one only: enough of a print to be one of dots, whatever more it has.
 constexpr double kMostAmplitude = 16.0 * kByteToHost;
@@ -33,10 +51,12 @@ constexpr double kMostAmplitude = 16.0 * kByteToHost;
 // Takes all licences and seeds back when none of the three strongest licensed peaks has an amplitude of 2
 // levels of 255 in the strong places: the tiles of which 98 % lie below those. So it does where more than a
 // dozen peaks off the axes are stronger than every licensed one, as in a sheet of digits.
-int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
+int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings,
+                      KeptMeasures* kept = nullptr);
 
 // Adds the peaks that a smoothed spectrum shows, and their cells.
-int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings);
+int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings,
+                        KeptMeasures* kept = nullptr);
 
 // Of a picture without a licence, adds two peaks square to each other where most of its tiles show a screen
 // of about one ruling each, and the cells of all that stands out in them: for LocalNotches.
@@ -44,6 +64,7 @@ int32_t AddLocalPeaks(const TiledPicture& tiled, const Settings& settings, Paral
                       Findings* findings);
 
 // Measures the strongest licensed peak, whatever its scale.
-int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings);
+int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings,
+                        KeptMeasures* kept = nullptr);
 
 }  // namespace tessaline

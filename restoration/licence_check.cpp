@@ -134,6 +134,18 @@ double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Para
   return strong >= enough ? kMostAmplitude : std::min(Percentile(amplitudes, place), kMostAmplitude);
 }
 
+// The same, looked up where it was measured before.
+double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Parallel& parallel,
+                       KeptMeasures* kept) {
+  if (kept == nullptr) return StrongAmplitude(tiled, peak, parallel);
+  for (const KeptMeasures::Strength& known : kept->strengths) {
+    if (known.dx == peak.dx && known.dy == peak.dy) return known.amplitude;
+  }
+  const double amplitude = StrongAmplitude(tiled, peak, parallel);
+  kept->strengths.push_back({peak.dx, peak.dy, amplitude});
+  return amplitude;
+}
+
 double MagnitudeOf(const SpectrumPeak& peak) {
   return peak.height + peak.background;
 }
@@ -201,7 +213,7 @@ void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
 
 }  // namespace
 
-int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
+int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings, KeptMeasures* kept) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
     if (!strongest.empty() &&
@@ -211,7 +223,7 @@ int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* f
     }
     double amplitude = 0.0;
     for (size_t i = 0; i < strongest.size() && amplitude < kLeastAmplitude; ++i) {
-      amplitude = StrongAmplitude(tiled, strongest[i], parallel);
+      amplitude = StrongAmplitude(tiled, strongest[i], parallel, kept);
     }
     findings->strongAmplitude = amplitude;
     if (!strongest.empty() && amplitude < kLeastAmplitude) TakeLicencesBack(PeakVerdict::kTooFaint, findings);
@@ -221,10 +233,13 @@ int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* f
   return kSuccess;
 }
 
-int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings) {
+int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings,
+                        KeptMeasures* kept) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
-    if (!strongest.empty()) findings->strongAmplitude = StrongAmplitude(tiled, strongest[0], parallel);
+    if (!strongest.empty()) {
+      findings->strongAmplitude = StrongAmplitude(tiled, strongest[0], parallel, kept);
+    }
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

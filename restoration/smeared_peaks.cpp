@@ -2,6 +2,7 @@
 #include <cfloat>
 #include <cmath>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "removal/peak_detection.h"
@@ -46,9 +47,25 @@ bool IsOnBlocks(int32_t dx, int32_t dy) {
   return isNear(dx) && isNear(dy);
 }
 
+// Adds `count` rows with weights, in their order. Four at once spare the sums most of their way to memory.
+void AddWeighted(int32_t count, const double* const* rows, const double* weights, double* __restrict sums) {
+  int32_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const double *const a = rows[i], *const b = rows[i + 1], *const c = rows[i + 2], *const d = rows[i + 3];
+    const double ofA = weights[i], ofB = weights[i + 1], ofC = weights[i + 2], ofD = weights[i + 3];
+    for (int32_t x = 0; x < kSpectrumCells; ++x) {
+      sums[x] = sums[x] + ofA * a[x] + ofB * b[x] + ofC * c[x] + ofD * d[x];
+    }
+  }
+  for (; i < count; ++i) {
+    for (int32_t x = 0; x < kSpectrumCells; ++x) sums[x] += weights[i] * rows[i][x];
+  }
+}
+
 // Half the natural log of the powers under a Gaussian, the spectrum being periodic.
 class SmoothedSpectrum {
  public:
+  explicit SmoothedSpectrum(std::vector<double> cells) : cells_(std::move(cells)) {}
   SmoothedSpectrum(const ConstImageView& powers, int32_t sigma)
       : cells_(size_t{kSpectrumCells} * kSpectrumCells) {
     const int32_t reach = 4 * sigma;
@@ -58,22 +75,24 @@ class SmoothedSpectrum {
       weights.push_back(PortableExp(-0.5 * i * i / (sigma * sigma)));
       total += weights.back();
     }
+    for (double& weight : weights) weight /= total;
+    const auto terms = static_cast<int32_t>(weights.size());
+    std::vector<const double*> rows(weights.size());
+    std::vector<double> wrapped(static_cast<size_t>(kSpectrumCells + 2 * reach));
     std::vector<double> across(cells_.size());
     for (int32_t y = 0; y < kSpectrumCells; ++y) {
       const double* const row = powers.Row<double>(y);
-      double* const sums = &across[size_t{kSpectrumCells} * static_cast<size_t>(y)];
-      std::vector<double> wrapped;
-      for (int32_t x = -reach; x < kSpectrumCells + reach; ++x) wrapped.push_back(row[x & kWrap]);
-      for (int32_t i = 0; i <= 2 * reach; ++i) {
-        for (int32_t x = 0; x < kSpectrumCells; ++x) sums[x] += weights[i] / total * wrapped[x + i];
-      }
+      for (int32_t x = -reach; x < kSpectrumCells + reach; ++x) wrapped[x + reach] = row[x & kWrap];
+      for (int32_t i = 0; i < terms; ++i) rows[i] = &wrapped[i];
+      AddWeighted(terms, rows.data(), weights.data(),
+                  &across[size_t{kSpectrumCells} * static_cast<size_t>(y)]);
     }
     for (int32_t y = 0; y < kSpectrumCells; ++y) {
       double* const row = &cells_[size_t{kSpectrumCells} * static_cast<size_t>(y)];
-      for (int32_t i = -reach; i <= reach; ++i) {
-        const double* const from = &across[size_t{kSpectrumCells} * static_cast<size_t>((y + i) & kWrap)];
-        for (int32_t x = 0; x < kSpectrumCells; ++x) row[x] += weights[i + reach] / total * from[x];
+      for (int32_t i = 0; i < terms; ++i) {
+        rows[i] = &across[size_t{kSpectrumCells} * static_cast<size_t>((y + i - reach) & kWrap)];
       }
+      AddWeighted(terms, rows.data(), weights.data(), row);
       for (int32_t x = 0; x < kSpectrumCells; ++x) row[x] = 0.5 * PortableLog(std::max(row[x], DBL_MIN));
     }
   }
@@ -84,8 +103,15 @@ class SmoothedSpectrum {
     return cells_[row * kSpectrumCells + static_cast<size_t>((dx + kSpectrumCentre) & kWrap)];
   }
 
+  const std::vector<double>& cells() const { return cells_; }
+
   bool IsHighestWithin(int32_t dx, int32_t dy, int32_t reach) const {
     const double level = At(dx, dy);
+    // Of nearly every cell one of these tells.
+    if (At(dx - 1, dy) > level || At(dx + 1, dy) > level || At(dx, dy - 1) > level ||
+        At(dx, dy + 1) > level) {
+      return false;
+    }
     for (int32_t v = -reach; v <= reach; ++v) {
       for (int32_t u = -reach; u <= reach; ++u) {
         if (At(dx + u, dy + v) > level) return false;
@@ -111,8 +137,7 @@ class SmoothedSpectrum {
   std::vector<double> cells_;
 };
 
-SpectrumPeak Weigh(const SmoothedSpectrum& spectrum, const SmearRule& rule, double sensitivity, int32_t dx,
-                   int32_t dy) {
+SpectrumPeak Weigh(const SmoothedSpectrum& spectrum, const SmearRule& rule, int32_t dx, int32_t dy) {
   std::vector<double> around = spectrum.Ring(dx, dy, 3 * rule.sigma + 2, 7 * rule.sigma + 2);
   const auto middle = around.begin() + static_cast<ptrdiff_t>((around.size() - 1) / 2);
   std::nth_element(around.begin(), middle, around.end());
@@ -126,22 +151,23 @@ SpectrumPeak Weigh(const SmoothedSpectrum& spectrum, const SmearRule& rule, doub
   peak.height = spectrum.At(dx, dy) - peak.background;
   peak.isolation = spectrum.At(dx, dy) - *std::max_element(beside.begin(), beside.end());
   peak.scale = rule.scale;
-  peak.isLicensed = peak.height >= rule.licence / sensitivity &&
-                    peak.isolation >= kLeastIsolation / sensitivity && !IsOnAxis(dx, dy) &&
-                    !(rule.avoidsBlocks && IsOnBlocks(dx, dy));
   peak.verdict = PeakVerdict::kUsed;
   return peak;
 }
 
-// Those that are used where one of them has a licence, highest first.
-std::vector<SpectrumPeak> FindPeaks(const SmoothedSpectrum& spectrum, const SmearRule& rule,
-                                    double sensitivity) {
+bool HasLicence(const SpectrumPeak& peak, const SmearRule& rule, double sensitivity) {
+  return peak.height >= rule.licence / sensitivity && peak.isolation >= kLeastIsolation / sensitivity &&
+         !IsOnAxis(peak.dx, peak.dy) && !(rule.avoidsBlocks && IsOnBlocks(peak.dx, peak.dy));
+}
+
+// Those that are used where one of them has a licence, highest first; who has one is not looked at yet.
+std::vector<SpectrumPeak> FindPeaks(const SmoothedSpectrum& spectrum, const SmearRule& rule) {
   std::vector<SpectrumPeak> peaks;
   for (int32_t dy = -kSpectrumCentre; dy <= 0; ++dy) {
     for (int32_t dx = -kSpectrumCentre; dx < (dy == 0 ? 0 : kSpectrumCentre); ++dx) {
       if (dx * dx + dy * dy < kNearestToCentre * kNearestToCentre) continue;
       if (!spectrum.IsHighestWithin(dx, dy, rule.sigma)) continue;
-      const SpectrumPeak peak = Weigh(spectrum, rule, sensitivity, dx, dy);
+      const SpectrumPeak peak = Weigh(spectrum, rule, dx, dy);
       if (peak.height >= (IsOnAxis(dx, dy) ? kLeastUsedOnAxis : kLeastUsed)) peaks.push_back(peak);
     }
   }
@@ -215,17 +241,24 @@ void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const Spectru
   }
 }
 
-void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* findings) {
+void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* findings,
+              KeptMeasures* kept) {
   const bool isFound = HasLicence(findings->peaks);
   for (const SmearRule& rule : {kNear, kFar}) {
-    std::vector<SpectrumPeak> peaks =
-        FindPeaks(SmoothedSpectrum(powers, rule.sigma), rule, settings.sensitivity);
+    const auto which = static_cast<size_t>(rule.scale == kFar.scale);
+    if (!kept->isSmeared[which]) {
+      kept->smeared[which] = FindPeaks(SmoothedSpectrum(powers, rule.sigma), rule);
+      kept->isSmeared[which] = true;
+    }
+    std::vector<SpectrumPeak> peaks = kept->smeared[which];
+    for (SpectrumPeak& peak : peaks) peak.isLicensed = HasLicence(peak, rule, settings.sensitivity);
     if (HasLicence(peaks)) {
       if (isFound) {
         LeaveOutOffLattice(rule, &peaks);
         LeaveOutCoarse(findings->peaks, &peaks);
       }
-      const SmoothedSpectrum fine(powers, 1);
+      if (kept->narrow.empty()) kept->narrow = SmoothedSpectrum(powers, 1).cells();
+      const SmoothedSpectrum fine(kept->narrow);
       const float discRadius = ProtectedDiscRadius(settings.protectionRadius);
       for (const SpectrumPeak& peak : peaks) {
         SeedPeak(fine, rule, peak, discRadius, findings->seeds.view());
@@ -239,10 +272,12 @@ void AddPeaks(const ConstImageView& powers, const Settings& settings, Findings* 
 
 }  // namespace
 
-int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings) {
+int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings,
+                        KeptMeasures* kept) {
   if (analysis.powers.IsEmpty() || analysis.logSpan <= 0.0) return kSuccess;
   try {
-    AddPeaks(analysis.powers.view(), UsableSettings(settings), findings);
+    KeptMeasures own;
+    AddPeaks(analysis.powers.view(), UsableSettings(settings), findings, kept != nullptr ? kept : &own);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -96,6 +97,31 @@ TEST_P(RestoredPictures, AgreeForAnyNumberOfThreadsAndStayWhereTheGateIsClosed) 
       changed += open.samples[i] == 0 && std::abs(input.samples[i] - result.samples[i]) > 2;
     }
     EXPECT_EQ(0, changed);
+  }
+}
+
+TEST_P(RestoredPictures, AreDecidedTheSameWithWhatEarlierDecisionsMeasured) {
+  Image picture = ImageOf(ReadPicture(std::string("restore/") + GetParam() + ".png"));
+  const PictureView view = PictureOf(picture.view());
+  Workspace workspace;
+  Analysis analysis;
+  ASSERT_EQ(kSuccess, Analyse(view, workspace, {}, &analysis));
+  KeptMeasures kept;
+  Settings settings;
+  settings.isAutomatic = true;
+  for (const double sensitivity : {0.7, 1.0, 1.3, 0.9, 0.7}) {
+    settings.sensitivity = sensitivity;
+    Findings fresh, again;
+    ASSERT_EQ(kSuccess, DecideWhole(view, analysis, settings, workspace, &fresh));
+    ASSERT_EQ(kSuccess, DecideWhole(TilesOf(view), analysis, settings, workspace, &again, &kept));
+    EXPECT_EQ(SamplesOf(fresh.seeds.view()).samples, SamplesOf(again.seeds.view()).samples) << sensitivity;
+    EXPECT_EQ(fresh.strongAmplitude, again.strongAmplitude) << sensitivity;
+    const auto isSame = [](const SpectrumPeak& a, const SpectrumPeak& b) {
+      return a.dx == b.dx && a.dy == b.dy && a.height == b.height && a.isLicensed == b.isLicensed &&
+             a.verdict == b.verdict && a.scale == b.scale;
+    };
+    EXPECT_TRUE(
+        std::equal(fresh.peaks.begin(), fresh.peaks.end(), again.peaks.begin(), again.peaks.end(), isSame));
   }
 }
 
