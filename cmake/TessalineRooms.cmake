@@ -92,7 +92,7 @@ endif()
 # Debian 12's library for browsers is older than its compiler: what the engine misses there is in web/.
 if(EMSCRIPTEN)
   set(CMAKE_POSITION_INDEPENDENT_CODE OFF)  # one program at a fixed place, and smaller
-  add_compile_options(-msimd128 -fwasm-exceptions "SHELL:-include ${PROJECT_SOURCE_DIR}/web/missing_library.h")
+  add_compile_options(-msimd128 -pthread -fwasm-exceptions "SHELL:-include ${PROJECT_SOURCE_DIR}/web/missing_library.h")
   add_link_options(-msimd128 -fwasm-exceptions)
 endif()
 

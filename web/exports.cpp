@@ -1,6 +1,7 @@
 // What the page's worker calls. A worker has one picture at a time; codes are the engine's result codes.
 #include <emscripten.h>
 
+#include <memory>
 #include <new>
 #include <string>
 
@@ -12,8 +13,10 @@ using namespace tessaline::web;
 
 namespace {
 
+std::unique_ptr<Parallel> g_threads;
+
 PictureCleaning& ThePicture() {
-  static PictureCleaning picture;
+  static PictureCleaning picture(g_threads ? *g_threads : SerialWork());
   return picture;
 }
 
@@ -24,8 +27,15 @@ std::vector<uint8_t> g_drawing;  // of the last tessaline_web_draw_*
 EM_JS(void, TellPage, (double part), { Module["tell"](part); });
 // clang-format on
 
+// A message costs more than the work between two reports, and the page shows no more than some in a second.
 bool Report(void*, double part) {
-  TellPage(part);
+  constexpr double kPause = 50.0;  // milliseconds
+  static double told = 0.0;
+  const double now = emscripten_get_now();
+  if (now - told >= kPause) {
+    TellPage(part);
+    told = now;
+  }
   return false;  // the page ends its worker to stop
 }
 constexpr Progress kProgress = {Report};
@@ -48,11 +58,21 @@ const uint8_t* Drawn(const Draw& draw) {
 
 extern "C" {
 
+// Before any other call; not called, there is the caller's thread alone. Returns how many there are.
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_use_threads(int32_t count) {
+  if (count > 1) g_threads = MakeThreadPool(count);
+  return g_threads ? g_threads->threads() : 1;
+}
+
 EMSCRIPTEN_KEEPALIVE double tessaline_web_bytes_needed(int32_t width, int32_t height, int32_t samples,
                                                        int32_t channels, int32_t format) {
   return BytesNeeded({width, height, samples, channels, static_cast<SampleFormat>(format)});
 }
 
+// While the picture is still read: takes memory for it beforehand.
+EMSCRIPTEN_KEEPALIVE int32_t tessaline_web_expect(int32_t width, int32_t height) {
+  return WithoutExceptions([&] { return ThePicture().Expect(width, height); });
+}
 // Null: no memory, or no such picture. The caller fills what it gets.
 EMSCRIPTEN_KEEPALIVE uint8_t* tessaline_web_open(int32_t width, int32_t height, int32_t samples,
                                                  int32_t channels, int32_t format) {

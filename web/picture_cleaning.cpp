@@ -80,6 +80,16 @@ bool DecideTheSame(const Settings& a, const Settings& b) {
          a.protectionRadius == b.protectionRadius;
 }
 
+// Tiles that overlap by half say the same four times, and a hand waits for what is measured in them.
+TiledPicture SomeOf(TiledPicture tiled) {
+  constexpr size_t kEnough = 100;
+  const size_t step = std::max<size_t>((tiled.tiles.size() + kEnough - 1) / kEnough, 1);
+  size_t kept = 0;
+  for (size_t i = 0; i < tiled.tiles.size(); i += step) tiled.tiles[kept++] = tiled.tiles[i];
+  tiled.tiles.resize(kept);
+  return tiled;
+}
+
 template <typename Sample>
 bool AreColoursEqual(const PixelLayout& layout, const uint8_t* pixels) {
   const auto* pixel = reinterpret_cast<const Sample*>(pixels);
@@ -110,7 +120,8 @@ double BytesNeeded(const PixelLayout& layout) {
   // As measured with transforms of 1024, 2048 and 4096: 35, 85 and 293 MiB with the picture and its result.
   constexpr double kEngine = 20.0 * (1 << 20), kPerTransformed = 13.0;
   const int32_t side = TransformSizeFor(std::min(std::max(layout.width, layout.height), kLargestSide));
-  return kEngine + kPerTransformed * side * side + 2.0 * static_cast<double>(layout.Bytes());
+  return kEngine + kPerTransformed * side * side + 2.0 * static_cast<double>(layout.Bytes()) +
+         LiveBytesNeeded(layout.width, layout.height, layout.channels);
 }
 
 int32_t PictureCleaning::Open(const PixelLayout& layout) {
@@ -127,6 +138,7 @@ int32_t PictureCleaning::Open(const PixelLayout& layout) {
   auto result = AllocateBlock<uint8_t>(layout.Bytes());
   if (!pixels || !result) return kOutOfMemory;
   layout_ = layout;
+  colours_ = layout.channels;
   pixels_ = std::move(pixels);
   result_ = std::move(result);
   isGrey_ = isDecided_ = false;
@@ -147,13 +159,28 @@ bool PictureCleaning::HasEqualColours() const {
   }
 }
 
+int32_t PictureCleaning::Expect(int32_t width, int32_t height) {
+  const int32_t side = std::max(width, height);
+  if (side < 1 || side > kLargestSide) return kSuccess;  // tiles take theirs as they come
+  return workspace_.Prepare(TransformSizeFor(side)) ? kSuccess : kOutOfMemory;
+}
+
 int32_t PictureCleaning::Analyse(const Progress& progress) {
   isGrey_ = isGrey_ || HasEqualColours();
   if (isGrey_) layout_.channels = 1;
   tiles_ = {};
+  kept_ = {};
   strong_ = -1.0f;
   isDecided_ = false;
-  return AnalyseAnySize(layout_.View(pixels_.get()), workspace_, progress, &analysis_, &tiles_);
+  const PictureView picture = layout_.View(pixels_.get());
+  return AnalyseAnySize(picture, workspace_, progress, &analysis_,
+                        IsDoneInTiles(picture) ? &tiles_ : nullptr);
+}
+
+// Of a picture as it is at hand, or the copies that were made where its tiles were analysed.
+TiledPicture PictureCleaning::Tiled() const {
+  const PictureView picture = layout_.View(pixels_.get());
+  return IsDoneInTiles(picture) ? tiles_.view() : TilesOf(picture);
 }
 
 int32_t PictureCleaning::Decide(const Settings& settings) {
@@ -162,7 +189,7 @@ int32_t PictureCleaning::Decide(const Settings& settings) {
     return UseFindings();
   }
   Findings found;
-  const int32_t result = DecideWhole(tiles_, analysis_, settings, workspace_, &found);
+  const int32_t result = DecideWhole(Tiled(), analysis_, settings, workspace_, &found, &kept_);
   if (result != kSuccess) return result;
   const int32_t copied = CopyFindings(found, &findings_);
   if (copied != kSuccess) return copied;
@@ -266,13 +293,17 @@ bool PictureCleaning::IsInside(const Part& part) const {
          part.y <= layout_.height - part.height;
 }
 
+const ToneCurve* PictureCleaning::LightNow() const {
+  return findings_.isAutomatic ? CurveOf(restoration_, findings_) : nullptr;
+}
+
 // Measured anew where the decision goes by other carriers.
 float PictureCleaning::Strong() {
   std::vector<Carrier> carriers = PlanGate(findings_).carriers;
   const auto isSame = [](const Carrier& a, const Carrier& b) { return a.dx == b.dx && a.dy == b.dy; };
   if (strong_ < 0.0f ||
       !std::equal(carriers.begin(), carriers.end(), strongCarriers_.begin(), strongCarriers_.end(), isSame)) {
-    strong_ = MeasureStrong(tiles_.view(), findings_);
+    strong_ = MeasureStrong(SomeOf(Tiled()), findings_);
     strongCarriers_ = std::move(carriers);
   }
   return strong_;
@@ -280,19 +311,32 @@ float PictureCleaning::Strong() {
 
 int32_t PictureCleaning::PrepareLive(const Part& part) {
   if (!IsInside(part)) return kUnknownPixelKind;
-  LivePart::Way way;
-  if (findings_.isAutomatic) {
-    way.light = CurveOf(restoration_, findings_);
-    way.isGated = true;
-    way.plan = PlanGate(findings_);
-    way.plan.strong = Strong();
-  }
+  LivePart::Way way = {LightNow(), findings_.isAutomatic, PlanGate(findings_)};
+  if (way.isGated) way.plan.strong = Strong();
   return live_.Prepare(layout_.View(pixels_.get()), part, way);
 }
 
 int32_t PictureCleaning::DrawLive(const Part& part, std::vector<uint8_t>* rgba) {
-  const int32_t code = PrepareLive(part);
-  return code == kSuccess ? live_.Draw(mask_, rgba) : code;
+  const bool isGated = findings_.isAutomatic && !PlanGate(findings_).carriers.empty();
+  const int32_t code = live_.IsReady(part, LightNow(), isGated) ? int32_t{kSuccess} : PrepareLive(part);
+  if (code != kSuccess) return code;
+  const int32_t drawn = live_.Draw(mask_, rgba);
+  if (drawn == kSuccess) CopyAlpha(part, rgba);
+  return drawn;
+}
+
+// The sample after the colours, of 16 bits its upper byte.
+void PictureCleaning::CopyAlpha(const Part& part, std::vector<uint8_t>* rgba) const {
+  if (layout_.samples == colours_) return;
+  const size_t bytes = SampleBytes(layout_.format), step = layout_.PixelBytes();
+  const size_t upper = static_cast<size_t>(colours_) * bytes + (bytes == 2 ? 1 : 0);
+  uint8_t* alpha = rgba->data() + 3;
+  for (int32_t y = part.y; y < part.y + part.height; ++y) {
+    const size_t first =
+        static_cast<size_t>(y) * static_cast<size_t>(layout_.width) + static_cast<size_t>(part.x);
+    const uint8_t* pixel = pixels_.get() + first * step;
+    for (int32_t x = 0; x < part.width; ++x, pixel += step, alpha += 4) *alpha = pixel[upper];
+  }
 }
 
 int32_t PictureCleaning::DrawSpectrum(std::vector<uint8_t>* rgba) const {

@@ -9,6 +9,7 @@
 #include "removal/notches.h"
 #include "removal/steps.h"
 #include "removal/tone_curve.h"
+#include "restoration/decision.h"
 #include "restoration/picture_tiles.h"
 #include "restoration/restoration.h"
 #include "web/live_part.h"
@@ -35,6 +36,9 @@ double BytesNeeded(const PixelLayout& layout);
 // still is.
 class PictureCleaning {
  public:
+  // `parallel` outlives it.
+  explicit PictureCleaning(Parallel& parallel = SerialWork()) : workspace_(parallel), live_(parallel) {}
+
   // Takes memory for the pixels and for the result; the caller fills pixels().
   int32_t Open(const PixelLayout& layout);
   uint8_t* pixels() { return pixels_.get(); }
@@ -43,6 +47,8 @@ class PictureCleaning {
   // What the picture's file says of its levels; automatic runs may work on light then.
   void SetLight(const ToneCurve& curve) { curve_ = curve; }
 
+  // Takes the memory beforehand that a picture of that size will be analysed in.
+  int32_t Expect(int32_t width, int32_t height);
   // A picture whose colours are equal throughout is taken as grey from here on.
   int32_t Analyse(const Progress& progress);
   // Takes back what the user turned, but where the notch radius alone is another.
@@ -50,8 +56,9 @@ class PictureCleaning {
   // Takes a peak of peaks() or notches() out or leaves it: the cells nearest to it and to no other.
   int32_t TurnPeak(int32_t dx, int32_t dy, bool isTakenOut);
   int32_t Restore(const Progress& progress);
-  // A part as Restore makes it but for the polish, while a setting moves: RGBA. The first of a part
-  // transforms it, which PrepareLive does beforehand.
+  // A part as Restore makes it but for the polish, while a setting moves: RGBA, with its alpha. The first of
+  // a part transforms it and finds where the pattern is, which PrepareLive does beforehand; while it stays
+  // the same part the pattern's places stay those that PrepareLive found.
   int32_t PrepareLive(const Part& part);
   int32_t DrawLive(const Part& part, std::vector<uint8_t>* rgba);
 
@@ -75,17 +82,22 @@ class PictureCleaning {
   std::vector<Place> PlacesOfPeaks() const;
   int32_t UseFindings();
   bool IsInside(const Part& part) const;
+  TiledPicture Tiled() const;
+  const ToneCurve* LightNow() const;
+  void CopyAlpha(const Part& part, std::vector<uint8_t>* rgba) const;
   float Strong();
   void CopyGrey(const PixelLayout& layout, uint8_t* pixels) const;
   bool HasEqualColours() const;
 
   PixelLayout layout_;
+  int32_t colours_ = 0;  // channels of the picture as it came
   OwnedBlock<uint8_t> pixels_, result_;
   bool isDecided_ = false;
   bool isGrey_ = false;  // three equal channels, of which one is cleaned
   Workspace workspace_;
   Analysis analysis_;
-  PictureTiles tiles_;
+  PictureTiles tiles_;  // of a picture that is too large for one transform
+  KeptMeasures kept_;   // of the analysis
   Settings settings_;
   RestorationSettings restoration_;
   std::optional<ToneCurve> curve_;

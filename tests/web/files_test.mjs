@@ -3,6 +3,7 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import zlib from 'node:zlib';
+import { next } from './browser.mjs';
 
 const [width, height] = [420, 330];
 
@@ -107,6 +108,7 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     writeFileSync(at('exif.jpg'), withJpegSegments(readFileSync(at('plain.jpg')), [[0xe1, Buffer.concat([Buffer.from('Exif\0\0'), exifBlock(8)])]]));
     for (const name of ['exif.tif', 'exif.png']) execFileSync(program, ['-q', '-a', '0', at('exif.jpg'), at(name)]); // 0: finds nothing
     vips('webpsave', '=rgba8.v', '=alpha.webp', '--lossless');
+    vips('webpsave', '=exif.jpg', '=turned.webp', '--Q', '90');
     vips('webpsave', '=rgb8.v', '=plain.webp', '--Q', '90', '--profile', 'srgb');
   }
 
@@ -174,6 +176,40 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     check('one of them is looked at', (await whenDone()).includes('rgba.tif'));
   }
 
+  async function staysSeeThroughWhileASliderMoves() {
+    await openMade('alpha.png');
+    const alphas = () => inPage(`(() => {
+      const canvas = document.getElementById('picture'), { width, height } = canvas;
+      const { data } = canvas.getContext('2d').getImageData(width / 2 - 80, height / 2, 160, 1);
+      return String(data.filter((_, i) => i % 4 === 3));
+    })()`);
+    await inPage(`document.querySelector('[data-view=after]').click()`);
+    const still = await alphas();
+    const followed = inPage(next('document.body', { attributes: true, attributeFilter: ['data-live-milliseconds'] }));
+    await inPage(`(() => {
+      const slider = document.getElementById('notchRadius');
+      slider.value = 9;
+      slider.dispatchEvent(new Event('input'));
+    })()`);
+    await followed;
+    const moving = await alphas();
+    await inPage(`document.querySelector('[data-view=split]').click()`);
+    check('a see-through picture is that while a slider moves', still === moving && new Set(still.split(',')).size > 2, moving);
+  }
+
+  async function stopsAList() {
+    await openMade(...Array(6).fill('rgba.tif'));
+    await inPage(`new Promise((resolve) => {
+      const rows = document.querySelector('#files ol');
+      const look = () => rows.querySelector('[data-state=working]') && resolve();
+      new MutationObserver(look).observe(rows, { attributes: true, subtree: true });
+      look();
+    }).then(() => document.querySelectorAll('#files .row button')[1].click())`);
+    const ended = await whenEnded(), rows = await inPage(`[...document.querySelectorAll('#files li')].map((row) => row.dataset.state).join(' ')`);
+    const again = await openMade('alpha.png');
+    check('a list that is stopped leaves out the rest, and the page lives on', /^(done )*(left ?)+$/.test(rows) && again.includes('taken out'), `${ended}; ${rows}`);
+  }
+
   async function livesOnWithoutMemory() {
     vips('replicate', '=rgb8.v', '=large.png', '5', '5');
     await visit('short/');
@@ -210,8 +246,10 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     ['turned.jpg', 'turned-clean.jpg', 4], ['progressive.jpg', 'progressive-clean.jpg'], ['grey.jpg', 'grey-clean.jpg'],
     ['tiles.tif', 'tiles-clean.tif', 32], ['white-is-zero.tif', 'white-is-zero-clean.tif'], ['big-endian.tif', 'big-endian-clean.tif'],
     ['exif.png', 'exif-clean.png'], ['exif.tif', 'exif-clean.tif'], ['planes.tif', 'planes-clean.tif'], ['rgba.tif', 'rgba-clean.tif'],
-    ['alpha.webp', 'alpha-clean.png'], ['plain.webp', 'plain-clean.png', 1],
+    ['alpha.webp', 'alpha-clean.png'], ['turned.webp', 'turned-clean.png', 1], ['plain.webp', 'plain-clean.png', 1],
   ]) await isSavedLikeTheProgram(...made);
   await worksThroughMany();
+  await stopsAList();
+  await staysSeeThroughWhileASliderMoves();
   await livesOnWithoutMemory();
 }

@@ -1,142 +1,15 @@
-// page_test.mjs SITE TESSALINE [FOLDER FOR SCREENSHOTS]: drives the real page in a Chromium without a window, by a pipe of the DevTools protocol.
-import { execFileSync, spawn } from 'node:child_process';
-import { existsSync, mkdtempSync, readFileSync, readdirSync, rmSync, watch, writeFileSync } from 'node:fs';
-import http from 'node:http';
-import os from 'node:os';
+// page_test.mjs SITE TESSALINE [FOLDER FOR SCREENSHOTS]: drives the real page.
+import { execFileSync } from 'node:child_process';
+import { readFileSync, readdirSync, renameSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
 import { gzipSync } from 'node:zlib';
+import {
+  address, click, close, complaints, difference, folder, give, inPage, middleOf, mouse, next, numericAddress, open, openMade, press, requests, samples,
+  saved, send, stopServer, visit, whenState,
+} from './browser.mjs';
 import { checkFiles } from './files_test.mjs';
 
 const [site, program, pictures] = process.argv.slice(2);
-const samples = fileURLToPath(new URL('../../samples/', import.meta.url));
-const folder = mkdtempSync(path.join(os.tmpdir(), 'tessaline-web-'));
-const types = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm', '.png': 'image/png', '.jpg': 'image/jpeg' };
-
-// The site, below /short the same where the engine can have 64 MiB, below /made what the page and the program made,
-// below /given the repository's pictures.
-const shortMemory = `WebAssembly.Memory.prototype.grow = ((grow) => function (pages) {
-  if (this.buffer.byteLength + 65536 * pages > 64 << 20) throw new RangeError('no more');
-  return grow.call(this, pages);
-})(WebAssembly.Memory.prototype.grow);\n`;
-const server = http.createServer((request, response) => {
-  const asked = decodeURIComponent(new URL(request.url, 'http://localhost').pathname), name = asked.replace(/^\/short/, '');
-  const places = { made: folder, given: samples };
-  const [, first, rest] = name.match(/^\/(made|given)\/(.*)$/) ?? [];
-  const file = first ? path.join(places[first], rest) : path.join(site, name === '/' ? 'index.html' : name);
-  if (!existsSync(file)) return response.writeHead(404).end();
-  response.writeHead(200, { 'Content-Type': types[path.extname(file)] ?? 'application/octet-stream' })
-    .end(asked === '/short/worker.js' ? shortMemory + readFileSync(file) : readFileSync(file));
-});
-await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
-const address = `http://localhost:${server.address().port}/`;
-
-const chromium = spawn('chromium', ['--headless', '--no-sandbox', '--disable-gpu', '--remote-debugging-pipe',
-  '--disable-background-networking', `--user-data-dir=${folder}/profile`, '--window-size=1280,720', 'about:blank'],
-{ stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'] });
-const answers = new Map(), requests = [], complaints = [];
-let number = 0, unread = '', session, loaded;
-chromium.stdio[4].on('data', (bytes) => {
-  const messages = (unread + bytes).split('\0');
-  unread = messages.pop();
-  for (const { id, result, error, method, params } of messages.map((text) => JSON.parse(text))) {
-    if (id) answers.get(id)(error ? Promise.reject(new Error(error.message)) : result);
-    if (method === 'Page.loadEventFired') loaded?.();
-    if (method === 'Network.requestWillBeSent') requests.push(params.request.url);
-    if (method === 'Runtime.exceptionThrown') complaints.push(params.exceptionDetails.exception?.description);
-    if (method === 'Log.entryAdded' && params.entry.level === 'error') complaints.push(params.entry.text);
-  }
-});
-const send = (method, params = {}, sessionId = session) => new Promise((resolve) => {
-  answers.set(++number, resolve);
-  chromium.stdio[3].write(JSON.stringify({ id: number, method, params, sessionId: sessionId ?? undefined }) + '\0');
-});
-async function inPage(expression) {
-  const { result, exceptionDetails } = await send('Runtime.evaluate', { expression, awaitPromise: true, returnByValue: true });
-  if (exceptionDetails) throw new Error(exceptionDetails.exception?.description ?? exceptionDetails.text);
-  return result.value;
-}
-async function visit(place = '') {
-  const whenLoaded = new Promise((resolve) => (loaded = resolve));
-  await send('Page.navigate', { url: address + place });
-  await whenLoaded;
-}
-const whenState = (state) => inPage(`new Promise((resolve) => {
-  const look = () => document.body.dataset.state === '${state}' && resolve(document.getElementById('sentence').textContent);
-  new MutationObserver(look).observe(document.body, { attributes: true });
-  look();
-})`);
-// A picture of the repository or of the folder, by way of an event that carries files.
-const give = (place, name, kind = 'drop') => inPage(`(async () => {
-  const blob = await (await fetch('${place}/${name}', { cache: 'no-store' })).blob();
-  const data = new DataTransfer();
-  data.items.add(new File([blob], '${name}'));
-  document.body.dataset.state = 'given';
-  document.dispatchEvent('${kind}' === 'drop' ? new DragEvent('drop', { dataTransfer: data }) : new ClipboardEvent('paste', { clipboardData: data }));
-})()`);
-const middleOf = (selector) => inPage(`(() => {
-  const place = document.querySelector('${selector}');
-  place.scrollIntoView({ block: 'nearest' });
-  const { left, top, width, height } = place.getBoundingClientRect();
-  return { x: left + width / 2, y: top + height / 2, width };
-})()`);
-let isPressed = false;
-function mouse(type, x, y) {
-  if (type !== 'mouseMoved') isPressed = type === 'mousePressed';
-  const button = isPressed || type !== 'mouseMoved' ? 'left' : 'none';
-  return send('Input.dispatchMouseEvent', { type, x, y, button, buttons: Number(isPressed), clickCount: 1 });
-}
-async function click(selector) {
-  const { x, y } = await middleOf(selector);
-  for (const type of ['mouseMoved', 'mousePressed', 'mouseReleased']) await mouse(type, x, y);
-}
-async function press(key, code = key) {
-  const text = { Enter: '\r', Space: ' ' }[code];
-  const codes = { Tab: 9, Enter: 13, Space: 32, ArrowRight: 39 };
-  for (const type of [text ? 'keyDown' : 'rawKeyDown', 'keyUp']) {
-    await send('Input.dispatchKeyEvent', { type, key, code, text, windowsVirtualKeyCode: codes[code] });
-  }
-}
-const next = (watched, options, holds = 'true') => `new Promise((resolve) => {
-  const watched = ${watched};
-  const eyes = new MutationObserver(() => ${holds} && (eyes.disconnect(), resolve()));
-  eyes.observe(watched, ${JSON.stringify(options)});
-})`;
-// The page's link is clicked, and the file is there.
-function saved(name, click) {
-  const arrived = new Promise((resolve) => {
-    const eyes = watch(folder, () => existsSync(path.join(folder, name)) && (eyes.close(), resolve()));
-  });
-  return Promise.all([arrived, inPage(click)]);
-}
-const difference = (a, b) => inPage(`(async () => {
-  const [first, second] = await Promise.all(['${a}', '${b}'].map(async (name) => {
-    const blob = await (await fetch('made/' + name, { cache: 'no-store' })).blob();
-    const bitmap = await createImageBitmap(blob, { colorSpaceConversion: 'none', premultiplyAlpha: 'none' });
-    const canvas = Object.assign(document.createElement('canvas'), { width: bitmap.width, height: bitmap.height });
-    const context = canvas.getContext('2d');
-    context.drawImage(bitmap, 0, 0);
-    return context.getImageData(0, 0, bitmap.width, bitmap.height).data;
-  }));
-  return first.length === second.length ? first.reduce((most, value, i) => Math.max(most, Math.abs(value - second[i])), 0) : 256;
-})()`);
-
-// A file of the test's folder is dropped; the sentence, when it is cleaned or refused.
-const openMade = (...names) => inPage(`(async () => {
-  const data = new DataTransfer();
-  for (const name of ${JSON.stringify(names)}) {
-    data.items.add(new File([await (await fetch('/made/' + name, { cache: 'no-store' })).arrayBuffer()], name));
-  }
-  const sentence = document.getElementById('sentence');
-  sentence.className = '';
-  document.dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true }));
-  return new Promise((resolve) => {
-    const look = () => (sentence.classList.contains('bad') || document.body.dataset.state === 'done') && resolve(sentence.textContent);
-    const eyes = new MutationObserver(look);
-    eyes.observe(document.body, { attributes: true });
-    eyes.observe(sentence, { attributes: true });
-  });
-})()`);
 
 const counts = { passed: 0, failed: 0 };
 function check(claim, holds, seen) {
@@ -152,6 +25,21 @@ async function cleansLikeTheProgram(sample) {
   await saved(name, 'document.getElementById("save").click()');
   const most = await difference(name, `program-${name}`);
   check(`${sample} is cleaned as by the program`, most <= 1 && sentence.includes('taken out'), `${most} levels apart; ${sentence}`);
+}
+
+// A file server that knows nothing of threads: they come with the service worker.
+async function usesThreadsFromTheSecondVisit() {
+  const threads = () => inPage('document.body.dataset.threads');
+  const [first, one] = [await threads(), path.join(folder, 'by-one-thread.png')];
+  renameSync(path.join(folder, 'rosette-clean.png'), one);
+  await inPage('navigator.serviceWorker.ready.then(() => true)');
+  await visit();
+  await give('given', 'rosette.png');
+  await whenState('done');
+  const [second, processors] = [await threads(), await inPage('navigator.hardwareConcurrency')];
+  await saved('rosette-clean.png', 'document.getElementById("save").click()');
+  const isSame = readFileSync(one).equals(readFileSync(path.join(folder, 'rosette-clean.png')));
+  check('from the second visit on threads share the work, with the same bytes', isSame && first === '1' && (processors === 1 || second > 1), `${first}, then ${second} of ${processors}`);
 }
 
 const rings = () => inPage('document.querySelectorAll("#marks [aria-pressed=true]").length');
@@ -275,7 +163,7 @@ function isSmall() {
   check('the page with everything is at most 1.5 MB', raw <= 1.5e6, `${raw} bytes as they are, ${packed} by gzip`);
 }
 
-// A coarse print of 1700 x 1200 pixels; the first picture of a page, start of its engine included.
+// A coarse print of 1700 x 1200 pixels; the first picture of a page. Where it was never visited, one thread does it.
 async function keepsUpWithTheProgram() {
   const [width, height] = [1700, 1200], rows = Buffer.alloc(width * height * 3);
   for (let y = 0, i = 0; y < height; ++y) {
@@ -291,17 +179,19 @@ async function keepsUpWithTheProgram() {
   const begun = process.hrtime.bigint();
   execFileSync(program, ['-f', '-a', 'auto', '--threads', '1', png, path.join(folder, 'print-clean.png')]);
   const native = Number(process.hrtime.bigint() - begun) / 1e9;
-  await visit();
-  await give('made', 'print.png');
-  await whenState('done');
-  const page = Number(await inPage('document.body.dataset.cleanedMilliseconds')) / 1000;
-  check('a first picture of 1700 x 1200 is cleaned', page > 0, `${page.toFixed(2)} s on the page, ${native.toFixed(2)} s by the program on one thread: ${(page / native).toFixed(2)} times`);
+  for (const at of [numericAddress, address]) {
+    await visit('', at);
+    await inPage('navigator.serviceWorker.ready.then(() => true)');
+    await give('made', 'print.png');
+    await whenState('done');
+    const page = Number(await inPage('document.body.dataset.cleanedMilliseconds')) / 1000;
+    check('a first picture of 1700 x 1200 is cleaned', page > 0, `${page.toFixed(2)} s on the page, threads: ${await inPage('document.body.dataset.threads')}; ${native.toFixed(2)} s by the program on one: ${(page / native).toFixed(2)} times`);
+  }
 }
 
 async function worksOffline() {
   await inPage('navigator.serviceWorker.ready.then(() => true)');
-  server.closeAllConnections();
-  await new Promise((resolve) => server.close(resolve));
+  await stopServer();
   await visit();
   await inPage('document.querySelector("[data-sample]").click()');
   const sentence = await whenState('done');
@@ -309,13 +199,11 @@ async function worksOffline() {
 }
 
 try {
-  const { targetId } = await send('Target.createTarget', { url: 'about:blank' });
-  session = (await send('Target.attachToTarget', { targetId, flatten: true })).sessionId;
-  for (const domain of ['Page', 'Runtime', 'Network', 'Log', 'Accessibility']) await send(`${domain}.enable`);
-  await send('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: folder });
+  await open(site);
   await visit();
   isSmall();
   for (const sample of ['newsprint.png', 'line-noise.png', 'rosette.png']) await cleansLikeTheProgram(sample);
+  await usesThreadsFromTheSecondVisit();
   await canBeCancelled();
   await give('given', 'newsprint.png', 'paste');
   const pasted = await whenState('done');
@@ -323,8 +211,13 @@ try {
   await visit();
   await worksByKeyboard();
   await keepsUpWithTheProgram();
-  for (const slider of ['#notchRadius', '#sensitivity']) await followsASlider(slider);
-  await whenState('done');
+  for (const zoom of ['#zoom-fit', '#zoom-one']) {
+    await click(zoom);
+    for (const slider of ['#notchRadius', '#sensitivity', '#protectionRadius']) {
+      await followsASlider(slider);
+      await whenState('done');
+    }
+  }
   await visit();
   await inPage(`document.querySelector('[data-sample="rosette.jpg"]').click()`);
   await whenState('done');
@@ -337,17 +230,12 @@ try {
   }
   await checkFiles({ folder, site, program, check, visit, saved, openMade, inPage });
   await worksOffline();
-  const outside = requests.filter((url) => !url.startsWith(address) && !/^(blob|data|about):/.test(url));
+  const outside = requests.filter((url) => !url.startsWith(address) && !url.startsWith(numericAddress) && !/^(blob|data|about):/.test(url));
   check('no request leaves', outside.length === 0 && requests.length > 10, outside.join(' '));
   check('nothing is complained of', complaints.length === 0, complaints.join('; '));
 } catch (error) {
   check('the test runs to its end', false, error.stack);
 }
-const closed = new Promise((resolve) => chromium.once('exit', resolve));
-session = undefined;
-send('Browser.close');
-await closed;
-server.close();
-rmSync(folder, { recursive: true, force: true });
+await close();
 console.log(`${counts.passed} passed, ${counts.failed} failed`);
 process.exit(counts.failed > 0 ? 1 : 0);

@@ -1,5 +1,5 @@
 // Several pictures, one after another beside the one on the stage. Of each only its result's file is kept.
-import { Cancelled, Cleaner } from './cleaner.js';
+import { Cancelled, Cleaner, nobody } from './cleaner.js';
 import { sentenceOf, type Settings } from './found.js';
 import { cleanName, readPicture, writePicture } from './picture_file.js';
 import { Refusal } from './refusal.js';
@@ -77,7 +77,7 @@ export class Batch {
     try {
       const picture = await readPicture(entry.file.name, entry.file);
       if (run !== this.run) return;
-      cleaner = this.cleaner = new Cleaner({ progress: () => undefined, needs: () => undefined });
+      cleaner = this.cleaner = Cleaner.take(nobody);
       await cleaner.open(picture);
       await cleaner.decide(settings);
       const { found } = await cleaner.look('flat');

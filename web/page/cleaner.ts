@@ -19,13 +19,43 @@ export interface Watcher {
   needs(bytes: number): void;
 }
 
+export const nobody: Watcher = { progress: () => undefined, needs: () => undefined };
+let spare: Cleaner | null = null;
+
 export class Cleaner {
   private readonly worker = new Worker('worker.js', { type: 'module' });
   private readonly waiting: Waiting[] = [];
+  private used: ArrayBuffer | null = null; // of a part that was shown, for the next one
 
-  constructor(private readonly watcher: Watcher) {
+  constructor(private watcher: Watcher = nobody) {
     this.worker.onmessage = (event: MessageEvent<Answer>) => this.take(event.data);
-    this.worker.onerror = (event) => this.end(new Refusal(refusals.broken(event.message)));
+    this.worker.onerror = (event) => {
+      if (spare === this) spare = null;
+      this.end(new Refusal(refusals.broken(event.message)));
+    };
+  }
+
+  /** The one that prepare() made, or a new one. */
+  static take(watcher: Watcher): Cleaner {
+    const cleaner = spare ?? new Cleaner();
+    spare = null;
+    cleaner.watcher = watcher;
+    return cleaner;
+  }
+  /** Starts an engine for whoever takes one next. */
+  static prepare(): void {
+    spare ??= new Cleaner();
+  }
+
+  /** Lets it take memory while a picture of that size is still read. */
+  static expect(width: number, height: number): void {
+    Cleaner.prepare();
+    spare?.ask({ kind: 'expect', width, height }).catch(() => undefined); // open() tells
+  }
+  /** Where there will be no such picture after all. */
+  static expectNothing(): void {
+    spare?.cancel();
+    spare = null;
   }
 
   /** Ends all work at once; the cleaner is of no use afterwards. */
@@ -59,9 +89,16 @@ export class Cleaner {
   }
   /** The part as it will be, but for the last polish. */
   async live(part: Rectangle): Promise<Uint8ClampedArray> {
-    const answer = await this.ask({ kind: 'live', part });
+    const into = this.used;
+    this.used = null;
+    const answer = await this.ask({ kind: 'live', part, into }, into ? [into] : []);
     if (answer.kind !== 'part') throw new Refusal(refusals.broken(answer.kind));
     return new Uint8ClampedArray(answer.shown);
+  }
+
+  /** Pixels of live() that nobody looks at any more: new memory for each part would cost more than drawing it. */
+  giveBack(pixels: Uint8ClampedArray): void {
+    this.used = pixels.buffer as ArrayBuffer;
   }
 
   private ask(request: Request, transfer: Transferable[] = []): Promise<Answer> {
@@ -72,6 +109,7 @@ export class Cleaner {
   }
 
   private take(answer: Answer): void {
+    if (answer.kind === 'ready') return void (document.body.dataset['threads'] = String(answer.threads));
     if (answer.kind === 'progress') return this.watcher.progress(answer.part);
     if (answer.kind === 'needs') return this.watcher.needs(answer.bytes);
     const next = this.waiting.shift();

@@ -1,8 +1,8 @@
 // The module that emscripten makes of web/exports.cpp.
 export interface Engine {
-  HEAPU8: Uint8Array;
-  UTF8ToString(address: number): string;
+  _tessaline_web_use_threads(count: number): number;
   _tessaline_web_bytes_needed(width: number, height: number, samples: number, channels: number, format: number): number;
+  _tessaline_web_expect(width: number, height: number): number;
   _tessaline_web_open(width: number, height: number, samples: number, channels: number, format: number): number;
   _tessaline_web_set_light(light: number, count: number): number;
   _tessaline_web_take_floats(count: number): number;
@@ -20,4 +20,12 @@ export interface Engine {
   _tessaline_web_draw_surface(): number;
   _tessaline_web_draw_mask(): number;
 }
-export default function makeEngine(options: { tell(part: number): void }): Promise<Engine>;
+/** `wasmMemory` is shared memory; `helpers` workers are started for threads, for which it must be allowed to share it. */
+export interface EngineOptions {
+  tell(part: number): void;
+  wasmMemory: WebAssembly.Memory;
+  helpers: number;
+  instantiateWasm(imports: WebAssembly.Imports, receive: (instance: WebAssembly.Instance, module: WebAssembly.Module) => void): object;
+  removeRunDependency?(name: string): void; // the module's own
+}
+export default function makeEngine(options: EngineOptions): Promise<Engine>;

@@ -29,6 +29,7 @@ export type FileRequest =
   | { kind: 'write'; samples: Samples; origin: Origin };
 
 export type FileAnswer =
+  | { kind: 'head'; width: number; height: number } // before the picture, as soon as it is known
   | { kind: 'picture'; picture: ReadPicture }
   | { kind: 'file'; file: Blob }
   | { kind: 'failed'; reason: 'memory' | 'refused'; sentence: string };

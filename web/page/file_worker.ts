@@ -27,6 +27,7 @@ function demandUsable(name: string, width: number, height: number): void {
   if (width > mostSide || height > mostSide || width * height > mostPixels) {
     throw new Refusal(refusals.tooLarge(name, width, height, mostSide));
   }
+  port.postMessage({ kind: 'head', width, height });
 }
 
 function whole<Value>(name: string, value: Value | null | undefined): Value {

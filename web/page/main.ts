@@ -2,7 +2,7 @@
 import { Batch } from './batch.js';
 import { Cancelled, Cleaner } from './cleaner.js';
 import { sentenceOf, standardSettings, type Choice, type Settings } from './found.js';
-import { cleanName, readPicture, writePicture, type Picture } from './picture_file.js';
+import { cleanName, prepareForFiles, readPicture, writePicture, type Picture } from './picture_file.js';
 import type { Decision } from './protocol.js';
 import { Refusal } from './refusal.js';
 import { commandFor, reportOf } from './report.js';
@@ -46,7 +46,7 @@ const ranges: Record<SliderName, { min: number; max: number; step: number }> = {
 };
 const sliderNames = Object.keys(ranges) as SliderName[];
 
-const pauseBeforeLooking = 30; // milliseconds
+const pauseBeforeLooking = 100; // milliseconds
 
 let settings: Settings = { ...standardSettings };
 let work: Work | null = null;
@@ -106,21 +106,29 @@ async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<v
   const opening = ++openings;
   const begun = performance.now();
   close();
+  Cleaner.prepare();
   say(says.reading(name));
   try {
-    const picture = await readPicture(name, await fetchBlob());
-    const before = await createImageBitmap(picture.shown);
+    const headed = (width: number, height: number): void => {
+      if (opening === openings) Cleaner.expect(width, height);
+    };
+    const picture = await readPicture(name, await fetchBlob(), headed);
     if (opening !== openings) return;
-    await clean(begin(picture, before, begun));
+    const cleaner = Cleaner.take({ progress: showProgress, needs: (bytes) => say(says.looking(bytes)) });
+    const opened = cleaner.open(picture);
+    opened.catch(() => undefined); // clean() tells
+    const before = await createImageBitmap(picture.shown);
+    if (opening !== openings) return cleaner.cancel();
+    await clean(begin(picture, cleaner, before, begun), opened);
   } catch (error) {
     if (opening !== openings) return;
     close();
+    Cleaner.expectNothing();
     tell(error);
   }
 }
 
-function begin(picture: Picture, before: ImageBitmap, begun: number): Work {
-  const cleaner = new Cleaner({ progress: showProgress, needs: (bytes) => say(says.looking(bytes)) });
+function begin(picture: Picture, cleaner: Cleaner, before: ImageBitmap, begun: number): Work {
   work = {
     picture, begun, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null,
     result: null, isStale: false,
@@ -131,11 +139,12 @@ function begin(picture: Picture, before: ImageBitmap, begun: number): Work {
   return work;
 }
 
-async function clean(own: Work): Promise<void> {
-  await own.cleaner.open(own.picture);
-  await own.cleaner.decide(settings);
-  await takeDecision(own, await own.cleaner.look(shape()));
-  await restoreWhole(own);
+/** All is asked at once, so that the engine never waits for the page. */
+async function clean(own: Work, opened: Promise<void>): Promise<void> {
+  const decided = own.cleaner.decide(settings), looked = own.cleaner.look(shape()), restored = own.cleaner.restore();
+  restored.catch(() => undefined); // where looked fails, nobody waits for it
+  const shown = looked.then((decision) => takeDecision(own, decision));
+  await Promise.all([opened, decided, shown, looked.then(() => showRestored(own, restored))]);
 }
 
 async function takeDecision(own: Work, decision: Decision): Promise<void> {
@@ -146,11 +155,12 @@ async function takeDecision(own: Work, decision: Decision): Promise<void> {
   spectrum.show(decision, own.choices);
 }
 
-async function restoreWhole(own: Work): Promise<void> {
+/** When the decision is known. */
+async function showRestored(own: Work, restored = own.cleaner.restore()): Promise<void> {
   say(says.removing);
   showProgress(0);
   const { width, height } = own.picture.shown;
-  const { samples, shown } = await own.cleaner.restore();
+  const { samples, shown } = await restored;
   own.result = samples;
   own.after = new ImageData(shown, width, height);
   own.layers.after = await createImageBitmap(own.after);
@@ -206,7 +216,7 @@ async function refresh(own: Work): Promise<void> {
       await new Promise((resolve) => setTimeout(resolve, pauseBeforeLooking));
       if (wanted && !whole) continue; // the hand is faster than the spectrum's picture
       await takeDecision(own, await own.cleaner.look(shape()));
-      if (whole && !wanted) await restoreWhole(own);
+      if (whole && !wanted) await showRestored(own);
     }
   } catch (error) {
     if (work === own) {
@@ -222,7 +232,9 @@ async function showVisiblePart(own: Work, since: number): Promise<void> {
   const part = viewer.visiblePart();
   if (!part || !own.layers.after) return;
   const pixels = await own.cleaner.live(part);
-  await viewer.showPatch(await createImageBitmap(new ImageData(pixels, part.width, part.height)), part);
+  const bitmap = await createImageBitmap(new ImageData(pixels, part.width, part.height));
+  own.cleaner.giveBack(pixels);
+  await viewer.showPatch(bitmap, part);
   document.body.dataset['livePart'] = JSON.stringify(part);
   document.body.dataset['liveMilliseconds'] = String(Math.round(performance.now() - since));
 }
@@ -294,6 +306,12 @@ function makeSlider(name: SliderName): HTMLElement {
     want({ decide: true });
   };
   input.onchange = () => want({ decide: true, whole: true });
+  // For the browser a thumb that is let go where it began has changed nothing, yet what is shown is not what it was.
+  for (const end of ['pointerup', 'pointercancel']) {
+    input.addEventListener(end, () => {
+      if (work?.isStale) want({ decide: true, whole: true });
+    });
+  }
   row.append(sliders[name], value, input);
   return row;
 }
@@ -370,6 +388,7 @@ function listenForButtons(): void {
   button('cancel').onclick = () => {
     ++openings;
     close();
+    Cleaner.expectNothing();
     tell(new Cancelled());
   };
   button('save').onclick = () => void savePicture();
@@ -386,6 +405,8 @@ function listenForButtons(): void {
   };
 }
 
+prepareForFiles();
+Cleaner.prepare();
 putWords();
 element('sliders').append(...sliderNames.map(makeSlider));
 for (const approach of ['pointerenter', 'focusin']) element('sliders').addEventListener(approach, prepareLive);

@@ -8,13 +8,26 @@ import { refusals } from './words.js';
 /** With the file that it came in, which costs no memory while it lies on the disk. */
 export type Picture = ReadPicture & { file: Blob };
 
-function ask(request: FileRequest, transfer: Transferable[]): Promise<FileAnswer> {
-  const worker = new Worker('file_worker.js', { type: 'module' });
+// One has started already when a file comes.
+let spare: Worker | null = null;
+export function prepareForFiles(): void {
+  spare ??= new Worker('file_worker.js', { type: 'module' });
+}
+
+type Headed = (width: number, height: number) => void;
+
+function ask(request: FileRequest, transfer: Transferable[], headed: Headed = () => undefined): Promise<FileAnswer> {
+  prepareForFiles();
+  const worker = spare!;
+  spare = null;
   return new Promise<FileAnswer>((resolve, reject) => {
-    worker.onmessage = (event: MessageEvent<FileAnswer>) => resolve(event.data);
+    worker.onmessage = ({ data }: MessageEvent<FileAnswer>) => (data.kind === 'head' ? headed(data.width, data.height) : resolve(data));
     worker.onerror = (event) => reject(new Refusal(refusals.broken(event.message)));
     worker.postMessage(request, transfer);
-  }).finally(() => worker.terminate());
+  }).finally(() => {
+    worker.terminate();
+    prepareForFiles();
+  });
 }
 
 function refusalOf(answer: FileAnswer, needs: number): Refusal {
@@ -22,14 +35,15 @@ function refusalOf(answer: FileAnswer, needs: number): Refusal {
   return new Refusal(answer.reason === 'memory' ? refusals.noMemory(needs) : answer.sentence);
 }
 
-export async function readPicture(name: string, blob: Blob): Promise<Picture> {
+/** `headed` hears how large it is before it is decoded. */
+export async function readPicture(name: string, blob: Blob, headed?: Headed): Promise<Picture> {
   let file: ArrayBuffer;
   try {
     file = await blob.arrayBuffer();
   } catch {
     throw new Refusal(refusals.unreadable(name));
   }
-  const answer = await ask({ kind: 'read', name, file }, [file]);
+  const answer = await ask({ kind: 'read', name, file }, [file], headed);
   if (answer.kind !== 'picture') throw refusalOf(answer, 20 * blob.size);
   return { ...answer.picture, file: blob };
 }

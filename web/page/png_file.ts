@@ -32,7 +32,7 @@ export function pngKind(chunks: Chunk[]): Kind | null {
 
 function paeth(left: number, up: number, corner: number): number {
   const guess = left + up - corner;
-  const [toLeft, toUp, toCorner] = [Math.abs(guess - left), Math.abs(guess - up), Math.abs(guess - corner)];
+  const toLeft = Math.abs(guess - left), toUp = Math.abs(guess - up), toCorner = Math.abs(guess - corner);
   return toLeft <= toUp && toLeft <= toCorner ? left : toUp <= toCorner ? up : corner;
 }
 

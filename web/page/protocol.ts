@@ -13,13 +13,14 @@ export interface Rectangle {
 }
 
 export type Request =
+  | { kind: 'expect'; width: number; height: number }
   | { kind: 'open'; samples: Samples; orientation: number; light: Light; resolution: Resolution | null }
   | { kind: 'decide'; settings: Settings }
   | { kind: 'turn'; dx: number; dy: number; takenOut: boolean }
   | { kind: 'look'; shape: Shape }
   | { kind: 'restore' }
   | { kind: 'prepare'; part: Rectangle }
-  | { kind: 'live'; part: Rectangle };
+  | { kind: 'live'; part: Rectangle; into: ArrayBuffer | null }; // memory for the answer, if it is as large
 
 export interface Decision {
   found: Found;
@@ -29,6 +30,7 @@ export interface Decision {
 }
 
 export type Answer =
+  | { kind: 'ready'; threads: number } // of itself, before all others
   | { kind: 'progress'; part: number }
   | { kind: 'done' }
   | { kind: 'needs'; bytes: number }

@@ -15,6 +15,8 @@ export class Viewer {
   private layers: Layers | null = null;
   private patch: { bitmap: ImageBitmap; part: Rectangle } | null = null;
   private view: View = 'split';
+  private width = 0; // of the stage, which the browser would have to lay the page out for to tell
+  private height = 0;
   private zoom = 1;
   private left = 0; // of the picture's corner, stage pixels
   private top = 0;
@@ -56,13 +58,13 @@ export class Viewer {
     this.isFitted = true;
     const { before } = this.layers ?? {};
     if (!before) return;
-    const [width, height] = [this.stage.clientWidth, this.stage.clientHeight];
+    const { width, height } = this;
     this.zoom = Math.min(1, width / before.width, height / before.height);
     this.left = (width - before.width * this.zoom) / 2;
     this.top = (height - before.height * this.zoom) / 2;
     this.redraw();
   }
-  zoomTo(zoom: number, x = this.stage.clientWidth / 2, y = this.stage.clientHeight / 2): void {
+  zoomTo(zoom: number, x = this.width / 2, y = this.height / 2): void {
     if (!this.layers) return;
     const { width, height } = this.layers.before;
     const least = Math.min(1, 64 / Math.max(width, height));
@@ -81,8 +83,8 @@ export class Viewer {
   visiblePart(): Rectangle | null {
     if (!this.layers) return null;
     const { width, height } = this.layers.before;
-    const across = seen(-this.left / this.zoom, this.stage.clientWidth / this.zoom, width);
-    const down = seen(-this.top / this.zoom, this.stage.clientHeight / this.zoom, height);
+    const across = seen(-this.left / this.zoom, this.width / this.zoom, width);
+    const down = seen(-this.top / this.zoom, this.height / this.zoom, height);
     return { x: across.first, y: down.first, width: across.count, height: down.count };
   }
 
@@ -163,8 +165,9 @@ export class Viewer {
 
   private resize(): void {
     const ratio = devicePixelRatio;
-    this.canvas.width = Math.round(this.stage.clientWidth * ratio);
-    this.canvas.height = Math.round(this.stage.clientHeight * ratio);
+    [this.width, this.height] = [this.stage.clientWidth, this.stage.clientHeight];
+    this.canvas.width = Math.round(this.width * ratio);
+    this.canvas.height = Math.round(this.height * ratio);
     if (this.isFitted) this.fit();
     this.draw();
   }
@@ -196,12 +199,12 @@ export class Viewer {
     if (!layers.after) return;
     context.save();
     if (this.view === 'split') this.clipToAfter(context, layers.before);
-    context.drawImage(layers.after, 0, 0);
-    if (this.patch) context.drawImage(this.patch.bitmap, this.patch.part.x, this.patch.part.y);
+    drawInPlace(context, layers.after, 0, 0);
+    if (this.patch) drawInPlace(context, this.patch.bitmap, this.patch.part.x, this.patch.part.y);
     context.restore();
   }
   private clipToAfter(context: CanvasRenderingContext2D, picture: ImageBitmap): void {
-    const border = (this.border * this.stage.clientWidth - this.left) / this.zoom;
+    const border = (this.border * this.width - this.left) / this.zoom;
     context.beginPath();
     context.rect(border, 0, Math.max(0, picture.width - border), picture.height);
     context.clip();
@@ -210,6 +213,12 @@ export class Viewer {
     const side = Math.min(picture.width, picture.height);
     context.drawImage(mask, (picture.width - side) / 2, (picture.height - side) / 2, side, side);
   }
+}
+
+/** Where the picture is see-through, nothing that was there before shows. */
+function drawInPlace(context: CanvasRenderingContext2D, bitmap: ImageBitmap, x: number, y: number): void {
+  context.clearRect(x, y, bitmap.width, bitmap.height);
+  context.drawImage(bitmap, x, y);
 }
 
 function seen(first: number, count: number, all: number): { first: number; count: number } {

@@ -1,5 +1,5 @@
 // The engine in a thread of its own, so that the page never waits.
-import makeEngine, { type Engine } from './engine.js';
+import makeEngine, { type Engine, type EngineOptions } from './engine.js';
 import type { Light } from './file_protocol.js';
 import type { Found, Resolution } from './found.js';
 import type { Answer, Decision, Request } from './protocol.js';
@@ -21,18 +21,69 @@ let layout: Layout = { width: 0, height: 0, bits: 8, colours: 1, extras: 0 };
 let resolution: Resolution | null = null;
 let orientation = 1;
 let isPatternFound = false;
+let failure: Answer | null = null; // without a picture or a decision, which later requests would need
 let lowestBits = new Uint8Array(); // of 16-bit colours, a bit each: the engine's scale has no room for them
 
-const engineReady: Promise<Engine> = makeEngine({ tell: (part) => port.postMessage({ kind: 'progress', part }) });
+const firstMemory = 256, mostMemory = 65536, mostThreads = 8; // pages of 64 KiB
+
+/** As large as the browser lets it grow; some have room for less than the 4 GiB that the engine could use. */
+function sharedMemory(): WebAssembly.Memory {
+  for (let maximum = mostMemory; ; maximum /= 2) {
+    try {
+      return new WebAssembly.Memory({ initial: firstMemory, maximum, shared: true });
+    } catch (error) {
+      if (maximum <= firstMemory) throw error;
+    }
+  }
+}
+let memory: WebAssembly.Memory;
+
+/** Every browser makes shared memory, but lets other threads have it only where the page is isolated from other sites. */
+async function makeReady(): Promise<Engine> {
+  const threads = self.crossOriginIsolated ? Math.min(navigator.hardwareConcurrency, mostThreads) : 1;
+  memory = sharedMemory();
+  const engine = await new Promise<Engine>((resolve, reject) => {
+    const options: EngineOptions = {
+      tell: (part) => port.postMessage({ kind: 'progress', part }),
+      wasmMemory: memory,
+      helpers: threads - 1,
+      instantiateWasm(imports, receive) {
+        WebAssembly.instantiateStreaming(fetch('engine.wasm'), imports).then(({ instance, module }) => {
+          receive(instance, module);
+          // The last helper that is ready ends the module's waiting; without any nobody else does.
+          if (threads === 1) options.removeRunDependency!('wasm-instantiate');
+        }).catch(reject);
+        return {};
+      },
+    };
+    makeEngine(options).then(resolve, reject);
+  });
+  port.postMessage({ kind: 'ready', threads: engine._tessaline_web_use_threads(threads) });
+  return engine;
+}
+const engineReady = makeReady();
+engineReady.catch(() => undefined); // whoever asks it for something tells
 
 function demand(code: number): void {
   if (code === outOfMemory) throw new OutOfMemory();
   if (code !== 0) throw new Error(`code ${code}`);
 }
 
-function bytesAt(engine: Engine, address: number, count: number): Uint8Array {
+/** The memory as it is now; it grows. */
+const bytesNow = (): Uint8Array => new Uint8Array(memory.buffer);
+
+/** A copy, which is shared with nobody; in memory that is at hand, if it is as large. */
+function bytesAt(address: number, count: number, into: ArrayBuffer | null = null): Uint8Array {
   if (address === 0) throw new OutOfMemory();
-  return engine.HEAPU8.slice(address, address + count);
+  const copy = new Uint8Array(into?.byteLength === count ? into : new ArrayBuffer(count));
+  copy.set(new Uint8Array(memory.buffer, address, count));
+  return copy;
+}
+
+function textAt(address: number): string {
+  if (address === 0) throw new OutOfMemory();
+  const bytes = bytesNow();
+  return new TextDecoder().decode(bytes.slice(address, bytes.indexOf(0, address)));
 }
 
 /** The picture as the engine takes it: 16-bit samples go over to its scale of 0 to 32768. */
@@ -70,7 +121,7 @@ function open(engine: Engine, request: Extract<Request, { kind: 'open' }>): void
   const address = engine._tessaline_web_open(...described());
   if (address === 0) throw new OutOfMemory();
   if (layout.bits === 16) toEngine(new Uint16Array(bytes.buffer, bytes.byteOffset, bytes.length / 2));
-  engine.HEAPU8.set(bytes, address);
+  bytesNow().set(bytes, address);
   setLight(engine, request.light);
   demand(engine._tessaline_web_analyse());
 }
@@ -80,34 +131,36 @@ function setLight(engine: Engine, light: Light): void {
   if (light === 'sRGB') return demand(engine._tessaline_web_set_light(0, 0));
   const address = engine._tessaline_web_take_floats(light.length);
   if (address === 0) throw new OutOfMemory();
-  engine.HEAPU8.set(new Uint8Array(light.buffer, light.byteOffset, light.byteLength), address);
+  bytesNow().set(new Uint8Array(light.buffer, light.byteOffset, light.byteLength), address);
   demand(engine._tessaline_web_set_light(address, light.length));
   engine._tessaline_web_give_back(address);
 }
 
 /** Samples of the picture, as a file has them. */
-function samplesAt(engine: Engine, address: number, width: number, height: number): Samples {
-  const samples: Samples = { ...layout, width, height, bytes: bytesAt(engine, address, width * height * pixelBytes(layout)) };
+function samplesAt(address: number, width: number, height: number): Samples {
+  const samples: Samples = { ...layout, width, height, bytes: bytesAt(address, width * height * pixelBytes(layout)) };
   if (layout.bits === 16) fromEngine(new Uint16Array(samples.bytes.buffer));
   return samples;
 }
 
 function decision(engine: Engine, shape: Shape): Decision {
-  const text = engine._tessaline_web_findings(resolution?.horizontal ?? 0, resolution?.vertical ?? 0);
-  if (text === 0) throw new OutOfMemory();
+  const text = textAt(engine._tessaline_web_findings(resolution?.horizontal ?? 0, resolution?.vertical ?? 0));
   const bytes = 4 * spectrumSide * spectrumSide;
-  const found = JSON.parse(engine.UTF8ToString(text)) as Found;
+  const found = JSON.parse(text) as Found;
   isPatternFound = found.patternFound;
   return {
     found,
     shape,
-    spectrum: bytesAt(engine, shape === 'flat' ? engine._tessaline_web_draw_spectrum() : engine._tessaline_web_draw_surface(), bytes).buffer,
-    mask: bytesAt(engine, engine._tessaline_web_draw_mask(), bytes).buffer,
+    spectrum: bytesAt(shape === 'flat' ? engine._tessaline_web_draw_spectrum() : engine._tessaline_web_draw_surface(), bytes).buffer,
+    mask: bytesAt(engine._tessaline_web_draw_mask(), bytes).buffer,
   };
 }
 
 function answerOf(engine: Engine, request: Request): Answer {
   switch (request.kind) {
+    case 'expect':
+      engine._tessaline_web_expect(request.width, request.height); // open() tells what is missing
+      return { kind: 'done' };
     case 'open':
       open(engine, request);
       return { kind: 'done' };
@@ -123,7 +176,7 @@ function answerOf(engine: Engine, request: Request): Answer {
       return { kind: 'decision', decision: decision(engine, request.shape) };
     case 'restore': {
       demand(engine._tessaline_web_restore());
-      const samples = samplesAt(engine, engine._tessaline_web_result(), layout.width, layout.height);
+      const samples = samplesAt(engine._tessaline_web_result(), layout.width, layout.height);
       return { kind: 'result', samples, shown: shownUpright(samples, orientation).bytes.buffer };
     }
     case 'prepare': {
@@ -133,7 +186,7 @@ function answerOf(engine: Engine, request: Request): Answer {
     }
     case 'live': {
       const { x, y, width, height } = storedPlace(request.part, orientation, layout.width, layout.height);
-      const bytes = bytesAt(engine, engine._tessaline_web_draw_live(x, y, width, height), 4 * width * height);
+      const bytes = bytesAt(engine._tessaline_web_draw_live(x, y, width, height), 4 * width * height, request.into);
       const drawn: Samples = { width, height, bits: 8, colours: 3, extras: 1, bytes };
       return { kind: 'part', shown: upright(drawn, orientation).bytes.buffer };
     }
@@ -148,13 +201,17 @@ function buffersOf(answer: Answer): Transferable[] {
 }
 
 async function serve(request: Request): Promise<void> {
-  const engine = await engineReady;
+  if (failure) return port.postMessage(failure);
+  let engine: Engine | null = null;
   try {
+    engine = await engineReady;
     const answer = answerOf(engine, request);
     port.postMessage(answer, buffersOf(answer));
   } catch (error) {
     const reason = error instanceof OutOfMemory || error instanceof RangeError ? 'memory' : 'engine';
-    port.postMessage({ kind: 'failed', reason, detail: String(error), bytes: bytesNeeded(engine) });
+    const answer: Answer = { kind: 'failed', reason, detail: String(error), bytes: engine ? bytesNeeded(engine) : 64 * firstMemory * 1024 };
+    if (request.kind === 'open' || request.kind === 'decide') failure = answer;
+    port.postMessage(answer);
   }
 }
 
