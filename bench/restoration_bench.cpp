@@ -146,7 +146,7 @@ int Main(int argc, char** argv) {
       "| peak memory, notches alone | restored |\n|---|---|---|---|---|---|---|---|---|---|\n",
       threads);
   for (const Size size : sizes) {
-    if (!InProcess([&] { PrintTimes(size, runs, threads); }) ||
+    if (!InProcess([&, runs = runs, threads = threads] { PrintTimes(size, runs, threads); }) ||
         !InProcess([&] { PrintMemory(size, false); }) || !InProcess([&] { PrintMemory(size, true); })) {
       return 1;
     }

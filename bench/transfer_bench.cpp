@@ -110,6 +110,7 @@ Document MakePicture(const Kind& kind, int32_t width, int32_t height) {
 
 double MedianOf(const std::vector<Timing>& timings, double Timing::*field) {
   std::vector<double> values;
+  values.reserve(timings.size());
   for (const Timing& timing : timings) values.push_back(timing.*field);
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   return values[values.size() / 2];

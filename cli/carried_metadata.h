@@ -20,7 +20,7 @@ struct Resolution {  // pixels per inch
 std::vector<uint8_t> PngChunksToCarry(int descriptor);
 
 // The data of the first chunk of a type in a PNG file; empty when there is none.
-std::vector<uint8_t> PngChunkData(int descriptor, std::string_view type);
+std::vector<uint8_t> PngChunkData(int descriptor, std::string_view wanted);
 
 // True when the PNG file holds an animation.
 bool IsAnimatedPng(int descriptor);

@@ -6,7 +6,7 @@
 namespace tessaline::cli {
 namespace {
 
-using std::operator""sv;
+using namespace std::string_view_literals;
 constexpr std::string_view kMark = "Photoshop 3.0\0"sv;
 constexpr std::string_view kResource = "8BIM"sv;
 constexpr int kIptcResource = 0x0404;

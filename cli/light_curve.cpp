@@ -88,6 +88,7 @@ std::optional<ToneCurve> LightCurveOfProfile(const std::vector<uint8_t>& profile
 std::optional<ToneCurve> LightCurveOfPower(double power) {
   if (!(power >= 0.1 && power <= 10.0)) return std::nullopt;
   std::vector<float> light;
+  light.reserve(kLevels);
   for (int level = 0; level < kLevels; ++level)
     light.push_back(static_cast<float>(std::pow(level / (kLevels - 1.0), power)));
   ToneCurve curve;

@@ -635,6 +635,7 @@ Command ReadStreamCommand(int argc, const char* const* argv) {
   auto& [shared, width, height, pixels, first, last, freeze, arguments] = texts;
   std::vector<std::string> joined = JoinFreezeFrame(argc, argv);
   std::vector<const char*> pointers;
+  pointers.reserve(joined.size());
   for (const std::string& argument : joined) pointers.push_back(argument.c_str());
   if (const auto help = Parse(app, static_cast<int>(pointers.size()), pointers.data(), kStreamUsage))
     return *help;

@@ -18,6 +18,7 @@ namespace tessaline::cli {
 struct FileIdentity {
   unsigned long long device = 0;
   unsigned long long inode = 0;
+  // NOLINTNEXTLINE(modernize-use-nullptr): for a null it takes what the compiler makes of this
   friend auto operator<=>(const FileIdentity&, const FileIdentity&) = default;
 };
 FileIdentity IdentityOf(int descriptor);

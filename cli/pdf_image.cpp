@@ -169,7 +169,7 @@ const char* ReadColours(QPDFObjectHandle space, PdfImage* image) {
   return kOtherColours;
 }
 
-const char* ReadBits(QPDFObjectHandle dictionary, PdfImage* image) {
+const char* ReadBits(const QPDFObjectHandle& dictionary, PdfImage* image) {
   image->kind.bits = IntegerOf(dictionary, "/BitsPerComponent", image->coding == PdfCoding::kSamples ? 0 : 8);
   if (image->kind.bits == 1) return kSingleBits;
   if (image->kind.bits == 2 || image->kind.bits == 4) return kFewBits;

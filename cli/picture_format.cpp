@@ -42,7 +42,7 @@ const FormatTraits& Traits(FileFormat format) {
                        [format](const FormatTraits& traits) { return traits.format == format; });
 }
 
-using std::operator""sv;
+using namespace std::string_view_literals;
 
 // How files begin; the longer of two that both fit stands first.
 struct Beginning {

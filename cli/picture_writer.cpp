@@ -443,6 +443,7 @@ void WriteAsTiff(const PictureFile& input, const RowFiller& fillRow, OutputFile*
                  const WritingWishes& wishes) {
   const auto isCopied = [&](int page) { return CopiesPage(FileFormat::kTiff, input, page, wishes); };
   std::vector<TiffPage> pages;
+  pages.reserve(static_cast<size_t>(input.pages()));
   for (int page = 0; page < input.pages(); ++page)
     pages.push_back({input.kind(page), TiffFormFor(input, page, wishes.storage), isCopied(page)});
   WriteTiff(pages, NeedsBigTiff(input), input.tiff() ? &*input.tiff() : nullptr, wishes.threads, fillRow,

@@ -301,6 +301,7 @@ class Appendix {
 
   uint64_t AddDirectoryOf(const std::vector<TiffTag>& tags) {
     std::vector<Slot> slots;
+    slots.reserve(tags.size());
     for (const TiffTag& tag : tags) slots.push_back(SlotFor(tag));
     return AddDirectory(std::move(slots), 0);
   }

@@ -147,7 +147,8 @@ std::optional<double> LeadingNumber(std::string_view text) {
   const auto result = std::from_chars(first, last, value);
   if (result.ec == std::errc::result_out_of_range) {
     const std::string_view digits(first, static_cast<size_t>(result.ptr - first));
-    if (digits.find("e-") != digits.npos || digits.find("E-") != digits.npos) return 0.0;
+    if (digits.find("e-") != std::string_view::npos || digits.find("E-") != std::string_view::npos)
+      return 0.0;
     value = std::numeric_limits<double>::infinity();
     return digits.front() == '-' ? -value : value;
   }

@@ -133,6 +133,7 @@ class Transform2D {
   // The work in rows' worth: rows, columns and swapped rows. True when it is to stop.
   bool Advance(double work) {
     done_ += work;
+    // NOLINTNEXTLINE(bugprone-integer-division): pairs of rows
     return progress_.Advance(done_, plane_.height + plane_.width + plane_.height / 2);
   }
 

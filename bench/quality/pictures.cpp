@@ -75,8 +75,8 @@ Picture WithAmplifiers(const Picture& original) {
 Picture WithRowNoise(const Picture& original) {
   Random random(31);
   Picture picture = original;
-  std::vector<float> columns;
-  for (int x = 0; x < picture.width; ++x) columns.push_back(static_cast<float>(0.008 * random.Normal()));
+  std::vector<float> columns(static_cast<size_t>(picture.width));
+  for (float& column : columns) column = static_cast<float>(0.008 * random.Normal());
   for (int y = 0; y < picture.height; ++y) {
     const auto row = static_cast<float>(0.012 * random.Normal());
     for (int x = 0; x < picture.width; ++x)

@@ -349,6 +349,6 @@ int Main(int argc, char** argv) {
 }  // namespace
 }  // namespace tessaline::quality
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape): what fails here ends the bench
   return tessaline::quality::Main(argc, argv);
 }

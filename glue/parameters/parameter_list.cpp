@@ -78,7 +78,8 @@ void SetEntryText(ParameterList* list, int32_t index, const char* text) {
   if (text != nullptr) {
     const size_t length = std::strlen(text);
     copy = static_cast<char*>(LockNewBlock(length + kTextSlack));
-    if (copy != nullptr) std::memcpy(copy, text, length);
+    if (copy != nullptr)
+      std::memcpy(copy, text, length);  // NOLINT(bugprone-not-null-terminated-result): comes zeroed
   }
   FreeLockedBlock(TextBlock(entry));  // only now: `text` may lie in the old block
   SetTextBlock(&entry, copy);

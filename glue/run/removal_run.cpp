@@ -16,6 +16,7 @@ namespace {
 std::vector<TransformSteps> FirstPassSteps(int32_t channels) {
   constexpr int32_t kTotalSteps = 6;
   std::vector<TransformSteps> steps;
+  steps.reserve(static_cast<size_t>(channels));
   for (int32_t c = 0; c < channels; ++c) steps.push_back({Direction::kForward, c, c + 1, kTotalSteps});
   return steps;
 }

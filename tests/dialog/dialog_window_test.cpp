@@ -611,7 +611,7 @@ TEST_F(PreviewDialogTest, AHundredRoundsLeaveNothingBehind) {
   EXPECT_EQ(before.freeGdiObjects, after.freeGdiObjects);
   EXPECT_EQ(before.windows, after.windows);
   EXPECT_EQ(before.freeHandle, after.freeHandle);
-  EXPECT_NEAR(before.privateBytes, after.privateBytes, 1 << 20);
+  EXPECT_NEAR(static_cast<double>(before.privateBytes), static_cast<double>(after.privateBytes), 1 << 20);
 }
 
 }  // namespace
