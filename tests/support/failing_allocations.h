@@ -16,6 +16,7 @@
 #include <optional>
 
 #include "platform/memory.h"
+#include "tests/support/sanitizers.h"
 
 namespace tessaline {
 
@@ -23,7 +24,7 @@ class FailingAllocations {
  public:
   // After the first ones a dozen or two of the others are taken, further and further apart; with
   // TESSALINE_EVERY_ALLOCATION in the environment each of them is.
-  FailingAllocations() : each_(std::getenv("TESSALINE_EVERY_ALLOCATION") != nullptr ? 1000000 : 8) {}
+  FailingAllocations() : each_(std::getenv("TESSALINE_EVERY_ALLOCATION") != nullptr ? 1000000 : kFirstOnes) {}
   ~FailingAllocations() { EXPECT_GT(failures_, 0) << "nothing was allocated, so nothing was shown"; }
 
   bool Next() {
@@ -33,7 +34,7 @@ class FailingAllocations {
       isOnlyOne_ = false;
       at_ = -1;
     }
-    at_ += wasCalled_ && at_ >= each_ ? 1 + at_ / 2 : 1;
+    at_ += wasCalled_ && at_ >= each_ ? 1 + at_ / kSteps : 1;
     wasCalled_ = hasFailed_ = false;
     trace_.emplace(__FILE__, __LINE__,
                    testing::Message()
@@ -58,6 +59,7 @@ class FailingAllocations {
   bool hasFailed() const { return hasFailed_; }
 
  private:
+  static constexpr int kFirstOnes = kIsWatched ? 4 : 8, kSteps = kIsWatched ? 1 : 2;
   int each_, at_ = -1, failures_ = 0;
   bool isOnlyOne_ = true, wasCalled_ = false, hasFailed_ = false;
   std::optional<testing::ScopedTrace> trace_;
