@@ -1,6 +1,6 @@
 // The page in a Chromium without a window, driven by a pipe of the DevTools protocol, and the server that shows it: for tests and benchmarks.
 import { spawn } from 'node:child_process';
-import { existsSync, mkdtempSync, readFileSync, rmSync, watch } from 'node:fs';
+import { existsSync, mkdtempSync, readFileSync, rmSync, statSync, watch } from 'node:fs';
 import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
@@ -103,10 +103,11 @@ export const next = (watched, options, holds = 'true') => `new Promise((resolve)
   const eyes = new MutationObserver(() => ${holds} && (eyes.disconnect(), resolve()));
   eyes.observe(watched, ${JSON.stringify(options)});
 })`;
-// The page's link is clicked, and the file is there.
+// The page's link is clicked, and the file is there: until then its name may be taken by an empty one.
 export function saved(name, click) {
   const arrived = new Promise((resolve) => {
-    const eyes = watch(folder, () => existsSync(path.join(folder, name)) && (eyes.close(), resolve()));
+    const isWhole = () => statSync(path.join(folder, name), { throwIfNoEntry: false })?.size > 0;
+    const eyes = watch(folder, () => isWhole() && (eyes.close(), resolve()));
   });
   return Promise.all([arrived, inPage(click)]);
 }
