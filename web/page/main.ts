@@ -53,6 +53,7 @@ let work: Work | null = null;
 let openings = 0;
 let wanted: Wanted | null = null;
 let isRefreshing = false;
+let endPause = (): void => undefined; // of refresh(), while it lets the hand go on
 
 const viewer = new Viewer(element('stage'), (zoom) => {
   element('zoom').textContent = `${Math.round(zoom * 100)} %`;
@@ -197,6 +198,7 @@ function want(change: Partial<Wanted>): void {
     onlyLook: onlyLook && (wanted?.onlyLook ?? true),
     since: wanted?.since ?? performance.now(),
   };
+  endPause();
   if (!isRefreshing) void refresh(work);
 }
 
@@ -213,7 +215,10 @@ async function refresh(own: Work): Promise<void> {
         ...(onlyLook ? [] : [showVisiblePart(own, since)]),
       ];
       await Promise.all(asked);
-      await new Promise((resolve) => setTimeout(resolve, pauseBeforeLooking));
+      await new Promise<void>((resolve) => {
+        endPause = resolve;
+        setTimeout(resolve, pauseBeforeLooking);
+      });
       if (wanted && !whole) continue; // the hand is faster than the spectrum's picture
       await takeDecision(own, await own.cleaner.look(shape()));
       if (whole && !wanted) await showRestored(own);
@@ -232,9 +237,8 @@ async function showVisiblePart(own: Work, since: number): Promise<void> {
   const part = viewer.visiblePart();
   if (!part || !own.layers.after) return;
   const pixels = await own.cleaner.live(part);
-  const bitmap = await createImageBitmap(new ImageData(pixels, part.width, part.height));
+  await viewer.showPatch(pixels, part);
   own.cleaner.giveBack(pixels);
-  await viewer.showPatch(bitmap, part);
   document.body.dataset['livePart'] = JSON.stringify(part);
   document.body.dataset['liveMilliseconds'] = String(Math.round(performance.now() - since));
 }

@@ -13,7 +13,8 @@ export interface Layers {
 
 export class Viewer {
   private layers: Layers | null = null;
-  private patch: { bitmap: ImageBitmap; part: Rectangle } | null = null;
+  private patched: Rectangle | null = null; // where the patch is newer than the layers
+  private readonly patch = document.createElement('canvas'); // kept, for new memory costs more than what is drawn in it
   private view: View = 'split';
   private width = 0; // of the stage, which the browser would have to lay the page out for to tell
   private height = 0;
@@ -22,8 +23,9 @@ export class Viewer {
   private top = 0;
   private border = 0.5; // of the stage's width
   private isFitted = true;
-  private isWaiting = false;
-  private whenDrawn: (() => void)[] = [];
+  private shownZoom = 0;
+  private waiting: 'nothing' | 'patch' | 'all' = 'nothing'; // to be drawn by the next frame
+  private whenShown: (() => void)[] = [];
   private readonly pointers = new Map<number, { x: number; y: number }>();
   private readonly canvas: HTMLCanvasElement;
   private readonly split: HTMLElement;
@@ -38,16 +40,19 @@ export class Viewer {
 
   show(layers: Layers | null, keepsPlace = false): void {
     this.layers = layers;
-    this.patch = null;
+    this.patched = null;
     if (!keepsPlace) this.fit();
     this.redraw();
   }
-  /** A part of the result that is newer than the rest of it. */
-  showPatch(bitmap: ImageBitmap, part: Rectangle): Promise<void> {
-    this.patch?.bitmap.close();
-    this.patch = { bitmap, part };
-    this.redraw();
-    return new Promise((resolve) => this.whenDrawn.push(resolve));
+  /** A part of the result that is newer than the rest of it; the promise is kept when a frame shows it. */
+  showPatch(pixels: Uint8ClampedArray, part: Rectangle): Promise<void> {
+    const { patch, patched } = this;
+    const isInPlace = !patched || (patched.x === part.x && patched.y === part.y && patched.width === part.width && patched.height === part.height);
+    if (patch.width !== part.width || patch.height !== part.height) [patch.width, patch.height] = [part.width, part.height];
+    patch.getContext('2d')!.putImageData(new ImageData(pixels, part.width, part.height), 0, 0);
+    this.patched = part;
+    this.redraw(isInPlace ? 'patch' : 'all');
+    return new Promise((resolve) => this.whenShown.push(resolve));
   }
   setView(view: View): void {
     this.view = view;
@@ -171,14 +176,17 @@ export class Viewer {
     if (this.isFitted) this.fit();
     this.draw();
   }
-  private redraw(): void {
-    this.moved(this.zoom);
-    if (this.isWaiting) return;
-    this.isWaiting = true;
+  private redraw(what: 'patch' | 'all' = 'all'): void {
+    if (this.zoom !== this.shownZoom) this.moved(this.shownZoom = this.zoom); // costs a layout of the page
+    const isWaiting = this.waiting !== 'nothing';
+    if (!isWaiting || what === 'all') this.waiting = what;
+    if (isWaiting) return;
     requestAnimationFrame(() => {
-      this.isWaiting = false;
-      this.draw();
-      for (const tell of this.whenDrawn.splice(0)) tell();
+      if (this.waiting === 'all') this.draw();
+      else this.drawPatch();
+      this.waiting = 'nothing';
+      const shown = this.whenShown.splice(0);
+      setTimeout(() => shown.forEach((tell) => tell())); // a task of its own is after the frame
     });
   }
 
@@ -189,36 +197,45 @@ export class Viewer {
     const layers = this.layers;
     this.split.hidden = this.view !== 'split' || !layers?.after;
     if (!layers) return;
-    const ratio = devicePixelRatio;
-    context.setTransform(this.zoom * ratio, 0, 0, this.zoom * ratio, this.left * ratio, this.top * ratio);
-    context.imageSmoothingEnabled = this.zoom < 1;
-    context.imageSmoothingQuality = 'high';
+    this.setPlace(context);
     if (this.view === 'mask' && layers.mask) return this.drawMask(context, layers.mask, layers.before);
     if (this.view === 'taken' && layers.taken) return context.drawImage(layers.taken, 0, 0);
     context.drawImage(layers.before, 0, 0);
     if (!layers.after) return;
+    this.drawAfter(layers.after, { x: 0, y: 0, width: layers.after.width, height: layers.after.height });
+    this.drawPatch();
+  }
+  private drawPatch(): void {
+    const { patched, layers, view } = this;
+    if (!patched || !layers?.after || (view === 'mask' && layers.mask) || (view === 'taken' && layers.taken)) return;
+    this.drawAfter(this.patch, patched);
+  }
+  /** In place of what is there, and no more than whole pixels of the screen: at edges nothing mixes, however often it is drawn. */
+  private drawAfter(image: CanvasImageSource, { x, y, width, height }: Rectangle): void {
+    const context = this.canvas.getContext('2d')!, ratio = devicePixelRatio, scale = this.zoom * ratio;
+    const border = this.view === 'split' ? Math.round(this.border * this.canvas.width) : 0;
+    const left = Math.max(border, Math.ceil(this.left * ratio + x * scale)), top = Math.ceil(this.top * ratio + y * scale);
+    const right = Math.floor(this.left * ratio + (x + width) * scale), bottom = Math.floor(this.top * ratio + (y + height) * scale);
     context.save();
-    if (this.view === 'split') this.clipToAfter(context, layers.before);
-    drawInPlace(context, layers.after, 0, 0);
-    if (this.patch) drawInPlace(context, this.patch.bitmap, this.patch.part.x, this.patch.part.y);
+    context.resetTransform();
+    context.beginPath();
+    context.rect(left, top, Math.max(0, right - left), Math.max(0, bottom - top));
+    context.clip();
+    this.setPlace(context);
+    context.clearRect(x, y, width, height); // where the picture is see-through, nothing that was there before shows
+    context.drawImage(image, x, y);
     context.restore();
   }
-  private clipToAfter(context: CanvasRenderingContext2D, picture: ImageBitmap): void {
-    const border = (this.border * this.width - this.left) / this.zoom;
-    context.beginPath();
-    context.rect(border, 0, Math.max(0, picture.width - border), picture.height);
-    context.clip();
+  private setPlace(context: CanvasRenderingContext2D): void {
+    const ratio = devicePixelRatio;
+    context.setTransform(this.zoom * ratio, 0, 0, this.zoom * ratio, this.left * ratio, this.top * ratio);
+    context.imageSmoothingEnabled = this.zoom < 1;
+    context.imageSmoothingQuality = 'high';
   }
   private drawMask(context: CanvasRenderingContext2D, mask: ImageBitmap, picture: ImageBitmap): void {
     const side = Math.min(picture.width, picture.height);
     context.drawImage(mask, (picture.width - side) / 2, (picture.height - side) / 2, side, side);
   }
-}
-
-/** Where the picture is see-through, nothing that was there before shows. */
-function drawInPlace(context: CanvasRenderingContext2D, bitmap: ImageBitmap, x: number, y: number): void {
-  context.clearRect(x, y, bitmap.width, bitmap.height);
-  context.drawImage(bitmap, x, y);
 }
 
 function seen(first: number, count: number, all: number): { first: number; count: number } {
