@@ -91,6 +91,18 @@ export async function click(selector) {
   const { x, y } = await middleOf(selector);
   for (const type of ['mouseMoved', 'mousePressed', 'mouseReleased']) await mouse(type, x, y);
 }
+// The thumb is dragged to and fro; every event waits for the part that shows it.
+export async function drag(slider, events) {
+  const { x, y, width } = await middleOf(slider);
+  await mouse('mouseMoved', x, y);
+  for (let i = 0; i < events; ++i) {
+    const shown = inPage(next('document.body', { attributes: true, attributeFilter: ['data-live-milliseconds'] }));
+    await mouse(i === 0 ? 'mousePressed' : 'mouseMoved', x + (i % 2 ? -1 : 1) * (10 + 48 * i / events) * width / 300, y);
+    await shown;
+  }
+  await mouse('mouseReleased', x, y);
+  await whenState('done');
+}
 export async function press(key, code = key) {
   const text = { Enter: '\r', Space: ' ' }[code];
   const codes = { Tab: 9, Enter: 13, Space: 32, ArrowRight: 39 };
@@ -105,6 +117,7 @@ export const next = (watched, options, holds = 'true') => `new Promise((resolve)
 })`;
 // The page's link is clicked, and the file is there: until then its name may be taken by an empty one.
 export function saved(name, click) {
+  rmSync(path.join(folder, name), { force: true });
   const arrived = new Promise((resolve) => {
     const isWhole = () => statSync(path.join(folder, name), { throwIfNoEntry: false })?.size > 0;
     const eyes = watch(folder, () => isWhole() && (eyes.close(), resolve()));

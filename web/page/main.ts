@@ -25,7 +25,9 @@ interface Work {
   choices: Choice[];
   after: ImageData | null;
   result: Samples | null;
-  isStale: boolean; // something was changed since
+  changes: number; // that the user made
+  shownChanges: number; // those that the result is made with
+  wholeOf: Settings | null; // that the user let the sliders go with
 }
 
 /** What the user changed since the engine last answered. */
@@ -47,6 +49,9 @@ const ranges: Record<SliderName, { min: number; max: number; step: number }> = {
 const sliderNames = Object.keys(ranges) as SliderName[];
 
 const pauseBeforeLooking = 100; // milliseconds
+const spectrumSide = 512;
+
+const isStale = (own: Work): boolean => own.changes !== own.shownChanges;
 
 let settings: Settings = { ...standardSettings };
 let work: Work | null = null;
@@ -55,8 +60,9 @@ let wanted: Wanted | null = null;
 let isRefreshing = false;
 let endPause = (): void => undefined; // of refresh(), while it lets the hand go on
 
-const viewer = new Viewer(element('stage'), (zoom) => {
-  element('zoom').textContent = `${Math.round(zoom * 100)} %`;
+const viewer = new Viewer(element('stage'), {
+  zoomed: (zoom) => (element('zoom').textContent = `${Math.round(zoom * 100)} %`),
+  stayed: () => prepareLive(),
 });
 const spectrum = new SpectrumView(element('spectrum'), element('peaks-head'), element('peaks'), (choice) =>
   want({ turns: [choice], whole: true }));
@@ -79,7 +85,7 @@ function showProgress(part: number | null): void {
 }
 
 function showState(): void {
-  const isDone = work?.after != null && !work.isStale;
+  const isDone = work?.after != null && !isStale(work);
   document.body.dataset['state'] = isDone ? 'done' : work ? 'working' : 'empty';
   element('welcome').hidden = work !== null;
   for (const id of ['save', 'report']) button(id).disabled = !isDone;
@@ -122,17 +128,20 @@ async function openBlob(name: string, fetchBlob: () => Promise<Blob>): Promise<v
     if (opening !== openings) return cleaner.cancel();
     await clean(begin(picture, cleaner, before, begun), opened);
   } catch (error) {
-    if (opening !== openings) return;
-    close();
-    Cleaner.expectNothing();
-    tell(error);
+    if (opening === openings) giveUp(error);
   }
+}
+
+function giveUp(reason: unknown): void {
+  close();
+  Cleaner.expectNothing();
+  tell(reason);
 }
 
 function begin(picture: Picture, cleaner: Cleaner, before: ImageBitmap, begun: number): Work {
   work = {
     picture, begun, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null,
-    result: null, isStale: false,
+    result: null, changes: 0, shownChanges: 0, wholeOf: null,
   };
   viewer.show(work.layers);
   showProgress(0);
@@ -145,19 +154,19 @@ async function clean(own: Work, opened: Promise<void>): Promise<void> {
   const decided = own.cleaner.decide(settings), looked = own.cleaner.look(shape()), restored = own.cleaner.restore();
   restored.catch(() => undefined); // where looked fails, nobody waits for it
   const shown = looked.then((decision) => takeDecision(own, decision));
-  await Promise.all([opened, decided, shown, looked.then(() => showRestored(own, restored))]);
+  await Promise.all([opened, decided, shown, looked.then(() => showRestored(own, restored, 0))]);
+  if (work === own && isStale(own)) wantWhole(); // before there was a decision nothing else could be
 }
 
 async function takeDecision(own: Work, decision: Decision): Promise<void> {
   own.choices = choicesOf(decision.found, own.choices);
   own.decision = decision;
-  const mask = new ImageData(new Uint8ClampedArray(decision.mask), 512, 512);
-  own.layers.mask = await createImageBitmap(mask);
+  own.layers.mask = await createImageBitmap(new ImageData(new Uint8ClampedArray(decision.mask), spectrumSide));
   spectrum.show(decision, own.choices);
 }
 
 /** When the decision is known. */
-async function showRestored(own: Work, restored = own.cleaner.restore()): Promise<void> {
+async function showRestored(own: Work, restored = own.cleaner.restore(), changes = own.changes): Promise<void> {
   say(says.removing);
   showProgress(0);
   const { width, height } = own.picture.shown;
@@ -170,10 +179,9 @@ async function showRestored(own: Work, restored = own.cleaner.restore()): Promis
   viewer.show(own.layers, true);
   showProgress(null);
   if (own.decision) say(sentenceOf(own.decision.found));
-  own.isStale = wanted !== null;
+  own.shownChanges = changes;
   document.body.dataset['cleanedMilliseconds'] = String(Math.round(performance.now() - own.begun));
   showState();
-  prepareLive();
 }
 
 async function drawTaken(own: Work): Promise<void> {
@@ -187,7 +195,7 @@ async function drawTaken(own: Work): Promise<void> {
 // Changes ---------------------------------------------------------------------------------------------------------------
 
 function want(change: Partial<Wanted>): void {
-  if (work && !change.onlyLook) work.isStale = true;
+  if (work && !change.onlyLook) ++work.changes;
   showState();
   if (!work?.decision) return;
   const { turns = [], decide = false, whole = false, onlyLook = false } = change;
@@ -200,6 +208,13 @@ function want(change: Partial<Wanted>): void {
   };
   endPause();
   if (!isRefreshing) void refresh(work);
+}
+
+/** For the settings as they are; of a thumb that is let go the browser may tell twice. */
+function wantWhole(): void {
+  if (work?.wholeOf === settings) return;
+  if (work?.decision) work.wholeOf = settings;
+  want({ decide: true, whole: true });
 }
 
 /** Follows the user: the visible part at once, the whole picture when nothing newer is wanted. */
@@ -221,7 +236,9 @@ async function refresh(own: Work): Promise<void> {
       });
       if (wanted && !whole) continue; // the hand is faster than the spectrum's picture
       await takeDecision(own, await own.cleaner.look(shape()));
-      if (whole && !wanted) await showRestored(own);
+      const newer = wanted as Wanted | null;
+      if (whole && !newer) await showRestored(own);
+      else if (whole && newer?.onlyLook) want({ onlyLook: true, whole: true });
     }
   } catch (error) {
     if (work === own) {
@@ -230,6 +247,7 @@ async function refresh(own: Work): Promise<void> {
     }
   } finally {
     isRefreshing = false;
+    if (wanted && work && work !== own) void refresh(work);
   }
 }
 
@@ -309,45 +327,44 @@ function makeSlider(name: SliderName): HTMLElement {
     value.textContent = input.value;
     want({ decide: true });
   };
-  input.onchange = () => want({ decide: true, whole: true });
+  input.onchange = wantWhole;
   // For the browser a thumb that is let go where it began has changed nothing, yet what is shown is not what it was.
   for (const end of ['pointerup', 'pointercancel']) {
     input.addEventListener(end, () => {
-      if (work?.isStale) want({ decide: true, whole: true });
+      if (work && isStale(work)) wantWhole();
     });
   }
   row.append(sliders[name], value, input);
   return row;
 }
 
-const shape = (): Shape =>
-  (document.querySelector<HTMLElement>('#shapes [aria-pressed=true]')?.dataset['shapeChoice'] ?? 'flat') as Shape;
-
-function makeShape(choice: Shape): HTMLElement {
-  const press = Object.assign(document.createElement('button'), { textContent: shapes[choice] });
-  press.dataset['shapeChoice'] = choice;
-  press.setAttribute('aria-pressed', String(choice === 'flat'));
-  press.onclick = () => {
-    for (const other of element('shapes').children) other.setAttribute('aria-pressed', String(other === press));
-    if (work?.decision) want({ onlyLook: true });
-  };
-  return press;
+/** Buttons of which one is pressed, the first to begin with; tells which it is. */
+function makeChoices<Name extends string>(place: string, key: string, names: Record<Name, string>, choose: (name: Name) => void): () => Name {
+  const all = Object.keys(names) as Name[];
+  let pressed = all[0]!;
+  const buttons = all.map((name) => {
+    const choice = Object.assign(document.createElement('button'), { textContent: names[name] });
+    choice.dataset[key] = name;
+    choice.onclick = () => {
+      pressed = name;
+      showPressed();
+      choose(name);
+    };
+    return choice;
+  });
+  const showPressed = (): void => buttons.forEach((choice) => choice.setAttribute('aria-pressed', String(choice.dataset[key] === pressed)));
+  showPressed();
+  element(place).append(...buttons);
+  return () => pressed;
 }
 
-const currentView = (): View =>
-  (document.querySelector<HTMLElement>('#views [aria-pressed=true]')?.dataset['view'] ?? 'split') as View;
-
-function makeView(view: View): HTMLElement {
-  const choice = Object.assign(document.createElement('button'), { textContent: views[view] });
-  choice.dataset['view'] = view;
-  choice.setAttribute('aria-pressed', String(view === 'split'));
-  choice.onclick = async () => {
-    for (const other of element('views').children) other.setAttribute('aria-pressed', String(other === choice));
-    if (view === 'taken' && work) await drawTaken(work);
-    viewer.setView(view);
-  };
-  return choice;
-}
+const shape = makeChoices<Shape>('shapes', 'shapeChoice', shapes, () => {
+  if (work?.decision) want({ onlyLook: true });
+});
+const currentView = makeChoices<View>('views', 'view', views, async (view) => {
+  if (view === 'taken' && work) await drawTaken(work);
+  viewer.setView(view);
+});
 
 function makeSample(file: string, title: string): HTMLElement {
   const choice = document.createElement('button');
@@ -391,9 +408,7 @@ function listenForFiles(): void {
 function listenForButtons(): void {
   button('cancel').onclick = () => {
     ++openings;
-    close();
-    Cleaner.expectNothing();
-    tell(new Cancelled());
+    giveUp(new Cancelled());
   };
   button('save').onclick = () => void savePicture();
   button('report').onclick = saveReport;
@@ -405,7 +420,7 @@ function listenForButtons(): void {
   element<HTMLInputElement>('automatic').onchange = (event) => {
     settings = { ...settings, isAutomatic: (event.target as HTMLInputElement).checked };
     if (work) work.choices = [];
-    want({ decide: true, whole: true });
+    wantWhole();
   };
 }
 
@@ -414,8 +429,6 @@ Cleaner.prepare();
 putWords();
 element('sliders').append(...sliderNames.map(makeSlider));
 for (const approach of ['pointerenter', 'focusin']) element('sliders').addEventListener(approach, prepareLive);
-element('shapes').append(...(Object.keys(shapes) as Shape[]).map(makeShape));
-element('views').append(...(Object.keys(views) as View[]).map(makeView));
 element('samples').append(...Object.entries(samples).map(([file, title]) => makeSample(file, title)));
 listenForFiles();
 listenForButtons();

@@ -2,13 +2,18 @@
 import type { Rectangle } from './protocol.js';
 import type { View } from './words.js';
 
-const mostZoom = 8, zoomStep = 1.25, panStep = 40, mostPart = 1024;
+const mostZoom = 8, zoomStep = 1.25, panStep = 40, mostPart = 1024, pauseOfView = 200;
 
 export interface Layers {
   before: ImageBitmap;
   after: ImageBitmap | null;
   taken: ImageBitmap | null;
   mask: ImageBitmap | null;
+}
+
+export interface ViewWatcher {
+  zoomed(zoom: number): void;
+  stayed(): void; // what is seen was the same for a while
 }
 
 export class Viewer {
@@ -24,13 +29,14 @@ export class Viewer {
   private border = 0.5; // of the stage's width
   private isFitted = true;
   private shownZoom = 0;
+  private staying = 0;
   private waiting: 'nothing' | 'patch' | 'all' = 'nothing'; // to be drawn by the next frame
   private whenShown: (() => void)[] = [];
   private readonly pointers = new Map<number, { x: number; y: number }>();
   private readonly canvas: HTMLCanvasElement;
   private readonly split: HTMLElement;
 
-  constructor(private readonly stage: HTMLElement, private readonly moved: (zoom: number) => void) {
+  constructor(private readonly stage: HTMLElement, private readonly watcher: ViewWatcher) {
     this.canvas = stage.querySelector('#picture')!;
     this.split = stage.querySelector('#split')!;
     new ResizeObserver(() => this.resize()).observe(stage);
@@ -177,9 +183,13 @@ export class Viewer {
     this.draw();
   }
   private redraw(what: 'patch' | 'all' = 'all'): void {
-    if (this.zoom !== this.shownZoom) this.moved(this.shownZoom = this.zoom); // costs a layout of the page
+    if (this.zoom !== this.shownZoom) this.watcher.zoomed(this.shownZoom = this.zoom); // costs a layout of the page
     const isWaiting = this.waiting !== 'nothing';
     if (!isWaiting || what === 'all') this.waiting = what;
+    if (what === 'all') {
+      clearTimeout(this.staying);
+      this.staying = setTimeout(() => this.watcher.stayed(), pauseOfView);
+    }
     if (isWaiting) return;
     requestAnimationFrame(() => {
       if (this.waiting === 'all') this.draw();
@@ -210,19 +220,21 @@ export class Viewer {
     if (!patched || !layers?.after || (view === 'mask' && layers.mask) || (view === 'taken' && layers.taken)) return;
     this.drawAfter(this.patch, patched);
   }
-  /** In place of what is there, and no more than whole pixels of the screen: at edges nothing mixes, however often it is drawn. */
+  /** In place of what is there, by whole pixels of the screen: at its edges nothing mixes, however often it is drawn. */
   private drawAfter(image: CanvasImageSource, { x, y, width, height }: Rectangle): void {
-    const context = this.canvas.getContext('2d')!, ratio = devicePixelRatio, scale = this.zoom * ratio;
-    const border = this.view === 'split' ? Math.round(this.border * this.canvas.width) : 0;
-    const left = Math.max(border, Math.ceil(this.left * ratio + x * scale)), top = Math.ceil(this.top * ratio + y * scale);
-    const right = Math.floor(this.left * ratio + (x + width) * scale), bottom = Math.floor(this.top * ratio + (y + height) * scale);
+    const context = this.canvas.getContext('2d')!, ratio = devicePixelRatio, picture = this.layers!.before;
+    const onScreen = (corner: number, place: number): number => (corner + place * this.zoom) * ratio;
+    const [left, right] = wholePixels(onScreen(this.left, x), onScreen(this.left, x + width), x > 0, x + width < picture.width);
+    const [top, bottom] = wholePixels(onScreen(this.top, y), onScreen(this.top, y + height), y > 0, y + height < picture.height);
+    const first = Math.max(left, this.view === 'split' ? Math.round(this.border * this.canvas.width) : 0);
+    if (first >= right || top >= bottom) return;
     context.save();
     context.resetTransform();
     context.beginPath();
-    context.rect(left, top, Math.max(0, right - left), Math.max(0, bottom - top));
+    context.rect(first, top, right - first, bottom - top);
     context.clip();
+    context.clearRect(first, top, right - first, bottom - top); // where the picture is see-through, nothing that was there before shows
     this.setPlace(context);
-    context.clearRect(x, y, width, height); // where the picture is see-through, nothing that was there before shows
     context.drawImage(image, x, y);
     context.restore();
   }
@@ -236,6 +248,11 @@ export class Viewer {
     const side = Math.min(picture.width, picture.height);
     context.drawImage(mask, (picture.width - side) / 2, (picture.height - side) / 2, side, side);
   }
+}
+
+/** Those that a part has for itself, and at the picture's edges also those that it shares with nothing else. */
+function wholePixels(first: number, end: number, isAfterOthers: boolean, isBeforeOthers: boolean): [number, number] {
+  return [isAfterOthers ? Math.ceil(first) : Math.floor(first), isBeforeOthers ? Math.floor(end) : Math.ceil(end)];
 }
 
 function seen(first: number, count: number, all: number): { first: number; count: number } {
