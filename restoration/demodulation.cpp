@@ -200,7 +200,8 @@ void Demodulation::MeasurePart(const PictureView& picture, const Part& part, flo
         kernels.distribute[window_](levels, slot(i, loaded));
         const int32_t row = y / hop_;
         if (row >= part.firstRow && row < part.endRow) {
-          kernels.addBlocks[window_](levels + margin, slow_[looked_[i].channel].Row(row) + part.firstColumn);
+          kernels.addBlocks[window_](kDemodulated, levels + margin,
+                                     slow_[looked_[i].channel].Row(row) + part.firstColumn);
         }
       }
     }
@@ -271,18 +272,12 @@ void Demodulation::SmoothSlow(int32_t channel, double sigma, Parallel& parallel)
 // Takes the channel's slow changes out of a carrier's row, and gives it the phases of its places.
 void Demodulation::SettleRow(int32_t carrier, int32_t channel, int32_t y) {
   const CarrierTables& tables = tables_[carrier];
-  const float constantReal = tables.y.real[y], constantImaginary = tables.y.imaginary[y],
-              share = tables.y.share[y], cosine = tables.waveY.cosine[y], sine = tables.waveY.sine[y];
-  const float* const slow = slow_[channel].Row(y);
   float* const real = real_[carrier].Row(y);
   float* const imaginary = imaginary_[carrier].Row(y);
-  for (int32_t x = 0; x < columns_; ++x) {
-    const float a = tables.x.real[x], b = tables.x.imaginary[x], inside = share * tables.x.share[x];
-    const float re = (real[x] - slow[x] * (a * constantReal - b * constantImaginary)) * inside;
-    const float im = (imaginary[x] - slow[x] * (a * constantImaginary + b * constantReal)) * inside;
-    real[x] = re * cosine + im * sine;
-    imaginary[x] = im * cosine - re * sine;
-  }
+  const ConstantAnswer answer{tables.x.real.data(), tables.x.imaginary.data(), tables.x.share.data(),
+                              tables.y.real[y],     tables.y.imaginary[y],     tables.y.share[y]};
+  ActiveRowKernels().settle(columns_, answer, slow_[channel].Row(y), tables.waveY.cosine[y],
+                            tables.waveY.sine[y], real, imaginary);
   ActiveRowKernels().turn(columns_, tables.waveX.cosine.data(), tables.waveX.sine.data(), real, imaginary,
                           real, imaginary);
 }

@@ -1,6 +1,7 @@
 #include "restoration/noise.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "image/pixel_kind.h"
 #include "restoration/row_kernels.h"
@@ -10,6 +11,7 @@ namespace tessaline {
 namespace {
 
 constexpr double kNoiseSigma = 6.0;
+static_assert(Noise::kReduction == kReductionWindows[1].hop);
 
 }  // namespace
 
@@ -37,12 +39,13 @@ void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
   const int32_t rows = std::min(kReduction, height_ - part.y);
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
     float* const means = noise_[axis].Row(part.y / kReduction) + part.first / kReduction;
-    for (int32_t x = 0; x < part.count; x += kReduction) {
-      const int32_t columns = std::min(kReduction, part.count - x);
-      float sum = 0.0f;
-      for (int32_t i = x; i < x + columns; ++i) sum += squares.sums[axis][i];
-      means[x / kReduction] = sum / static_cast<float>(columns * rows);
-    }
+    float sums[kPart / kReduction] = {};
+    const int32_t whole = part.count / kReduction, left = part.count % kReduction;
+    ActiveRowKernels().addBlocks[1](whole, squares.sums[axis], sums);
+    for (int32_t x = 0; x < whole; ++x) means[x] = sums[x] / static_cast<float>(kReduction * rows);
+    if (left == 0) continue;
+    const float* const rest = squares.sums[axis] + whole * kReduction;
+    means[whole] = std::accumulate(rest, rest + left, 0.0f) / static_cast<float>(left * rows);
   }
 }
 

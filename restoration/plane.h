@@ -34,7 +34,7 @@ class PlaneMemory {
 struct PlaneDeleter {
   bool isLent = false;
   void operator()(float* block) const {
-    if (!isLent) FreeLockedBlock(block);
+    if (!isLent) FreeAlignedBlock(block);
   }
 };
 

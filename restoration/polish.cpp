@@ -10,38 +10,48 @@ namespace {
 
 constexpr int32_t kMostReach = kOtherAxes.reach;
 
-constexpr int32_t kTileColumns = 256;
+constexpr int32_t kTileColumns = 1024;
 constexpr int32_t kTileRows = 128;
 constexpr int32_t kMargin = 2 * kMostReach;  // of two windows, one over the other
-constexpr int32_t kRing = kMargin + 1;       // rows of anything that are needed at once
 // Loops run in whole vectors, over samples beyond a row's end that nobody looks at.
 constexpr int32_t kWholeVectors = 16;
 constexpr int32_t kRowFloats = kTileColumns + 2 * kWholeVectors;
 static_assert(kRowFloats >= kTileColumns + 2 * kMargin + kWholeVectors);
 
+// The rows that are needed at once of what comes by rows: row y is written over when y + kRows comes.
+template <int32_t kRows>
+struct Ring {
+  static_assert(kRows > kMargin / 2);
+  float rows[kRows][kRowFloats];
+
+  const float* operator[](int32_t y) const { return rows[(y + kRows) % kRows]; }
+  float* operator[](int32_t y) { return rows[(y + kRows) % kRows]; }
+};
+
 constexpr int32_t WholeVectors(int32_t count) {
   return (count + kWholeVectors - 1) / kWholeVectors * kWholeVectors;
 }
 
-// What a thread works in, a ring of rows for everything. Rows begin kMargin before the tile.
+// What a thread works in. Every row begins where a line of the processor's memory
+// does, which vectors are loaded from fastest: channels and values kMargin before the tile, sums, squares,
+// gain and smooth a window's reach before it, the others with it.
 struct TileMemory {
   using Row = float[kRowFloats];
-  using Ring = Row[kRing];
-  Ring channels[kMostChannels];
+  using OfTwoWindows = Ring<kMargin + 1>;
+  using OfOneWindow = Ring<2 * kMostReach + 1>;
+  OfTwoWindows channels[kMostChannels];
   struct Axis {
-    Ring values, sums, squares, gains, smooths;
+    OfTwoWindows values;
+    OfOneWindow sums, squares, gains, smooths;
     Row change;
   } axes[kMostChannels];
   Row gain, smooth, levels[kMostChannels];
   float noise[kRowFloats + 2 * Noise::kReduction];  // whole blocks, and one to either side
 };
 
-int32_t Slot(int32_t y) {
-  return (y + 2 * kRing) % kRing;
-}
-WindowRows Window(const TileMemory::Ring& ring, int32_t y, int32_t reach, int32_t column) {
+WindowRows Window(const TileMemory::OfOneWindow& ring, int32_t y, int32_t reach) {
   WindowRows window{};
-  for (int32_t i = -reach; i <= reach; ++i) window.rows[i + reach] = ring[Slot(y + i)] + column;
+  for (int32_t i = -reach; i <= reach; ++i) window.rows[i + reach] = ring[y + i];
   return window;
 }
 
@@ -56,9 +66,9 @@ struct Polish::Tile {
   int32_t x, y, columns, rows;
   bool isOpen;  // else less is polished somewhere in it
 
-  // An axis' values in a row's slot of the ring.
-  float* Values(const Axes& axes, int32_t axis, int32_t slot) const {
-    return axes.isMixed ? memory.axes[axis].values[slot] : memory.channels[axis][slot];
+  // An axis' values in a row.
+  float* Values(const Axes& axes, int32_t axis, int32_t row) const {
+    return axes.isMixed ? memory.axes[axis].values[row] : memory.channels[axis][row];
   }
 };
 
@@ -70,12 +80,12 @@ bool Polish::Prepare(const Axes& axes, int32_t threads) {
 
 // Row y of the tile, margins included: the channels, the axes, and their sums along the row.
 void Polish::LoadRow(const Tile& tile, int32_t y) const {
-  const int32_t width = tile.picture.width, slot = Slot(y);
+  const int32_t width = tile.picture.width;
   const int32_t first = std::max(tile.x - kMargin, 0);
   const int32_t last = std::min(tile.x + tile.columns + kMargin, width);
   LevelRows rows = {}, loaded = {};
   for (int32_t c = 0; c < axes_.count; ++c) {
-    rows[c] = tile.memory.channels[c][slot];
+    rows[c] = tile.memory.channels[c][y];
     loaded[c] = rows[c] + kMargin - tile.x + first;
   }
   tile.kept.Load({Reflected(tile.y + y, tile.picture.height), first, last - first}, loaded);
@@ -86,15 +96,14 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
   }
   const RowKernels& kernels = ActiveRowKernels();
   if (axes_.isMixed) {
-    const LevelRows values = {tile.Values(axes_, 0, slot), tile.Values(axes_, 1, slot),
-                              tile.Values(axes_, 2, slot)};
+    const LevelRows values = {tile.Values(axes_, 0, y), tile.Values(axes_, 1, y), tile.Values(axes_, 2, y)};
     kernels.mix(WholeVectors(tile.columns + 2 * kMargin), rows, kLuma, values);
   }
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
     const int32_t reach = tile.noise.axes().Rule(axis).reach;
-    kernels.sumValues[reach - 1](
-        WholeVectors(tile.columns + 2 * (kMargin - reach)), tile.Values(axes_, axis, slot) + reach,
-        tile.memory.axes[axis].sums[slot] + reach, tile.memory.axes[axis].squares[slot] + reach);
+    kernels.sumValues[reach - 1](WholeVectors(tile.columns + 2 * reach),
+                                 tile.Values(axes_, axis, y) + kMargin - reach,
+                                 tile.memory.axes[axis].sums[y], tile.memory.axes[axis].squares[y]);
   }
 }
 
@@ -102,7 +111,7 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
 void Polish::MeasureGains(const Tile& tile, int32_t axis, int32_t y) const {
   const RowKernels& kernels = ActiveRowKernels();
   TileMemory::Axis& memory = tile.memory.axes[axis];
-  const int32_t reach = tile.noise.axes().Rule(axis).reach, begin = kMargin - reach;
+  const int32_t reach = tile.noise.axes().Rule(axis).reach;
   constexpr int32_t kBlock = Noise::kReduction;
   // The blocks of the tile and a neighbour to each side.
   const int32_t firstBlock = std::max(tile.x / kBlock - 1, 0);
@@ -121,27 +130,26 @@ void Polish::MeasureGains(const Tile& tile, int32_t axis, int32_t y) const {
     }
   }
   const int32_t count = WholeVectors(tile.columns + 2 * reach);
-  float *const gain = tile.memory.gain + begin, *const smooth = tile.memory.smooth + begin;
-  kernels.measureGain[reach - 1](count, Window(memory.sums, y, reach, begin),
-                                 Window(memory.squares, y, reach, begin), beginning - reach, gain, smooth);
-  kernels.sumGains[reach - 1](WholeVectors(tile.columns), gain + reach, smooth + reach,
-                              memory.gains[Slot(y)] + kMargin, memory.smooths[Slot(y)] + kMargin);
+  float *const gain = tile.memory.gain, *const smooth = tile.memory.smooth;
+  kernels.measureGain[reach - 1](count, Window(memory.sums, y, reach), Window(memory.squares, y, reach),
+                                 beginning - reach, gain, smooth);
+  kernels.sumGains[reach - 1](WholeVectors(tile.columns), gain + reach, smooth + reach, memory.gains[y],
+                              memory.smooths[y]);
 }
 
 void Polish::StoreRow(const Tile& tile, int32_t y) const {
   const RowKernels& kernels = ActiveRowKernels();
   TileMemory& memory = tile.memory;
-  const int32_t slot = Slot(y), count = WholeVectors(tile.columns);
+  const int32_t count = WholeVectors(tile.columns);
   LevelRows changes = {}, rests = {}, levels = {};
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
     TileMemory::Axis& of = memory.axes[axis];
     const int32_t reach = tile.noise.axes().Rule(axis).reach;
     changes[axis] = of.change;
-    rests[axis] = memory.channels[axis][slot] + kMargin;
+    rests[axis] = memory.channels[axis][y] + kMargin;
     levels[axis] = memory.levels[axis];
-    kernels.change[reach - 1](count, Window(of.gains, y, reach, kMargin),
-                              Window(of.smooths, y, reach, kMargin), tile.Values(axes_, axis, slot) + kMargin,
-                              of.change);
+    kernels.change[reach - 1](count, Window(of.gains, y, reach), Window(of.smooths, y, reach),
+                              tile.Values(axes_, axis, y) + kMargin, of.change);
   }
   if (!tile.isOpen) {
     float open[kTileColumns];

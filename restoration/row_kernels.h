@@ -19,8 +19,8 @@ struct CarrierWindow {
   float cosineX[kMost], sineX[kMost], cosineY[kMost], sineY[kMost];
 };
 static_assert(CarrierWindow::kMost == kReductionWindows[1].side() / 2);
-constexpr int kDemodulated = 128;                    // reduced samples that are computed at once
-constexpr int kDemodulatedReach = kDemodulated + 8;  // values of a phase that they need, with some to spare
+constexpr int kDemodulated = 128;                     // reduced samples that are computed at once
+constexpr int kDemodulatedReach = kDemodulated + 16;  // values of a phase that they need, with some to spare
 
 constexpr int kWaves = 8;  // whose sums go along together
 
@@ -31,6 +31,13 @@ struct BesideRows {
 
 struct ComplexRow {
   const float *real, *imaginary;
+};
+
+// What a window answers to a constant at the places of a row: the product of what it does along it and down
+// the columns, and the inverses of the shares of it that lie inside the picture.
+struct ConstantAnswer {
+  const float *real, *imaginary, *share;
+  float downReal, downImaginary, downShare;
 };
 
 // Weights of four samples in a row for a place between the second and the third.
@@ -50,8 +57,12 @@ struct RowKernels {
   // Likewise: a row of hop * kDemodulatedReach levels by phases, level hop * i + p to value i of phase p,
   // which has kDemodulatedReach of them.
   void (*distribute[2])(const float* levels, float* phases);
-  // Likewise: adds kDemodulated blocks' levels, hop of each.
-  void (*addBlocks[2])(const float* levels, float* sums);
+  // Likewise: adds the values of `count` blocks, hop of each.
+  void (*addBlocks[2])(int32_t count, const float* values, float* sums);
+  // Of a carrier's row in place: less the slow changes times the window's answer to a constant, times the
+  // inverse of the window's share inside the picture, times cosine - i sine.
+  void (*settle)(int32_t count, const ConstantAnswer& answer, const float* slow, float cosine, float sine,
+                 float* real, float* imaginary);
   // Times cosine - i sine.
   void (*turn)(int32_t count, const float* cosine, const float* sine, const float* real,
                const float* imaginary, float* turnedReal, float* turnedImaginary);

@@ -45,15 +45,41 @@ struct FoldedRows {
   }
 };
 
-// What lies t + 1/2 to either side of the windows' middles, added.
-inline void AddPair(const CarrierWindow& window, int t, const DemodulatedRow (&ofAfter)[2], int after,
-                    const DemodulatedRow (&ofBefore)[2], int before, float* real, float* imaginary) {
-  const float cosine = window.cosineX[t], sine = window.sineX[t];
-  const float *const afterReal = ofAfter[0] + after, *const afterImaginary = ofAfter[1] + after,
-                     *const beforeReal = ofBefore[0] + before, *const beforeImaginary = ofBefore[1] + before;
+// A phase's rows and the opposite phase's weighed down the columns, by the cosine and by the sine.
+using WeighedPhases = DemodulatedRow[2][2];
+
+// Two samples that lie t + 1/2 to both sides of the windows' middles are of a phase and of the opposite one;
+// each phase has a t for every block of the window.
+template <int kHop, int kHalf>
+constexpr int PairOf(int phase, int block) {
+  int t = 0;
+  for (int found = -1; found < block; ++t) {
+    const int of = (kHalf + t) % kHop;
+    found += of == phase || of == kHop - 1 - phase ? 1 : 0;
+  }
+  return t - 1;
+}
+
+template <int kHop, int kHalf, int kPhase, int... kBlock>
+inline void AddPhase(const CarrierWindow& window, const WeighedPhases& weighed,
+                     std::integer_sequence<int, kBlock...>, float* __restrict real,
+                     float* __restrict imaginary) {
   for (int i = 0; i < kDemodulated; ++i) {
-    real[i] += cosine * (afterReal[i] + beforeReal[i]) + sine * (afterImaginary[i] - beforeImaginary[i]);
-    imaginary[i] += cosine * (afterImaginary[i] + beforeImaginary[i]) - sine * (afterReal[i] - beforeReal[i]);
+    float re = real[i], im = imaginary[i];
+    const auto add = [&](int t) {
+      const int after = kHalf + t, before = kHalf - 1 - t;
+      const auto& ofAfter = weighed[after % kHop != kPhase];
+      const auto& ofBefore = weighed[before % kHop != kPhase];
+      const float afterReal = ofAfter[0][i + after / kHop], afterImaginary = ofAfter[1][i + after / kHop];
+      const float beforeReal = ofBefore[0][i + before / kHop],
+                  beforeImaginary = ofBefore[1][i + before / kHop];
+      const float cosine = window.cosineX[t], sine = window.sineX[t];
+      re += cosine * (afterReal + beforeReal) + sine * (afterImaginary - beforeImaginary);
+      im += cosine * (afterImaginary + beforeImaginary) - sine * (afterReal - beforeReal);
+    };
+    (add(std::integral_constant<int, PairOf<kHop, kHalf>(kPhase, kBlock)>{}), ...);
+    real[i] = re;
+    imaginary[i] = im;
   }
 }
 
@@ -64,24 +90,23 @@ void Demodulate(const float* const* rows, const CarrierWindow* windows, int32_t 
   for (int32_t k = 0; k < carriers; ++k) {
     for (int i = 0; i < kDemodulated; ++i) real[k][i] = imaginary[k][i] = 0.0f;
   }
-  // Two samples that lie alike on both sides of the middle are of a phase and of the opposite one.
-  for (int phase = 0; phase < kHop / 2; ++phase) {
-    const int opposite = kHop - 1 - phase;
+  const auto addPhase = [&]<int kPhase>(std::integral_constant<int, kPhase>) {
     FoldedRows<kHalf> folded[2];
-    folded[0].Fold(rows, phase * kDemodulatedReach);
-    folded[1].Fold(rows, opposite * kDemodulatedReach);
+    folded[0].Fold(rows, kPhase * kDemodulatedReach);
+    folded[1].Fold(rows, (kHop - 1 - kPhase) * kDemodulatedReach);
     for (int32_t k = 0; k < carriers; ++k) {
-      DemodulatedRow sums[2][2];
-      folded[0].Weigh(windows[k], sums[0]);
-      folded[1].Weigh(windows[k], sums[1]);
-      for (int t = 0; t < kHalf; ++t) {
-        const int after = kHalf + t, before = kHalf - 1 - t;
-        if (after % kHop != phase && after % kHop != opposite) continue;
-        AddPair(windows[k], t, sums[after % kHop != phase], after / kHop, sums[before % kHop != phase],
-                before / kHop, real[k], imaginary[k]);
-      }
+      WeighedPhases weighed;
+      folded[0].Weigh(windows[k], weighed[0]);
+      folded[1].Weigh(windows[k], weighed[1]);
+      AddPhase<kHop, kHalf, kPhase>(windows[k], weighed,
+                                    std::make_integer_sequence<int, kReductionWindows[kWindow].blocks>{},
+                                    real[k], imaginary[k]);
     }
-  }
+  };
+  const auto addAll = [&]<int... kPhase>(std::integer_sequence<int, kPhase...>) {
+    (addPhase(std::integral_constant<int, kPhase>{}), ...);
+  };
+  addAll(std::make_integer_sequence<int, kHop / 2>{});
 }
 
 template <int kHop>
@@ -92,9 +117,23 @@ void Distribute(const float* levels, float* __restrict phases) {
 }
 
 template <int kHop>
-void AddBlocks(const float* levels, float* __restrict sums) {
-  for (int i = 0; i < kDemodulated; ++i) {
-    sums[i] += SumOf<kHop>([&](int p) { return levels[kHop * i + p]; });
+void AddBlocks(int32_t count, const float* values, float* __restrict sums) {
+  for (int32_t i = 0; i < count; ++i) {
+    sums[i] += SumOf<kHop>([&](int p) { return values[kHop * i + p]; });
+  }
+}
+
+void Settle(int32_t count, const ConstantAnswer& answer, const float* slow, float cosine, float sine,
+            float* __restrict real, float* __restrict imaginary) {
+  const float *const alongReal = answer.real, *const alongImaginary = answer.imaginary,
+                     *const share = answer.share;
+  const float downReal = answer.downReal, downImaginary = answer.downImaginary, downShare = answer.downShare;
+  for (int32_t x = 0; x < count; ++x) {
+    const float a = alongReal[x], b = alongImaginary[x], inside = downShare * share[x];
+    const float re = (real[x] - slow[x] * (a * downReal - b * downImaginary)) * inside;
+    const float im = (imaginary[x] - slow[x] * (a * downImaginary + b * downReal)) * inside;
+    real[x] = re * cosine + im * sine;
+    imaginary[x] = im * cosine - re * sine;
   }
 }
 
@@ -112,6 +151,16 @@ void Weigh(int32_t terms, const float* const* rows, const float* weights, int32_
   constexpr int kAtOnce = 3;
   for (int32_t i = 0; i < count; ++i) sums[i] = weights[0] * rows[0][i];
   int32_t term = 1;
+  for (; term + 2 * kAtOnce <= terms; term += 2 * kAtOnce) {
+    const float *const a = rows[term], *const b = rows[term + 1], *const c = rows[term + 2],
+                       *const d = rows[term + 3], *const e = rows[term + 4], *const f = rows[term + 5];
+    const float ofA = weights[term], ofB = weights[term + 1], ofC = weights[term + 2],
+                ofD = weights[term + 3], ofE = weights[term + 4], ofF = weights[term + 5];
+    for (int32_t i = 0; i < count; ++i) {
+      const float sum = sums[i] + (ofA * a[i] + ofB * b[i] + ofC * c[i]);
+      sums[i] = sum + (ofD * d[i] + ofE * e[i] + ofF * f[i]);
+    }
+  }
   for (; term + kAtOnce <= terms; term += kAtOnce) {
     const float *const a = rows[term], *const b = rows[term + 1], *const c = rows[term + 2];
     const float ofA = weights[term], ofB = weights[term + 1], ofC = weights[term + 2];
@@ -400,6 +449,7 @@ constexpr RowKernels MakeRowKernels() {
       {Demodulate<0>, Demodulate<1>},
       {Distribute<kReductionWindows[0].hop>, Distribute<kReductionWindows[1].hop>},
       {AddBlocks<kReductionWindows[0].hop>, AddBlocks<kReductionWindows[1].hop>},
+      Settle,
       Turn,
       Weigh,
       AddPower,

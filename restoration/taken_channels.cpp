@@ -99,12 +99,12 @@ void TakenChannels::TakeOutRow(const PixelPart& part, const LevelRows& levels, c
 
 void TakenChannels::TakeOutBlocks(int32_t firstRow) {
   const int32_t endRow = std::min(firstRow + Noise::kReduction, picture_.height);
-  float levels[kMostChannels][kPart], taken[kMostChannels][kPart], open[kPart];
+  alignas(64) float levels[kMostChannels][kPart], taken[kMostChannels][kPart], open[kPart];
   const LevelRows levelRows = {levels[0], levels[1], levels[2]}, takenRows = {taken[0], taken[1], taken[2]};
   if (light_ != nullptr) std::fill_n(open, kPart, 1.0f);
   for (int32_t first = 0; first < picture_.width; first += kPart) {
     PixelPart part{firstRow, first, std::min(kPart, picture_.width - first)};
-    Noise::Squares squares;
+    alignas(64) Noise::Squares squares;
     for (; part.y < endRow; ++part.y) {
       LoadChannels(picture_, part, levelRows);
       if (light_ == nullptr) OpenRow(part, open);

@@ -217,17 +217,19 @@ void MarkReleased(char* block, size_t bytes) {
 
 int32_t CreateInstance(TessalineInstance* instance) {
   if (instance == nullptr) return kRefused;
-  OwnedBlock<char> text = AllocateBlock<char>(kInstanceTextBytes);
-  OwnedBlock<char> description = AllocateBlock<char>(kDescription.size() + 1);
-  if (!text || !description) {
+  auto* const text = static_cast<char*>(LockNewBlock(kInstanceTextBytes));
+  auto* const description = static_cast<char*>(LockNewBlock(kDescription.size() + 1));
+  if (text == nullptr || description == nullptr) {
+    FreeLockedBlock(text);
+    FreeLockedBlock(description);
     instance->parameterText = nullptr;
     instance->description = nullptr;
     instance->textCapacity = 0;
     return kOutOfMemory;
   }
-  std::memcpy(description.get(), kDescription.data(), kDescription.size());
-  instance->parameterText = text.release();
-  instance->description = description.release();
+  std::memcpy(description, kDescription.data(), kDescription.size());
+  instance->parameterText = text;
+  instance->description = description;
   instance->textCapacity = kInstanceTextBytes;
   return kSuccess;
 }

@@ -14,6 +14,7 @@
 #include "platform/memory.h"
 #include "platform/message.h"
 #include "platform/parallel.h"
+#include "tests/support/sanitizers.h"
 
 namespace tessaline {
 namespace {
@@ -26,6 +27,13 @@ TEST(Memory, BlocksAreZeroAlsoWhereOthersWereAndFailFromTheAskedOneOn) {
     FreeLockedBlock(block);
   }
   FreeLockedBlock(nullptr);
+  FreeAlignedBlock(nullptr);
+  for (const size_t bytes : {size_t{0}, size_t{1}, size_t{5000}, size_t{9} << 20}) {
+    const auto block = AllocateBlock<uint8_t>(bytes);
+    ASSERT_TRUE(std::all_of(block.get(), block.get() + bytes, [](uint8_t byte) { return byte == 0; }));
+    EXPECT_EQ(0U, reinterpret_cast<uintptr_t>(block.get()) % (kIsWatched ? 16 : 64));
+  }
+  EXPECT_EQ(nullptr, LockNewAlignedBlock(SIZE_MAX - 1));
   FailAllocationAfter(1);
   for (const bool isGiven : {true, false, false}) {
     void* const block = LockNewBlock(0);

@@ -131,13 +131,19 @@ INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "pag
 // Every set's loops over the same rows, whose count is no whole number of vectors; all results in one row.
 std::vector<float> ResultsOf(const RowKernels& kernels) {
   constexpr int32_t kCount = 157, kStride = 4 * kCount;
-  std::vector<float> rows(40 * kStride), results(24 * kStride);
+  std::vector<float> rows(40 * kStride), results(26 * kStride);
   for (size_t i = 0; i < rows.size(); ++i) rows[i] = 16000.0f * std::sin(0.37f * static_cast<float>(i));
   const auto in = [&](int i) { return rows.data() + i * kStride + 16; };
   const auto out = [&](int i) { return results.data() + i * kStride; };
+  const float* const rowsOf[] = {in(0), in(1), in(2), in(3), in(4), in(5),
+                                 in(6), in(7), in(8), in(9), in(10)};
   const float* const four[] = {in(0), in(1), in(2), in(3)};
   const float weights[4] = {-0.05f, 0.8f, 0.3f, -0.04f};
-  kernels.weigh(4, four, weights, kCount, out(0));
+  kernels.weigh(11, rowsOf, in(11), kCount, out(0));
+  kernels.addBlocks[0](kCount, in(3), out(0));
+  kernels.addBlocks[1](kCount / 2, in(4), out(0));
+  std::copy_n(in(12), 2 * kStride, out(24));
+  kernels.settle(kCount, {in(0), in(1), in(2), 0.3f, -0.2f, 0.7f}, in(5), 0.6f, 0.8f, out(24), out(25));
   kernels.blendRows(kCount, four, weights, out(1));
   kernels.doubleRow(kCount, in(0), weights, out(2));
   kernels.addNear(kCount, {in(0), in(1)}, {in(2), in(3)}, out(3), out(4));
