@@ -8,6 +8,7 @@
 
 #include "removal/portable_math.h"
 #include "removal/spectrum_grid.h"
+#include "restoration/licensed_peaks.h"
 #include "restoration/row_kernels.h"
 
 namespace tessaline {
@@ -108,34 +109,29 @@ float Percentile(double share, std::span<const float> values, float* scratch) {
 
 GatePlan PlanGate(const Findings& findings) {
   GatePlan plan;
-  const bool hasFine =
-      std::any_of(findings.peaks.begin(), findings.peaks.end(),
-                  [](const SpectrumPeak& peak) { return peak.isLicensed && peak.scale == PeakScale::kFine; });
-  std::vector<const SpectrumPeak*> licensed;
-  for (const SpectrumPeak& peak : findings.peaks) {
-    if (peak.isLicensed && (peak.scale == PeakScale::kFine) == hasFine) licensed.push_back(&peak);
-  }
+  std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
+  const auto isFine = [](const SpectrumPeak& peak) { return peak.scale == PeakScale::kFine; };
+  const bool hasFine = std::any_of(licensed.begin(), licensed.end(), isFine);
+  std::erase_if(licensed, [&](const SpectrumPeak& peak) { return isFine(peak) != hasFine; });
+  if (licensed.empty()) return plan;
   // Where tiles gave the licences each of them tells by its own peaks.
-  if (licensed.empty() || licensed.front()->scale == PeakScale::kLocal) return plan;
-  plan.scale = licensed.front()->scale;
-  const auto magnitude = [](const SpectrumPeak* peak) { return peak->height + peak->background; };
-  std::stable_sort(licensed.begin(), licensed.end(),
-                   [&](const SpectrumPeak* a, const SpectrumPeak* b) { return magnitude(a) > magnitude(b); });
+  if (licensed.front().scale == PeakScale::kLocal) return plan;
+  plan.scale = licensed.front().scale;
   // Near the axes text and edges repeat too, so peaks off them tell better where a pattern is. Not where its
   // fundamentals lie on the axes: what is off them is weak then, and missing wherever the dots are half
   // grown.
-  const auto isOffAxis = [](const SpectrumPeak* peak) { return !IsNearAxis(peak->dx, peak->dy); };
+  const auto isOffAxis = [](const SpectrumPeak& peak) { return !IsNearAxis(peak.dx, peak.dy); };
   const auto strongestOff = std::find_if(licensed.begin(), licensed.end(), isOffAxis);
   if (strongestOff != licensed.end() &&
-      magnitude(licensed.front()) < magnitude(*strongestOff) + kLeastLeadOnAxis) {
-    std::erase_if(licensed, [&](const SpectrumPeak* peak) { return !isOffAxis(peak); });
+      MagnitudeOf(licensed.front()) < MagnitudeOf(*strongestOff) + kLeastLeadOnAxis) {
+    std::erase_if(licensed, [&](const SpectrumPeak& peak) { return !isOffAxis(peak); });
   }
   // What is much coarser than the strongest is a rosette of several inks; there text is as strong.
-  const auto distance = [](const SpectrumPeak* peak) { return std::hypot(peak->dx, peak->dy); };
-  for (const SpectrumPeak* const peak : licensed) {
+  const auto distance = [](const SpectrumPeak& peak) { return std::hypot(peak.dx, peak.dy); };
+  for (const SpectrumPeak& peak : licensed) {
     if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
     if (distance(peak) < kCoarsest * distance(licensed.front())) continue;
-    plan.carriers.push_back({peak->dx, peak->dy});
+    plan.carriers.push_back({peak.dx, peak.dy});
   }
   return plan;
 }

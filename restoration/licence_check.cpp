@@ -8,6 +8,7 @@
 
 #include "image/pixel_kind.h"
 #include "restoration/decision.h"
+#include "restoration/licensed_peaks.h"
 #include "restoration/plane.h"
 #include "restoration/row_kernels.h"
 
@@ -100,14 +101,6 @@ double GreatestMagnitude(const float* samples, const TileAxis& axisX, const Tile
   return greatest;
 }
 
-// A share of the way through values in order.
-double Percentile(std::vector<double> values, double place) {
-  std::sort(values.begin(), values.end());
-  const auto lower = static_cast<size_t>(place);
-  const size_t upper = std::min(lower + 1, values.size() - 1);
-  return values[lower] + (place - static_cast<double>(lower)) * (values[upper] - values[lower]);
-}
-
 // The amplitude of a peak in the picture's strong places, 0 .. kMostAmplitude. Where so many tiles reach that
 // one that the others cannot change it, these are not measured.
 double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Parallel& parallel) {
@@ -128,10 +121,9 @@ double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Para
     }
     if (amplitude >= kMostAmplitude) ++strong;
   };
-  const double place = kStrongShare * static_cast<double>(count - 1);
-  const size_t enough = count - static_cast<size_t>(place);
+  const size_t enough = count - static_cast<size_t>(kStrongShare * static_cast<double>(count - 1));
   ForEachTask(parallel, static_cast<int32_t>(count), measure, [&](int32_t) { return strong >= enough; });
-  return strong >= enough ? kMostAmplitude : std::min(Percentile(amplitudes, place), kMostAmplitude);
+  return strong >= enough ? kMostAmplitude : std::min(Percentile(kStrongShare, amplitudes), kMostAmplitude);
 }
 
 // The same, looked up where it was measured before.
@@ -146,18 +138,8 @@ double StrongAmplitude(const TiledPicture& tiled, const SpectrumPeak& peak, Para
   return amplitude;
 }
 
-double MagnitudeOf(const SpectrumPeak& peak) {
-  return peak.height + peak.background;
-}
-
 std::vector<SpectrumPeak> StrongestLicensed(const Findings& findings) {
-  std::vector<SpectrumPeak> licensed;
-  for (const SpectrumPeak& peak : findings.peaks) {
-    if (peak.isLicensed) licensed.push_back(peak);
-  }
-  std::stable_sort(licensed.begin(), licensed.end(), [](const SpectrumPeak& a, const SpectrumPeak& b) {
-    return MagnitudeOf(a) > MagnitudeOf(b);
-  });
+  std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
   if (licensed.size() > kPeaksChecked) licensed.resize(kPeaksChecked);
   return licensed;
 }

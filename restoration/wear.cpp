@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 #include <vector>
 
 #include "image/pixel_kind.h"
+#include "restoration/licensed_peaks.h"
 
 namespace tessaline {
 
@@ -62,30 +62,14 @@ Window MeasureWindow(int32_t left, int32_t top, int32_t dot, const Axes& axes, c
   return {HalfDifference(fine), HalfDifference(coarse), double{noise.TakenAt(left + middle, top + middle)}};
 }
 
-// The strongest licensed peak's period, in pixels; 0: there is none.
-double PeriodOf(const Findings& findings) {
-  double greatest = 0.0, period = 0.0;
-  for (const SpectrumPeak& peak : findings.peaks) {
-    const double magnitude = peak.height + peak.background;
-    if (!peak.isLicensed || (period > 0.0 && magnitude <= greatest)) continue;
-    greatest = magnitude;
-    period = kSpectrumCells / std::hypot(peak.dx, peak.dy);
-  }
-  return period;
-}
-
-template <typename Value>
-Value AtShare(double share, std::vector<Value>* values) {
-  const auto place = static_cast<ptrdiff_t>(share * static_cast<double>(values->size() - 1));
-  std::nth_element(values->begin(), values->begin() + place, values->end());
-  return (*values)[static_cast<size_t>(place)];
-}
-
 }  // namespace
 
 bool IsWorn(const PictureView& picture, const Findings& findings, const Axes& axes, const Gate& gate,
             const Noise& noise, const TakenChannels& channels) {
-  const auto dot = static_cast<int32_t>(std::lround(std::max(PeriodOf(findings), double{kSmallestDot})));
+  const std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
+  if (licensed.empty()) return false;
+  const double period = kSpectrumCells / std::hypot(licensed[0].dx, licensed[0].dy);
+  const auto dot = static_cast<int32_t>(std::lround(std::max(period, double{kSmallestDot})));
   if (dot > kLargestDot) return false;
   const int32_t side = kSide * dot;
   const int32_t across = picture.width / side, all = across * (picture.height / side);
@@ -103,9 +87,9 @@ bool IsWorn(const PictureView& picture, const Findings& findings, const Axes& ax
   std::vector<double> taken, coarse;
   for (const Window& window : windows) taken.push_back(window.taken);
   for (size_t i = 0; i < windows.size() / 2; ++i) coarse.push_back(windows[i].coarse / windows[i].fine);
-  const double share = variance / AtShare(0.5, &taken);
+  const double share = variance / Percentile(0.5, taken);
   return variance > kLeastVariance && share > kLeastOfTaken && share < kMostOfTaken &&
-         AtShare(0.5, &coarse) < kMostCoarse;
+         Percentile(0.5, coarse) < kMostCoarse;
 }
 
 }  // namespace tessaline
