@@ -30,8 +30,8 @@ enum class ParameterKind { kSwitch, kNumber, kText };
 
 struct Parameter {
   const char* name;
-  ParameterKind kind;
   const char* explanation;
+  ParameterKind kind;
   SettingRange range;  // what 0 and 1 stand for, and the value to begin with
 };
 extern const Parameter kParameterTable[kParameters];

@@ -63,7 +63,7 @@ std::unique_ptr<CallMemory> PythonMask::TakeMemory() {
 py::object ReadResolution(const py::object& resolution) {
   if (resolution.is_none()) return resolution;
   const bool isPair = py::isinstance<py::sequence>(resolution);
-  const py::object pair = isPair ? py::object(py::tuple(resolution)) : py::make_tuple(resolution, resolution);
+  py::object pair = isPair ? py::object(py::tuple(resolution)) : py::make_tuple(resolution, resolution);
   if (py::len(pair) != 2) throw py::value_error("resolution must be a number of pixels per inch, or two");
   for (const py::handle& value : pair) {
     const double number = py::float_(py::reinterpret_borrow<py::object>(value));

@@ -64,7 +64,8 @@ double GainAlong(int32_t window, int32_t cells) {
 
 Wave::Wave(double cells, int32_t hop, int32_t count) {
   constexpr int32_t kCircle = 8192;
-  const auto step = std::llround(cells * hop * (kCircle / kSpectrumCells));
+  constexpr int32_t kRootsPerCell = kCircle / kSpectrumCells;
+  const auto step = std::llround(cells * hop * kRootsPerCell);
   for (int32_t i = 0; i < count; ++i) {
     const UnitRootValue root = RootOf(kCircle, step * i);
     cosine.push_back(static_cast<float>(root.cosine));
@@ -74,8 +75,8 @@ Wave::Wave(double cells, int32_t hop, int32_t count) {
 
 Demodulation::AlongAxis::AlongAxis(int32_t cells, int32_t window, int32_t side, int32_t places) {
   const int32_t hop = kReductionWindows[window].hop, half = kReductionWindows[window].side() / 2;
-  std::vector<double> weights;
-  for (int32_t t = 0; t < half; ++t) weights.push_back(WindowAt(window, t));
+  std::vector<double> weights(static_cast<size_t>(half));
+  for (int32_t t = 0; t < half; ++t) weights[static_cast<size_t>(t)] = WindowAt(window, t);
   for (int32_t place = 0; place < places; ++place) {
     double sumReal = 0.0, sumImaginary = 0.0, inside = 0.0;
     for (int32_t t = -half; t < half; ++t) {
@@ -103,7 +104,7 @@ bool Demodulation::Prepare(int32_t width, int32_t height, int32_t channels, int3
   columns_ = ReducedSide(width, hop);
   rows_ = ReducedSide(height, hop);
   chunks_ = (columns_ + kDemodulated - 1) / kDemodulated;
-  windowFloats_ = static_cast<size_t>(windowSide_ * hop * kDemodulatedReach);
+  windowFloats_ = static_cast<size_t>(windowSide_) * hop * kDemodulatedReach;
   threadFloats_ = static_cast<size_t>(channels) * (windowFloats_ + hop * kDemodulatedReach);
   memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
   if (!memory_) return false;

@@ -300,8 +300,9 @@ Picture DrawScene(int width, int height) {
     for (int x = 0; x < width; ++x) {
       Vec light{0, 0, 0};
       for (int ray = 0; ray < kRaysPerSide * kRaysPerSide; ++ray) {
-        const double subX = x + (ray % kRaysPerSide + 0.5) / kRaysPerSide;
-        const double subY = y + (ray / kRaysPerSide + 0.5) / kRaysPerSide;
+        const int across = ray % kRaysPerSide, down = ray / kRaysPerSide;
+        const double subX = x + (across + 0.5) / kRaysPerSide;
+        const double subY = y + (down + 0.5) / kRaysPerSide;
         const Vec direction = Unit({(subX - 0.5 * width) / height, 0.64 - subY / height, 1.42});
         light = light + LightFrom(direction);
       }

@@ -176,8 +176,9 @@ Printed PrintOn(const Press& press, const Picture& original) {
       const bool isScreened = frame.right == 0 || frame.Contains(x, y);
       Rgb sum{}, sumOfTones{};
       for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-        const double subX = x + (look % kLooksPerSide + 0.5) / kLooksPerSide;
-        const double subY = y + (look / kLooksPerSide + 0.5) / kLooksPerSide;
+        const int across = look % kLooksPerSide, down = look / kLooksPerSide;
+        const double subX = x + (across + 0.5) / kLooksPerSide;
+        const double subY = y + (down + 0.5) / kLooksPerSide;
         double tone[3];
         for (int channel = 0; channel < 3; ++channel) {
           tone[channel] = ToneAt(original, subX, subY, channel);

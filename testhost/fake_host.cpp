@@ -162,8 +162,10 @@ class FakeHost {
 FakeHost* FakeHost::current_ = nullptr;
 
 // Tokens of readers and writers: small numbers, as in some hosts.
+// NOLINTBEGIN(performance-no-int-to-ptr)
 const host::ReadDescriptorToken kReaderToken = reinterpret_cast<void*>(intptr_t{1});
 const host::WriteDescriptorToken kWriterToken = reinterpret_cast<void*>(intptr_t{2});
+// NOLINTEND(performance-no-int-to-ptr)
 
 // ------------------------------------------------------------------------------------------------- callbacks
 
@@ -646,6 +648,7 @@ void FakeHost::CheckOwnedFields(const host::FilterRecord& before, const host::Bi
   allowed.outRowBytes = record_->outRowBytes;
   allowed.maskData = record_->maskData;
   allowed.maskRowBytes = record_->maskRowBytes;
+  // Every byte is the host's. NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (std::memcmp(&allowed, record_, sizeof allowed) != 0) {
     Complain(Text("selector %d changed a field of the host's", selector));
   }

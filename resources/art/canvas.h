@@ -90,8 +90,9 @@ class Canvas {
       for (int x = 0; x < width_; ++x) {
         int hits = 0;
         for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-          hits += isInside((x + (look % kLooksPerSide + 0.5) / kLooksPerSide) / scale_,
-                           (y + (look / kLooksPerSide + 0.5) / kLooksPerSide) / scale_);
+          const int across = look % kLooksPerSide, down = look / kLooksPerSide;
+          hits += isInside((x + (across + 0.5) / kLooksPerSide) / scale_,
+                           (y + (down + 0.5) / kLooksPerSide) / scale_);
         }
         Cover(x, y, colour, static_cast<double>(hits) / (kLooksPerSide * kLooksPerSide));
       }

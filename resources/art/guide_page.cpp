@@ -59,9 +59,9 @@ Picture Scaled(const Picture& source, const Frame& part, int side) {
     for (int x = 0; x < side; ++x) {
       double sum[3] = {};
       for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-        const auto column =
-            static_cast<int>(part.left + (x * kLooksPerSide + look % kLooksPerSide + 0.5) * step);
-        const auto row = static_cast<int>(part.top + (y * kLooksPerSide + look / kLooksPerSide + 0.5) * step);
+        const int across = look % kLooksPerSide, down = look / kLooksPerSide;
+        const auto column = static_cast<int>(part.left + (x * kLooksPerSide + across + 0.5) * step);
+        const auto row = static_cast<int>(part.top + (y * kLooksPerSide + down + 0.5) * step);
         const uint8_t* pixel = source.At(column, row);
         for (int i = 0; i < 3; ++i) sum[i] += pixel[i];
       }
@@ -298,8 +298,8 @@ void DrawArrow(Picture* page, const GuidePanel& panel, int gap) {
     for (int column = static_cast<int>(x) - kReach; column < x + kReach; ++column) {
       int hits = 0;
       for (int look = 0; look < kLooksPerSide * kLooksPerSide; ++look) {
-        hits += head(column + (look % kLooksPerSide + 0.5) / kLooksPerSide,
-                     row + (look / kLooksPerSide + 0.5) / kLooksPerSide);
+        const int across = look % kLooksPerSide, down = look / kLooksPerSide;
+        hits += head(column + (across + 0.5) / kLooksPerSide, row + (down + 0.5) / kLooksPerSide);
       }
       Cover(page->At(column, row), kArrow, static_cast<double>(hits) / (kLooksPerSide * kLooksPerSide));
     }
@@ -376,7 +376,7 @@ Bytes Quantised(const Picture& page) {
   size_t bytes = 0;
   const vips::VImage rgb = reduced.bands() > 3 ? reduced.flatten() : reduced;
   auto* const levels = static_cast<uint8_t*>(rgb.cast(VIPS_FORMAT_UCHAR).write_to_memory(&bytes));
-  const Bytes pixels(levels, levels + bytes);
+  Bytes pixels(levels, levels + bytes);
   g_free(levels);
   vips_area_unref(VIPS_AREA(file));
   return pixels;
@@ -397,7 +397,7 @@ Bytes DrawGuidePage(const std::string& samples) {
     DrawRule(&page, 455);
     Write(&page, "Drag the picture to move it, + and - zoom. A click on the spectrum shows it in 3D.",
           kBodyFont, kGuideMargin, 461, Align::kLeft, kSoftText);
-    const Bytes file = PaletteBitmapFile(Quantised(page), page.width, page.height);
+    Bytes file = PaletteBitmapFile(Quantised(page), page.width, page.height);
     if (file.empty()) throw std::runtime_error("this libvips does not reduce pictures to a palette");
     return file;
   } catch (const vips::VError& error) {
