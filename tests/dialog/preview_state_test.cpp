@@ -62,8 +62,8 @@ class PreviewTest : public testing::Test {
     parameters_ = {60, 6, 8, gray16_.slot(), gray8_.slot(), 0, 0, 0, 0, {}};
   }
 
-  void Open(WindowRectangle proxyArea = {10, 20, 210, 140}) {
-    request_ = {picture_.slot(), &parameters_, &values_, 1};
+  void Open(WindowRectangle proxyArea = {10, 20, 210, 140}, uint8_t isSplit = 0) {
+    request_ = {picture_.slot(), &parameters_, &values_, 1, isSplit};
     preview.Open(&request_, proxyArea, kSpectrumArea);
   }
   void Close(bool isAccepted) { preview.Close(isAccepted); }
@@ -169,6 +169,36 @@ TEST_F(PreviewTest, BesideASmallPictureTheViewIsGreyWhateverTheProxyRepeatsThere
   for (size_t x = 0; x < 200; ++x) {
     EXPECT_EQ(x < 100 ? BufferRow(view, 119)[x] : 128, shown[(119 * 200 + x) * 4]) << x;
   }
+}
+
+TEST_F(PreviewTest, TheUntouchedHalfShowsWhatTheOtherDoesWithoutThePreviewAndAllComesBack) {
+  MakePicture(300, 260, kRgb16);
+  Open({10, 20, 210, 140}, 1);
+  EXPECT_EQ(60, preview.proxyArea.height());
+  const auto shown = [](const OwnedBuffer& buffer) {
+    preview.Compute();
+    return PixelsOf(buffer.slot());
+  };
+  const PreviewBuffers& buffers = preview.buffers;
+  const std::vector<uint8_t> filtered = shown(buffers.zoomedView),
+                             flat = PixelsOf(buffers.spectrumView.slot());
+  EXPECT_NE(filtered, PixelsOf(buffers.zoomedUntouched.slot()));
+  preview.TogglePreview();
+  preview.ChangeZoom(ZoomCommand::kIn);
+  EXPECT_STREQ("200%", preview.ZoomLabel());
+  const std::vector<uint8_t> magnified = shown(buffers.zoomedView);
+  EXPECT_EQ(magnified, PixelsOf(buffers.zoomedUntouched.slot()));
+  preview.ToggleSpectrumView();
+  EXPECT_NE(flat, shown(buffers.spectrumView));
+  preview.TogglePreview();
+  preview.ToggleSpectrumView();
+  preview.ChangeZoom(ZoomCommand::kOut);
+  preview.ChangeZoom(ZoomCommand::kOut);  // life size is the least
+  preview.ChangeValues({100, 16, 2});
+  EXPECT_NE(filtered, shown(buffers.zoomedView));
+  preview.RestoreOpeningValues();
+  EXPECT_EQ(filtered, shown(buffers.zoomedView));
+  EXPECT_EQ(flat, PixelsOf(buffers.spectrumView.slot()));
 }
 
 TEST(Pan, HoldsTheBaseOneBelowItsMaximum) {

@@ -76,6 +76,15 @@ TEST(Slider, ValueAndPositionFollowTheMapping) {
   const SliderControl free = MakeSlider(0, 10, 4, SliderMapping::kLinearClamped, 1, 1);
   EXPECT_EQ(11.0f, ClampSliderValue(free, 11));
   EXPECT_EQ(free.positions, SliderPositionOf(free, 1000, PositionRounding::kTruncate));
+  EXPECT_EQ(free.positions, LastSliderPosition(free));
+  EXPECT_EQ(linear.positions - 1, LastSliderPosition(linear));
+  const SliderControl log = MakeSlider(1, 17, 9, SliderMapping::kLogarithmic, 1, 1);
+  EXPECT_EQ(-log.positions, SliderPositionOf(log, 9, PositionRounding::kTruncate));  // half of its range
+  EXPECT_EQ(0, SliderPositionOf(log, 1, PositionRounding::kTruncate));
+  // Whole numbers: at set-up those below 0 are rounded as those above, later away from 0.
+  const SliderControl whole = MakeSlider(-100, 100, -2.6f, SliderMapping::kLinear, 2, 1);
+  EXPECT_EQ("-2", SliderText(whole, TextMoment::kSetUp));
+  EXPECT_EQ("-3", SliderText(whole, TextMoment::kLater));
 }
 
 TEST(Slider, TypedTextIsReadAsFarAsItIsANumberAndClamped) {
@@ -159,6 +168,10 @@ TEST(Slider, SquareRootBarMovesByPositions) {
   EXPECT_TRUE(ScrollSlider(&slider, ScrollAction::kTop, 0));
   EXPECT_FALSE(ScrollSlider(&slider, ScrollAction::kPageUp, 0));
   EXPECT_EQ(0, slider.position);
+  EXPECT_TRUE(ScrollSlider(&slider, ScrollAction::kThumb, 60));
+  EXPECT_EQ(SliderValueAt(slider, 60), slider.value);
+  EXPECT_TRUE(ScrollSlider(&slider, ScrollAction::kLineUp, 0));
+  EXPECT_EQ(59, slider.position);
   // Even the shortest bar reaches the maximum.
   SliderControl shortBar = MakeSlider(1, 128, 8, SliderMapping::kSquareRoot, 2, 0.5f, 40);
   EXPECT_TRUE(ScrollSlider(&shortBar, ScrollAction::kBottom, 0));

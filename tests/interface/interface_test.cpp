@@ -185,6 +185,27 @@ TEST(Interface, BadInputIsNamedAndChangesNothing) {
       *reinterpret_cast<float*>(laidOut.At(0, 1, 2)) = static_cast<float>(before.Get(0, 1, 2));
     EXPECT_EQ(before.bytes(), laidOut.bytes());
   }
+  // Calls out of turn, of other pictures than the one before, and with what has no meaning.
+  LaidOut picture(kLayouts[4]), narrow(kLayouts[4]);
+  narrow.record().width -= 1;
+  const float falling[] = {1, 0};
+  TessalineSettings curved = StandardSettings();
+  curved.lightCurve = falling, curved.lightCurveCount = 2;
+  const auto refused = [&](int32_t code, const char* word, int32_t got) {
+    EXPECT_EQ(code, got) << word;
+    EXPECT_NE(nullptr, std::strstr(tessaline_error_text(engine.get()), word))
+        << tessaline_error_text(engine.get());
+    EXPECT_EQ(before.bytes(), picture.bytes());
+  };
+  TessalineEngine* const e = engine.get();
+  TessalinePicture* const p = &picture.record();
+  refused(TESSALINE_ERROR_ORDER, "tessaline_analyse first", tessaline_analyse_more(e, p));
+  refused(TESSALINE_ERROR_ARGUMENT, "bits without a meaning",
+          tessaline_clean(e, p, nullptr, nullptr, 1 << 30));
+  refused(TESSALINE_ERROR_SETTINGS, "lightCurve", tessaline_clean(e, p, nullptr, &curved, 0));
+  refused(TESSALINE_ERROR_PICTURE, "`from`", tessaline_clean(e, p, &narrow.record(), nullptr, 0));
+  EXPECT_STRNE(tessaline_code_text(TESSALINE_ERROR_ORDER), tessaline_code_text(TESSALINE_ERROR_ORDER + 1000));
+  EXPECT_STREQ(tessaline_code_text(-1), tessaline_code_text(TESSALINE_ERROR_BUSY + 1));
   EXPECT_EQ(TESSALINE_ERROR_ORDER, tessaline_decide(engine.get(), nullptr));
   EXPECT_EQ(TESSALINE_ERROR_ORDER, tessaline_apply(engine.get(), &before.picture().record(), nullptr, 0));
   EXPECT_EQ(nullptr, tessaline_findings_json(engine.get()));

@@ -139,6 +139,54 @@ constexpr Kind kCleanedKinds[] = {
     {"RGB", host::kModeRgb, 8, 3, 3},         {"RGBA", host::kModeRgb, 8, 4, 3},
     {"gray 16", host::kModeGray16, 16, 1, 1}, {"RGB 48 alpha", host::kModeRgb48, 16, 4, 3}};
 
+// Fetched and copied back: also floats, 0..255 in between, and the inks of a press, which no run reads.
+TEST_F(PluginMainTest, TheTransferGivesBackWhatItFetched) {
+  static float largest;
+  const host::EntryPoint transfer = [](int16_t selector, void* block, intptr_t*, int16_t* result) {
+    auto* const record = static_cast<host::FilterRecord*>(block);
+    *result = 0;
+    if (selector == host::kSelectorContinue) RequestNothing(record);
+    if (selector != host::kSelectorStart) return intptr_t{0};
+    const host::VRect area = FindWorkRectangle(record);
+    const PixelLayout layout = LayoutOf(*record);
+    ResetBufferTable();
+    *result = static_cast<int16_t>(FetchImage(record, area, layout));
+    const auto* const row = reinterpret_cast<const float*>(BufferRow(imageInfo.mainBuffer, 0));
+    if (layout.channelBytes == 4) largest = *std::max_element(row, row + WidthOf(area) * layout.colorPlanes);
+    if (*result == 0) *result = static_cast<int16_t>(CopyBack(record, area, layout));
+    return intptr_t{*result};
+  };
+  for (const Kind& kind :
+       {Kind{"RGB 96 alpha", host::kModeRgb96, 32, 4, 3}, Kind{"gray 32", host::kModeGray32, 32, 1, 1},
+        Kind{"CMYK spots", host::kModeCmyk, 8, 6, 4}, Kind{"CMYK 64", host::kModeCmyk64, 16, 4, 4}}) {
+    SCOPED_TRACE(kind.name);
+    const Document source = MakeDocument(kind.mode, kind.depth, kind.planes, 40, 7);
+    const Report report = RunFilter(transfer, source, Switches{});
+    EXPECT_EQ(0, report.result);
+    EXPECT_NO_COMPLAINTS(report);
+    Document expected = source;
+    const auto asRows = [&]<typename Sample>(void (*fetch)(Sample*, int32_t),
+                                             void (*copyBack)(Sample*, int32_t)) {
+      for (int32_t i = 0; i < source.width * source.height; ++i) {
+        auto* const inks = reinterpret_cast<Sample*>(expected.pixels.data()) + i * kind.planes;
+        fetch(inks, 1);
+        inks[3] = 0;
+        copyBack(inks, 1);
+      }
+    };
+    if (kind.mode == host::kModeCmyk) asRows(FetchCmykRow8, CopyBackCmykRow8);
+    if (kind.mode == host::kModeCmyk64) asRows(FetchCmykRow16, CopyBackCmykRow16);
+    for (size_t i = 0; kind.depth == 32 && i < expected.pixels.size() / 4; ++i) {
+      float got = 0, wanted = 0;
+      std::memcpy(&got, report.document.pixels.data() + 4 * i, 4);
+      std::memcpy(&wanted, expected.pixels.data() + 4 * i, 4);
+      ASSERT_NEAR(wanted, got, 1e-6) << i;
+    }
+    EXPECT_TRUE(kind.depth == 32 || expected.pixels == report.document.pixels);
+    EXPECT_TRUE(kind.depth < 32 || (largest > 200 && largest <= 255)) << largest;
+  }
+}
+
 // Documents with extra planes in an inner rectangle and 32-bit coordinates, the others whole and in 16 bits.
 TEST_F(PluginMainTest, GivesThePixelsOfTheRunItself) {
   for (const Kind& kind : kCleanedKinds) {
