@@ -12,10 +12,10 @@ const types = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/cs
 
 let site;
 
-// The site, below /short the same where the engine can have 64 MiB, below /made what the page and the program made,
+// The site, below /short the same where the engine can have 96 MiB, below /made what the page and the program made,
 // below /given the repository's pictures.
 const shortMemory = `WebAssembly.Memory.prototype.grow = ((grow) => function (pages) {
-  if (this.buffer.byteLength + 65536 * pages > 64 << 20) throw new RangeError('no more');
+  if (this.buffer.byteLength + 65536 * pages > 96 << 20) throw new RangeError('no more');
   return grow.call(this, pages);
 })(WebAssembly.Memory.prototype.grow);\n`;
 const server = http.createServer((request, response) => {

@@ -217,6 +217,24 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
     check('memory that runs out ends one picture, not the page', small === again && small.includes('taken out') && large.startsWith('Not enough memory'), large);
   }
 
+  // There is room for the picture, not for what follows a slider.
+  async function keepsTheResultWithoutMemory() {
+    vips('extract_area', '=large.png', '=medium.png', '0', '0', '1000', '1000');
+    const first = await openMade('medium.png');
+    await saved('medium-clean.png', 'document.getElementById("save").click()');
+    const before = readFileSync(at('medium-clean.png'));
+    const told = await inPage(`new Promise((resolve) => {
+      const slider = document.getElementById('notchRadius'), sentence = document.getElementById('sentence');
+      new MutationObserver(() => sentence.className === 'bad' && document.body.dataset.state === 'done' && resolve(sentence.textContent + slider.value))
+        .observe(document.body, { attributes: true });
+      slider.value = 9;
+      for (const kind of ['input', 'change']) slider.dispatchEvent(new Event(kind));
+    })`);
+    await saved('medium-clean.png', 'document.getElementById("save").click()');
+    const isSame = before.equals(readFileSync(at('medium-clean.png')));
+    check('memory that runs out for a slider leaves the result and its settings', first.includes('taken out') && isSame && /^Not enough memory.*6$/.test(told), told);
+  }
+
   // A part that is asked for upright, cut from the stored picture and turned, is the part of the turned picture.
   async function showsPartsUpright() {
     const { storedPlace, upright } = await import(`data:text/javascript,${encodeURIComponent(readFileSync(path.join(site, 'samples.js')))}`);
@@ -252,4 +270,5 @@ export async function checkFiles({ folder, site, program, check, visit, saved, o
   await stopsAList();
   await staysSeeThroughWhileASliderMoves();
   await livesOnWithoutMemory();
+  await keepsTheResultWithoutMemory();
 }

@@ -1,5 +1,5 @@
 // The worker as the page sees it: requests as promises, one picture's life long.
-import { Refusal } from './refusal.js';
+import { NoMemory, Refusal } from './refusal.js';
 import { refusals } from './words.js';
 import type { Answer, Decision, Rectangle, Request } from './protocol.js';
 import type { ReadPicture } from './file_protocol.js';
@@ -114,7 +114,7 @@ export class Cleaner {
     if (answer.kind === 'needs') return this.watcher.needs(answer.bytes);
     const next = this.waiting.shift();
     if (answer.kind !== 'failed') return next?.resolve(answer);
-    next?.reject(new Refusal(answer.reason === 'memory' ? refusals.noMemory(answer.bytes) : refusals.broken(answer.detail)));
+    next?.reject(answer.reason === 'memory' ? new NoMemory(refusals.noMemory(answer.bytes)) : new Refusal(refusals.broken(answer.detail)));
   }
 
   private end(error: Error): void {

@@ -4,7 +4,7 @@ import { Cancelled, Cleaner } from './cleaner.js';
 import { sentenceOf, standardSettings, type Choice, type Settings } from './found.js';
 import { cleanName, prepareForFiles, readPicture, writePicture, type Picture } from './picture_file.js';
 import type { Decision } from './protocol.js';
-import { Refusal } from './refusal.js';
+import { NoMemory, Refusal } from './refusal.js';
 import { commandFor, reportOf } from './report.js';
 import type { Samples } from './samples.js';
 import { choicesOf, SpectrumView } from './spectrum_view.js';
@@ -27,6 +27,7 @@ interface Work {
   result: Samples | null;
   changes: number; // that the user made
   shownChanges: number; // those that the result is made with
+  made: { settings: Settings; decision: Decision } | null; // what the result is made by
   wholeOf: Settings | null; // that the user let the sliders go with
 }
 
@@ -141,7 +142,7 @@ function giveUp(reason: unknown): void {
 function begin(picture: Picture, cleaner: Cleaner, before: ImageBitmap, begun: number): Work {
   work = {
     picture, begun, cleaner, layers: { before, after: null, taken: null, mask: null }, decision: null, choices: [], after: null,
-    result: null, changes: 0, shownChanges: 0, wholeOf: null,
+    result: null, changes: 0, shownChanges: 0, made: null, wholeOf: null,
   };
   viewer.show(work.layers);
   showProgress(0);
@@ -151,10 +152,10 @@ function begin(picture: Picture, cleaner: Cleaner, before: ImageBitmap, begun: n
 
 /** All is asked at once, so that the engine never waits for the page. */
 async function clean(own: Work, opened: Promise<void>): Promise<void> {
-  const decided = own.cleaner.decide(settings), looked = own.cleaner.look(shape()), restored = own.cleaner.restore();
+  const begun = settings, decided = own.cleaner.decide(begun), looked = own.cleaner.look(shape()), restored = own.cleaner.restore();
   restored.catch(() => undefined); // where looked fails, nobody waits for it
   const shown = looked.then((decision) => takeDecision(own, decision));
-  await Promise.all([opened, decided, shown, looked.then(() => showRestored(own, restored, 0))]);
+  await Promise.all([opened, decided, shown, looked.then(() => showRestored(own, begun, restored, 0))]);
   if (work === own && isStale(own)) wantWhole(); // before there was a decision nothing else could be
 }
 
@@ -166,7 +167,7 @@ async function takeDecision(own: Work, decision: Decision): Promise<void> {
 }
 
 /** When the decision is known. */
-async function showRestored(own: Work, restored = own.cleaner.restore(), changes = own.changes): Promise<void> {
+async function showRestored(own: Work, by: Settings, restored = own.cleaner.restore(), changes = own.changes): Promise<void> {
   say(says.removing);
   showProgress(0);
   const { width, height } = own.picture.shown;
@@ -178,7 +179,10 @@ async function showRestored(own: Work, restored = own.cleaner.restore(), changes
   if (currentView() === 'taken') await drawTaken(own);
   viewer.show(own.layers, true);
   showProgress(null);
-  if (own.decision) say(sentenceOf(own.decision.found));
+  if (own.decision) {
+    say(sentenceOf(own.decision.found));
+    own.made = { settings: by, decision: own.decision };
+  }
   own.shownChanges = changes;
   document.body.dataset['cleanedMilliseconds'] = String(Math.round(performance.now() - own.begun));
   showState();
@@ -220,10 +224,12 @@ function wantWhole(): void {
 /** Follows the user: the visible part at once, the whole picture when nothing newer is wanted. */
 async function refresh(own: Work): Promise<void> {
   isRefreshing = true;
+  let by = own.made?.settings ?? settings;
   try {
     while (wanted && work === own) {
       const { turns, decide, whole, onlyLook, since }: Wanted = wanted;
       wanted = null;
+      if (decide) by = settings;
       const asked = [
         ...(decide ? [own.cleaner.decide(settings)] : []),
         ...turns.map(({ dx, dy, takenOut }) => own.cleaner.turn(dx, dy, !takenOut)),
@@ -237,18 +243,42 @@ async function refresh(own: Work): Promise<void> {
       if (wanted && !whole) continue; // the hand is faster than the spectrum's picture
       await takeDecision(own, await own.cleaner.look(shape()));
       const newer = wanted as Wanted | null;
-      if (whole && !newer) await showRestored(own);
+      if (whole && !newer) await showRestored(own, by);
       else if (whole && newer?.onlyLook) want({ onlyLook: true, whole: true });
     }
   } catch (error) {
-    if (work === own) {
-      close();
-      tell(error);
-    }
+    if (work === own) await goBack(own, error);
   } finally {
     isRefreshing = false;
     if (wanted && work && work !== own) void refresh(work);
   }
+}
+
+/** Where memory ran out for a change, the result before it stays, with the settings that made it. */
+async function goBack(own: Work, reason: unknown): Promise<void> {
+  wanted = null;
+  if (!(reason instanceof NoMemory) || !own.made) {
+    close();
+    return tell(reason);
+  }
+  settings = own.made.settings;
+  putSettings();
+  own.cleaner.decide(settings).catch(() => undefined); // the next change's will tell
+  await takeDecision(own, own.made.decision);
+  viewer.show(own.layers, true);
+  own.shownChanges = own.changes;
+  own.wholeOf = null;
+  showProgress(null);
+  tell(reason);
+  showState();
+}
+
+function putSettings(): void {
+  for (const name of sliderNames) {
+    const input = element<HTMLInputElement>(name);
+    input.value = input.previousElementSibling!.textContent = String(settings[name]);
+  }
+  element<HTMLInputElement>('automatic').checked = settings.isAutomatic;
 }
 
 async function showVisiblePart(own: Work, since: number): Promise<void> {

@@ -1,2 +1,3 @@
 /** What a file or the machine cannot do, as a sentence for the user. */
 export class Refusal extends Error {}
+export class NoMemory extends Refusal {}

@@ -21,7 +21,8 @@ let layout: Layout = { width: 0, height: 0, bits: 8, colours: 1, extras: 0 };
 let resolution: Resolution | null = null;
 let orientation = 1;
 let isPatternFound = false;
-let failure: Answer | null = null; // without a picture or a decision, which later requests would need
+let isDecided = false;
+let failure: Answer | null = null; // without a picture or a first decision, which later requests would need
 let lowestBits = new Uint8Array(); // of 16-bit colours, a bit each: the engine's scale has no room for them
 
 const firstMemory = 256, mostMemory = 65536, mostThreads = 8; // pages of 64 KiB
@@ -167,6 +168,7 @@ function answerOf(engine: Engine, request: Request): Answer {
     case 'decide': {
       const { isAutomatic, acceptance, sensitivity, notchRadius, protectionRadius } = request.settings;
       demand(engine._tessaline_web_decide(Number(isAutomatic), acceptance, sensitivity, notchRadius, protectionRadius));
+      isDecided = true;
       return { kind: 'done' };
     }
     case 'turn':
@@ -210,7 +212,7 @@ async function serve(request: Request): Promise<void> {
   } catch (error) {
     const reason = error instanceof OutOfMemory || error instanceof RangeError ? 'memory' : 'engine';
     const answer: Answer = { kind: 'failed', reason, detail: String(error), bytes: engine ? bytesNeeded(engine) : 64 * firstMemory * 1024 };
-    if (request.kind === 'open' || request.kind === 'decide') failure = answer;
+    if (request.kind === 'open' || (request.kind === 'decide' && !isDecided)) failure = answer;
     port.postMessage(answer);
   }
 }
