@@ -97,6 +97,9 @@ if(EMSCRIPTEN)
 endif()
 
 # tessaline_room(NAME SOURCES a.cpp b.cpp DEPENDS other rooms)
+set(TESSALINE_ENGINE platform image fft removal restoration tiling)
+option(TESSALINE_FUZZ_ENGINE "Fuzzers see the engine's branches, too" OFF)
+
 # One static library per folder. Includes are written from the top of the tree ("buffers/buffer_table.h").
 function(tessaline_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
@@ -105,8 +108,13 @@ function(tessaline_room name)
   endif()
   add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
   target_include_directories(tessaline_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
-  if(TESSALINE_FUZZ)  # the fuzzers see which ways their inputs take through the rooms
+  # The fuzzers see which ways their inputs take through the rooms; in the loops over pixels that takes longer than the
+  # work itself, so there only where they search for long.
+  if(TESSALINE_FUZZ AND (TESSALINE_FUZZ_ENGINE OR NOT name IN_LIST TESSALINE_ENGINE))
     target_compile_options(tessaline_${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+  if(TESSALINE_SANITIZE AND name IN_LIST TESSALINE_ENGINE)
+    target_compile_options(tessaline_${name} PRIVATE -O2)
   endif()
   foreach(room IN LISTS ROOM_DEPENDS)
     target_link_libraries(tessaline_${name} PUBLIC tessaline_${room})
