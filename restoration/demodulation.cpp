@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 
 #include "fft/unit_roots.h"
 #include "removal/spectrum_grid.h"
@@ -14,6 +15,9 @@ namespace {
 constexpr int32_t kBandsAtOnce = 16;  // blocks' rows of a task, which share the rows between them
 // Of so many rows of blocks so many tell in which channel a carrier is strongest.
 constexpr int32_t kBandsToChoose = 24, kBandsChosen = 2;
+// There a part tells where another channel has so much of the power of the carrier's strongest part, and so
+// many times that of the channel it is strongest in as a whole.
+constexpr double kStrongPart = 0.05, kMuchStronger = 4.0;
 
 UnitRootValue RootOf(int32_t circle, int64_t place) {
   return UnitRoot(circle, place & (circle - 1));
@@ -222,38 +226,50 @@ void Demodulation::MeasurePart(const PictureView& picture, const Part& part, flo
   }
 }
 
-CarrierChannels Demodulation::StrongestChannels(const PictureView& picture, Parallel& parallel) {
-  CarrierChannels strongest(windows_.size(), 0);
-  std::vector<double> greatest(windows_.size(), 0.0);
-  const int32_t groups = (rows_ + kBandsToChoose - 1) / kBandsToChoose;
-  const auto part = [&](int32_t index) {
-    const int32_t first = std::min(index / chunks_ * kBandsToChoose + kBandsToChoose / 2, rows_ - 1);
-    return Part{first, std::min(first + kBandsChosen, rows_), index % chunks_ * kDemodulated};
-  };
+std::vector<CarrierChannels> Demodulation::ChannelsToMeasure(const PictureView& picture, Parallel& parallel) {
+  using Powers = double[kMostCarriers][kMostChannels];
+  const size_t carriers = windows_.size();
+  const int32_t parts = (rows_ + kBandsToChoose - 1) / kBandsToChoose * chunks_;
+  const auto powers = std::make_unique<Powers[]>(static_cast<size_t>(parts));
+  std::vector<CarrierChannels> each;
   for (int32_t channel = 0; channel < picture.channels; ++channel) {
-    Distribute(CarrierChannels(windows_.size(), channel));
+    each.emplace_back(carriers, channel);
+    Distribute(each.back());
     ForEachTask(
-        parallel, groups * chunks_,
+        parallel, parts,
         [&](int32_t index, int32_t worker) {
-          MeasurePart(picture, part(index), memory_.get() + static_cast<size_t>(worker) * threadFloats_);
+          const int32_t first = std::min(index / chunks_ * kBandsToChoose + kBandsToChoose / 2, rows_ - 1);
+          const Part part{first, std::min(first + kBandsChosen, rows_), index % chunks_ * kDemodulated};
+          MeasurePart(picture, part, memory_.get() + static_cast<size_t>(worker) * threadFloats_);
+          const int32_t columns = std::min(kDemodulated, columns_ - part.firstColumn);
+          for (size_t k = 0; k < carriers; ++k) {
+            double& power = powers[static_cast<size_t>(index)][k][channel];
+            for (int32_t y = part.firstRow; y < part.endRow; ++y) {
+              power += ActiveRowKernels().sumSquares(columns, real_[k].Row(y) + part.firstColumn) +
+                       ActiveRowKernels().sumSquares(columns, imaginary_[k].Row(y) + part.firstColumn);
+            }
+          }
         },
         [](int32_t) { return false; });
-    for (size_t k = 0; k < windows_.size(); ++k) {
-      double power = 0.0;
-      for (int32_t group = 0; group < groups; ++group) {
-        const Part bands = part(group * chunks_);
-        for (int32_t y = bands.firstRow; y < bands.endRow; ++y) {
-          power += ActiveRowKernels().sumSquares(columns_, real_[k].Row(y)) +
-                   ActiveRowKernels().sumSquares(columns_, imaginary_[k].Row(y));
-        }
-      }
-      if (power > greatest[k]) {
-        greatest[k] = power;
-        strongest[k] = channel;
+  }
+  CarrierChannels strongest;
+  for (size_t k = 0; k < carriers; ++k) {
+    double sums[kMostChannels] = {}, greatest = 0.0;
+    for (int32_t part = 0; part < parts; ++part) {
+      for (int32_t c = 0; c < picture.channels; ++c) {
+        sums[c] += powers[static_cast<size_t>(part)][k][c];
+        greatest = std::max(greatest, powers[static_cast<size_t>(part)][k][c]);
       }
     }
+    const auto channel = std::max_element(sums, sums + picture.channels) - sums;
+    strongest.push_back(static_cast<int32_t>(channel));
+    for (int32_t part = 0; part < parts; ++part) {
+      const double(&power)[kMostChannels] = powers[static_cast<size_t>(part)][k];
+      const double most = *std::max_element(power, power + picture.channels);
+      if (most > kStrongPart * greatest && most > kMuchStronger * power[channel]) return each;
+    }
   }
-  return strongest;
+  return {strongest};
 }
 
 // Means of the sums, smooth.

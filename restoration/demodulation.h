@@ -41,8 +41,10 @@ class Demodulation {
   bool Prepare(int32_t width, int32_t height, int32_t channels, int32_t hop,
                const std::vector<Carrier>& carriers, int32_t threads, PlaneMemory* lent);
 
-  // The channel that each carrier is strongest in, by some of the picture's rows. To be asked before Measure.
-  CarrierChannels StrongestChannels(const PictureView& picture, Parallel& parallel);
+  // What is to be measured, one after the other, so that no carrier is missed where it is strong, by some of
+  // the picture's rows: each carrier in the channel that it is strongest in, or all carriers in each of the
+  // channels where one of them is in different inks at different places. To be asked before Measure.
+  std::vector<CarrierChannels> ChannelsToMeasure(const PictureView& picture, Parallel& parallel);
 
   // `sigma`, in pixels: of the Gaussian that tells a channel's slow changes. True: stopped.
   bool Measure(const PictureView& picture, const CarrierChannels& channels, double sigma, Parallel& parallel,

@@ -440,11 +440,12 @@ bool Gate::IsOpen(int32_t x, int32_t y, int32_t columns, int32_t rows) const {
   return true;
 }
 
-// In a large picture each carrier is looked for where it is strongest; that is a channel's own ink as a rule.
+// In a large picture each carrier is looked for in one channel where that tells; a channel's own ink as a
+// rule.
 bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress) {
   std::vector<CarrierChannels> looked;
   if (reduction_ > kReduction && picture.channels > 1) {
-    looked.push_back(demodulation_.StrongestChannels(picture, parallel));
+    looked = demodulation_.ChannelsToMeasure(picture, parallel);
   } else {
     for (int32_t c = 0; c < picture.channels; ++c) looked.emplace_back(plan_.carriers.size(), c);
   }

@@ -128,8 +128,8 @@ TEST_P(RestoredPictures, AreDecidedTheSameWithWhatEarlierDecisionsMeasured) {
 INSTANTIATE_TEST_SUITE_P(All, RestoredPictures, testing::Values("halftone", "page", "warped"),
                          [](const auto& test) { return test.param; });
 
-// In a large picture the waves are looked for in wider steps, each in the channel where it is strongest: as
-// one shows that is a row lower, and not yet large.
+// In a large picture the waves are looked for in wider steps, each in the channel where it is strongest if
+// that is the same one everywhere: as one shows that is a row lower, and not yet large.
 TEST(LargeGates, AreNearlyThoseOfEverythingLookedAtForAnyNumberOfThreads) {
   const Picture halftone = ReadPicture("restore/halftone.png");
   Image small = ImageOf(halftone), large;
@@ -141,23 +141,30 @@ TEST(LargeGates, AreNearlyThoseOfEverythingLookedAtForAnyNumberOfThreads) {
   ASSERT_EQ(kSuccess, Analyse(PictureOf(small.view()), workspace, {}, &analysis));
   ASSERT_EQ(kSuccess, Decide(analysis, settings, &findings));
   ASSERT_TRUE(large.Create(2048, 1024, kRgb8));
-  ImageView view = large.view();
-  for (int32_t y = 0; y < view.height; ++y) std::fill_n(view.Row(y), 3 * view.width, uint8_t{120});
-  for (int32_t y = 0; y < halftone.height; ++y) {
-    uint8_t* const row = view.Row(300 + y) + 3 * 740 + 1;  // in one ink
-    for (int32_t x = 0; x < halftone.width; ++x) row[3 * x] = small.view().Row(y)[x];
-  }
   const GatePlan plan = PlanGate(findings);
-  const Picture gate = DrawnGate(PictureOf(view), plan);
-  EXPECT_EQ(gate.samples, DrawnGate(PictureOf(view), plan, 3).samples);
-  --view.height;
-  Picture cut = gate;
-  cut.samples.resize(cut.samples.size() - 2048);
-  const Distance distance = DistanceBetween(DrawnGate(PictureOf(view), plan), cut);
-  EXPECT_LE(distance.mean, 1);
-  EXPECT_LE(distance.shareBeyond, 0.01);
-  EXPECT_EQ(255, gate.samples[490 * 2048 + 990]);
-  EXPECT_EQ(0, gate.samples[490 * 2048 + 350]);
+  constexpr int32_t kLefts[] = {740, 1340, 140};
+  for (const int32_t inks : {1, 3}) {
+    ImageView view = large.view();
+    for (int32_t y = 0; y < view.height; ++y) std::fill_n(view.Row(y), 3 * view.width, uint8_t{120});
+    for (int32_t ink = 0; ink < inks; ++ink) {
+      for (int32_t y = 0; y < halftone.height; ++y) {
+        uint8_t* const row = view.Row(300 + y) + 3 * kLefts[ink] + (ink + 1) % 3;
+        for (int32_t x = 0; x < halftone.width; ++x) row[3 * x] = small.view().Row(y)[x];
+      }
+    }
+    const Picture gate = DrawnGate(PictureOf(view), plan);
+    EXPECT_EQ(gate.samples, DrawnGate(PictureOf(view), plan, 3).samples);
+    --view.height;
+    Picture cut = gate;
+    cut.samples.resize(cut.samples.size() - 2048);
+    const Distance distance = DistanceBetween(DrawnGate(PictureOf(view), plan), cut);
+    EXPECT_LE(distance.mean, 0.5 * inks);
+    EXPECT_LE(distance.shareBeyond, 0.005 * inks);
+    EXPECT_EQ(255, gate.samples[490 * 2048 + 990]);
+    EXPECT_EQ(inks == 1 ? 0 : 255, gate.samples[490 * 2048 + 390]);
+    EXPECT_EQ(inks == 1 ? 0 : 255, gate.samples[490 * 2048 + 1590]);
+    EXPECT_EQ(0, gate.samples[100 * 2048 + 990]);
+  }
 }
 
 // Every set's loops over the same rows, whose count is no whole number of vectors; all results in one row.
