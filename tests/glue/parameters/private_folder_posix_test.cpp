@@ -1,11 +1,15 @@
-// Where the preferences go on POSIX, and what they must never go through.
+// Where the preferences go on POSIX, what they must never go through, and several processes on them.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "glue/parameters/settings_record.h"
 #include "image/result_codes.h"
@@ -115,6 +119,38 @@ TEST_F(PrivateFolderTest, APipeInTheFilesPlaceDoesNotStopTheProgram) {
   char byte;
   EXPECT_EQ(kFileIsUnreadable, ReadPrivateFile("file", &byte, 1));
   EXPECT_EQ(kFileIsMissing, ReadPrivateFile("no file", &byte, 1));
+}
+
+// What a run does to them, over and over, in eight processes: each reads the file of one of them, and none is
+// lost.
+TEST_F(PrivateFolderTest, EightProcessesOnOneFileReadWhatOneOfThemWrote) {
+  std::ofstream(PreferencesPath(), std::ios::binary) << std::string(kPreferencesFileBytes, 'a');
+  const auto runOften = [](char letter) {
+    for (int i = 0; i < 40; ++i) {
+      if (ReadPreferences() != kSuccess) return false;
+      const std::string settings(reinterpret_cast<const char*>(&imageInfo.settings), kSettingsBytes);
+      if (settings != std::string(kSettingsBytes, settings[0])) return false;
+      for (char* const text : textRecords) {
+        if (text != std::string(kTextRecordBytes - 1, settings[0])) return false;
+        std::memset(text, letter, kTextRecordBytes - 1);
+      }
+      std::memset(&imageInfo.settings, letter, kSettingsBytes);
+      if (WritePreferences() != kSuccess) return false;
+    }
+    return true;
+  };
+  std::vector<pid_t> processes;
+  for (int i = 0; i < 8; ++i) {
+    processes.push_back(fork());
+    if (processes.back() == 0) _exit(runOften(static_cast<char>('b' + i)) ? 0 : 1);
+  }
+  for (const pid_t process : processes) {
+    int status = -1;
+    EXPECT_EQ(process, waitpid(process, &status, 0));
+    EXPECT_EQ(0, status);
+  }
+  EXPECT_EQ(static_cast<uintmax_t>(kPreferencesFileBytes), fs::file_size(PreferencesPath()));
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(folder.path()), {})) << "a temporary file was left";
 }
 
 }  // namespace

@@ -1,15 +1,9 @@
 #include "glue/parameters/settings_record.h"
 
-#ifndef _WIN32
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -147,41 +141,6 @@ TEST_F(SettingsTest, ReadersSeeOneWritersFileOrTheOthersNeverAMixture) {
   EXPECT_EQ(0, failures);
   EXPECT_GT(reads, 0);
 }
-
-#ifndef _WIN32
-// What a run does to them, over and over, in eight processes: each reads the file of one of them, and none is
-// lost.
-TEST_F(SettingsTest, EightProcessesOnOneFileReadWhatOneOfThemWrote) {
-  WriteFile(std::string(kPreferencesFileBytes, 'a'));
-  const auto runOften = [](char letter) {
-    for (int i = 0; i < 40; ++i) {
-      if (ReadPreferences() != kSuccess) return false;
-      const char first = SettingsBytes()[0];
-      if (SettingsBytes() != std::string(kSettingsBytes, first)) return false;
-      for (char* const text : textRecords) {
-        if (text != std::string(kTextRecordBytes - 1, first)) return false;
-        std::memset(text, letter, kTextRecordBytes - 1);
-      }
-      std::memset(&imageInfo.settings, letter, kSettingsBytes);
-      if (WritePreferences() != kSuccess) return false;
-    }
-    return true;
-  };
-  std::vector<pid_t> processes;
-  for (int i = 0; i < 8; ++i) {
-    processes.push_back(fork());
-    if (processes.back() == 0) _exit(runOften(static_cast<char>('b' + i)) ? 0 : 1);
-  }
-  for (const pid_t process : processes) {
-    int status = -1;
-    EXPECT_EQ(process, waitpid(process, &status, 0));
-    EXPECT_EQ(0, status);
-  }
-  EXPECT_EQ(static_cast<size_t>(kPreferencesFileBytes), ReadFile().size());
-  EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(folder.path()), {}))
-      << "a temporary file was left";
-}
-#endif
 
 }  // namespace
 }  // namespace tessaline
