@@ -50,8 +50,8 @@ Json SizeOf(const std::string& file) {
   return !file.empty() && stat(file.c_str(), &status) == 0 ? Json(status.st_size) : Json(nullptr);
 }
 
-Json Entry(const std::string& input, const std::string& output, const char* result, ExitStatus status,
-           const std::string& message) {
+Json LogEntry(const std::string& input, const std::string& output, const char* result, ExitStatus status,
+              const std::string& message) {
   Json entry = DescribeNames(input, output.empty() ? std::nullopt : std::optional(output));
   entry["result"] = result;
   entry["status"] = static_cast<int>(status);
@@ -77,7 +77,7 @@ Refusal CannotAppend(const std::string& path, const std::string& why) {
 Json LogEntryOfDone(const std::string& input, const std::string& output, bool isDry, const std::string& found,
                     const std::string& message, const Json& report) {
   const char* const result = found.empty() ? kNothingFound : isDry ? kFoundOnly : kCleaned;
-  Json entry = Entry(input, isDry ? "" : output, result, ExitStatus::kDone, message);
+  Json entry = LogEntry(input, isDry ? "" : output, result, ExitStatus::kDone, message);
   entry["found"] = found.empty() ? Json(nullptr) : Json(found);
   entry["seconds"] = std::round(report["seconds"]["total"].get<double>() * 1000) / 1000;
   entry["width"] = report["width"];
@@ -89,13 +89,13 @@ Json LogEntryOfDone(const std::string& input, const std::string& output, bool is
 }
 
 Json LogEntryOfSkipped(const std::string& input, const std::string& output, const std::string& message) {
-  Json entry = Entry(input, output, kSkipped, ExitStatus::kDone, message);
+  Json entry = LogEntry(input, output, kSkipped, ExitStatus::kDone, message);
   entry["outputBytes"] = SizeOf(output);
   return entry;
 }
 
 Json LogEntryOfFailed(const std::string& input, const std::string& output, const Refusal& refusal) {
-  return Entry(input, output, kFailed, refusal.status(), refusal.what());
+  return LogEntry(input, output, kFailed, refusal.status(), refusal.what());
 }
 
 BatchLog::BatchLog(const std::string& path, const std::vector<FileIdentity>& inputs) : path_(path) {

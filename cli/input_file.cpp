@@ -13,7 +13,7 @@
 namespace tessaline::cli {
 namespace {
 
-constexpr size_t kBlock = size_t{1} << 20;
+constexpr size_t kReadBlock = size_t{1} << 20;
 
 Refusal CannotRead(const std::string& name, const std::string& what) {
   return Refusal(ExitStatus::kUnreadable, name, what);
@@ -77,7 +77,7 @@ void InputFile::KeepStandardInput() {
         name_, "cannot be kept in " + folder + ": " + strerror(errno) + "; TMPDIR names another folder");
   };
   if (descriptor_ < 0) refuseFolder();
-  std::vector<char> block(kBlock);
+  std::vector<char> block(kReadBlock);
   for (;;) {
     const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
     if (count == 0) return;
@@ -98,7 +98,7 @@ void InputFile::DemandUnchanged() const {
 
 void InputFile::CopyTo(OutputFile* output) const {
   DemandUnchanged();
-  std::vector<char> block(kBlock);
+  std::vector<char> block(kReadBlock);
   for (off_t at = 0;;) {
     const ssize_t count = pread(descriptor_, block.data(), block.size(), at);
     if (count < 0) throw CannotRead(name_, std::string("cannot be read: ") + strerror(errno));

@@ -7,17 +7,18 @@ namespace tessaline::cli {
 namespace {
 
 using namespace std::string_view_literals;
-constexpr std::string_view kMark = "Photoshop 3.0\0"sv;
+constexpr std::string_view kSignature = "Photoshop 3.0\0"sv;
 constexpr std::string_view kResource = "8BIM"sv;
 constexpr int kIptcResource = 0x0404;
 
 }  // namespace
 
 std::vector<uint8_t> BareIptcRecords(const uint8_t* bytes, size_t size) {
-  if (size < kMark.size() || memcmp(bytes, kMark.data(), kMark.size()) != 0) return {bytes, bytes + size};
+  if (size < kSignature.size() || memcmp(bytes, kSignature.data(), kSignature.size()) != 0)
+    return {bytes, bytes + size};
   // Each resource: "8BIM", number, name (length byte and text, padded to even), length, data (padded to
   // even).
-  size_t at = kMark.size();
+  size_t at = kSignature.size();
   while (at + 8 <= size && memcmp(bytes + at, kResource.data(), kResource.size()) == 0) {
     const int number = bytes[at + 4] << 8 | bytes[at + 5];
     const size_t nameBytes = (size_t{bytes[at + 6]} + 2) / 2 * 2;
@@ -37,11 +38,11 @@ std::vector<uint8_t> BareIptcRecords(const uint8_t* bytes, size_t size) {
 std::vector<uint8_t> IptcSegmentData(const std::vector<uint8_t>& records) {
   const size_t length = records.size();
   std::vector<uint8_t> data;
-  data.reserve(kMark.size() + 12 + length + length % 2);
+  data.reserve(kSignature.size() + 12 + length + length % 2);
   const auto append = [&data](std::string_view text) {
     for (char c : text) data.push_back(static_cast<uint8_t>(c));
   };
-  append(kMark);
+  append(kSignature);
   append(kResource);
   data.push_back(kIptcResource >> 8);
   data.push_back(kIptcResource & 0xFF);

@@ -34,7 +34,7 @@ mode_t ModeOfNewFiles() {
   return 0666 & ~mask;
 }
 
-constexpr char kMark[] = ".tessaline-";
+constexpr char kPartMark[] = ".tessaline-";
 constexpr size_t kRandom = 6;  // letters that mkostemp() puts in
 
 std::string HostName() {
@@ -65,7 +65,7 @@ unsigned long long BeginningOf(const std::string& process) {
 // The process whose file it is stands in the name: ".page.tif.tessaline-HOST.PROCESS.BEGINNING-XXXXXX".
 std::string OwnerMark() {
   const std::string process = std::to_string(getpid());
-  return kMark + HostName() + "." + process + "." + std::to_string(BeginningOf(process)) + "-";
+  return kPartMark + HostName() + "." + process + "." + std::to_string(BeginningOf(process)) + "-";
 }
 
 // Whole bytes of a long name make room for the marks: the name is never shown.
@@ -83,9 +83,9 @@ bool IsNumber(const std::string& text) {
 // A temporary file of a process of this machine that is no more. Whether one of another machine lives cannot
 // be told from here.
 bool IsNameOfStray(const std::string& name, const std::string& host) {
-  const size_t mark = name.rfind(kMark + host + ".");
+  const size_t mark = name.rfind(kPartMark + host + ".");
   if (name[0] != '.' || mark == std::string::npos || name.size() < kRandom + 1) return false;
-  const size_t owner = mark + sizeof kMark - 1 + host.size() + 1;
+  const size_t owner = mark + sizeof kPartMark - 1 + host.size() + 1;
   const size_t dot = name.find('.', owner), dash = name.size() - kRandom - 1;
   if (dot == std::string::npos || dot > dash || name[dash] != '-') return false;
   const std::string process = name.substr(owner, dot - owner), begun = name.substr(dot + 1, dash - dot - 1);

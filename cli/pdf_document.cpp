@@ -20,7 +20,7 @@
 namespace tessaline::cli {
 namespace {
 
-Refusal Damaged(const std::string& name, const std::string& detail) {
+Refusal DamagedDocument(const std::string& name, const std::string& detail) {
   return Refusal(ExitStatus::kUnreadable, name,
                  "is damaged or cut short" + (detail.empty() ? "" : " (" + detail + ")") +
                      "; get a whole copy of the document");
@@ -107,9 +107,9 @@ void PdfDocument::Guarded(const Work& work) {
     throw Refusal(ExitStatus::kOutOfMemory, file_.name(), "not enough memory for the document");
   } catch (const QPDFExc& error) {
     if (error.getErrorCode() == qpdf_e_password || pdf_.isEncrypted()) throw Encrypted(file_.name());
-    throw Damaged(file_.name(), error.getMessageDetail());
+    throw DamagedDocument(file_.name(), error.getMessageDetail());
   } catch (const std::exception& error) {
-    throw Damaged(file_.name(), error.what());
+    throw DamagedDocument(file_.name(), error.what());
   }
 }
 
@@ -124,7 +124,7 @@ PdfDocument::PdfDocument(const InputFile& file) : file_(file) {
 }
 
 void PdfDocument::Read() {
-  if (!ReachesItsEnd(file_)) throw Damaged(file_.name(), "its end is missing");
+  if (!ReachesItsEnd(file_)) throw DamagedDocument(file_.name(), "its end is missing");
   FILE* const stream = fdopen(dup(file_.descriptor()), "rb");
   if (stream == nullptr) throw std::bad_alloc();
   pdf_.processFile(file_.name().c_str(), stream, true);
@@ -136,7 +136,7 @@ void PdfDocument::Read() {
 
 void PdfDocument::RefuseWarnings() {
   const std::vector<QPDFExc> warnings = pdf_.getWarnings();
-  if (!warnings.empty()) throw Damaged(file_.name(), warnings[0].getMessageDetail());
+  if (!warnings.empty()) throw DamagedDocument(file_.name(), warnings[0].getMessageDetail());
 }
 
 void PdfDocument::RefuseSigned() {

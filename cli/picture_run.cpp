@@ -113,18 +113,18 @@ double ShareOfWriting(const FormatTraits* written, bool isAutomatic) {
   return 0;
 }
 
-bool IsFolder(const std::string& path) {
+bool NamesFolder(const std::string& path) {
   std::error_code none;
   return std::filesystem::is_directory(path, none);
 }
 
 // A folder is called a folder before its name is searched for an extension.
 const FormatTraits* FormatWanted(const PictureRequest& request) {
-  if (IsFolder(request.input)) {
+  if (NamesFolder(request.input)) {
     throw Refusal(ExitStatus::kUnreadable, request.input, "is a folder; name the pictures in it");
   }
   if (request.output.empty()) return nullptr;
-  if (IsFolder(request.output)) {
+  if (NamesFolder(request.output)) {
     throw Refusal(ExitStatus::kCannotWrite, request.output,
                   "is a folder; give the name of a file, or --output-dir to put the picture there");
   }

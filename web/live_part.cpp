@@ -12,7 +12,7 @@ constexpr int32_t kMargin = 64;  // pixels round a piece, for its notches reach 
 constexpr int32_t kPiece = 710;  // leaves half of that in the smallest transform
 constexpr int32_t kCodes = 4096;
 constexpr int32_t kSamples = 4;  // of a pixel that is drawn
-constexpr uint8_t kOpaque = 255;
+constexpr uint8_t kSolid = 255;
 
 PictureView PartOf(const PictureView& whole, const Part& part) {
   PictureView view = whole;
@@ -95,7 +95,7 @@ class LivePart::Rows final : public FilteredRows {
       const uint8_t code = CodeOf(levels[x]);
       pixel[channel] = code;
       if (piece_.around.channels == 1) pixel[1] = pixel[2] = code;
-      pixel[3] = kOpaque;
+      pixel[3] = kSolid;
     }
   }
 

@@ -11,7 +11,7 @@
 namespace tessaline::cli {
 namespace {
 
-constexpr int kWidth = 400, kHeight = 300;
+constexpr int kFrameWidth = 400, kFrameHeight = 300;
 
 struct PixelFormat {
   const char* name;
@@ -30,7 +30,7 @@ std::string FrameOf(const Picture& picture) {
 }
 
 Picture PictureOf(const std::string& frame, const PixelFormat& format) {
-  Picture picture = {kWidth, kHeight, format.colours, format.bits, {}};
+  Picture picture = {kFrameWidth, kFrameHeight, format.colours, format.bits, {}};
   const size_t step = static_cast<size_t>(format.bits / 8);
   for (size_t i = 0; i < frame.size(); i += step) {
     uint16_t sample = static_cast<uint8_t>(frame[i]);
@@ -42,7 +42,7 @@ Picture PictureOf(const std::string& frame, const PixelFormat& format) {
 
 std::vector<std::string> Stream(const char* format, std::vector<std::string> more) {
   std::vector<std::string> arguments = {
-      "stream", "--width", std::to_string(kWidth), "--height", std::to_string(kHeight), "--pix-fmt",
+      "stream", "--width", std::to_string(kFrameWidth), "--height", std::to_string(kFrameHeight), "--pix-fmt",
       format,   "-a",      kFindingAcceptance};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return arguments;

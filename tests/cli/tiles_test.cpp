@@ -28,13 +28,13 @@ Picture PartOf(const Picture& whole, int x, int y, int width, int height) {
 
 // Drawn a row at a time, with memory that depends on the width alone.
 TEST_F(Tiles, PicturesLargerThanATransformAreCleanedWithoutBeingHeld) {
-  constexpr int kWidth = 7600, kHeight = kIsWatched ? 600 : 5000;  // memory is another then, too
-  const Picture strip = DrawScreen(3, 0, 8, kWidth, 75);           // twenty periods high: rows repeat
-  std::string file = "P6\n" + std::to_string(kWidth) + " " + std::to_string(kHeight) + "\n255\n";
+  constexpr int kLargeWidth = 7600, kLargeHeight = kIsWatched ? 600 : 5000;  // memory is another then, too
+  const Picture strip = DrawScreen(3, 0, 8, kLargeWidth, 75);  // twenty periods high: rows repeat
+  std::string file = "P6\n" + std::to_string(kLargeWidth) + " " + std::to_string(kLargeHeight) + "\n255\n";
   std::string rows;
   for (const uint16_t sample : strip.samples) rows += static_cast<char>(sample);
-  for (int y = 0; y < kHeight; y += 75)
-    file.append(rows, 0, static_cast<size_t>(std::min(75, kHeight - y) * kWidth * 3));
+  for (int y = 0; y < kLargeHeight; y += 75)
+    file.append(rows, 0, static_cast<size_t>(std::min(75, kLargeHeight - y) * kLargeWidth * 3));
   WriteWholeFile(folder / "large.ppm", file);
   const Ended ended = RunProgram(
       {"-a", "auto", folder / "large.ppm", folder / "clean.tif", "--report", folder / "report.json"});
@@ -44,9 +44,9 @@ TEST_F(Tiles, PicturesLargerThanATransformAreCleanedWithoutBeingHeld) {
     EXPECT_LT(report["pictures"][0]["peakMemoryBytes"].get<double>(), 540e6);
   }
   const Picture clean = Load(folder / "clean.tif");
-  ASSERT_EQ(kHeight, clean.height);
+  ASSERT_EQ(kLargeHeight, clean.height);
   for (const int x : {0, 3600, 7200}) {
-    for (const int y : {0, kHeight / 2 - 150, kHeight - 300}) {
+    for (const int y : {0, kLargeHeight / 2 - 150, kLargeHeight - 300}) {
       EXPECT_LT(ScreenAmplitude(PartOf(clean, x, y, 400, 300), 1), 5) << x << " " << y;
     }
   }
@@ -58,10 +58,10 @@ TEST_F(Tiles, PicturesLargerThanATransformAreCleanedWithoutBeingHeld) {
 }
 
 TEST_F(Tiles, GiveWhatTheWholeGivesAndLeaveTheRestAlone) {
-  struct Kind {
+  struct Samples {
     int colours, extras, bits;
   };
-  for (const Kind& kind : {Kind{1, 0, 16}, Kind{3, 1, 8}, Kind{3, 0, 16}}) {
+  for (const Samples& kind : {Samples{1, 0, 16}, Samples{3, 1, 8}, Samples{3, 0, 16}}) {
     if (kIsWatched && kind.extras == 0) continue;
     const std::string input = folder / "in.tif";
     Save(DrawScreen(kind.colours, kind.extras, kind.bits, 1400, 1100), input);
