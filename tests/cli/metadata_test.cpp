@@ -95,7 +95,7 @@ TEST_F(Metadata, ProfileExifXmpResolutionAndOrientationGoAlong) {
 
 TEST_F(Metadata, OrientationIsTakenUprightWhereTheFormatHasNoTagForIt) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
-    const ImagePointer image = ImageOf(DrawScreen(3, 0, 8));
+    const ImagePointer image = ImageOf(DrawScreen(3, 0, 8, 100, 80));
     vips_image_set_int(image.get(), VIPS_META_ORIENTATION, orientation);
     Save(image, folder / "in.tif");
     VipsImage* upright = nullptr;
