@@ -8,6 +8,7 @@
 
 #include "removal/portable_math.h"
 #include "removal/spectrum_grid.h"
+#include "restoration/gate_holes.h"
 #include "restoration/licensed_peaks.h"
 #include "restoration/row_kernels.h"
 
@@ -42,16 +43,58 @@ constexpr float kUsualMargin = 1.5f;
 // edge it holds all of it, 4 pixels beyond a half, 7 a quarter.
 constexpr double kNearSigma = 4.0;  // pixels
 constexpr float kLeastNear = 0.3f, kEnoughNear = 0.5f;
-constexpr int32_t kBesideCarrier = 18;    // cells, square to the carrier's direction
+constexpr int32_t kBesideCarrier = 18;    // cells
 constexpr double kStrongShare = 0.98;     // of the places lie below the strong ones
 constexpr double kLeastLeadOnAxis = 0.7;  // natural log of magnitudes: twice as strong
 constexpr double kCoarsest = 0.6;         // of the strongest carrier's distance from the zero frequency
 
-// From a carrier to a place beside it, where the picture itself is as strong as under it.
-Carrier StepBeside(const Carrier& carrier) {
+// What other peaks, and their mirror images, have at a place `step` beside a carrier and opposite it, as the
+// demodulation sees them: shares of the carrier's power.
+double PowerOfOthers(const Carrier& carrier, double magnitude, const Carrier& step, double sigma,
+                     const std::vector<SpectrumPeak>& used) {
+  const double width = 2.0 * std::numbers::pi * sigma / kSpectrumCells;
+  const auto wrapped = [](int32_t cells) {
+    return ((cells + kSpectrumCentre) & (kSpectrumCells - 1)) - kSpectrumCentre;
+  };
+  double power = 0.0;
+  for (const SpectrumPeak& peak : used) {
+    if (peak.dx == carrier.dx && peak.dy == carrier.dy) continue;
+    for (const int32_t mirror : {1, -1}) {
+      for (const int32_t side : {1, -1}) {
+        const double dx = wrapped(mirror * peak.dx - carrier.dx - side * step.dx),
+                     dy = wrapped(mirror * peak.dy - carrier.dy - side * step.dy);
+        power += PortableExp(2.0 * (MagnitudeOf(peak) - magnitude) - width * width * (dx * dx + dy * dy));
+      }
+    }
+  }
+  return power;
+}
+
+// From a carrier to a place beside it, where the picture itself is as strong as under it: square to the
+// carrier's direction, unless another peak of the pattern lies there, as the next ink's does in coarse
+// prints.
+Carrier StepBeside(const SpectrumPeak& carrier, double sigma, const std::vector<SpectrumPeak>& used) {
+  constexpr double kMostOfOthers = 0.02;
+  constexpr double kDistances[] = {1.0, 1.4, 0.8};
+  constexpr double kTurns[] = {0.0, 45.0, -45.0, 90.0, 22.5, -22.5, 67.5, -67.5};
   const double length = std::hypot(carrier.dx, carrier.dy);
-  return {static_cast<int32_t>(std::lround(-kBesideCarrier * carrier.dy / length)),
-          static_cast<int32_t>(std::lround(kBesideCarrier * carrier.dx / length))};
+  const Carrier place{carrier.dx, carrier.dy};
+  Carrier best{0, 0};
+  double least = 0.0;
+  for (const double distance : kDistances) {
+    for (const double turn : kTurns) {
+      const double cosine = std::cos(turn * std::numbers::pi / 180),
+                   sine = std::sin(turn * std::numbers::pi / 180);
+      const double cells = distance * kBesideCarrier / length;
+      const Carrier step{
+          static_cast<int32_t>(std::lround(cells * (-cosine * carrier.dy - sine * carrier.dx))),
+          static_cast<int32_t>(std::lround(cells * (cosine * carrier.dx - sine * carrier.dy)))};
+      const double others = PowerOfOthers(place, MagnitudeOf(carrier), step, sigma, used);
+      if (others < kMostOfOthers) return step;
+      if ((best.dx == 0 && best.dy == 0) || others < least) best = step, least = others;
+    }
+  }
+  return best;
 }
 
 // How much farther from the carrier than wanted the Gaussian of the places beside it stands.
@@ -128,10 +171,13 @@ GatePlan PlanGate(const Findings& findings) {
   }
   // What is much coarser than the strongest is a rosette of several inks; there text is as strong.
   const auto distance = [](const SpectrumPeak& peak) { return std::hypot(peak.dx, peak.dy); };
+  std::vector<SpectrumPeak> used = findings.peaks;
+  std::erase_if(used, [](const SpectrumPeak& peak) { return peak.verdict != PeakVerdict::kUsed; });
   for (const SpectrumPeak& peak : licensed) {
     if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
     if (distance(peak) < kCoarsest * distance(licensed.front())) continue;
     plan.carriers.push_back({peak.dx, peak.dy});
+    if (RuleOf(plan).knowsUsual) plan.beside.push_back(StepBeside(peak, RuleOf(plan).sigma, used));
   }
   return plan;
 }
@@ -245,9 +291,7 @@ bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t thr
   }
   kernels_ = {GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_),
               GaussianOfRest(kNearSigma, demodulation_.windowVariance(), reduction_)};
-  for (const Carrier& carrier : plan.carriers) {
-    if (rule.knowsUsual) beside_.emplace_back(StepBeside(carrier), demodulation_, rule, reduction_);
-  }
+  for (const Carrier& step : plan.beside) beside_.emplace_back(step, demodulation_, rule, reduction_);
   threadFloats_ = std::max(Scratch::kRows * Scratch::RowFloats(demodulation_.columns()),
                            2 * static_cast<size_t>(open_.width) * kReduction);
   memory_ = AllocateBlock<float>(threadFloats_ * static_cast<size_t>(threads));
@@ -416,6 +460,7 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   if (MeasureAmplitude(picture, parallel, progress)) return true;
   OpenWherePattern(parallel);
   if (near_.width > 0) CutAtEdges(parallel);
+  OpenHoles(plan_.strong > 0.0f, &open_, &softened_);
   near_ = {};
   wide_ = {};
   demodulation_ = {};

@@ -26,6 +26,7 @@ namespace tessaline {
 // What the gate is measured by.
 struct GatePlan {
   std::vector<Carrier> carriers;  // at most kMostCarriers; none: nothing to measure by, it is open everywhere
+  std::vector<Carrier> beside;    // by carrier, the way from it to where the picture alone is as strong
   PeakScale scale = PeakScale::kFine;
   float strong = 0.0f;       // amplitude of the strong places, 0..32768; 0: as the picture measured has them
   bool isCutAtEdges = true;  // false: by the wide demodulation alone

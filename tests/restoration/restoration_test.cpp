@@ -13,6 +13,7 @@
 #include "removal/spectrum_gathering.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
+#include "restoration/gate_holes.h"
 #include "restoration/row_kernels.h"
 #include "tests/support/picture_files.h"
 
@@ -200,6 +201,28 @@ std::vector<float> ResultsOf(const RowKernels& kernels) {
     kernels.change[reach](kCount, values, squares, in(6), sums + 6 * kStride);
   }
   return results;
+}
+
+TEST(GateHoles, AreOpenedWhereTheyAreSmallAndInTheMidstOfThePattern) {
+  for (const bool isPart : {false, true}) {
+    Plane open, marks;
+    ASSERT_TRUE(open.Create(60, 40) && marks.Create(60, 40));
+    std::fill_n(open.Row(0), 60 * 40, 1.0f);
+    const auto close = [&](int32_t left, int32_t top, int32_t columns, int32_t rows) {
+      for (int32_t y = top; y < top + rows; ++y) std::fill_n(open.Row(y) + left, columns, 0.25f);
+    };
+    close(20, 5, 12, 12), close(20, 20, 1, 13), close(30, 22, 4, 4), close(34, 26, 9, 1), close(0, 0, 3, 3);
+    OpenHoles(isPart, &open, &marks);
+    EXPECT_EQ(1.0f, open.Row(5)[20]);                  // 48 pixels both ways
+    EXPECT_EQ(0.25f, open.Row(20)[20]);                // 52 down: a word
+    EXPECT_EQ(1.0f, open.Row(25)[33]);                 // touches the next by a corner only
+    EXPECT_EQ(1.0f, open.Row(26)[42]);                 // thus this one is a hole too
+    EXPECT_EQ(isPart ? 0.25f : 1.0f, open.Row(2)[2]);  // may go on beyond the part
+    Plane small;
+    ASSERT_TRUE(small.Create(8, 8));  // all of it closed, as where nothing is found
+    OpenHoles(isPart, &small, &marks);
+    EXPECT_EQ(0.0f, small.Row(4)[4]);
+  }
 }
 
 TEST(RowKernels, GiveTheSameBitsInEverySet) {
