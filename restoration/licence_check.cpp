@@ -4,6 +4,7 @@
 #include <cmath>
 #include <new>
 #include <numbers>
+#include <numeric>
 #include <vector>
 
 #include "image/pixel_kind.h"
@@ -180,6 +181,81 @@ bool IsOfRowsAndColumns(const Findings& findings, const SpectrumPeak& strongest)
          (isSum(1, 1) || isSum(1, -1) || isSum(2, 1) || isSum(2, -1));
 }
 
+// The greatest common divisor of all, 0 where all are.
+int32_t CommonDivisor(const std::vector<int32_t>& numbers) {
+  int32_t common = 0;
+  for (const int32_t number : numbers) common = std::gcd(common, number);
+  return common;
+}
+
+// Whether at least `fewest` of the numbers are multiples of one that lies within `least` and `most`, and not
+// all of those of a multiple of it: then it would be that one.
+bool AreMultiples(const std::vector<double>& numbers, double least, double most, size_t fewest) {
+  constexpr double kTolerance = 1.0, kStep = 0.01;  // cells; what the farthest tooth of a comb is missed by
+  if (numbers.size() < fewest) return false;
+  std::vector<int32_t> multiples;
+  for (double base = least; base <= most; base += kStep * base) {
+    // The guess grows from the nearer teeth to the farther ones.
+    double fitted = base;
+    for (int32_t round = 0; round < 3; ++round) {
+      double weighted = 0.0, squares = 0.0;
+      for (const double number : numbers) {
+        const double multiple = std::round(number / fitted);
+        if (std::abs(number - multiple * fitted) > 2.0 * kTolerance) continue;
+        weighted += multiple * number, squares += multiple * multiple;
+      }
+      if (squares > 0.0) fitted = weighted / squares;
+    }
+    if (fitted < least || fitted > most) continue;
+    multiples.clear();
+    for (const double number : numbers) {
+      const double multiple = std::round(number / fitted);
+      if (std::abs(number - multiple * fitted) <= kTolerance)
+        multiples.push_back(static_cast<int32_t>(multiple));
+    }
+    if (multiples.size() >= fewest && CommonDivisor(multiples) == 1) return true;
+  }
+  return false;
+}
+
+// Writing stands in rows, and sheets of it in columns too, farther apart than what a screen repeats in. All
+// of its peaks, of which more are strong than of any screen, lie on rows of the spectrum with the spacing of
+// that repeat; or there are fewer, of lines of text alone, on one line through the zero frequency.
+bool IsWriting(const Findings& findings) {
+  constexpr double kStrong = 1.0;                              // natural log below the highest
+  constexpr double kLeastSpacing = 10.0, kMostSpacing = 40.0;  // cells: from 51 to 12.8 pixels
+  constexpr size_t kFewestOfSheet = 24, kFewestOfLines = 5;
+  constexpr double kShareOfSheet = 0.9, kShareOfLines = 0.8, kMostBeside = 3.0;
+  constexpr double kMostTurn = 4.0, kTurnStep = 0.25;  // degrees, of a page laid crooked
+  double highest = 0.0;
+  for (const SpectrumPeak& peak : findings.peaks) highest = std::max(highest, peak.height);
+  std::vector<const SpectrumPeak*> strong;
+  for (const SpectrumPeak& peak : findings.peaks) {
+    if (peak.height >= highest - kStrong && peak.verdict != PeakVerdict::kBlocks) strong.push_back(&peak);
+  }
+  if (strong.size() < kFewestOfLines) return false;
+  const bool isSheet = strong.size() >= kFewestOfSheet;
+  const double share = isSheet ? kShareOfSheet : kShareOfLines;
+  const size_t fewest =
+      std::max(kFewestOfLines, static_cast<size_t>(std::ceil(share * static_cast<double>(strong.size()))));
+  for (double turn = -kMostTurn; turn <= kMostTurn; turn += kTurnStep) {
+    const double cosine = std::cos(turn * std::numbers::pi / 180),
+                 sine = std::sin(turn * std::numbers::pi / 180);
+    std::vector<double> down, across;
+    for (const SpectrumPeak* const peak : strong) {
+      const double x = std::abs(cosine * peak->dx + sine * peak->dy),
+                   y = std::abs(cosine * peak->dy - sine * peak->dx);
+      if (isSheet || x <= kMostBeside) down.push_back(y);
+      if (isSheet || y <= kMostBeside) across.push_back(x);
+    }
+    if (AreMultiples(down, kLeastSpacing, kMostSpacing, fewest) ||
+        AreMultiples(across, kLeastSpacing, kMostSpacing, fewest)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
   for (SpectrumPeak& peak : findings->peaks) {
     if (peak.isLicensed) {
@@ -198,8 +274,8 @@ void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
 int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* findings, KeptMeasures* kept) {
   try {
     const std::vector<SpectrumPeak> strongest = StrongestLicensed(*findings);
-    if (!strongest.empty() &&
-        (IsSheet(*findings, strongest[0]) || IsOfRowsAndColumns(*findings, strongest[0]))) {
+    if (!strongest.empty() && (IsSheet(*findings, strongest[0]) ||
+                               IsOfRowsAndColumns(*findings, strongest[0]) || IsWriting(*findings))) {
       TakeLicencesBack(PeakVerdict::kNotIsolated, findings);
       return kSuccess;
     }
