@@ -225,6 +225,9 @@ void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const Spectru
   constexpr int32_t kReachNearCross = 3;
   constexpr double kCrossRadius = 80.0;  // cells
   const bool isNearCross = IsOnAxis(peak.dx, peak.dy) && std::hypot(peak.dx, peak.dy) < kCrossRadius;
+  // That cross may run through the surroundings of a peak that has nothing to do with it.
+  constexpr int32_t kCrossWidth = 4;  // cells to both sides
+  const bool isOffCross = std::min(std::abs(peak.dx), std::abs(peak.dy)) > 2 * kCrossWidth;
   const int32_t reach = (isNearCross ? kReachNearCross : rule.reach) * rule.sigma;
   const double least = std::max(rule.weak, 0.4 * peak.height);
   for (int32_t v = -reach; v <= reach; ++v) {
@@ -235,6 +238,7 @@ void SeedPeak(const SmoothedSpectrum& fine, const SmearRule& rule, const Spectru
                     row = (peak.dy + v + kSpectrumCentre) & kWrap;
       const int32_t dx = column - kSpectrumCentre, dy = row - kSpectrumCentre;
       if (static_cast<float>(dx * dx + dy * dy) < discRadius * discRadius) continue;
+      if (isOffCross && std::min(std::abs(dx), std::abs(dy)) <= kCrossWidth) continue;
       seeds.Row(row)[column] = 255;
       seeds.Row(-row & kWrap)[-column & kWrap] = 255;
     }
