@@ -97,7 +97,8 @@ Picture WithHum(const Picture& original) {
 }
 
 // clang-format off
-constexpr PrintCase kPrints[] = {
+const std::vector<PrintCase>& Prints() {
+  static const std::vector<PrintCase> prints = {
     {"one ink", "65 lpi at 300 dpi", 0, Scene, {.linesPerInch = 65}},
     {"one ink", "85 lpi at 300 dpi", 0, Scene, {.linesPerInch = 85}},
     {"one ink", "100 lpi at 300 dpi", 0, StillLife, {.linesPerInch = 100}},
@@ -114,6 +115,9 @@ constexpr PrintCase kPrints[] = {
     {"four inks", "150 lpi at 600 dpi", 0, StillLife, {.inks = 4, .linesPerInch = 150, .dotsPerInch = 600, .softness = 1}},
     {"four inks", "175 lpi at 600 dpi", 0, Scene, {.inks = 4, .linesPerInch = 175, .dotsPerInch = 600, .softness = 1}},
     {"four inks", "85 lpi without noise", 0, OtherStillLife, {.inks = 4, .linesPerInch = 85, .noise = 0, .fibre = 0}},
+    {"coarse", "four inks 54 lpi at 400 dpi", 28.4, StillLife, {.inks = 4, .linesPerInch = 54, .dotsPerInch = 400}},
+    {"coarse", "four inks 42 lpi at 300 dpi", 0, Scene, {.inks = 4, .linesPerInch = 42}},
+    {"coarse", "one ink 42 lpi at 300 dpi, 20 deg", 0, OtherStillLife, {.linesPerInch = 42, .turn = 20}},
     {"JPEG", "one ink 85 lpi, quality 75", 0, Scene, {.linesPerInch = 85}, 75},
     {"JPEG", "one ink 120 lpi, quality 85", 38.1, StillLife, {.linesPerInch = 120}, 85},
     {"JPEG", "four inks 85 lpi, quality 75", 0, OtherStillLife, {.inks = 4, .linesPerInch = 85}, 75},
@@ -150,18 +154,20 @@ constexpr PrintCase kPrints[] = {
     {"lines", "65 lpi, 11 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -34, .lines = true}},
     {"lines", "65 lpi, 3 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -42, .lines = true}},
     {"lines", "80 lpi, upright", 34.3, Scene, {.linesPerInch = 80, .turn = -45, .lines = true}},
-    {"noise", "waves of a cable", 36.1, Scene, {}, 0, 0, WithLineNoise},
-    {"noise", "hum in a video", 41.1, StillLife, {}, 0, 0, WithHum},
+    {"noise", "waves of a cable", 36.9, Scene, {}, 0, 0, WithLineNoise},
+    {"noise", "hum in a video", 41.3, StillLife, {}, 0, 0, WithHum},
     {"noise", "amplifiers by columns", 0, OtherStillLife, {}, 0, 0, WithAmplifiers},
     {"noise", "rows and columns", 0, Scene, {}, 0, 0, WithRowNoise},
     {"weave", "linen over the scene", 0, Scene, {}, 0, 0, WithWeave},
     {"weave", "linen over balls and boxes", 40.4, StillLife, {}, 0, 0, WithWeave},
     {"weave", "linen over hair", 0, Hair, {}, 0, 0, WithWeave},
-};
-
+  };
+  return prints;
+}
 
 // What stays as it is.
-constexpr CleanCase kClean[] = {
+const std::vector<CleanCase>& Cleans() {
+  static const std::vector<CleanCase> cleans = {
     {"texture", "clouds", false, [] { return DrawTexture(kWidth, kHeight, {0.01, 0.01, 6}); }},
     {"texture", "sand", true, [] { return DrawTexture(kWidth, kHeight, {0.7, 0.7, 2, 0, 0, 0.7}); }},
     {"texture", "gravel", false, [] { return DrawTexture(kWidth, kHeight, {0.12, 0.12, 4, 0.5, 90, 1.2}); }},
@@ -203,6 +209,10 @@ constexpr CleanCase kClean[] = {
     {"text", "lines of 32 px", false, [] { return DrawWriting(kWidth, kHeight, {32}); }},
     {"text", "lines of 40 px, turned 90 deg", false, [] { return DrawWriting(kHeight, kHeight, {40, false, 90}); }},
     {"text", "lines of 13.3 px without noise", true, [] { return DrawWriting(kWidth, kHeight, {13.3, false, 0, 0}); }},
+    {"text", "lines of 23.5 px, 850 x 700", false, [] { return DrawWriting(850, 700, {23.5}); }},
+    {"text", "lines of 41.3 px, turned 3.3 deg, JPEG 65", true, [] { return ThroughJpeg(DrawWriting(612, 700, {41.3, false, 3.3}), 65); }},
+    {"digits", "lines of 33.7 px, 860 x 700, JPEG 64", true, [] { return ThroughJpeg(DrawWriting(860, 700, {33.7, true}), 64); }},
+    {"digits", "lines of 30.5 px, 810 x 700, JPEG 33", false, [] { return ThroughJpeg(DrawWriting(810, 700, {30.5, true}), 33); }},
     {"digits", "lines of 14 px", false, [] { return DrawWriting(kWidth, kHeight, {14, true}); }},
     {"digits", "lines of 18 px", true, [] { return DrawWriting(kWidth, kHeight, {18, true}); }},
     {"digits", "lines of 22 px, turned 2 deg", true, [] { return DrawWriting(kWidth, kHeight, {22, true, 2}); }},
@@ -232,20 +242,22 @@ constexpr CleanCase kClean[] = {
     {"slope", "with noise", false, [] { return DrawGradient(kWidth, kHeight, 0.01); }},
     {"spokes", "60", false, [] { return DrawSpokes(kWidth, kHeight, 60, 0); }},
     {"spokes", "90 with rings of 7 px", false, [] { return DrawSpokes(kWidth, kHeight, 90, 7); }},
-};
+  };
+  return cleans;
+}
 // clang-format on
 
 }  // namespace
 
 std::span<const PrintCase> PrintCases() {
-  return kPrints;
+  return Prints();
 }
 std::span<const CleanCase> CleanCases() {
-  return kClean;
+  return Cleans();
 }
 
 Printed Draw(const PrintCase& print) {
-  const Picture& subject = print.subject();
+  const Picture subject = print.subject();
   Printed printed{subject, subject};
   if (print.pattern != nullptr) {
     printed.picture = print.pattern(subject);

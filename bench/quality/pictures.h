@@ -1,17 +1,19 @@
 // The pictures that quality is judged by: prints with known originals, and pictures without a pattern.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <span>
+#include <string>
 
 #include "samples/screens.h"
 
 namespace tessaline::quality {
 
 struct PrintCase {
-  const char* family;
-  const char* name;
+  std::string family, name;
   double floor;  // dB that the automatic run reaches at least; 0: not among the few that tests judge
-  const samples::Picture& (*subject)();
+  std::function<samples::Picture()> subject;
   samples::Press press = {};
   int jpeg = 0;        // quality
   double spacing = 0;  // the picture stands on a page of text with such lines, in the press' frame
@@ -22,11 +24,14 @@ std::span<const PrintCase> PrintCases();
 samples::Printed Draw(const PrintCase& print);
 
 struct CleanCase {
-  const char* family;
-  const char* name;
+  std::string family, name;
   bool isSmall;  // among the few that tests judge: it stays sample for sample
-  samples::Picture (*draw)();
+  std::function<samples::Picture()> draw;
 };
 std::span<const CleanCase> CleanCases();
+
+// Some of each that nobody chose: everything about them is drawn from the seed.
+PrintCase RandomPrint(uint64_t seed);
+CleanCase RandomClean(uint64_t seed);
 
 }  // namespace tessaline::quality

@@ -5,6 +5,10 @@
 //   build/native/bench/quality_bench                  tables in Markdown
 //   build/native/bench/quality_bench --small          some pictures; status 1 where one falls below its floor
 //   build/native/bench/quality_bench --save FOLDER    also writes the pictures, to be looked at
+//   build/native/bench/quality_bench --random 200 [--seed 1]  prints and others that nobody chose, each from
+//   a
+//                                                     seed of its own: what no rule was made for; without
+//                                                     runs by number and notches alone
 //
 // "Best blur" is the Gaussian that comes nearest to the original, which only who has the original can pick.
 #include <CLI/CLI.hpp>
@@ -102,7 +106,7 @@ Cleaned Clean(const Picture& before, bool is16, Way way, Workspace& workspace) {
 struct Row {
   std::string family, name;
   bool isPrint = false;
-  bool isChanged[kWays] = {};
+  bool isTried[kWays] = {}, isChanged[kWays] = {};
   Nearness nearness[kWays] = {};
   double blurSigma = 0;
   // Of pages.
@@ -114,6 +118,7 @@ struct Row {
 
 struct Options {
   bool isSmall = false;
+  uint64_t random = 0, seed = 1;
   std::string only, folder;
 };
 
@@ -142,7 +147,8 @@ Row JudgePrint(const PrintCase& print, const Options& options, Workspace& worksp
   Save(options, row, "before", before);
   Save(options, row, "original", printed.original);
   for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
-    if (options.isSmall && way != kAutomatic) continue;
+    if ((options.isSmall || options.random > 0) && way != kAutomatic) continue;
+    row.isTried[way] = true;
     const Cleaned cleaned = Clean(before, print.is16, way, workspace);
     row.isChanged[way] = cleaned.isChanged;
     judge(way, cleaned.picture);
@@ -160,7 +166,8 @@ Row JudgeClean(const CleanCase& clean, const Options& options, Workspace& worksp
   const Picture before = Levels(clean.draw(), false).picture();
   Save(options, row, "before", before);
   for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
-    if (options.isSmall && way != kAutomatic) continue;
+    if ((options.isSmall || options.random > 0) && way != kAutomatic) continue;
+    row.isTried[way] = true;
     const Cleaned cleaned = Clean(before, false, way, workspace);
     row.isChanged[way] = cleaned.isChanged;
     if (cleaned.isChanged) row.nearness[way] = NearnessOf(cleaned.picture, before);
@@ -171,25 +178,30 @@ Row JudgeClean(const CleanCase& clean, const Options& options, Workspace& worksp
 
 // The wanted pictures, judged by two threads.
 std::vector<Row> JudgeAll(const Options& options) {
-  std::vector<const PrintCase*> prints;
-  std::vector<const CleanCase*> cleans;
-  const auto isWanted = [&](const char* family, const char* name, bool isSmall) {
-    return (isSmall || !options.isSmall) &&
-           (std::string(family) + ", " + name).find(options.only) != std::string::npos;
+  std::vector<PrintCase> prints;
+  std::vector<CleanCase> cleans;
+  for (uint64_t i = 0; i < options.random; ++i) {
+    prints.push_back(RandomPrint(options.seed + i));
+    cleans.push_back(RandomClean(options.seed + i));
+  }
+  if (options.random == 0) {
+    const auto [fixedPrints, fixedCleans] = std::pair(PrintCases(), CleanCases());
+    prints.assign(fixedPrints.begin(), fixedPrints.end());
+    cleans.assign(fixedCleans.begin(), fixedCleans.end());
+  }
+  const auto isUnwanted = [&](const auto& picture, bool isSmall) {
+    return (options.isSmall && !isSmall) ||
+           (picture.family + ", " + picture.name).find(options.only) == std::string::npos;
   };
-  for (const PrintCase& print : PrintCases()) {
-    if (isWanted(print.family, print.name, print.floor > 0)) prints.push_back(&print);
-  }
-  for (const CleanCase& clean : CleanCases()) {
-    if (isWanted(clean.family, clean.name, clean.isSmall)) cleans.push_back(&clean);
-  }
+  std::erase_if(prints, [&](const PrintCase& print) { return isUnwanted(print, print.floor > 0); });
+  std::erase_if(cleans, [&](const CleanCase& clean) { return isUnwanted(clean, clean.isSmall); });
   std::vector<Row> rows(prints.size() + cleans.size());
   std::atomic<size_t> next = 0;
   const auto work = [&] {
     Workspace workspace;
     for (size_t i = next++; i < rows.size(); i = next++) {
-      rows[i] = i < prints.size() ? JudgePrint(*prints[i], options, workspace)
-                                  : JudgeClean(*cleans[i - prints.size()], options, workspace);
+      rows[i] = i < prints.size() ? JudgePrint(prints[i], options, workspace)
+                                  : JudgeClean(cleans[i - prints.size()], options, workspace);
     }
   };
   std::thread other(work);
@@ -212,8 +224,12 @@ void PrintPicture(const Row& row) {
   std::printf("| %s, %s |", row.family.c_str(), row.name.c_str());
   for (int way = 0; way < kWays; ++way) {
     const Nearness& at = row.nearness[way];
-    const bool isUntouched = way != kBefore && way != kBlur && !row.isChanged[way];
-    isUntouched ? std::printf(" untouched") : std::printf(" %.2f %.3f", at.psnr, at.ssim);
+    const bool isRun = way != kBefore && way != kBlur;
+    if (isRun && !row.isChanged[way]) {
+      std::printf(row.isTried[way] ? " untouched" : " -");
+    } else {
+      std::printf(" %.2f %.3f", at.psnr, at.ssim);
+    }
     if (way == kBlur) std::printf(" (%.1f px)", row.blurSigma);
     std::printf(" |");
   }
@@ -237,8 +253,10 @@ void PrintAverages(const std::vector<Row>& rows) {
   Sum all{"all prints"};
   for (const Row& row : rows) {
     if (!row.isPrint) continue;
-    if (sums.empty() || sums.back().family != row.family) sums.push_back({row.family});
-    for (Sum* const sum : {&sums.back(), &all}) {
+    auto own =
+        std::find_if(sums.begin(), sums.end(), [&](const Sum& sum) { return sum.family == row.family; });
+    if (own == sums.end()) own = sums.insert(own, {row.family});
+    for (Sum* const sum : {&*own, &all}) {
       for (int way = 0; way < kWays; ++way) {
         sum->psnr[way] += row.nearness[way].psnr, sum->ssim[way] += row.nearness[way].ssim;
       }
@@ -332,6 +350,9 @@ int Main(int argc, char** argv) {
   Options options;
   app.add_flag("--small", options.isSmall, "Some pictures; status 1 where one falls below its floor");
   app.add_option("--only", options.only, "Only pictures whose family and name hold this text");
+  app.add_option("--random", options.random,
+                 "So many prints and so many others, each from a seed of its own");
+  app.add_option("--seed", options.seed, "The first of them")->capture_default_str();
   app.add_option("--save", options.folder, "A folder for the pictures; made when missing");
   CLI11_PARSE(app, argc, argv);
   if (!options.folder.empty()) std::filesystem::create_directories(options.folder);
