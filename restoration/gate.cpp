@@ -460,7 +460,11 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   if (MeasureAmplitude(picture, parallel, progress)) return true;
   OpenWherePattern(parallel);
   if (near_.width > 0) CutAtEdges(parallel);
-  OpenHoles(plan_.strong > 0.0f, &open_, &softened_);
+  if (plan_.isCutAtEdges) {
+    const bool isPart = plan_.strong > 0.0f;
+    OpenHoles(isPart, &open_, &softened_);
+    CloseIslands(isPart, &open_, &softened_);
+  }
   near_ = {};
   wide_ = {};
   demodulation_ = {};

@@ -29,7 +29,7 @@ struct GatePlan {
   std::vector<Carrier> beside;    // by carrier, the way from it to where the picture alone is as strong
   PeakScale scale = PeakScale::kFine;
   float strong = 0.0f;       // amplitude of the strong places, 0..32768; 0: as the picture measured has them
-  bool isCutAtEdges = true;  // false: by the wide demodulation alone
+  bool isCutAtEdges = true;  // and small places mended; false: by the wide demodulation alone
 };
 // The licensed peaks of greatest magnitude.
 GatePlan PlanGate(const Findings& findings);

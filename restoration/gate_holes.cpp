@@ -10,27 +10,32 @@ namespace tessaline {
 namespace {
 
 constexpr int32_t kMostSide = 48 / Gate::kReduction;  // blocks
-constexpr float kOpen = 0.999f;                       // less is closed in part
+constexpr float kOpen = 0.999f,
+                kHardlyOpen = 0.1f;  // less is closed in part, or wholly but for the softened rim
+constexpr int32_t kReach = 3;        // blocks, of that rim
 
 struct Block {
   int32_t x, y;
 };
 
-// What is closed together, of which no more is kept than a hole has.
-struct Hole {
+// What hangs together, of which no more blocks are kept than a small place has.
+struct Place {
   int32_t left, top, right, bottom;  // blocks, the last two included
+  size_t size;
   std::vector<Block> blocks;
 
   bool IsSmall() const { return right - left < kMostSide && bottom - top < kMostSide; }
 };
 
-// Takes in what is closed from a block on; `marks` are left wherever it was.
-void Gather(const Plane& open, Block from, Plane* marks, std::vector<Block>* waiting, Hole* hole) {
-  *hole = {from.x, from.y, from.x, from.y, std::move(hole->blocks)};
-  hole->blocks.clear();
+// Takes in what hangs together from a block on; `marks` are left wherever it was.
+template <typename IsWithin>
+void Gather(const Plane& open, Block from, const IsWithin& isWithin, Plane* marks,
+            std::vector<Block>* waiting, Place* place) {
+  *place = {from.x, from.y, from.x, from.y, 0, std::move(place->blocks)};
+  place->blocks.clear();
   const auto take = [&](int32_t x, int32_t y) {
     if (x < 0 || y < 0 || x >= open.width || y >= open.height) return;
-    if (marks->Row(y)[x] != 0.0f || !(open.Row(y)[x] < kOpen)) return;
+    if (marks->Row(y)[x] != 0.0f || !isWithin(open.Row(y)[x])) return;
     marks->Row(y)[x] = 1.0f;
     waiting->push_back({x, y});
   };
@@ -38,9 +43,10 @@ void Gather(const Plane& open, Block from, Plane* marks, std::vector<Block>* wai
   while (!waiting->empty()) {
     const Block block = waiting->back();
     waiting->pop_back();
-    hole->left = std::min(hole->left, block.x), hole->right = std::max(hole->right, block.x);
-    hole->top = std::min(hole->top, block.y), hole->bottom = std::max(hole->bottom, block.y);
-    if (hole->IsSmall()) hole->blocks.push_back(block);
+    ++place->size;
+    place->left = std::min(place->left, block.x), place->right = std::max(place->right, block.x);
+    place->top = std::min(place->top, block.y), place->bottom = std::max(place->bottom, block.y);
+    if (place->IsSmall()) place->blocks.push_back(block);
     take(block.x - 1, block.y);
     take(block.x + 1, block.y);
     take(block.x, block.y - 1);
@@ -48,23 +54,67 @@ void Gather(const Plane& open, Block from, Plane* marks, std::vector<Block>* wai
   }
 }
 
+// visit(place) for every place of blocks that are within.
+template <typename IsWithin, typename Visit>
+void ForEachPlace(const Plane& open, const IsWithin& isWithin, Plane* marks, const Visit& visit) {
+  for (int32_t y = 0; y < marks->height; ++y) std::fill_n(marks->Row(y), marks->width, 0.0f);
+  std::vector<Block> waiting;
+  Place place;
+  for (int32_t y = 0; y < open.height; ++y) {
+    for (int32_t x = 0; x < open.width; ++x) {
+      if (marks->Row(y)[x] != 0.0f || !isWithin(open.Row(y)[x])) continue;
+      Gather(open, {x, y}, isWithin, marks, &waiting, &place);
+      visit(place);
+    }
+  }
+}
+
+bool MayGoOn(bool isPart, const Plane& open, const Place& place) {
+  return isPart && (place.left == 0 || place.top == 0 || place.right == open.width - 1 ||
+                    place.bottom == open.height - 1);
+}
+
 }  // namespace
 
 void OpenHoles(bool isPart, Plane* open, Plane* marks) {
-  for (int32_t y = 0; y < marks->height; ++y) std::fill_n(marks->Row(y), marks->width, 0.0f);
-  std::vector<Block> waiting;
-  Hole hole;
+  const size_t all = static_cast<size_t>(open->width) * static_cast<size_t>(open->height);
+  ForEachPlace(
+      *open, [](float part) { return part < kOpen; }, marks,
+      [&](const Place& place) {
+        // Else it is the gate that is closed, and what is open the exception.
+        const bool isInTheMidst = 4 * place.size < all;
+        if (!place.IsSmall() || !isInTheMidst || MayGoOn(isPart, *open, place)) return;
+        for (const Block& block : place.blocks) open->Row(block.y)[block.x] = 1.0f;
+      });
+}
+
+void CloseIslands(bool isPart, Plane* open, Plane* marks) {
+  constexpr size_t kMostOfAll = 4;  // one of so many blocks
+  constexpr float kIsland = 3.0f;   // a mark
+  size_t all = 0, ofIslands = 0;
+  const auto isOpen = [](float part) { return part > kHardlyOpen; };
+  ForEachPlace(*open, isOpen, marks, [&](const Place& place) {
+    all += place.size;
+    if (!place.IsSmall() || MayGoOn(isPart, *open, place)) return;
+    ofIslands += place.size;
+    for (const Block& block : place.blocks) marks->Row(block.y)[block.x] = kIsland;
+  });
+  // Of a part nobody knows what is open beyond it.
+  if (!isPart && kMostOfAll * ofIslands > all) return;
+  const auto isNearWide = [&](int32_t x, int32_t y) {
+    for (int32_t v = std::max(y - kReach, 0); v <= std::min(y + kReach, open->height - 1); ++v) {
+      const float* const row = marks->Row(v);
+      const auto isWide = [&](float mark) { return mark != 0.0f && mark != kIsland; };
+      if (std::any_of(row + std::max(x - kReach, 0), row + std::min(x + kReach, open->width - 1) + 1, isWide))
+        return true;
+    }
+    return false;
+  };
   for (int32_t y = 0; y < open->height; ++y) {
     for (int32_t x = 0; x < open->width; ++x) {
-      if (!(open->Row(y)[x] < kOpen) || marks->Row(y)[x] != 0.0f) continue;
-      Gather(*open, {x, y}, marks, &waiting, &hole);
-      // Else it is the gate that is closed, and what is open the exception.
-      const bool isInTheMidst =
-          4 * hole.blocks.size() < static_cast<size_t>(open->width) * static_cast<size_t>(open->height);
-      const bool isAtBorder =
-          hole.left == 0 || hole.top == 0 || hole.right == open->width - 1 || hole.bottom == open->height - 1;
-      if (!hole.IsSmall() || !isInTheMidst || (isPart && isAtBorder)) continue;
-      for (const Block& block : hole.blocks) open->Row(block.y)[block.x] = 1.0f;
+      const bool isAlone =
+          isOpen(open->Row(y)[x]) ? marks->Row(y)[x] == kIsland : open->Row(y)[x] > 0.0f && !isNearWide(x, y);
+      if (isAlone) open->Row(y)[x] = 0.0f;
     }
   }
 }
