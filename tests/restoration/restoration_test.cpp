@@ -203,7 +203,7 @@ std::vector<float> ResultsOf(const RowKernels& kernels) {
   return results;
 }
 
-TEST(GateHoles, AreOpenedWhereTheyAreSmallAndInTheMidstOfThePattern) {
+TEST(GateHoles, AreOpenedAndIslandsClosedWhereTheyAreSmall) {
   for (const bool isPart : {false, true}) {
     Plane open, marks;
     ASSERT_TRUE(open.Create(60, 40) && marks.Create(60, 40));
@@ -218,6 +218,17 @@ TEST(GateHoles, AreOpenedWhereTheyAreSmallAndInTheMidstOfThePattern) {
     EXPECT_EQ(1.0f, open.Row(25)[33]);                 // touches the next by a corner only
     EXPECT_EQ(1.0f, open.Row(26)[42]);                 // thus this one is a hole too
     EXPECT_EQ(isPart ? 0.25f : 1.0f, open.Row(2)[2]);  // may go on beyond the part
+    for (int32_t y = 0; y < 40; ++y) {
+      for (int32_t x = 0; x < 60; ++x) open.Row(y)[x] = 1.0f - open.Row(y)[x];  // words in 0.75
+    }
+    close(50, 2, 8, 20), close(58, 2, 1, 20), open.Row(30)[10] = 0.05f;
+    for (int32_t y = 2; y < 22; ++y) std::fill_n(open.Row(y) + 50, 8, 1.0f);
+    CloseIslands(isPart, &open, &marks);
+    EXPECT_EQ(0.0f, open.Row(25)[33]);
+    EXPECT_EQ(0.0f, open.Row(30)[10]);  // the softened rim of nothing
+    EXPECT_EQ(1.0f, open.Row(2)[50]);
+    EXPECT_EQ(0.25f, open.Row(21)[58]);  // that of a picture
+    EXPECT_EQ(isPart ? 0.75f : 0.0f, open.Row(2)[2]);
     Plane small;
     ASSERT_TRUE(small.Create(8, 8));  // all of it closed, as where nothing is found
     OpenHoles(isPart, &small, &marks);
