@@ -188,6 +188,18 @@ int32_t CommonDivisor(const std::vector<int32_t>& numbers) {
   return common;
 }
 
+// Not one of them most of the time, as in the ridge that a narrow strip draws out of every peak.
+bool AreSpread(std::vector<int32_t> numbers) {
+  constexpr ptrdiff_t kMostOfOne = 3;  // of all, one of so many
+  std::sort(numbers.begin(), numbers.end());
+  for (auto at = numbers.begin(); at != numbers.end();) {
+    const auto end = std::upper_bound(at, numbers.end(), *at);
+    if (kMostOfOne * (end - at) > std::ssize(numbers)) return false;
+    at = end;
+  }
+  return true;
+}
+
 // Whether at least `fewest` of the numbers are multiples of one that lies within `least` and `most`, and not
 // all of those of a multiple of it: then it would be that one.
 bool AreMultiples(const std::vector<double>& numbers, double least, double most, size_t fewest) {
@@ -213,7 +225,7 @@ bool AreMultiples(const std::vector<double>& numbers, double least, double most,
       if (std::abs(number - multiple * fitted) <= kTolerance)
         multiples.push_back(static_cast<int32_t>(multiple));
     }
-    if (multiples.size() >= fewest && CommonDivisor(multiples) == 1) return true;
+    if (multiples.size() >= fewest && CommonDivisor(multiples) == 1 && AreSpread(multiples)) return true;
   }
   return false;
 }
