@@ -19,7 +19,14 @@ int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const
   if (result != kSuccess || !findings->isAutomatic) return result;
   const bool hadLicence = HasLicence(*findings);
   result = CheckLicences(tiled, workspace.parallel(), findings, kept);
-  if (result != kSuccess || hadLicence != HasLicence(*findings)) return result;
+  if (result != kSuccess) return result;
+  if (hadLicence && !HasLicence(*findings)) {
+    // Coarse inks that a warped page has spread look like a sheet of digits in the whole; tiles tell.
+    result = AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
+    return result != kSuccess || !HasLicence(*findings)
+               ? result
+               : MeasureStrength(tiled, workspace.parallel(), findings, kept);
+  }
   result = AddSmearedPeaks(analysis, settings, findings, kept);
   if (result != kSuccess || hadLicence) return result;
   if (!HasLicence(*findings)) {
