@@ -116,6 +116,11 @@ struct Row {
   double floor = 0;
 };
 
+// Ways that were not tried have no figures.
+bool IsKnown(const Row& row, int way) {
+  return way == kBefore || way == kBlur || row.isTried[way];
+}
+
 struct Options {
   bool isSmall = false;
   uint64_t random = 0, seed = 1;
@@ -225,8 +230,10 @@ void PrintPicture(const Row& row) {
   for (int way = 0; way < kWays; ++way) {
     const Nearness& at = row.nearness[way];
     const bool isRun = way != kBefore && way != kBlur;
-    if (isRun && !row.isChanged[way]) {
-      std::printf(row.isTried[way] ? " untouched" : " -");
+    if (!IsKnown(row, way)) {
+      std::printf(" -");
+    } else if (isRun && !row.isChanged[way]) {
+      std::printf(" untouched");
     } else {
       std::printf(" %.2f %.3f", at.psnr, at.ssim);
     }
@@ -269,6 +276,10 @@ void PrintAverages(const std::vector<Row>& rows) {
   for (const Sum& sum : sums) {
     std::printf("| %s (%d) |", sum.family.c_str(), sum.count);
     for (int way = 0; way < kWays; ++way) {
+      if (sum.psnr[way] == 0.0) {
+        std::printf(" - |");
+        continue;
+      }
       std::printf(" %.2f %.3f", sum.psnr[way] / sum.count, sum.ssim[way] / sum.count);
       if (way == kBlur) std::printf(", wins %d", sum.wonByBlur);
       std::printf(" |");
@@ -297,8 +308,13 @@ void PrintPages(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
     if (!row.isPage) continue;
     std::printf("| %s |", row.name.c_str());
-    for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) std::printf(" %.4f |", row.kept[way]);
-    std::printf(" %.2f | %.2f |\n", row.rim[kNotchesAlone], row.rim[kAutomatic]);
+    for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
+      IsKnown(row, way) ? std::printf(" %.4f |", row.kept[way]) : std::printf(" - |");
+    }
+    for (const Way way : {kNotchesAlone, kAutomatic}) {
+      IsKnown(row, way) ? std::printf(" %.2f |", row.rim[way]) : std::printf(" - |");
+    }
+    std::printf("\n");
   }
 }
 
