@@ -18,24 +18,29 @@ struct Block {
   int32_t x, y;
 };
 
+// Blocks on one side of a level.
+struct Kind {
+  float level;
+  bool isAbove;
+
+  bool Has(float open) const { return isAbove ? open > level : open < level; }
+};
+
 // What hangs together, of which no more blocks are kept than a small place has.
 struct Place {
   int32_t left, top, right, bottom;  // blocks, the last two included
-  size_t size;
+  size_t size = 0;
   std::vector<Block> blocks;
 
   bool IsSmall() const { return right - left < kMostSide && bottom - top < kMostSide; }
 };
 
 // Takes in what hangs together from a block on; `marks` are left wherever it was.
-template <typename IsWithin>
-void Gather(const Plane& open, Block from, const IsWithin& isWithin, Plane* marks,
-            std::vector<Block>* waiting, Place* place) {
-  *place = {from.x, from.y, from.x, from.y, 0, std::move(place->blocks)};
-  place->blocks.clear();
+Place Gather(const Plane& open, const Kind& kind, Block from, Plane* marks, std::vector<Block>* waiting) {
+  Place place{from.x, from.y, from.x, from.y};
   const auto take = [&](int32_t x, int32_t y) {
     if (x < 0 || y < 0 || x >= open.width || y >= open.height) return;
-    if (marks->Row(y)[x] != 0.0f || !isWithin(open.Row(y)[x])) return;
+    if (marks->Row(y)[x] != 0.0f || !kind.Has(open.Row(y)[x])) return;
     marks->Row(y)[x] = 1.0f;
     waiting->push_back({x, y});
   };
@@ -43,30 +48,29 @@ void Gather(const Plane& open, Block from, const IsWithin& isWithin, Plane* mark
   while (!waiting->empty()) {
     const Block block = waiting->back();
     waiting->pop_back();
-    ++place->size;
-    place->left = std::min(place->left, block.x), place->right = std::max(place->right, block.x);
-    place->top = std::min(place->top, block.y), place->bottom = std::max(place->bottom, block.y);
-    if (place->IsSmall()) place->blocks.push_back(block);
-    take(block.x - 1, block.y);
-    take(block.x + 1, block.y);
-    take(block.x, block.y - 1);
-    take(block.x, block.y + 1);
+    ++place.size;
+    place.left = std::min(place.left, block.x), place.right = std::max(place.right, block.x);
+    place.top = std::min(place.top, block.y), place.bottom = std::max(place.bottom, block.y);
+    if (place.IsSmall()) place.blocks.push_back(block);
+    constexpr Block kAround[] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
+    for (const Block& step : kAround) take(block.x + step.x, block.y + step.y);
   }
+  if (!place.IsSmall()) place.blocks = {};
+  return place;
 }
 
-// visit(place) for every place of blocks that are within.
-template <typename IsWithin, typename Visit>
-void ForEachPlace(const Plane& open, const IsWithin& isWithin, Plane* marks, const Visit& visit) {
+// All places of a kind.
+std::vector<Place> PlacesOf(const Plane& open, const Kind& kind, Plane* marks) {
   for (int32_t y = 0; y < marks->height; ++y) std::fill_n(marks->Row(y), marks->width, 0.0f);
   std::vector<Block> waiting;
-  Place place;
+  std::vector<Place> places;
   for (int32_t y = 0; y < open.height; ++y) {
     for (int32_t x = 0; x < open.width; ++x) {
-      if (marks->Row(y)[x] != 0.0f || !isWithin(open.Row(y)[x])) continue;
-      Gather(open, {x, y}, isWithin, marks, &waiting, &place);
-      visit(place);
+      if (marks->Row(y)[x] != 0.0f || !kind.Has(open.Row(y)[x])) continue;
+      places.push_back(Gather(open, kind, {x, y}, marks, &waiting));
     }
   }
+  return places;
 }
 
 bool MayGoOn(bool isPart, const Plane& open, const Place& place) {
@@ -78,27 +82,25 @@ bool MayGoOn(bool isPart, const Plane& open, const Place& place) {
 
 void OpenHoles(bool isPart, Plane* open, Plane* marks) {
   const size_t all = static_cast<size_t>(open->width) * static_cast<size_t>(open->height);
-  ForEachPlace(
-      *open, [](float part) { return part < kOpen; }, marks,
-      [&](const Place& place) {
-        // Else it is the gate that is closed, and what is open the exception.
-        const bool isInTheMidst = 4 * place.size < all;
-        if (!place.IsSmall() || !isInTheMidst || MayGoOn(isPart, *open, place)) return;
-        for (const Block& block : place.blocks) open->Row(block.y)[block.x] = 1.0f;
-      });
+  for (const Place& place : PlacesOf(*open, {kOpen, false}, marks)) {
+    // Else it is the gate that is closed, and what is open the exception.
+    const bool isInTheMidst = 4 * place.size < all;
+    if (!place.IsSmall() || !isInTheMidst || MayGoOn(isPart, *open, place)) continue;
+    for (const Block& block : place.blocks) open->Row(block.y)[block.x] = 1.0f;
+  }
 }
 
 void CloseIslands(bool isPart, Plane* open, Plane* marks) {
   constexpr size_t kMostOfAll = 4;  // one of so many blocks
   constexpr float kIsland = 3.0f;   // a mark
+  constexpr Kind kAnyhow = {kHardlyOpen, true};
   size_t all = 0, ofIslands = 0;
-  const auto isOpen = [](float part) { return part > kHardlyOpen; };
-  ForEachPlace(*open, isOpen, marks, [&](const Place& place) {
+  for (const Place& place : PlacesOf(*open, kAnyhow, marks)) {
     all += place.size;
-    if (!place.IsSmall() || MayGoOn(isPart, *open, place)) return;
+    if (!place.IsSmall() || MayGoOn(isPart, *open, place)) continue;
     ofIslands += place.size;
     for (const Block& block : place.blocks) marks->Row(block.y)[block.x] = kIsland;
-  });
+  }
   // Of a part nobody knows what is open beyond it.
   if (!isPart && kMostOfAll * ofIslands > all) return;
   const auto isNearWide = [&](int32_t x, int32_t y) {
@@ -112,8 +114,8 @@ void CloseIslands(bool isPart, Plane* open, Plane* marks) {
   };
   for (int32_t y = 0; y < open->height; ++y) {
     for (int32_t x = 0; x < open->width; ++x) {
-      const bool isAlone =
-          isOpen(open->Row(y)[x]) ? marks->Row(y)[x] == kIsland : open->Row(y)[x] > 0.0f && !isNearWide(x, y);
+      const bool isAlone = kAnyhow.Has(open->Row(y)[x]) ? marks->Row(y)[x] == kIsland
+                                                        : open->Row(y)[x] > 0.0f && !isNearWide(x, y);
       if (isAlone) open->Row(y)[x] = 0.0f;
     }
   }

@@ -189,15 +189,11 @@ int32_t CommonDivisor(const std::vector<int32_t>& numbers) {
 }
 
 // Not one of them most of the time, as in the ridge that a narrow strip draws out of every peak.
-bool AreSpread(std::vector<int32_t> numbers) {
+bool AreSpread(const std::vector<int32_t>& numbers) {
   constexpr ptrdiff_t kMostOfOne = 3;  // of all, one of so many
-  std::sort(numbers.begin(), numbers.end());
-  for (auto at = numbers.begin(); at != numbers.end();) {
-    const auto end = std::upper_bound(at, numbers.end(), *at);
-    if (kMostOfOne * (end - at) > std::ssize(numbers)) return false;
-    at = end;
-  }
-  return true;
+  return std::all_of(numbers.begin(), numbers.end(), [&](int32_t number) {
+    return kMostOfOne * std::count(numbers.begin(), numbers.end(), number) <= std::ssize(numbers);
+  });
 }
 
 // Whether at least `fewest` of the numbers are multiples of one that lies within `least` and `most`, and not
