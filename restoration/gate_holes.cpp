@@ -94,6 +94,9 @@ void CloseIslands(bool isPart, Plane* open, Plane* marks) {
   constexpr size_t kMostOfAll = 4;  // one of so many blocks
   constexpr float kIsland = 3.0f;   // a mark
   constexpr Kind kAnyhow = {kHardlyOpen, true};
+  const size_t blocks = static_cast<size_t>(open->width) * static_cast<size_t>(open->height);
+  // Most gates of whole prints: nothing is an island in them.
+  if (std::all_of(open->Row(0), open->Row(0) + blocks, [&](float part) { return kAnyhow.Has(part); })) return;
   size_t all = 0, ofIslands = 0;
   for (const Place& place : PlacesOf(*open, kAnyhow, marks)) {
     all += place.size;
