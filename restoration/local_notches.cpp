@@ -57,7 +57,11 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
   float* const strip = StripOf(row);
   std::fill_n(strip, width * kSide * static_cast<size_t>(channels_), 0.0f);
   for (int32_t x = -kHop; x < width_; x += kHop) {
-    spectrum.Load(from, x, (row - 1) * kHop);
+    const int32_t y = (row - 1) * kHop;
+    // What lies beyond the borders is a mirror image, with other peaks: the nearest tile inside has the peaks.
+    const int32_t insideX = std::clamp(x, 0, std::max(width_ - kSide, 0)),
+                  insideY = std::clamp(y, 0, std::max(from.height - kSide, 0));
+    spectrum.Load(from, insideX, insideY);
     const std::vector<LocalPeak>& peaks = spectrum.FindPeaks();
     if (std::none_of(peaks.begin(), peaks.end(), [&](const LocalPeak& peak) {
           return peak.height >= kSurePeak && HasRuling(peak, findings);
@@ -65,8 +69,10 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
       continue;
     }
     for (const LocalPeak& peak : peaks) spectrum.Take(peak);
+    spectrum.ShareOut(mask);
+    if (insideX != x || insideY != y) spectrum.LoadContinued(from, x, y);
     const int32_t skipped = std::max(-x, 0);
-    spectrum.AddTaken(mask, skipped, std::min(kSide, width_ - x), width, width * kSide, strip + x + skipped);
+    spectrum.AddTaken(skipped, std::min(kSide, width_ - x), width, width * kSide, strip + x + skipped);
   }
 }
 

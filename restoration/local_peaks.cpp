@@ -166,6 +166,12 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
                        if (spectrum.IsTaken(dx, dy)) cells[i].emplace_back(dx, dy);
                      }
                    }
+                   constexpr int32_t kReach = LocalSpectrum::kBeatReach;
+                   for (const LocalPeak& beat : spectrum.beats()) {
+                     for (int32_t v = -kReach; v <= kReach; ++v) {
+                       for (int32_t u = -kReach; u <= kReach; ++u) cells[i].emplace_back(beat.dx + u, beat.dy + v);
+                     }
+                   }
                  });
   for (const auto& ofTile : cells) {
     for (const auto& [dx, dy] : ofTile) Seed(dx, dy, discRadius, findings->seeds.view());

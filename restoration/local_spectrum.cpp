@@ -19,6 +19,9 @@ constexpr uint32_t kLog2Side = 7;
 static_assert(LocalSpectrum::kSide == 1 << kLog2Side);
 
 constexpr int32_t kNearestPeak = 10, kNearestTaken = 8;       // cells from the zero frequency
+constexpr int32_t kContinuingPasses = 6;
+constexpr int32_t kNearestBeat = 5, kBeatRing = 2;
+constexpr double kSureInk = 1.4, kRulingsApart = 0.15, kSureBeat = 0.3;  // heights, and a share
 constexpr int32_t kRingFrom = 3, kRingTo = 8;                 // of what is usual around a peak
 constexpr int32_t kTakenReach = 3;                            // cells of a peak, both ways
 constexpr double kWeakest = 0.7, kShareOfHeight = 0.3;        // heights that are taken with a peak
@@ -46,6 +49,12 @@ void BlurWrapped(const float (&weights)[kTerms], float* plane, float* scratch) {
   pass(scratch, plane, kSide, 1);
 }
 
+double Middle(std::vector<float>& values) {
+  const auto middle = values.begin() + static_cast<ptrdiff_t>((values.size() - 1) / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return double{*middle};
+}
+
 void TransposeComplex(float* plane) {
   constexpr int32_t kSide = LocalSpectrum::kSide, kBlock = 8;
   const auto swap = [&](int32_t row, int32_t column) {
@@ -71,13 +80,18 @@ double LocalPeak::Ruling() const {
 
 bool LocalSpectrum::Prepare() {
   samples_ = AllocateBlock<float>(2 * kCount * ((kMostChannels + 1) / 2));
+  waves_ = AllocateBlock<float>(2 * kCount);
   levels_ = AllocateBlock<float>(kCount);
   taken_ = AllocateBlock<float>(kCount);
   scratch_ = AllocateBlock<float>(kCount);
-  for (int32_t i = 0; i < kSide; ++i) window_[i] = static_cast<float>(UnitRoot(2 * kSide, i).sine);
+  windowSum_ = 0.0;
+  for (int32_t i = 0; i < kSide; ++i) {
+    window_[i] = static_cast<float>(UnitRoot(2 * kSide, i).sine);
+    windowSum_ += double{window_[i]};
+  }
   uint32_t log2Side;
   MakeCosineTable(&log2Side, kSide, table_);
-  return samples_ && levels_ && taken_ && scratch_;
+  return samples_ && waves_ && levels_ && taken_ && scratch_;
 }
 
 void LocalSpectrum::Transform(float* pair) const {
@@ -95,6 +109,13 @@ void LocalSpectrum::TransformBack(float* pair) const {
 }
 
 void LocalSpectrum::Load(const PictureView& picture, int32_t x, int32_t y) {
+  LoadSamples(picture, x, y);
+  for (int32_t c = 0; c < channels_; c += 2) Transform(Pair(c));
+  SumPowers();
+  std::fill_n(taken_.get(), kCount, 0.0f);
+}
+
+void LocalSpectrum::LoadSamples(const PictureView& picture, int32_t x, int32_t y) {
   channels_ = picture.channels;
   std::fill_n(samples_.get(), 2 * kCount * ((kMostChannels + 1) / 2), 0.0f);
   const int32_t first = std::clamp(x, 0, picture.width - 1);
@@ -121,9 +142,45 @@ void LocalSpectrum::Load(const PictureView& picture, int32_t x, int32_t y) {
       }
     }
   }
-  for (int32_t c = 0; c < channels_; c += 2) Transform(Pair(c));
-  SumPowers();
-  std::fill_n(taken_.get(), kCount, 0.0f);
+}
+
+void LocalSpectrum::LoadContinued(const PictureView& picture, int32_t x, int32_t y) {
+  LoadSamples(picture, x, y);
+  // The window is 0 on a tile's first row and column.
+  const int32_t left = std::max(-x, 1), right = std::clamp(picture.width - x, 2, kSide),
+                top = std::max(-y, 1), bottom = std::clamp(picture.height - y, 2, kSide);
+  const auto isInside = [&](int32_t row, int32_t column) {
+    return row >= top && row < bottom && column >= left && column < right;
+  };
+  float* const waves = waves_.get();
+  for (int32_t c = 0; c < channels_; c += 2) {
+    float* const pair = Pair(c);
+    for (int32_t pass = 0; pass < kContinuingPasses; ++pass) {
+      std::copy_n(pair, 2 * kCount, waves);
+      Transform(waves);
+      TakeOf(waves);
+      for (int32_t row = 0; row < kSide; ++row) {
+        const int32_t line = std::clamp(Reflected(y + row, picture.height) - y, top, bottom - 1);
+        for (int32_t column = 0; column < kSide; ++column) {
+          if (isInside(row, column)) continue;
+          const int32_t place = std::clamp(Reflected(x + column, picture.width) - x, left, right - 1);
+          const int32_t here = 2 * (row * kSide + column), there = 2 * (line * kSide + place);
+          const float ratio = std::min(window_[row] * window_[column] / (window_[line] * window_[place]), 1.0f);
+          for (int32_t k = 0; k < 2; ++k)
+            pair[here + k] = waves[here + k] + (pair[there + k] - waves[there + k]) * ratio;
+        }
+      }
+    }
+    Transform(pair);
+  }
+}
+
+void LocalSpectrum::TakeOf(float* pair) const {
+  for (size_t i = 0; i < kCount; ++i) {
+    pair[2 * i] *= taken_[i];
+    pair[2 * i + 1] *= taken_[i];
+  }
+  TransformBack(pair);
 }
 
 // Two real channels share a complex plane: what both hold at a frequency is half of what the plane holds
@@ -168,33 +225,86 @@ const std::vector<LocalPeak>& LocalSpectrum::FindPeaks() {
     return cells;
   }();
   peaks_.clear();
+  beats_.clear();
   std::vector<float> around(ring.size());
-  const auto isHighest = [&](int32_t dx, int32_t dy) {
-    const float level = levels_[IndexOf(dx, dy)];
-    for (int32_t v = -2; v <= 2; ++v) {
-      for (int32_t u = -2; u <= 2; ++u) {
-        if (levels_[IndexOf(dx + u, dy + v)] > level) return false;
-      }
-    }
-    return true;
-  };
-  double windowSum = 0.0;
-  for (const float weight : window_) windowSum += double{weight};
   for (int32_t dx = -kSide / 2; dx < kSide / 2; ++dx) {
     for (int32_t dy = -kSide / 2; dy <= 0; ++dy) {
-      if ((dy == 0 && dx >= 0) || dx * dx + dy * dy < kNearestPeak * kNearestPeak || !isHighest(dx, dy))
+      if ((dy == 0 && dx >= 0) || dx * dx + dy * dy < kNearestPeak * kNearestPeak || !IsHighest(dx, dy, 2))
         continue;
       for (size_t i = 0; i < ring.size(); ++i)
         around[i] = levels_[IndexOf(dx + ring[i].first, dy + ring[i].second)];
-      const auto middle = around.begin() + static_cast<ptrdiff_t>((around.size() - 1) / 2);
-      std::nth_element(around.begin(), middle, around.end());
-      const double level = levels_[IndexOf(dx, dy)], height = level - double{*middle};
-      if (height < kLeastHeight) continue;
-      peaks_.push_back(
-          {dx, dy, height, level, 2.0 * PortableExp(level) / (windowSum * windowSum), double{*middle}});
+      const LocalPeak peak = PeakAt(dx, dy, Middle(around));
+      if (peak.height >= kLeastHeight) peaks_.push_back(peak);
     }
   }
+  AddBeats();
   return peaks_;
+}
+
+bool LocalSpectrum::IsHighest(int32_t dx, int32_t dy, int32_t reach) const {
+  const float level = levels_[IndexOf(dx, dy)];
+  for (int32_t v = -reach; v <= reach; ++v) {
+    for (int32_t u = -reach; u <= reach; ++u) {
+      if (levels_[IndexOf(dx + u, dy + v)] > level) return false;
+    }
+  }
+  return true;
+}
+
+LocalPeak LocalSpectrum::PeakAt(int32_t dx, int32_t dy, double background) const {
+  const double level = levels_[IndexOf(dx, dy)];
+  return {dx, dy, level - background, level, 2.0 * PortableExp(level) / (windowSum_ * windowSum_), background};
+}
+
+// Two inks over each other give a rosette, at the difference of their frequencies: half a ruling and less from
+// the zero frequency, which in coarse screens is where the picture is.
+void LocalSpectrum::AddBeats() {
+  std::vector<LocalPeak> inks;
+  double level = 0.0, ruling = 0.0;
+  for (const LocalPeak& peak : peaks_) {
+    if (peak.level > level) level = peak.level, ruling = peak.Ruling();
+  }
+  for (const LocalPeak& peak : peaks_) {
+    if (peak.height >= kSureInk && std::abs(peak.Ruling() - ruling) <= kRulingsApart * ruling)
+      inks.push_back(peak);
+  }
+  for (size_t i = 0; i < inks.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      AddBeatNear(inks[i].dx - inks[j].dx, inks[i].dy - inks[j].dy);
+      AddBeatNear(inks[i].dx + inks[j].dx, inks[i].dy + inks[j].dy);
+    }
+  }
+}
+
+void LocalSpectrum::AddBeatNear(int32_t dx, int32_t dy) {
+  const auto isBeat = [](int32_t x, int32_t y) {
+    const int32_t square = x * x + y * y;
+    return square >= kNearestBeat * kNearestBeat && square < kNearestPeak * kNearestPeak;
+  };
+  if (dy > 0 || (dy == 0 && dx > 0)) dx = -dx, dy = -dy;
+  int32_t x = dx, y = dy;
+  for (int32_t v = -kBeatReach; v <= kBeatReach; ++v) {
+    for (int32_t u = -kBeatReach; u <= kBeatReach; ++u) {
+      if (levels_[IndexOf(dx + u, dy + v)] > levels_[IndexOf(x, y)]) x = dx + u, y = dy + v;
+    }
+  }
+  if (!isBeat(x, y) || !IsHighest(x, y, 1)) return;
+  if (std::any_of(beats_.begin(), beats_.end(),
+                  [&](const LocalPeak& beat) { return beat.dx == x && beat.dy == y; })) {
+    return;
+  }
+  // What is usual at its distance: the picture's own frequencies rise towards zero.
+  const double ruling = std::hypot(x, y);
+  std::vector<float> around;
+  for (int32_t v = -kNearestPeak; v <= 0; ++v) {
+    for (int32_t u = -kNearestPeak; u <= kNearestPeak; ++u) {
+      const double apart = std::min(std::hypot(u - x, v - y), std::hypot(u + x, v + y));
+      if (std::abs(std::hypot(u, v) - ruling) <= 1.0 && apart > kBeatRing)
+        around.push_back(levels_[IndexOf(u, v)]);
+    }
+  }
+  const LocalPeak peak = PeakAt(x, y, Middle(around));
+  if (peak.height >= kSureBeat) beats_.push_back(peak);
 }
 
 void LocalSpectrum::Take(const LocalPeak& peak) {
@@ -220,8 +330,20 @@ void LocalSpectrum::ShapeTaken() {
   BlurWrapped(kTakenWeights, taken_.get(), scratch_.get());
 }
 
-void LocalSpectrum::AddTaken(const ConstImageView& mask, int32_t skipped, int32_t columns, size_t stride,
-                             size_t channelStride, float* sums) {
+// Down to what is usual at its distance, for the picture's own are there too.
+void LocalSpectrum::TakeDown(const LocalPeak& beat, const ConstImageView& mask) {
+  for (int32_t dx = beat.dx - kBeatReach; dx <= beat.dx + kBeatReach; ++dx) {
+    for (int32_t dy = beat.dy - kBeatReach; dy <= beat.dy + kBeatReach; ++dy) {
+      const uint8_t allowed = mask.Row(kSpectrumCentre + kCells * dy)[kSpectrumCentre + kCells * dx];
+      const double excess = std::max(double{levels_[IndexOf(dx, dy)]} - beat.background, 0.0);
+      const auto share = static_cast<float>((1.0 - PortableExp(-excess)) * allowed / 255.0);
+      float &here = taken_[IndexOf(dx, dy)], &opposite = taken_[IndexOf(-dx, -dy)];
+      here = opposite = std::max(here, share);
+    }
+  }
+}
+
+void LocalSpectrum::ShareOut(const ConstImageView& mask) {
   ShapeTaken();
   for (int32_t dx = -kSide / 2; dx < kSide / 2; ++dx) {
     for (int32_t dy = -kSide / 2; dy < kSide / 2; ++dy) {
@@ -231,14 +353,12 @@ void LocalSpectrum::AddTaken(const ConstImageView& mask, int32_t skipped, int32_
       share *= static_cast<float>(allowed) / 255.0f;
     }
   }
-  for (int32_t c = 0; c < channels_; c += 2) {
-    float* const pair = Pair(c);
-    for (size_t i = 0; i < kCount; ++i) {
-      pair[2 * i] *= taken_[i];
-      pair[2 * i + 1] *= taken_[i];
-    }
-    TransformBack(pair);
-  }
+  for (const LocalPeak& beat : beats_) TakeDown(beat, mask);
+}
+
+void LocalSpectrum::AddTaken(int32_t skipped, int32_t columns, size_t stride, size_t channelStride,
+                             float* sums) {
+  for (int32_t c = 0; c < channels_; c += 2) TakeOf(Pair(c));
   for (int32_t c = 0; c < channels_; ++c) {
     const float* const plane = Pair(c) + c % 2;
     float* const sum = sums + static_cast<size_t>(c) * channelStride;

@@ -38,6 +38,9 @@ class LocalSpectrum {
 
   // All peaks outside the protected disc's least radius, of the upper half.
   const std::vector<LocalPeak>& FindPeaks();
+  // Then also where two inks of a coarse screen beat, nearer to the zero frequency.
+  const std::vector<LocalPeak>& beats() const { return beats_; }
+  static constexpr int32_t kBeatReach = 1;  // cells of a beat, both ways
   // The level at a place, or at its neighbours if they are higher.
   double HighestAround(int32_t dx, int32_t dy) const;
 
@@ -45,11 +48,18 @@ class LocalSpectrum {
   void Take(const LocalPeak& peak);
   bool IsTaken(int32_t dx, int32_t dy) const { return taken_[IndexOf(dx, dy)] > 0.0f; }
 
-  // What the marked cells hold, grown and softened, times a share of each cell (0..255, picture's grid), put
-  // under the window again and added to `sums`: for every channel kSide rows, `stride` floats apart, the
-  // channels `channelStride` apart. Columns beyond `columns` are left out, and `skipped` first ones.
-  void AddTaken(const ConstImageView& mask, int32_t skipped, int32_t columns, size_t stride,
-                size_t channelStride, float* sums);
+  // Makes shares of the marked cells, grown and softened, and of the beats, times what the mask allows of each
+  // cell (0..255, picture's grid).
+  void ShareOut(const ConstImageView& mask);
+
+  // Another tile in place of the one that was loaded, for the same shares. Beyond the picture's borders what
+  // they take goes on as waves do, and only the rest mirrors.
+  void LoadContinued(const PictureView& picture, int32_t x, int32_t y);
+
+  // What the shares take, put under the window again and added to `sums`: for every channel kSide rows,
+  // `stride` floats apart, the channels `channelStride` apart. Columns beyond `columns` are left out, and
+  // `skipped` first ones.
+  void AddTaken(int32_t skipped, int32_t columns, size_t stride, size_t channelStride, float* sums);
 
  private:
   static constexpr size_t kCount = size_t{kSide} * kSide;
@@ -62,18 +72,27 @@ class LocalSpectrum {
   float* Pair(int32_t channel) const {
     return samples_.get() + static_cast<size_t>(channel / 2) * 2 * kCount;
   }
+  void LoadSamples(const PictureView& picture, int32_t x, int32_t y);
   void Transform(float* pair) const;
   void TransformBack(float* pair) const;
+  void TakeOf(float* pair) const;
   void SumPowers();
+  void AddBeats();
+  void AddBeatNear(int32_t dx, int32_t dy);
+  bool IsHighest(int32_t dx, int32_t dy, int32_t reach) const;
+  LocalPeak PeakAt(int32_t dx, int32_t dy, double background) const;
   void ShapeTaken();
+  void TakeDown(const LocalPeak& beat, const ConstImageView& mask);
 
   int32_t channels_ = 0;
-  OwnedBlock<float> samples_;  // two channels to a complex plane
+  OwnedBlock<float> samples_;  // two channels to a complex plane; their spectrum, once a tile is loaded
+  OwnedBlock<float> waves_;    // likewise, of one pair
   OwnedBlock<float> levels_;   // natural log of the magnitude
   OwnedBlock<float> taken_, scratch_;
   float window_[kSide];
+  double windowSum_ = 0.0;
   float table_[kSide / 4 + 1];
-  std::vector<LocalPeak> peaks_;
+  std::vector<LocalPeak> peaks_, beats_;
 };
 
 }  // namespace tessaline
