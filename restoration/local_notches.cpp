@@ -58,7 +58,8 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
   std::fill_n(strip, width * kSide * static_cast<size_t>(channels_), 0.0f);
   for (int32_t x = -kHop; x < width_; x += kHop) {
     const int32_t y = (row - 1) * kHop;
-    // What lies beyond the borders is a mirror image, with other peaks: the nearest tile inside has the peaks.
+    // What lies beyond the borders is a mirror image, with other peaks: the nearest tile inside has the
+    // peaks.
     const int32_t insideX = std::clamp(x, 0, std::max(width_ - kSide, 0)),
                   insideY = std::clamp(y, 0, std::max(from.height - kSide, 0));
     spectrum.Load(from, insideX, insideY);

@@ -169,7 +169,8 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
                    constexpr int32_t kReach = LocalSpectrum::kBeatReach;
                    for (const LocalPeak& beat : spectrum.beats()) {
                      for (int32_t v = -kReach; v <= kReach; ++v) {
-                       for (int32_t u = -kReach; u <= kReach; ++u) cells[i].emplace_back(beat.dx + u, beat.dy + v);
+                       for (int32_t u = -kReach; u <= kReach; ++u)
+                         cells[i].emplace_back(beat.dx + u, beat.dy + v);
                      }
                    }
                  });

@@ -18,15 +18,15 @@ namespace {
 constexpr uint32_t kLog2Side = 7;
 static_assert(LocalSpectrum::kSide == 1 << kLog2Side);
 
-constexpr int32_t kNearestPeak = 10, kNearestTaken = 8;       // cells from the zero frequency
-constexpr int32_t kContinuingPasses = 6;
+constexpr int32_t kNearestPeak = 10, kNearestTaken = 8;  // cells from the zero frequency
+constexpr int32_t kContinuingPasses = 6;                 // half of what is not known yet comes with each
 constexpr int32_t kNearestBeat = 5, kBeatRing = 2;
 constexpr double kSureInk = 1.4, kRulingsApart = 0.15, kSureBeat = 0.3;  // heights, and a share
-constexpr int32_t kRingFrom = 3, kRingTo = 8;                 // of what is usual around a peak
-constexpr int32_t kTakenReach = 3;                            // cells of a peak, both ways
-constexpr double kWeakest = 0.7, kShareOfHeight = 0.3;        // heights that are taken with a peak
-constexpr float kPowerWeights[] = {0.58f, 0.21f};             // a Gaussian of 0.7 cells
-constexpr float kTakenWeights[] = {0.343f, 0.243f, 0.0855f};  // and of 1.2
+constexpr int32_t kRingFrom = 3, kRingTo = 8;                            // of what is usual around a peak
+constexpr int32_t kTakenReach = 3;                                       // cells of a peak, both ways
+constexpr double kWeakest = 0.7, kShareOfHeight = 0.3;                   // heights that are taken with a peak
+constexpr float kPowerWeights[] = {0.58f, 0.21f};                        // a Gaussian of 0.7 cells
+constexpr float kTakenWeights[] = {0.343f, 0.243f, 0.0855f};             // and of 1.2
 
 // Blurs a plane whose borders meet, in place, by the right half of a symmetric kernel.
 template <size_t kTerms>
@@ -165,7 +165,8 @@ void LocalSpectrum::LoadContinued(const PictureView& picture, int32_t x, int32_t
           if (isInside(row, column)) continue;
           const int32_t place = std::clamp(Reflected(x + column, picture.width) - x, left, right - 1);
           const int32_t here = 2 * (row * kSide + column), there = 2 * (line * kSide + place);
-          const float ratio = std::min(window_[row] * window_[column] / (window_[line] * window_[place]), 1.0f);
+          const float ratio =
+              std::min(window_[row] * window_[column] / (window_[line] * window_[place]), 1.0f);
           for (int32_t k = 0; k < 2; ++k)
             pair[here + k] = waves[here + k] + (pair[there + k] - waves[there + k]) * ratio;
         }
@@ -253,11 +254,12 @@ bool LocalSpectrum::IsHighest(int32_t dx, int32_t dy, int32_t reach) const {
 
 LocalPeak LocalSpectrum::PeakAt(int32_t dx, int32_t dy, double background) const {
   const double level = levels_[IndexOf(dx, dy)];
-  return {dx, dy, level - background, level, 2.0 * PortableExp(level) / (windowSum_ * windowSum_), background};
+  return {dx,        dy, level - background, level, 2.0 * PortableExp(level) / (windowSum_ * windowSum_),
+          background};
 }
 
-// Two inks over each other give a rosette, at the difference of their frequencies: half a ruling and less from
-// the zero frequency, which in coarse screens is where the picture is.
+// Two inks over each other give a rosette, at the difference of their frequencies: half a ruling and less
+// from the zero frequency, which in coarse screens is where the picture is.
 void LocalSpectrum::AddBeats() {
   std::vector<LocalPeak> inks;
   double level = 0.0, ruling = 0.0;

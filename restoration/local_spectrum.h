@@ -48,8 +48,8 @@ class LocalSpectrum {
   void Take(const LocalPeak& peak);
   bool IsTaken(int32_t dx, int32_t dy) const { return taken_[IndexOf(dx, dy)] > 0.0f; }
 
-  // Makes shares of the marked cells, grown and softened, and of the beats, times what the mask allows of each
-  // cell (0..255, picture's grid).
+  // Makes shares of the marked cells, grown and softened, and of the beats, times what the mask allows of
+  // each cell (0..255, picture's grid).
   void ShareOut(const ConstImageView& mask);
 
   // Another tile in place of the one that was loaded, for the same shares. Beyond the picture's borders what
