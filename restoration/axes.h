@@ -23,6 +23,9 @@ struct AxisRule {
 constexpr AxisRule kOnlyAxis = {0.22f, 150.0f, 1, 2.75f};  // grey, or one ink: its dots are the darkest
 constexpr AxisRule kFirstAxis = {0.15f, 100.0f, 1, 4.0f};  // luma, lightness
 constexpr AxisRule kOtherAxes = {1.20f, 50.0f, 2, 4.0f};   // differences of colour, which carry less detail
+// Of dots so far apart that what the notches leave of them is wider than the window.
+constexpr AxisRule kOnlyCoarseAxis = {0.30f, 200.0f, 2, 2.75f};
+constexpr AxisRule kFirstCoarseAxis = {0.20f, 130.0f, 2, 4.0f};
 // Of a worn print, whose dots differ by themselves and so over some pixels.
 constexpr AxisRule kOnlyWornAxis = {0.44f, 300.0f, 2, 2.75f};
 constexpr AxisRule kFirstWornAxis = {0.30f, 200.0f, 2, 4.0f};
@@ -32,15 +35,25 @@ constexpr AxisMatrix kLuma = {
     {0.299f, 0.587f, 0.114f}, {-0.168736f, -0.331264f, 0.5f}, {0.5f, -0.418688f, -0.081312f}};
 constexpr AxisMatrix kFromLuma = {{1.0f, 0.0f, 1.402f}, {1.0f, -0.344136f, -0.714136f}, {1.0f, 1.772f, 0.0f}};
 
+// What a screen's dots are like.
+enum class Dots : int32_t { kFine, kCoarse, kWorn };
+
 // As many as there are channels.
 struct Axes {
   int32_t count = 0;
-  bool isMixed = false;  // by kLuma, else they are the channels
-  bool isWorn = false;   // the print; known once the pattern is taken out
+  bool isMixed = false;     // by kLuma, else they are the channels
+  Dots dots = Dots::kFine;  // known once the pattern is taken out
 
   const AxisRule& Rule(int32_t axis) const {
     if (axis > 0) return kOtherAxes;
-    if (isWorn) return count == 1 ? kOnlyWornAxis : kFirstWornAxis;
+    switch (dots) {
+      case Dots::kWorn:
+        return count == 1 ? kOnlyWornAxis : kFirstWornAxis;
+      case Dots::kCoarse:
+        return count == 1 ? kOnlyCoarseAxis : kFirstCoarseAxis;
+      case Dots::kFine:
+        break;
+    }
     return count == 1 ? kOnlyAxis : kFirstAxis;
   }
 

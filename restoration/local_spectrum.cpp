@@ -21,7 +21,7 @@ static_assert(LocalSpectrum::kSide == 1 << kLog2Side);
 constexpr int32_t kNearestPeak = 10, kNearestTaken = 8;  // cells from the zero frequency
 constexpr int32_t kContinuingPasses = 6;                 // half of what is not known yet comes with each
 constexpr int32_t kNearestBeat = 5, kBeatRing = 2;
-constexpr double kSureInk = 1.4, kRulingsApart = 0.15, kSureBeat = 0.3;  // heights, and a share
+constexpr double kSureInk = 1.4, kRulingsApart = 0.15, kSureBeat = 0.6;  // heights, and a share
 constexpr int32_t kRingFrom = 3, kRingTo = 8;                            // of what is usual around a peak
 constexpr int32_t kTakenReach = 3;                                       // cells of a peak, both ways
 constexpr double kWeakest = 0.7, kShareOfHeight = 0.3;                   // heights that are taken with a peak
@@ -49,8 +49,8 @@ void BlurWrapped(const float (&weights)[kTerms], float* plane, float* scratch) {
   pass(scratch, plane, kSide, 1);
 }
 
-double Middle(std::vector<float>& values) {
-  const auto middle = values.begin() + static_cast<ptrdiff_t>((values.size() - 1) / 2);
+double Ranked(std::vector<float>& values, size_t share) {
+  const auto middle = values.begin() + static_cast<ptrdiff_t>((values.size() - 1) / share);
   std::nth_element(values.begin(), middle, values.end());
   return double{*middle};
 }
@@ -234,7 +234,7 @@ const std::vector<LocalPeak>& LocalSpectrum::FindPeaks() {
         continue;
       for (size_t i = 0; i < ring.size(); ++i)
         around[i] = levels_[IndexOf(dx + ring[i].first, dy + ring[i].second)];
-      const LocalPeak peak = PeakAt(dx, dy, Middle(around));
+      const LocalPeak peak = PeakAt(dx, dy, Ranked(around, 2));
       if (peak.height >= kLeastHeight) peaks_.push_back(peak);
     }
   }
@@ -305,7 +305,7 @@ void LocalSpectrum::AddBeatNear(int32_t dx, int32_t dy) {
         around.push_back(levels_[IndexOf(u, v)]);
     }
   }
-  const LocalPeak peak = PeakAt(x, y, Middle(around));
+  const LocalPeak peak = PeakAt(x, y, Ranked(around, 10));
   if (peak.height >= kSureBeat) beats_.push_back(peak);
 }
 

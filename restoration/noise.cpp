@@ -49,8 +49,8 @@ void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
   }
 }
 
-bool Noise::Settle(float amount, bool isWorn, Parallel& parallel, const Progress& progress) {
-  axes_.isWorn = isWorn;
+bool Noise::Settle(float amount, Dots dots, Parallel& parallel, const Progress& progress) {
+  axes_.dots = dots;
   if (progress.Advance(0.0, 1.0)) return true;
   const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
   for (int32_t axis = 0; axis < axes_.count; ++axis) {

@@ -33,7 +33,7 @@ class Noise {
   float TakenAt(int32_t x, int32_t y) const { return noise_[0].Row(y / kReduction)[x / kReduction]; }
 
   // Then works the noise out. `amount` scales it, 0 for none. True: stopped.
-  bool Settle(float amount, bool isWorn, Parallel& parallel, const Progress& progress);
+  bool Settle(float amount, Dots dots, Parallel& parallel, const Progress& progress);
   // By what rules.
   const Axes& axes() const { return axes_; }
 

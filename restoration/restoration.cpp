@@ -72,8 +72,11 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
       isLocal ? localNotches.Filter(filteredFrom, findings, mask.cells.view(), parallel, filtering, channels)
               : Filter(filteredFrom, mask, workspace, filterOptions, filtering, channels);
   if (result != kSuccess) return result;
-  const bool isWorn = settings.strong == 0.0f && IsWorn(from, findings, axes, gate, noise, channels);
-  if (noise.Settle(settings.polish, isWorn, parallel, progress.Part(kFiltered, kNoiseKnown)))
+  const bool isWhole = settings.strong == 0.0f;
+  const Dots dots = isWhole && IsWorn(from, findings, axes, gate, noise, channels) ? Dots::kWorn
+                    : IsCoarse(findings)                                           ? Dots::kCoarse
+                                                                                   : Dots::kFine;
+  if (noise.Settle(settings.polish, dots, parallel, progress.Part(kFiltered, kNoiseKnown)))
     return kUserCancelled;
   if (rim.Smooth(noise, gate, parallel, progress.Part(kNoiseKnown, kRimSmooth), &channels))
     return kUserCancelled;

@@ -6,6 +6,8 @@
 
 #include "image/pixel_kind.h"
 #include "restoration/licensed_peaks.h"
+#include "restoration/light.h"
+#include "restoration/local_notches.h"
 
 namespace tessaline {
 
@@ -24,6 +26,12 @@ constexpr size_t kFewestWindows = 16, kMostWindows = 400;  // these tell enough
 constexpr double kFlat = 0.1;                                                     // of the windows
 constexpr double kLeastVariance = 14.0 * kByteToHost * kByteToHost;               // of the blocks
 constexpr double kLeastOfTaken = 0.015, kMostOfTaken = 0.08, kMostCoarse = 0.69;  // shares
+
+constexpr double kCoarsePeriod = 7.0;  // pixels
+
+double PeriodOf(const SpectrumPeak& peak) {
+  return kSpectrumCells / std::hypot(peak.dx, peak.dy);
+}
 
 struct Window {
   double fine, coarse;  // variance from one block to the next, and from two by two to the next
@@ -64,12 +72,16 @@ Window MeasureWindow(int32_t left, int32_t top, int32_t dot, const Axes& axes, c
 
 }  // namespace
 
+bool IsCoarse(const Findings& findings) {
+  if (!IsSquareLattice(findings) && !IsLocal(findings)) return false;
+  return PeriodOf(LicensedByMagnitude(findings)[0]) >= kCoarsePeriod;
+}
+
 bool IsWorn(const PictureView& picture, const Findings& findings, const Axes& axes, const Gate& gate,
             const Noise& noise, const TakenChannels& channels) {
   const std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
   if (licensed.empty()) return false;
-  const double period = kSpectrumCells / std::hypot(licensed[0].dx, licensed[0].dy);
-  const auto dot = static_cast<int32_t>(std::lround(std::max(period, double{kSmallestDot})));
+  const auto dot = static_cast<int32_t>(std::lround(std::max(PeriodOf(licensed[0]), double{kSmallestDot})));
   if (dot > kLargestDot) return false;
   const int32_t side = kSide * dot;
   const int32_t across = picture.width / side, all = across * (picture.height / side);
