@@ -67,7 +67,7 @@ struct EngineOutcome {
   bool samplesChanged = false;  // false: the picture is untouched
   int32_t transformSize = 0;
   bool isAutomatic = false;   // the peaks below are this picture's
-  bool isOfLight = false;     // automatic: the notches work on light, not on levels
+  bool isOfLight = false;     // automatic: tones are kept as light, not as levels
   bool hasThreshold = false;  // decided by an acceptance in percent
   int32_t threshold = 0;      // level that a cell must exceed, 0..32768
   double logSpan = 0;         // natural log of the spectrum's maximum over its minimum

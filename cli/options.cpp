@@ -139,7 +139,7 @@ void AddSharedOptions(CLI::App& app, SharedTexts& texts) {
               "P");
   AddLastWins(
       app, "--light", texts.light,
-      "With -a auto: filter light (linear) or levels as they are (coded); auto (default): light, for dot "
+      "With -a auto: keep tones as light (linear) or as levels (coded); auto (default): light, for dot "
       "screens in files that tell how they are coded",
       "LIGHT");
   AddLastWins(app, "-n,--notch-radius", texts.notchRadius,

@@ -1,4 +1,4 @@
-// Whether the notches work on levels as they are coded, or on the light that they stand for.
+// Whether tones are kept as the levels that they are coded in, or as the light that those stand for (tone.h).
 //
 // Dots of ink average in the light that paper and ink give back, so what filters the levels of a scan darkens
 // every screened tone, by 2 to 5 levels of 255 in coarse screens. But noise that was added to the levels, and
@@ -22,13 +22,13 @@ struct LightWish {
 };
 
 // Whether the findings are a print's: two licensed peaks of one ruling, square to each other, in a pattern of
-// at least 16 levels of 255, as it is between ink and paper. Noise repeats in one direction, weaves are
-// fainter.
+// at least 12 levels of 255, as it is between ink and paper, or in two directions, as several inks are. Noise
+// repeats in one direction, weaves are fainter.
 bool IsDotScreen(const Findings& findings);
 // The same of whatever amplitude.
 bool IsSquareLattice(const Findings& findings);
 
-// The curve to filter by; null: the levels as they are.
+// The curve to keep light by; null: the levels as they are.
 const ToneCurve* LightFor(const LightWish& wish, const Findings& findings);
 
 }  // namespace tessaline

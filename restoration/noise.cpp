@@ -15,6 +15,19 @@ static_assert(Noise::kReduction == kReductionWindows[1].hop);
 
 }  // namespace
 
+void KeepBlockMeans(const PixelPart& part, int32_t height, const float* sums, Plane* means) {
+  constexpr int32_t kReduction = Noise::kReduction;
+  const int32_t rows = std::min(kReduction, height - part.y);
+  float* const kept = means->Row(part.y / kReduction) + part.first / kReduction;
+  float blocks[Noise::kPart / kReduction] = {};
+  const int32_t whole = part.count / kReduction, left = part.count % kReduction;
+  ActiveRowKernels().addBlocks[1](whole, sums, blocks);
+  for (int32_t x = 0; x < whole; ++x) kept[x] = blocks[x] / static_cast<float>(kReduction * rows);
+  if (left == 0) return;
+  const float* const rest = sums + whole * kReduction;
+  kept[whole] = std::accumulate(rest, rest + left, 0.0f) / static_cast<float>(left * rows);
+}
+
 bool Noise::Prepare(const PictureView& picture, const Axes& axes) {
   axes_ = axes;
   height_ = picture.height;
@@ -36,16 +49,8 @@ void Noise::AddRow(int32_t count, const LevelRows& taken, Squares* squares) cons
 }
 
 void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
-  const int32_t rows = std::min(kReduction, height_ - part.y);
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
-    float* const means = noise_[axis].Row(part.y / kReduction) + part.first / kReduction;
-    float sums[kPart / kReduction] = {};
-    const int32_t whole = part.count / kReduction, left = part.count % kReduction;
-    ActiveRowKernels().addBlocks[1](whole, squares.sums[axis], sums);
-    for (int32_t x = 0; x < whole; ++x) means[x] = sums[x] / static_cast<float>(kReduction * rows);
-    if (left == 0) continue;
-    const float* const rest = squares.sums[axis] + whole * kReduction;
-    means[whole] = std::accumulate(rest, rest + left, 0.0f) / static_cast<float>(left * rows);
+    KeepBlockMeans(part, height_, squares.sums[axis], &noise_[axis]);
   }
 }
 

@@ -11,6 +11,10 @@
 
 namespace tessaline {
 
+// A block's mean for every kReduction columns of a row of blocks: `sums` has the blocks' sums by column. The
+// picture is so high; `part` begins with the blocks.
+void KeepBlockMeans(const PixelPart& part, int32_t height, const float* sums, Plane* means);
+
 class Noise {
  public:
   static constexpr int32_t kReduction = 8;

@@ -10,6 +10,7 @@
 #include "restoration/polish.h"
 #include "restoration/rim.h"
 #include "restoration/taken_channels.h"
+#include "restoration/tone.h"
 #include "restoration/wear.h"
 
 namespace tessaline {
@@ -47,15 +48,16 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   Noise noise;
   Polish polish;
   Rim rim;
+  Tone tone;
   TakenChannels channels;
   LocalNotches localNotches;
   const bool isLocal = IsLocal(findings);
-  const ToneCurve* const light = CurveOf(settings, findings);
   if (!workspace.Prepare(TransformSizeFor(from)) ||
       (isLocal && !localNotches.Prepare(from, parallel.threads(), workspace.idlePlane())) ||
       !gate.Prepare(from, PlanFor(findings, settings), parallel.threads(), workspace.idlePlane()) ||
       !noise.Prepare(from, axes) || !polish.Prepare(axes, parallel.threads()) ||
-      !channels.Prepare(from, gate, light, noise, workspace) ||
+      !tone.Prepare(from, CurveOf(settings, findings)) ||
+      !channels.Prepare(from, gate, tone, noise, workspace) ||
       (drawnGate != nullptr && !drawnGate->Create(from.width, from.height, kGray8))) {
     return kOutOfMemory;
   }
@@ -63,15 +65,15 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   if (gate.Measure(from, parallel, progress.Part(0.0, kMeasured))) return kUserCancelled;
   if (drawnGate != nullptr) DrawGate(gate, row, drawnGate->view());
   if (IsSquareLattice(findings) && !rim.Find(gate, from, axes)) return kOutOfMemory;
-  PictureView filteredFrom = from;
-  filteredFrom.light = light;
-  ApplyOptions filterOptions = options;
-  if (light != nullptr) filterOptions.chain = {};  // the analysis', which saw levels
   const Progress filtering = progress.Part(kMeasured, kFiltered);
   const int32_t result =
-      isLocal ? localNotches.Filter(filteredFrom, findings, mask.cells.view(), parallel, filtering, channels)
-              : Filter(filteredFrom, mask, workspace, filterOptions, filtering, channels);
+      isLocal ? localNotches.Filter(from, findings, mask.cells.view(), parallel, filtering, channels)
+              : Filter(from, mask, workspace, options, filtering, channels);
   if (result != kSuccess) return result;
+  if (tone.IsKept()) {
+    tone.Settle(parallel);
+    channels.AddTone(parallel);
+  }
   const bool isWhole = settings.strong == 0.0f;
   const Dots dots = isWhole && IsWorn(from, findings, axes, gate, noise, channels) ? Dots::kWorn
                     : IsCoarse(findings)                                           ? Dots::kCoarse

@@ -10,24 +10,13 @@ namespace {
 
 constexpr int32_t kPart = Noise::kPart;  // pixels that are worked on at once
 
-// Where the filtered samples are linear light it is that which goes in part. Where the gate is closed levels
-// stay exactly as they are. Filtered samples stand two floats apart; they become what remains, in levels.
-void TakeLightOut(const ToneCurve& light, const float* levels, const float* open, int32_t count,
-                  float* filtered) {
-  for (int32_t x = 0; x < count; ++x) {
-    const float before = light.LightOf(levels[x]);
-    const float after = light.LevelOf(before - (before - filtered[2 * x]) * open[x]);
-    filtered[2 * x] = open[x] > 0.0f ? after : levels[x];
-  }
-}
-
 }  // namespace
 
-bool TakenChannels::Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light,
-                            Noise& noise, Workspace& workspace) {
+bool TakenChannels::Prepare(const PictureView& picture, const Gate& gate, Tone& tone, Noise& noise,
+                            Workspace& workspace) {
   picture_ = picture;
   gate_ = &gate;
-  light_ = light;
+  tone_ = &tone;
   noise_ = &noise;
   lastRows_.resize(static_cast<size_t>(picture.height));
   const size_t samples = static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height) *
@@ -54,15 +43,6 @@ void TakenChannels::OpenRow(const PixelPart& part, float* open) const {
 }
 
 void TakenChannels::Take(int32_t channel, int32_t y, float* filtered) {
-  if (light_ != nullptr) {  // whose samples have no even steps: the gate's turn is now
-    float levels[kPart], open[kPart];
-    for (int32_t first = 0; first < picture_.width; first += kPart) {
-      const PixelPart part{y, first, std::min(kPart, picture_.width - first)};
-      LoadPart(picture_, {channel, y, first, part.count}, levels);
-      OpenRow(part, open);
-      TakeLightOut(*light_, levels, open, part.count, filtered + 2 * first);
-    }
-  }
   if (!IsLast(channel)) {
     Keep(channel, y, filtered);
     return;
@@ -101,18 +81,41 @@ void TakenChannels::TakeOutBlocks(int32_t firstRow) {
   const int32_t endRow = std::min(firstRow + Noise::kReduction, picture_.height);
   alignas(64) float levels[kMostChannels][kPart], taken[kMostChannels][kPart], open[kPart];
   const LevelRows levelRows = {levels[0], levels[1], levels[2]}, takenRows = {taken[0], taken[1], taken[2]};
-  if (light_ != nullptr) std::fill_n(open, kPart, 1.0f);
+  Tone::Sums light;
   for (int32_t first = 0; first < picture_.width; first += kPart) {
     PixelPart part{firstRow, first, std::min(kPart, picture_.width - first)};
     alignas(64) Noise::Squares squares;
     for (; part.y < endRow; ++part.y) {
       LoadChannels(picture_, part, levelRows);
-      if (light_ == nullptr) OpenRow(part, open);
+      OpenRow(part, open);
       TakeOutRow(part, levelRows, open, takenRows);
       noise_->AddRow(part.count, takenRows, &squares);
+      if (tone_->IsKept()) tone_->AddRow(part.count, levelRows, takenRows, &light);
     }
     noise_->KeepBlocks({firstRow, first, part.count}, squares);
+    if (tone_->IsKept()) {
+      tone_->KeepBlocks({firstRow, first, part.count}, light);
+      light = {};
+    }
   }
+}
+
+void TakenChannels::AddTone(Parallel& parallel) {
+  RowsInParallel(parallel, picture_.height, [&](int32_t y, int32_t) {
+    float levels[kMostChannels][kPart], open[kPart], added[kPart];
+    const LevelRows rows = {levels[0], levels[1], levels[2]};
+    for (int32_t first = 0; first < picture_.width; first += kPart) {
+      const PixelPart part{y, first, std::min(kPart, picture_.width - first)};
+      Load(part, rows);
+      OpenRow(part, open);
+      for (int32_t c = 0; c < picture_.channels; ++c) {
+        const int32_t block = first / Noise::kReduction;
+        tone_->Row(c, y, block, ReducedSide(part.count, Noise::kReduction), added);
+        for (int32_t x = 0; x < part.count; ++x) levels[c][x] += open[x] * added[x];
+      }
+      Replace(part, rows);
+    }
+  });
 }
 
 void TakenChannels::Load(const PixelPart& part, const LevelRows& levels) const {

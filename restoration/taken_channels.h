@@ -15,24 +15,27 @@
 #include "restoration/gate.h"
 #include "restoration/noise.h"
 #include "restoration/sample_rows.h"
+#include "restoration/tone.h"
 
 namespace tessaline {
 
 class TakenChannels final : public FilteredRows {
  public:
   // In the workspace's memory. False: there is none. May throw std::bad_alloc. `gate` is measured before the
-  // first row comes; with `light` the rows that come are linear light.
-  bool Prepare(const PictureView& picture, const Gate& gate, const ToneCurve* light, Noise& noise,
-               Workspace& workspace);
+  // first row comes; the light of what is taken out is told to `tone`.
+  bool Prepare(const PictureView& picture, const Gate& gate, Tone& tone, Noise& noise, Workspace& workspace);
 
   void Take(int32_t channel, int32_t y, float* levels) override;
+
+  // Adds what the tone says, as far as the gate is open, when all channels were taken and it is settled.
+  void AddTone(Parallel& parallel);
 
   // What remains of a part of a row, when all channels were taken: the picture's own levels where the gate is
   // closed.
   void Load(const PixelPart& part, const LevelRows& levels) const;
 
   // And puts others in their place, at most kMostReplaced of a row.
-  static constexpr int32_t kMostReplaced = 64;
+  static constexpr int32_t kMostReplaced = Noise::kPart;
   void Replace(const PixelPart& part, const LevelRows& levels);
 
  private:
@@ -45,7 +48,7 @@ class TakenChannels final : public FilteredRows {
 
   PictureView picture_;
   const Gate* gate_ = nullptr;
-  const ToneCurve* light_ = nullptr;
+  Tone* tone_ = nullptr;
   Noise* noise_ = nullptr;
   int16_t* codes_ = nullptr;  // either these or the others
   float* floats_ = nullptr;

@@ -76,8 +76,9 @@ struct Cleaned {
   bool isChanged;
 };
 
-// One run as the program makes it: where nothing is found, the picture stays sample for sample.
-Cleaned Clean(const Picture& before, bool is16, Way way, Workspace& workspace) {
+// One run as the program makes it: where nothing is found, the picture stays sample for sample. `curve` is
+// what the file tells, null where it tells nothing.
+Cleaned Clean(const Picture& before, bool is16, const ToneCurve* curve, Way way, Workspace& workspace) {
   const Levels levels(before, is16);
   const PictureView& view = levels.view();
   Settings settings;
@@ -95,7 +96,9 @@ Cleaned Clean(const Picture& before, bool is16, Way way, Workspace& workspace) {
   const bool isFound = findings.seedCells > 0;
   const ApplyOptions options = {Rounding::kTruncate, analysis.chain};
   if (result == kSuccess && isFound) {
-    result = way == kAutomatic ? Restore(view, view, findings, mask, workspace, options, {}, {})
+    RestorationSettings restoration;
+    restoration.light.curve = curve;
+    result = way == kAutomatic ? Restore(view, view, findings, mask, workspace, options, restoration, {})
                                : Apply(view, view, mask, workspace, options, {});
   }
   if (result != kSuccess) std::fprintf(stderr, "a run ended with %d\n", result);
@@ -148,13 +151,14 @@ Row JudgePrint(const PrintCase& print, const Options& options, Workspace& worksp
     row.kept[way] = ShareKept(before, picture, print.press.frame, kTextMargin);
     row.rim[way] = PsnrOfRim(picture, printed.original, print.press.frame, kRim);
   };
+  const ToneCurve* const curve = print.press.gamma != 1 ? &ToneCurve::Srgb() : nullptr;  // a scanner tells it
   judge(kBefore, before);
   Save(options, row, "before", before);
   Save(options, row, "original", printed.original);
   for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
     if ((options.isSmall || options.random > 0) && way != kAutomatic) continue;
     row.isTried[way] = true;
-    const Cleaned cleaned = Clean(before, print.is16, way, workspace);
+    const Cleaned cleaned = Clean(before, print.is16, curve, way, workspace);
     row.isChanged[way] = cleaned.isChanged;
     judge(way, cleaned.picture);
     if (way >= kNotchesAlone) Save(options, row, kWayNames[way], cleaned.picture);
@@ -173,7 +177,7 @@ Row JudgeClean(const CleanCase& clean, const Options& options, Workspace& worksp
   for (const Way way : {kBy60, kBy98, kNotchesAlone, kAutomatic}) {
     if ((options.isSmall || options.random > 0) && way != kAutomatic) continue;
     row.isTried[way] = true;
-    const Cleaned cleaned = Clean(before, false, way, workspace);
+    const Cleaned cleaned = Clean(before, false, nullptr, way, workspace);
     row.isChanged[way] = cleaned.isChanged;
     if (cleaned.isChanged) row.nearness[way] = NearnessOf(cleaned.picture, before);
     if (way == kAutomatic && cleaned.isChanged) Save(options, row, kWayNames[way], cleaned.picture);
