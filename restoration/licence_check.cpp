@@ -232,9 +232,11 @@ bool AreMultiples(const std::vector<double>& numbers, double least, double most,
 bool IsWriting(const Findings& findings) {
   constexpr double kStrong = 1.0;                              // natural log below the highest
   constexpr double kLeastSpacing = 10.0, kMostSpacing = 40.0;  // cells: from 51 to 12.8 pixels
-  constexpr size_t kFewestOfSheet = 24, kFewestOfLines = 5;
+  constexpr double kMostOfCrooked = 64.0;                      // down to 8 pixels
+  constexpr size_t kFewestOfSheet = 24, kFewestOfLines = 4, kSureOfCrooked = 7;
   constexpr double kShareOfSheet = 0.9, kShareOfLines = 0.8, kMostBeside = 3.0;
-  constexpr double kMostTurn = 4.0, kTurnStep = 0.25;  // degrees, of a page laid crooked
+  constexpr double kMostTurn = 6.0, kTurnStep = 0.25;  // degrees, of a page laid crooked
+  constexpr double kLeastTurn = 1.0;                   // of one that is not straight for sure
   double highest = 0.0;
   for (const SpectrumPeak& peak : findings.peaks) highest = std::max(highest, peak.height);
   std::vector<const SpectrumPeak*> strong;
@@ -243,6 +245,7 @@ bool IsWriting(const Findings& findings) {
   }
   if (strong.size() < kFewestOfLines) return false;
   const bool isSheet = strong.size() >= kFewestOfSheet;
+  const size_t half = strong.size() / 2 + 1;
   const double share = isSheet ? kShareOfSheet : kShareOfLines;
   const size_t fewest =
       std::max(kFewestOfLines, static_cast<size_t>(std::ceil(share * static_cast<double>(strong.size()))));
@@ -250,14 +253,24 @@ bool IsWriting(const Findings& findings) {
     const double cosine = std::cos(turn * std::numbers::pi / 180),
                  sine = std::sin(turn * std::numbers::pi / 180);
     std::vector<double> down, across;
-    for (const SpectrumPeak* const peak : strong) {
-      const double x = std::abs(cosine * peak->dx + sine * peak->dy),
-                   y = std::abs(cosine * peak->dy - sine * peak->dx);
+    const auto add = [&](int32_t dx, int32_t dy) {
+      const double x = std::abs(cosine * dx + sine * dy), y = std::abs(cosine * dy - sine * dx);
       if (isSheet || x <= kMostBeside) down.push_back(y);
       if (isSheet || y <= kMostBeside) across.push_back(x);
+    };
+    for (const SpectrumPeak* const peak : strong) {
+      const size_t before = down.size() + across.size();
+      add(peak->dx, peak->dy);
+      if (down.size() + across.size() > before) continue;
+      // Repeats finer than the samples come back from beyond the spectrum's borders.
+      add(peak->dx, peak->dy < 0 ? peak->dy + kSpectrumCells : peak->dy - kSpectrumCells);
+      add(peak->dx < 0 ? peak->dx + kSpectrumCells : peak->dx - kSpectrumCells, peak->dy);
     }
-    if (AreMultiples(down, kLeastSpacing, kMostSpacing, fewest) ||
-        AreMultiples(across, kLeastSpacing, kMostSpacing, fewest)) {
+    const bool isCrooked = !isSheet && std::abs(turn) >= kLeastTurn;
+    const double most = isCrooked ? kMostOfCrooked : kMostSpacing;
+    const size_t enough = isCrooked ? std::min(fewest, std::max(kSureOfCrooked, half)) : fewest;
+    if (AreMultiples(down, kLeastSpacing, most, enough) ||
+        AreMultiples(across, kLeastSpacing, most, enough)) {
       return true;
     }
   }
