@@ -234,7 +234,7 @@ bool IsWriting(const Findings& findings) {
   constexpr double kLeastSpacing = 10.0, kMostSpacing = 40.0;  // cells: from 51 to 12.8 pixels
   constexpr double kMostOfCrooked = 64.0;                      // down to 8 pixels
   constexpr size_t kFewestOfSheet = 24, kFewestOfLines = 4, kSureOfCrooked = 7;
-  constexpr double kShareOfSheet = 0.9, kShareOfLines = 0.8, kMostBeside = 3.0;
+  constexpr double kShareOfSheet = 0.85, kShareOfLines = 0.8, kMostBeside = 3.0;
   constexpr double kMostTurn = 6.0, kTurnStep = 0.25;  // degrees, of a page laid crooked
   constexpr double kLeastTurn = 1.0;                   // of one that is not straight for sure
   double highest = 0.0;
