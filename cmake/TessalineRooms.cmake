@@ -75,6 +75,7 @@ endif()
 
 if(TESSALINE_SANITIZE_THREADS)
   add_compile_options(-O1 -g1 -fsanitize=thread)
+  add_compile_definitions(TESSALINE_ONE_VECTOR_WIDTH)
   add_link_options(-fsanitize=thread)
 endif()
 
@@ -105,6 +106,13 @@ function(tessaline_compile_together target)
   endif()
 endfunction()
 
+# For files that only say which options there are: what the library makes of them is much code, which runs once.
+function(tessaline_compile_small)
+  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -Os)
+  endif()
+endfunction()
+
 # tessaline_room(NAME SOURCES a.cpp b.cpp DEPENDS other rooms)
 set(TESSALINE_ENGINE platform image fft removal restoration tiling)
 option(TESSALINE_FUZZ_ENGINE "Fuzzers see the engine's branches, too" OFF)
@@ -112,7 +120,7 @@ option(TESSALINE_FUZZ_ENGINE "Fuzzers see the engine's branches, too" OFF)
 # One static library per folder. Includes are written from the top of the tree ("buffers/buffer_table.h").
 function(tessaline_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
-  if(EMSCRIPTEN)  # whose vectors have one width
+  if(EMSCRIPTEN OR TESSALINE_SANITIZE_THREADS)  # where vectors have one width
     list(FILTER ROOM_SOURCES EXCLUDE REGEX "_avx(2|512)\\.cpp$")
   endif()
   add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
@@ -127,6 +135,8 @@ function(tessaline_room name)
   endif()
   if(TESSALINE_SANITIZE AND name IN_LIST TESSALINE_ENGINE)
     target_compile_options(tessaline_${name} PRIVATE -O2)
+  elseif(TESSALINE_SANITIZE AND name MATCHES "^(cli|testhost)$")  # much code and little arithmetic
+    target_compile_options(tessaline_${name} PRIVATE -O0)
   endif()
   foreach(room IN LISTS ROOM_DEPENDS)
     target_link_libraries(tessaline_${name} PUBLIC tessaline_${room})

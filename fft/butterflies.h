@@ -7,6 +7,14 @@ namespace {
 
 #define TESSALINE_INLINE __attribute__((always_inline)) inline
 
+// Under sanitizers each of the larger ones is compiled once, not into every transform of every length, which
+// takes the compiler minutes; what they compute with are variables, and there is nothing to check.
+#if defined(TESSALINE_BUTTERFLIES_BY_CALL)
+#define TESSALINE_BUTTERFLY __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) inline
+#else
+#define TESSALINE_BUTTERFLY TESSALINE_INLINE
+#endif
+
 template <typename V>
 struct Complex {
   V re;
@@ -66,7 +74,7 @@ TESSALINE_INLINE void Dft4(Complex<V>& a, Complex<V>& b, Complex<V>& c, Complex<
 
 // One transform of R values; T is the type of a lane.
 template <int R, int Sign, typename T, typename V>
-TESSALINE_INLINE void Dft(Complex<V> (&x)[R]) {
+TESSALINE_BUTTERFLY void Dft(Complex<V> (&x)[R]) {
   if constexpr (R == 2) {
     Dft2(x[0], x[1]);
   } else if constexpr (R == 4) {

@@ -4,8 +4,9 @@
 namespace tessaline {
 
 // Whether there are code for wider vectors than the smallest and processors to choose it by: not in the
-// browser's build, whose vectors have 16 bytes on every machine.
-#if defined(__x86_64__)
+// browser's build, whose vectors have 16 bytes on every machine, and not under ThreadSanitizer, for which the
+// code of all widths is the same.
+#if defined(__x86_64__) && !defined(TESSALINE_ONE_VECTOR_WIDTH)
 inline constexpr bool kHasWiderVectors = true;
 #else
 inline constexpr bool kHasWiderVectors = false;
