@@ -10,6 +10,7 @@
 #include "cli/tiff_tags.h"
 #include "tests/cli/pictures.h"
 #include "tests/cli/program.h"
+#include "tests/support/sanitizers.h"
 
 namespace tessaline::cli {
 namespace {
@@ -101,7 +102,9 @@ TEST_F(Metadata, OrientationIsTakenUprightWhereTheFormatHasNoTagForIt) {
     VipsImage* upright = nullptr;
     ASSERT_EQ(0, vips_autorot(image.get(), &upright, nullptr));
     Save(ImagePointer(upright), folder / "upright.png");
-    for (const char* output : {"out.png", "out.ppm", "out.jxl"}) {
+    const char* const outputs[] = {"out.png", "out.ppm", "out.jxl"};
+    for (const char* output : outputs) {
+      if (kIsWatched && output != outputs[orientation % 3]) continue;
       ASSERT_EQ(0, RunProgram({"-f", "-a", "0", folder / "in.tif", folder / output}).status);
       EXPECT_EQ(Load(folder / "upright.png"), Load(folder / output)) << orientation << " " << output;
     }

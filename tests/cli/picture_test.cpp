@@ -109,7 +109,7 @@ TEST(Pictures, EveryInkIsAPictureOfItsOwn) {
                                                         {"--tile", "512", "in.tif", "tiled.tif"},
                                                         {"in.jpg", "out.jpg"},
                                                         {"in.jpg", "of-jpeg.tif"}};
-    for (std::vector<std::string> run : std::span(runs).first(isDeep ? 2 : 4)) {
+    for (std::vector<std::string> run : std::span(runs).first(isDeep ? (kIsWatched ? 1 : 2) : 4)) {
       SCOPED_TRACE(run.back());
       const std::string output = folder / run.back(), report = output + ".json";
       for (size_t i = run.size() - 2; i < run.size(); ++i) run[i] = folder / run[i];
@@ -160,6 +160,7 @@ TEST(Pictures, FloatsAndSignedAndLongSamplesAreCleanedAsTheyAre) {
       for (std::vector<std::string> run : runs) {
         SCOPED_TRACE(testing::Message() << format << " " << colours << " " << run.size());
         const bool isUntouched = run.size() > 2;
+        if (kIsWatched && run.size() % 6 != 0) continue;  // the first and the last go every way
         if (!isUntouched) run.insert(run.begin(), {"-a", "auto"});
         run.insert(run.end(), {"-f", folder / "in.tif", folder / "out.tif"});
         const Ended ended = RunProgram(run);
