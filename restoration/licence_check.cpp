@@ -10,6 +10,7 @@
 #include "image/pixel_kind.h"
 #include "restoration/decision.h"
 #include "restoration/licensed_peaks.h"
+#include "restoration/local_spectrum.h"
 #include "restoration/plane.h"
 #include "restoration/row_kernels.h"
 
@@ -22,6 +23,7 @@ constexpr int32_t kBinsAround = 3;  // of the tile padded to twice its side
 constexpr int32_t kBins = 2 * kBinsAround + 1;
 constexpr int32_t kPeaksChecked = 3;
 constexpr double kLeastAmplitude = 2.0 * kByteToHost;
+constexpr double kStrokes = 8.0 * kByteToHost;  // of writing have it, and more
 constexpr double kStrongShare = 0.98;
 // Neighbours are not measured one after the other, so that strong places are met early wherever they lie: a
 // prime beyond the number of tiles.
@@ -277,6 +279,37 @@ bool IsWriting(const Findings& findings) {
   return false;
 }
 
+// Strokes of writing, strong as they are, repeat over the page and not from one to the next: within a tile
+// the peaks hardly stand out of what else is there, as a screen's do wherever it is to be seen.
+bool StandsOutInTiles(const TiledPicture& tiled, const Findings& findings, Parallel& parallel) {
+  constexpr size_t kMostPeaks = 6, kMostTiles = 400, kFewestTiles = 2, kTilesToOne = 100;
+  constexpr double kLeastHeight = 2.8;  // natural log
+  const size_t count = std::min(tiled.tiles.size(), kMostTiles);
+  if (count == 0 || tiled.tileWidth != LocalSpectrum::kSide || tiled.tileHeight != LocalSpectrum::kSide)
+    return true;
+  std::vector<SpectrumPeak> peaks = LicensedByMagnitude(findings);
+  if (peaks.size() > kMostPeaks) peaks.resize(kMostPeaks);
+  std::vector<LocalSpectrum> spectra(static_cast<size_t>(parallel.threads()));
+  for (LocalSpectrum& spectrum : spectra) {
+    if (!spectrum.Prepare()) throw std::bad_alloc();
+  }
+  const auto cell = [](int32_t cells) {
+    return static_cast<int32_t>(std::lround(cells / double{LocalSpectrum::kCells}));
+  };
+  const size_t enough = std::min(std::max(kFewestTiles, count / kTilesToOne), count);
+  std::atomic<size_t> standing{0};
+  const auto look = [&](int32_t index, int32_t worker) {
+    LocalSpectrum& spectrum = spectra[static_cast<size_t>(worker)];
+    spectrum.Load(TileOf(tiled, static_cast<size_t>(index) * kTileStride % tiled.tiles.size()), 0, 0);
+    standing += std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& peak) {
+      const int32_t dx = cell(peak.dx), dy = cell(peak.dy);
+      return spectrum.HighestAround(dx, dy) - spectrum.UsualAround(dx, dy) >= kLeastHeight;
+    });
+  };
+  ForEachTask(parallel, static_cast<int32_t>(count), look, [&](int32_t) { return standing >= enough; });
+  return standing >= enough;
+}
+
 void TakeLicencesBack(PeakVerdict reason, Findings* findings) {
   for (SpectrumPeak& peak : findings->peaks) {
     if (peak.isLicensed) {
@@ -305,7 +338,11 @@ int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* f
       amplitude = StrongAmplitude(tiled, strongest[i], parallel, kept);
     }
     findings->strongAmplitude = amplitude;
-    if (!strongest.empty() && amplitude < kLeastAmplitude) TakeLicencesBack(PeakVerdict::kTooFaint, findings);
+    if (!strongest.empty() && amplitude < kLeastAmplitude) {
+      TakeLicencesBack(PeakVerdict::kTooFaint, findings);
+    } else if (amplitude >= kStrokes && !StandsOutInTiles(tiled, *findings, parallel)) {
+      TakeLicencesBack(PeakVerdict::kNotIsolated, findings);
+    }
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

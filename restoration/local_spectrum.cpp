@@ -214,7 +214,7 @@ double LocalSpectrum::HighestAround(int32_t dx, int32_t dy) const {
   return highest;
 }
 
-const std::vector<LocalPeak>& LocalSpectrum::FindPeaks() {
+double LocalSpectrum::UsualAround(int32_t dx, int32_t dy) const {
   static const std::vector<std::pair<int32_t, int32_t>> ring = [] {
     std::vector<std::pair<int32_t, int32_t>> cells;
     for (int32_t v = -kRingTo; v <= kRingTo; ++v) {
@@ -225,16 +225,20 @@ const std::vector<LocalPeak>& LocalSpectrum::FindPeaks() {
     }
     return cells;
   }();
+  std::vector<float> around(ring.size());
+  for (size_t i = 0; i < ring.size(); ++i)
+    around[i] = levels_[IndexOf(dx + ring[i].first, dy + ring[i].second)];
+  return Ranked(around, 2);
+}
+
+const std::vector<LocalPeak>& LocalSpectrum::FindPeaks() {
   peaks_.clear();
   beats_.clear();
-  std::vector<float> around(ring.size());
   for (int32_t dx = -kSide / 2; dx < kSide / 2; ++dx) {
     for (int32_t dy = -kSide / 2; dy <= 0; ++dy) {
       if ((dy == 0 && dx >= 0) || dx * dx + dy * dy < kNearestPeak * kNearestPeak || !IsHighest(dx, dy, 2))
         continue;
-      for (size_t i = 0; i < ring.size(); ++i)
-        around[i] = levels_[IndexOf(dx + ring[i].first, dy + ring[i].second)];
-      const LocalPeak peak = PeakAt(dx, dy, Ranked(around, 2));
+      const LocalPeak peak = PeakAt(dx, dy, UsualAround(dx, dy));
       if (peak.height >= kLeastHeight) peaks_.push_back(peak);
     }
   }

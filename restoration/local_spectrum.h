@@ -41,6 +41,8 @@ class LocalSpectrum {
   // Then also where two inks of a coarse screen beat, nearer to the zero frequency.
   const std::vector<LocalPeak>& beats() const { return beats_; }
   static constexpr int32_t kBeatReach = 1;  // cells of a beat, both ways
+  // The level that is usual in a ring round a place.
+  double UsualAround(int32_t dx, int32_t dy) const;
   // The level at a place, or at its neighbours if they are higher.
   double HighestAround(int32_t dx, int32_t dy) const;
 
