@@ -270,7 +270,11 @@ bool IsWriting(const Findings& findings) {
     }
     const bool isCrooked = !isSheet && std::abs(turn) >= kLeastTurn;
     const double most = isCrooked ? kMostOfCrooked : kMostSpacing;
-    const size_t enough = isCrooked ? std::min(fewest, std::max(kSureOfCrooked, half)) : fewest;
+    // Crooked rows and columns of digits: one line of peaks is of many teeth, and few lie beside the two.
+    const bool areOnLines = isCrooked && down.size() + across.size() >= fewest;
+    const size_t enough = areOnLines  ? kFewestOfLines
+                          : isCrooked ? std::min(fewest, std::max(kSureOfCrooked, half))
+                                      : fewest;
     if (AreMultiples(down, kLeastSpacing, most, enough) ||
         AreMultiples(across, kLeastSpacing, most, enough)) {
       return true;
