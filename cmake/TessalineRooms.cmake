@@ -98,8 +98,8 @@ if(EMSCRIPTEN)
 endif()
 
 # Compilers spend most of their time on headers, above all on those that tests and doors include. What is shipped is compiled
-# file by file all the same: there each file shows that it includes what it uses.
-option(TESSALINE_TOGETHER "Compile several files of a test, or of a room under AddressSanitizer, as one; ./test does" OFF)
+# file by file all the same (./run, ./package): there each file shows that it includes what it uses.
+option(TESSALINE_TOGETHER "Compile several files of a test or a room as one; ./test does" OFF)
 function(tessaline_compile_together target)
   if(TESSALINE_TOGETHER)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON)
@@ -124,7 +124,8 @@ function(tessaline_room name)
     list(FILTER ROOM_SOURCES EXCLUDE REGEX "_avx(2|512)\\.cpp$")
   endif()
   add_library(tessaline_${name} STATIC ${ROOM_SOURCES})
-  if((TESSALINE_SANITIZE AND NOT name IN_LIST TESSALINE_ENGINE) OR name STREQUAL "testhost")
+  # Not where files are mostly code, with constants of their own that share a name.
+  if(NOT name MATCHES "^(fft|restoration)$")
     tessaline_compile_together(tessaline_${name})
   endif()
   target_include_directories(tessaline_${name} PUBLIC "${PROJECT_SOURCE_DIR}")

@@ -62,14 +62,14 @@ std::vector<Cell> TakeCluster(const Image& seeds, Cell first, std::vector<bool>&
   return cluster;
 }
 
-struct Offset {  // from the zero frequency, cells
+struct Frequency {  // cells
   double x;
   double y;
 };
 
 // A peak seldom stands in the middle of its cell. The magnitudes round it, less those of the surroundings,
 // weigh the 3 x 3 cells.
-Offset RefinePeak(const Analysis& analysis, Cell peak) {
+Frequency RefinePeak(const Analysis& analysis, Cell peak) {
   const auto magnitude = [&](int32_t dx, int32_t dy) {
     const Cell cell = {std::clamp(peak.x + dx, 0, kSide - 1), std::clamp(peak.y + dy, 0, kSide - 1)};
     return std::exp(Level(analysis.rawGray16, cell) / 32768.0 * analysis.logSpan);
@@ -104,7 +104,7 @@ Notch Describe(const Analysis& analysis, const Findings& findings, const std::ve
   const auto decidingLevel = [&](Cell cell) { return Level(analysis.gray16, DecidingCell(cell)); };
   const Cell peak = DecidingCell(*std::max_element(
       cluster.begin(), cluster.end(), [&](Cell a, Cell b) { return decidingLevel(a) < decidingLevel(b); }));
-  const Offset offset = RefinePeak(analysis, peak);
+  const Frequency offset = RefinePeak(analysis, peak);
   Notch notch = {};
   notch.dx = peak.x - kSpectrumCentre;
   notch.dy = peak.y - kSpectrumCentre;

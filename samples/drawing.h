@@ -1,7 +1,9 @@
-// A picture in memory, as the sample programs pass it on.
+// A picture in memory, as the sample programs pass it on, and what several of them draw with.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <numbers>
 #include <vector>
 
 namespace tessaline::samples {
@@ -28,5 +30,13 @@ struct Picture {
     return (static_cast<size_t>(y) * width + x) * channels + channel;
   }
 };
+
+inline constexpr double kTurn = 2 * std::numbers::pi;  // radians
+
+// 0 up to `from`, 1 from `to` on, and smoothly between them; `from` may be the larger.
+inline double Ramp(double from, double to, double value) {
+  const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
+  return t * t * (3 - 2 * t);
+}
 
 }  // namespace tessaline::samples

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <numbers>
 
 #include "samples/noise.h"
 #include "samples/scene.h"
@@ -15,8 +14,6 @@ constexpr int kPan = 3;  // pixels a frame
 constexpr int kPanStart = 210;
 constexpr int kViewBeyond = 372;  // how much wider than a frame the view is
 constexpr double kCyclesPerRow = 0.33;
-constexpr double kTurn = 2 * std::numbers::pi;
-
 // The lighthouse's view in grey, its ground strewn with coarse stones.
 Picture DrawView(int width, int height) {
   constexpr double kStones = 150.0 / 255;  // from the darkest to the lightest

@@ -33,10 +33,6 @@ Vec Unit(Vec a) {
 Vec Blend(Vec a, Vec b, double t) {
   return a + (b - a) * t;
 }
-double Ramp(double from, double to, double value) {
-  const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
-  return t * t * (3 - 2 * t);
-}
 
 constexpr double kFarthest = 900;  // metres; beyond is sky
 constexpr Vec kCamera{0, 3.4, 0};

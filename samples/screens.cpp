@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <numbers>
 #include <vector>
 
 #include "samples/noise.h"
 
 namespace tessaline::samples {
 namespace {
-
-constexpr double kTurn = 2 * std::numbers::pi;
 
 // A halftone screen: dots grow from the middle of each cell, meet their neighbours as a checkerboard at half
 // coverage, and close in on round holes above it.

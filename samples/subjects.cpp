@@ -3,19 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <numbers>
 
 #include "samples/noise.h"
 
 namespace tessaline::samples {
 namespace {
-
-constexpr double kTurn = 2 * std::numbers::pi;
-
-double Ramp(double from, double to, double value) {
-  const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
-  return t * t * (3 - 2 * t);
-}
 
 // A picture whose samples are tone(x, y), looked at twice a side.
 template <typename Tone>
