@@ -183,7 +183,7 @@ uint64_t BytesHeldWhileWriting(const PageKind& kind, FileFormat format) {
 }  // namespace
 
 uint64_t MemoryNeeded(const PageKind& kind, const MemoryUse& use) {
-  constexpr uint64_t kProgram = 56 * kMiB, kThread = 6 * kMiB;
+  constexpr uint64_t kProgram = 51 * kMiB, kThread = 6 * kMiB;
   const uint64_t fixed = kProgram + static_cast<uint64_t>(std::max(use.threads - 2, 0)) * kThread;
   const uint64_t writing = use.written ? BytesHeldWhileWriting(kind, *use.written) : 0;
   const int32_t largest = std::max(kind.width, kind.height);

@@ -124,6 +124,7 @@ PictureFile::PictureFile(InputFile file)
   format_ = &FormatOfContents(descriptor_, path_);
   // What a document holds as a picture may be a document in turn.
   if (format_->loader == nullptr) throw Unsupported(path_, "is a document where a picture is wanted");
+  LoadModuleFor(format_->loader);
   CheckEnding();
   if (format_->format == FileFormat::kTiff) {
     tiff_ = TiffStructure::Read(ByteSource(descriptor_));

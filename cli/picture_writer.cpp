@@ -544,6 +544,7 @@ void WritePicture(const FormatTraits& format, const PictureFile& input, const Ro
   if (format.format == FileFormat::kJpeg) return WriteAsJpeg(input, arranged, wishes, output);
   TakeLibraryError();
   const StderrSilenced silenced;
+  LoadModuleFor(format.loader);
   RowSource source = {arranged.fillRow, kind.RowBytes(), kind.RowBytes() / static_cast<size_t>(kind.width),
                       nullptr};
   const GPointer<VipsImage> image = MakeImage(input, arranged, &source);

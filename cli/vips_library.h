@@ -19,6 +19,11 @@ using GPointer = std::unique_ptr<T, GObjectUnref>;
 // error.
 void StartPictureLibrary();
 
+// Loads what the library has in a module of its own for a format, which is named by an operation such as
+// "jxlload_source". Refuses with kOutOfMemory when there is a module and it cannot be loaded; a format that
+// is nowhere is told of when it is used.
+void LoadModuleFor(const std::string& operation);
+
 // While it lives, nothing that a format library prints reaches stderr: some do so on damaged files, and their
 // lines would stand between this program's.
 class StderrSilenced {

@@ -57,6 +57,11 @@ Picture Draw(double amplitude, int colours, int extras, int bits, int width, int
   return picture;
 }
 
+// Of all formats that the program takes.
+void LoadModules() {
+  for (const char* operation : {"jxlload_source", "heifload_source"}) LoadModuleFor(operation);
+}
+
 }  // namespace
 
 Picture DrawScreen(int colours, int extras, int bits, int width, int height) {
@@ -100,12 +105,14 @@ void Save(const Picture& picture, const std::string& path, const std::string& op
 }
 
 void Save(const ImagePointer& image, const std::string& path, const std::string& options) {
+  LoadModules();
   ASSERT_EQ(0, vips_image_write_to_file(image.get(), (path + options).c_str(), nullptr))
       << TakeLibraryError();
 }
 
 ImagePointer Open(const std::string& path, const std::string& options) {
   StartPictureLibrary();
+  LoadModules();
   ImagePointer image(vips_image_new_from_file((path + options).c_str(), nullptr));
   if (!image) ADD_FAILURE() << path << ": " << TakeLibraryError();
   return image;
