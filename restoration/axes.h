@@ -2,6 +2,7 @@
 // anything else the channels as they are.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "removal/picture.h"
@@ -26,9 +27,13 @@ constexpr AxisRule kOtherAxes = {1.20f, 50.0f, 2, 4.0f};   // differences of col
 // Of dots so far apart that what the notches leave of them is wider than the window.
 constexpr AxisRule kOnlyCoarseAxis = {0.30f, 200.0f, 2, 2.75f};
 constexpr AxisRule kFirstCoarseAxis = {0.20f, 130.0f, 2, 4.0f};
-// Of a worn print, whose dots differ by themselves and so over some pixels.
-constexpr AxisRule kOnlyWornAxis = {0.44f, 300.0f, 2, 2.75f};
-constexpr AxisRule kFirstWornAxis = {0.30f, 200.0f, 2, 4.0f};
+// Of dots that differ by themselves or wander, so that flat places stay rough over some pixels.
+constexpr AxisRule kOnlyRoughAxis = {0.44f, 300.0f, 2, 2.75f};
+constexpr AxisRule kFirstRoughAxis = {0.44f, 300.0f, 2, 4.0f};
+constexpr AxisRule kOtherRoughAxes = {1.20f, 50.0f, 3, 4.0f};
+// And where they are far apart too.
+constexpr AxisRule kOnlyRoughCoarseAxis = {0.44f, 300.0f, 3, 2.75f};
+constexpr AxisRule kOtherRoughCoarseAxes = {2.40f, 100.0f, 3, 4.0f};
 
 using AxisMatrix = float[kMostChannels][kMostChannels];
 constexpr AxisMatrix kLuma = {
@@ -36,7 +41,7 @@ constexpr AxisMatrix kLuma = {
 constexpr AxisMatrix kFromLuma = {{1.0f, 0.0f, 1.402f}, {1.0f, -0.344136f, -0.714136f}, {1.0f, 1.772f, 0.0f}};
 
 // What a screen's dots are like.
-enum class Dots : int32_t { kFine, kCoarse, kWorn };
+enum class Dots : int32_t { kFine, kCoarse, kRough, kRoughCoarse };
 
 // As many as there are channels.
 struct Axes {
@@ -45,17 +50,21 @@ struct Axes {
   Dots dots = Dots::kFine;  // known once the pattern is taken out
 
   const AxisRule& Rule(int32_t axis) const {
-    if (axis > 0) return kOtherAxes;
+    const bool isOnly = count == 1, isFirst = axis == 0;
     switch (dots) {
-      case Dots::kWorn:
-        return count == 1 ? kOnlyWornAxis : kFirstWornAxis;
+      case Dots::kRoughCoarse:
+        return isOnly ? kOnlyRoughCoarseAxis : isFirst ? kFirstRoughAxis : kOtherRoughCoarseAxes;
+      case Dots::kRough:
+        return isOnly ? kOnlyRoughAxis : isFirst ? kFirstRoughAxis : kOtherRoughAxes;
       case Dots::kCoarse:
-        return count == 1 ? kOnlyCoarseAxis : kFirstCoarseAxis;
+        return isOnly ? kOnlyCoarseAxis : isFirst ? kFirstCoarseAxis : kOtherAxes;
       case Dots::kFine:
         break;
     }
-    return count == 1 ? kOnlyAxis : kFirstAxis;
+    return isOnly ? kOnlyAxis : isFirst ? kFirstAxis : kOtherAxes;
   }
+  // Of the windows.
+  int32_t MostReach() const { return count > 1 ? std::max(Rule(0).reach, Rule(1).reach) : Rule(0).reach; }
 
   // The first axis of a pixel's channels, of which only those that there are count.
   float First(float a, float b, float c) const {

@@ -33,10 +33,7 @@ class Noise {
   // When all rows of the blocks were added. `part` begins with its blocks; a task a row of blocks.
   void KeepBlocks(const PixelPart& part, const Squares& squares);
 
-  // When all blocks are there: the mean square of what was taken out of the first axis round a pixel.
-  float TakenAt(int32_t x, int32_t y) const { return noise_[0].Row(y / kReduction)[x / kReduction]; }
-
-  // Then works the noise out. `amount` scales it, 0 for none. True: stopped.
+  // When all blocks are there: works the noise out. `amount` scales it, 0 for none. True: stopped.
   bool Settle(float amount, Dots dots, Parallel& parallel, const Progress& progress);
   // By what rules.
   const Axes& axes() const { return axes_; }

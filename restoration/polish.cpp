@@ -8,7 +8,7 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kMostReach = kOtherAxes.reach;
+constexpr int32_t kMostReach = kOtherRoughAxes.reach;
 
 constexpr int32_t kTileColumns = 1024;
 constexpr int32_t kTileRows = 128;
@@ -168,10 +168,11 @@ void Polish::StoreRow(const Tile& tile, int32_t y) const {
 
 // Every row's three stages follow each other as soon as the rows that they look at are there.
 void Polish::StoreTile(const Tile& tile) const {
-  for (int32_t y = -kMargin; y < tile.rows + kMargin; ++y) {
+  const int32_t reach = tile.noise.axes().MostReach(), margin = 2 * reach;
+  for (int32_t y = -margin; y < tile.rows + margin; ++y) {
     LoadRow(tile, y);
-    const int32_t measured = y - kMostReach, stored = y - kMargin;
-    if (measured >= -kMostReach) {
+    const int32_t measured = y - reach, stored = y - margin;
+    if (measured >= -reach) {
       for (int32_t axis = 0; axis < axes_.count; ++axis) MeasureGains(tile, axis, measured);
     }
     if (stored >= 0) StoreRow(tile, stored);

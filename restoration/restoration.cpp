@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "image/pixel_kind.h"
+#include "restoration/dots.h"
 #include "restoration/gate.h"
 #include "restoration/local_notches.h"
 #include "restoration/polish.h"
 #include "restoration/rim.h"
 #include "restoration/taken_channels.h"
 #include "restoration/tone.h"
-#include "restoration/wear.h"
 
 namespace tessaline {
 
@@ -75,9 +75,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
     channels.AddTone(parallel);
   }
   const bool isWhole = settings.strong == 0.0f;
-  const Dots dots = isWhole && IsWorn(from, findings, axes, gate, noise, channels) ? Dots::kWorn
-                    : IsCoarse(findings)                                           ? Dots::kCoarse
-                                                                                   : Dots::kFine;
+  const Dots dots = DotsOf(from, isWhole, findings, axes, gate, channels);
   if (noise.Settle(settings.polish, dots, parallel, progress.Part(kFiltered, kNoiseKnown)))
     return kUserCancelled;
   if (rim.Smooth(noise, gate, parallel, progress.Part(kNoiseKnown, kRimSmooth), &channels))

@@ -45,7 +45,7 @@ using Cubic = float[4];
 
 // The polish, of windows of 2 * reach + 1 rows.
 struct WindowRows {
-  static constexpr int kMostRows = 5;
+  static constexpr int kMostRows = 7;
   const float* rows[kMostRows];
 };
 
@@ -112,13 +112,13 @@ struct RowKernels {
   void (*addMixed)(int32_t count, const float* const* to, const float* const* rows,
                    const float (&weights)[3][3], float* const* sums);
   void (*add)(int32_t count, const float* a, const float* b, float* sums);
-  // Polish, by reach 1, 2: sums of values and of their squares along a row; gains from the sums of several
+  // Polish, by reach 1, 2, 3: sums of values and of their squares along a row; gains from the sums of several
   // rows, and (1 - gain) mean; the sums of those two along a row; and what the polish adds to the values.
-  void (*sumValues[2])(int32_t count, const float* values, float* sums, float* squares);
-  void (*measureGain[2])(int32_t count, const WindowRows& sums, const WindowRows& squares, const float* noise,
+  void (*sumValues[3])(int32_t count, const float* values, float* sums, float* squares);
+  void (*measureGain[3])(int32_t count, const WindowRows& sums, const WindowRows& squares, const float* noise,
                          float* gain, float* smooth);
-  void (*sumGains[2])(int32_t count, const float* gain, const float* smooth, float* gains, float* smooths);
-  void (*change[2])(int32_t count, const WindowRows& gains, const WindowRows& smooths, const float* values,
+  void (*sumGains[3])(int32_t count, const float* gain, const float* smooth, float* gains, float* smooths);
+  void (*change[3])(int32_t count, const WindowRows& gains, const WindowRows& smooths, const float* values,
                     float* change);
 };
 

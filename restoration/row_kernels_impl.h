@@ -473,10 +473,10 @@ constexpr RowKernels MakeRowKernels() {
       Mix,
       AddMixed,
       Add,
-      {SumValues<1>, SumValues<2>},
-      {MeasureGain<1>, MeasureGain<2>},
-      {SumGains<1>, SumGains<2>},
-      {Change<1>, Change<2>}};
+      {SumValues<1>, SumValues<2>, SumValues<3>},
+      {MeasureGain<1>, MeasureGain<2>, MeasureGain<3>},
+      {SumGains<1>, SumGains<2>, SumGains<3>},
+      {Change<1>, Change<2>, Change<3>}};
 }
 
 }  // namespace

@@ -171,7 +171,7 @@ TEST(LargeGates, AreNearlyThoseOfEverythingLookedAtForAnyNumberOfThreads) {
 // Every set's loops over the same rows, whose count is no whole number of vectors; all results in one row.
 std::vector<float> ResultsOf(const RowKernels& kernels) {
   constexpr int32_t kCount = 157, kStride = 4 * kCount;
-  std::vector<float> rows(40 * kStride), results(26 * kStride);
+  std::vector<float> rows(40 * kStride), results(31 * kStride);
   for (size_t i = 0; i < rows.size(); ++i) rows[i] = 16000.0f * std::sin(0.37f * static_cast<float>(i));
   const auto in = [&](int i) { return rows.data() + i * kStride + 16; };
   const auto out = [&](int i) { return results.data() + i * kStride; };
@@ -191,11 +191,11 @@ std::vector<float> ResultsOf(const RowKernels& kernels) {
   kernels.addSteps(kCount, in(0), 2.0f, 1e-4f, out(7));
   kernels.enlarge[1](kCount / 4, in(0), in(1), 0.3f, out(8));
   kernels.addPower(kCount, 1.1f, in(0), in(1), out(9));
-  for (const int reach : {0, 1}) {
+  for (const int reach : {0, 1, 2}) {
     float* const sums = out(10 + 7 * reach);
     kernels.sumValues[reach](kCount, in(0), sums, sums + kStride);
-    const WindowRows values{{in(0), in(1), in(2), in(3), in(4)}},
-        squares{{in(5), in(6), in(7), in(8), in(9)}};
+    const WindowRows values{{in(0), in(1), in(2), in(3), in(4), in(20), in(21)}},
+        squares{{in(5), in(6), in(7), in(8), in(9), in(22), in(23)}};
     kernels.measureGain[reach](kCount, values, squares, in(10), sums + 2 * kStride, sums + 3 * kStride);
     kernels.sumGains[reach](kCount, in(0), in(1), sums + 4 * kStride, sums + 5 * kStride);
     kernels.change[reach](kCount, values, squares, in(6), sums + 6 * kStride);

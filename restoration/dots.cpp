@@ -1,0 +1,133 @@
+#include "restoration/dots.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+#include "image/pixel_kind.h"
+#include "restoration/licensed_peaks.h"
+#include "restoration/light.h"
+#include "restoration/local_notches.h"
+
+namespace tessaline {
+
+namespace {
+
+constexpr double kCoarsePeriod = 7.0;       // pixels
+constexpr double kRoughCoarsePeriod = 6.0;  // likewise, where what is left is rough
+
+// What a print has left is looked at in windows of so many dots both ways.
+constexpr int32_t kSide = 8;
+constexpr int32_t kSmallestDot = 2, kLargestDot = 16;  // pixels
+constexpr int32_t kLongestSide = kSide * kLargestDot;
+constexpr size_t kFewestWindows = 16, kMostWindows = 400;  // these tell enough
+
+// Even the flattest windows of a rough print vary more than paper and JPEG do; they vary over some pixels,
+// which grain does not; and hardly more over seven than over five, as a picture's texture would.
+constexpr double kFlat = 0.1;                                        // of the windows
+constexpr double kLeastVariance = 28.0 * kByteToHost * kByteToHost;  // of 3 x 3 pixels
+constexpr double kLeastGrowth = 1.17;                                // from 3 x 3 to 5 x 5
+constexpr double kMostGrowth = 1.21;                                 // from 5 x 5 to 7 x 7
+
+// Of 3 x 3, 5 x 5 and 7 x 7 pixels.
+constexpr int32_t kReaches = 3;
+struct Variances {
+  double of[kReaches] = {};
+};
+
+// Their means over rows that follow each other.
+class RowVariances {
+ public:
+  // The row's values, to be filled in; then it counts.
+  float* NextRow() { return rows_[count_ % kRows]; }
+  void Add(int32_t columns) {
+    ++count_;
+    for (int32_t x = kReaches; count_ >= kRows && x < columns - kReaches; ++x) AddWindow(x);
+  }
+  Variances Mean() const {
+    Variances mean = sums_;
+    for (double& variance : mean.of) variance /= pixels_;
+    return mean;
+  }
+
+ private:
+  static constexpr int32_t kRows = 2 * kReaches + 1;
+
+  // Ring by ring round a pixel of the row in the middle.
+  void AddWindow(int32_t x) {
+    double sums[kReaches + 1] = {}, squares[kReaches + 1] = {};
+    for (int32_t y = -kReaches; y <= kReaches; ++y) {
+      const float* const values = rows_[(count_ + kReaches + y) % kRows] + x;
+      for (int32_t i = -kReaches; i <= kReaches; ++i) {
+        const int32_t ring = std::max(std::abs(y), std::abs(i));
+        const double value{values[i]};
+        sums[ring] += value;
+        squares[ring] += value * value;
+      }
+    }
+    for (int32_t reach = 1; reach <= kReaches; ++reach) {
+      sums[reach] += sums[reach - 1];
+      squares[reach] += squares[reach - 1];
+      const int32_t side = 2 * reach + 1;
+      const double mean = sums[reach] / (side * side);
+      sums_.of[reach - 1] += squares[reach] / (side * side) - mean * mean;
+    }
+    ++pixels_;
+  }
+
+  float rows_[kRows][kLongestSide] = {};
+  Variances sums_;
+  int32_t count_ = 0, pixels_ = 0;
+};
+
+Variances MeasureWindow(int32_t left, int32_t top, int32_t side, const Axes& axes,
+                        const TakenChannels& channels) {
+  float levels[kMostChannels][kLongestSide];
+  const LevelRows rows = {levels[0], levels[1], levels[2]};
+  RowVariances variances;
+  for (int32_t y = 0; y < side; ++y) {
+    channels.Load({top + y, left, side}, rows);
+    float* const values = variances.NextRow();
+    for (int32_t x = 0; x < side; ++x) values[x] = axes.First(levels[0][x], levels[1][x], levels[2][x]);
+    variances.Add(side);
+  }
+  return variances.Mean();
+}
+
+// Dots of so many pixels.
+bool IsRough(const PictureView& picture, int32_t dot, const Axes& axes, const Gate& gate,
+             const TakenChannels& channels) {
+  const int32_t side = kSide * dot;
+  const int32_t across = picture.width / side, all = across * (picture.height / side);
+  const int32_t step =
+      std::max(static_cast<int32_t>((static_cast<size_t>(all) + kMostWindows - 1) / kMostWindows), 1);
+  std::vector<double> variances[kReaches];
+  for (int32_t i = 0; i < all; i += step) {
+    const int32_t left = i % across * side, top = i / across * side;
+    if (!gate.IsOpen(left, top, side, side)) continue;
+    const Variances window = MeasureWindow(left, top, side, axes, channels);
+    for (int32_t k = 0; k < kReaches; ++k) variances[k].push_back(window.of[k]);
+  }
+  if (variances[0].size() < kFewestWindows) return false;
+  const double near = Percentile(kFlat, variances[0]), middle = Percentile(kFlat, variances[1]),
+               wide = Percentile(kFlat, variances[2]);
+  return near > kLeastVariance && middle > kLeastGrowth * near && wide < kMostGrowth * middle;
+}
+
+}  // namespace
+
+Dots DotsOf(const PictureView& picture, bool isWhole, const Findings& findings, const Axes& axes,
+            const Gate& gate, const TakenChannels& channels) {
+  const std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
+  if (licensed.empty()) return Dots::kFine;
+  const double period = kSpectrumCells / std::hypot(licensed[0].dx, licensed[0].dy);
+  const auto dot = static_cast<int32_t>(std::lround(std::max(period, double{kSmallestDot})));
+  if (isWhole && dot <= kLargestDot && IsRough(picture, dot, axes, gate, channels)) {
+    return period < kRoughCoarsePeriod ? Dots::kRough : Dots::kRoughCoarse;
+  }
+  const bool isKnown = IsSquareLattice(findings) || IsLocal(findings);
+  return period >= kCoarsePeriod && isKnown ? Dots::kCoarse : Dots::kFine;
+}
+
+}  // namespace tessaline
