@@ -13,6 +13,10 @@ constexpr int32_t kMostSide = 48 / Gate::kReduction;  // blocks
 constexpr float kOpen = 0.999f,
                 kHardlyOpen = 0.1f;  // less is closed in part, or wholly but for the softened rim
 constexpr int32_t kReach = 3;        // blocks, of that rim
+// What is open because the pattern is there is so somewhere over this; letters that look like it are so
+// nowhere.
+constexpr float kSolid = 0.9f;
+constexpr int32_t kSolidSide = 16 / Gate::kReduction;  // blocks
 
 struct Block {
   int32_t x, y;
@@ -26,18 +30,32 @@ struct Kind {
   bool Has(float open) const { return isAbove ? open > level : open < level; }
 };
 
-// What hangs together, of which no more blocks are kept than a small place has.
+// What hangs together. Its blocks are kept where it is small, and where it is open but nowhere solid.
 struct Place {
   int32_t left, top, right, bottom;  // blocks, the last two included
   size_t size = 0;
+  bool isHole;
+  bool isSolid = false;  // somewhere
   std::vector<Block> blocks;
 
   bool IsSmall() const { return right - left < kMostSide && bottom - top < kMostSide; }
+  bool IsKept() const { return IsSmall() || !(isHole || isSolid); }
 };
+
+// Over a square that ends with the block.
+bool IsSolid(const Plane& open, Block last) {
+  const int32_t left = last.x - kSolidSide + 1, top = last.y - kSolidSide + 1;
+  if (left < 0 || top < 0) return false;
+  for (int32_t y = last.y; y >= top; --y) {
+    const float* const row = open.Row(y);
+    if (std::any_of(row + left, row + last.x + 1, [](float part) { return part < kSolid; })) return false;
+  }
+  return true;
+}
 
 // Takes in what hangs together from a block on; `marks` are left wherever it was.
 Place Gather(const Plane& open, const Kind& kind, Block from, Plane* marks, std::vector<Block>* waiting) {
-  Place place{from.x, from.y, from.x, from.y};
+  Place place{from.x, from.y, from.x, from.y, 0, !kind.isAbove};
   const auto take = [&](int32_t x, int32_t y) {
     if (x < 0 || y < 0 || x >= open.width || y >= open.height) return;
     if (marks->Row(y)[x] != 0.0f || !kind.Has(open.Row(y)[x])) return;
@@ -49,13 +67,14 @@ Place Gather(const Plane& open, const Kind& kind, Block from, Plane* marks, std:
     const Block block = waiting->back();
     waiting->pop_back();
     ++place.size;
+    place.isSolid = place.isSolid || IsSolid(open, block);
     place.left = std::min(place.left, block.x), place.right = std::max(place.right, block.x);
     place.top = std::min(place.top, block.y), place.bottom = std::max(place.bottom, block.y);
-    if (place.IsSmall()) place.blocks.push_back(block);
+    if (place.IsKept()) place.blocks.push_back(block);
     constexpr Block kAround[] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
     for (const Block& step : kAround) take(block.x + step.x, block.y + step.y);
   }
-  if (!place.IsSmall()) place.blocks = {};
+  if (!place.IsKept()) place.blocks = {};
   return place;
 }
 
@@ -91,7 +110,7 @@ void OpenHoles(bool isPart, Plane* open, Plane* marks) {
 }
 
 void CloseIslands(bool isPart, Plane* open, Plane* marks) {
-  constexpr size_t kMostOfAll = 4;  // one of so many blocks
+  constexpr size_t kMostOfAll = 2;  // one of so many blocks
   constexpr float kIsland = 3.0f;   // a mark
   constexpr Kind kAnyhow = {kHardlyOpen, true};
   const size_t blocks = static_cast<size_t>(open->width) * static_cast<size_t>(open->height);
@@ -100,7 +119,7 @@ void CloseIslands(bool isPart, Plane* open, Plane* marks) {
   size_t all = 0, ofIslands = 0;
   for (const Place& place : PlacesOf(*open, kAnyhow, marks)) {
     all += place.size;
-    if (!place.IsSmall() || MayGoOn(isPart, *open, place)) continue;
+    if (!place.IsKept() || MayGoOn(isPart, *open, place)) continue;
     ofIslands += place.size;
     for (const Block& block : place.blocks) marks->Row(block.y)[block.x] = kIsland;
   }

@@ -13,8 +13,9 @@ namespace tessaline {
 // hides its pattern there; what has none, a word or a caption, is larger.
 void OpenHoles(bool isPart, Plane* open, Plane* marks);
 
-// Closes what is open, wholly or in part, in small places that are closed all round: letters that look like
-// the pattern by chance. Not where a good part of all that is open are such places.
+// Closes what is open, wholly or in part, in places that are closed all round and small, or nowhere open over
+// 16 x 16 pixels: letters that look like the pattern by chance. Not where half of all that is open are such
+// places.
 void CloseIslands(bool isPart, Plane* open, Plane* marks);
 
 }  // namespace tessaline

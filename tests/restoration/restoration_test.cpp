@@ -223,9 +223,11 @@ TEST(GateHoles, AreOpenedAndIslandsClosedWhereTheyAreSmall) {
     }
     close(50, 2, 8, 20), close(58, 2, 1, 20), open.Row(30)[10] = 0.05f;
     for (int32_t y = 2; y < 22; ++y) std::fill_n(open.Row(y) + 50, 8, 1.0f);
+    for (int32_t y = 33; y < 36; ++y) std::fill_n(open.Row(y) + 14, 30, 1.0f);
     CloseIslands(isPart, &open, &marks);
     EXPECT_EQ(0.0f, open.Row(25)[33]);
     EXPECT_EQ(0.0f, open.Row(30)[10]);  // the softened rim of nothing
+    EXPECT_EQ(0.0f, open.Row(34)[20]);  // nowhere four blocks high
     EXPECT_EQ(1.0f, open.Row(2)[50]);
     EXPECT_EQ(0.25f, open.Row(21)[58]);  // that of a picture
     EXPECT_EQ(isPart ? 0.75f : 0.0f, open.Row(2)[2]);
