@@ -124,6 +124,16 @@ TEST(HostAccess, RowsShorterThanAskedAreNoneAndNarrowRectanglesAreClamped) {
   EXPECT_EQ(
       (std::vector<int>{-32768, -5, 32767, 32767}),
       (std::vector<int>{record.inRect.top, record.inRect.left, record.inRect.bottom, record.inRect.right}));
+  // Of a document that cannot be no mask is asked for, which would take hours.
+  static int asked;
+  asked = 0;
+  host::BigDocumentStruct big = {};
+  big.filterRect32 = {0, 0, INT32_MAX, 10};
+  record.bigDocumentData = &big;
+  record.haveMask = 1;
+  record.advanceState = []() -> host::OSErr { return ++asked < 100 ? 0 : -1; };
+  EXPECT_EQ(INT32_MAX, FindWorkRectangle(&record).bottom);
+  EXPECT_EQ(0, asked);
 }
 
 // ------------------------------------------------------------------------------------------------- whole
