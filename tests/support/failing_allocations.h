@@ -23,8 +23,10 @@ namespace tessaline {
 class FailingAllocations {
  public:
   // After the first ones a dozen or two of the others are taken, further and further apart; with
-  // TESSALINE_EVERY_ALLOCATION in the environment each of them is.
-  FailingAllocations() : each_(std::getenv("TESSALINE_EVERY_ALLOCATION") != nullptr ? 1000000 : kFirstOnes) {}
+  // TESSALINE_EVERY_ALLOCATION in the environment each of them is. The first ones may be those after `from`.
+  explicit FailingAllocations(int from = 0)
+      : from_(from),
+        each_(std::getenv("TESSALINE_EVERY_ALLOCATION") != nullptr ? 1000000 : from + kFirstOnes) {}
   ~FailingAllocations() { EXPECT_GT(failures_, 0) << "nothing was allocated, so nothing was shown"; }
 
   bool Next() {
@@ -32,7 +34,7 @@ class FailingAllocations {
     if (wasCalled_ && !hasFailed_) {
       if (!isOnlyOne_) return false;
       isOnlyOne_ = false;
-      at_ = -1;
+      at_ = from_ - 1;
     }
     at_ += wasCalled_ && at_ >= each_ ? 1 + at_ / kSteps : 1;
     wasCalled_ = hasFailed_ = false;
@@ -65,7 +67,7 @@ class FailingAllocations {
   static constexpr bool kTakesLong = kIsWatched;
 #endif
   static constexpr int kFirstOnes = kTakesLong ? 4 : 8, kSteps = kTakesLong ? 1 : 2;
-  int each_, at_ = -1, failures_ = 0;
+  int from_, each_, at_ = from_ - 1, failures_ = 0;
   bool isOnlyOne_ = true, wasCalled_ = false, hasFailed_ = false;
   std::optional<testing::ScopedTrace> trace_;
 };
