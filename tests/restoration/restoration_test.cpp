@@ -261,6 +261,18 @@ TEST(Licences, AreNotGivenToAPictureWithoutAScreen) {
   ASSERT_EQ(kSuccess, Analyse(PictureOf(picture.view()), workspace, {}, &analysis));
   ASSERT_EQ(kSuccess, DecideWhole(PictureOf(picture.view()), analysis, settings, workspace, &findings));
   EXPECT_EQ(0, findings.seedCells);
+  // Peaks on every multiple of a row are writing's, and those of a narrow strip, most on one, are not.
+  for (const bool isRidge : {false, true}) {
+    findings.peaks.clear();
+    for (int32_t i = 0; i < 30; ++i) {
+      SpectrumPeak peak{};
+      peak.dx = i * 37 % 151 - 75, peak.dy = isRidge ? (i % 6 == 0 ? 40 : 60) : 20 * (1 + i % 4);
+      peak.height = 3.0, peak.isLicensed = true;
+      findings.peaks.push_back(peak);
+    }
+    EXPECT_EQ(kSuccess, CheckLicences({}, workspace.parallel(), &findings));
+    EXPECT_EQ(isRidge ? PeakVerdict::kTooFaint : PeakVerdict::kNotIsolated, findings.peaks[0].verdict);
+  }
 }
 
 TEST(Licences, AreTakenBackFromWhatNobodyCouldSeeInAnyOfThePictures) {
