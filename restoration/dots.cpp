@@ -23,12 +23,12 @@ constexpr int32_t kSmallestDot = 2, kLargestDot = 16;  // pixels
 constexpr int32_t kLongestSide = kSide * kLargestDot;
 constexpr size_t kFewestWindows = 16, kMostWindows = 400;  // these tell enough
 
-// Even the flattest windows of a rough print vary more than paper and JPEG do; they vary over some pixels,
-// which grain does not; and hardly more over seven than over five, as a picture's texture would.
+// Even the flattest windows of a rough print vary over some pixels, which paper, JPEG and grain do less;
+// hardly more over seven than over five, as a picture's texture would; and less than that does.
 constexpr double kFlat = 0.1;                                        // of the windows
-constexpr double kLeastVariance = 28.0 * kByteToHost * kByteToHost;  // of 3 x 3 pixels
-constexpr double kLeastGrowth = 1.17;                                // from 3 x 3 to 5 x 5
+constexpr double kLeastRise = 12.0 * kByteToHost * kByteToHost;      // of the variance from 3 x 3 to 5 x 5
 constexpr double kMostGrowth = 1.21;                                 // from 5 x 5 to 7 x 7
+constexpr double kMostVariance = 150.0 * kByteToHost * kByteToHost;  // of 3 x 3
 
 // Of 3 x 3, 5 x 5 and 7 x 7 pixels.
 constexpr int32_t kReaches = 3;
@@ -112,7 +112,7 @@ bool IsRough(const PictureView& picture, int32_t dot, const Axes& axes, const Ga
   if (variances[0].size() < kFewestWindows) return false;
   const double near = Percentile(kFlat, variances[0]), middle = Percentile(kFlat, variances[1]),
                wide = Percentile(kFlat, variances[2]);
-  return near > kLeastVariance && middle > kLeastGrowth * near && wide < kMostGrowth * middle;
+  return middle - near > kLeastRise && wide < kMostGrowth * middle && near < kMostVariance;
 }
 
 }  // namespace
