@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <vector>
 
 #include "image/pixel_kind.h"
 #include "restoration/licensed_peaks.h"
 #include "restoration/light.h"
 #include "restoration/local_notches.h"
+#include "restoration/row_kernels.h"
 
 namespace tessaline {
 
@@ -36,61 +36,63 @@ struct Variances {
   double of[kReaches] = {};
 };
 
-// Their means over rows that follow each other.
+// Their means over rows of so many levels that follow each other.
 class RowVariances {
  public:
-  // The row's values, to be filled in; then it counts.
-  float* NextRow() { return rows_[count_ % kRows]; }
-  void Add(int32_t columns) {
-    ++count_;
-    for (int32_t x = kReaches; count_ >= kRows && x < columns - kReaches; ++x) AddWindow(x);
+  explicit RowVariances(int32_t columns) : columns_(columns - 2 * kReaches) {}
+
+  // The row's levels, to be filled in; then it counts. Less `middle`, which keeps the squares precise.
+  float* NextRow() { return row_; }
+  void Add(float middle) {
+    for (int32_t x = 0; x < columns_ + 2 * kReaches; ++x) row_[x] -= middle;
+    const int32_t place = count_++ % kRows;
+    for (int32_t k = 0; k < kReaches; ++k) {
+      ActiveRowKernels().sumValues[k](columns_, row_ + kReaches, sums_[k][place], squares_[k][place]);
+      if (count_ >= kRows) AddWindows(k);
+    }
   }
   Variances Mean() const {
-    Variances mean = sums_;
-    for (double& variance : mean.of) variance /= pixels_;
+    Variances mean = variances_;
+    for (double& variance : mean.of) variance /= columns_ * (count_ - kRows + 1);
     return mean;
   }
 
  private:
   static constexpr int32_t kRows = 2 * kReaches + 1;
 
-  // Ring by ring round a pixel of the row in the middle.
-  void AddWindow(int32_t x) {
-    double sums[kReaches + 1] = {}, squares[kReaches + 1] = {};
-    for (int32_t y = -kReaches; y <= kReaches; ++y) {
-      const float* const values = rows_[(count_ + kReaches + y) % kRows] + x;
-      for (int32_t i = -kReaches; i <= kReaches; ++i) {
-        const int32_t ring = std::max(std::abs(y), std::abs(i));
-        const double value{values[i]};
-        sums[ring] += value;
-        squares[ring] += value * value;
-      }
+  // Those round the row in the middle.
+  void AddWindows(int32_t k) {
+    float sums[kLongestSide] = {}, squares[kLongestSide] = {};
+    for (int32_t y = -k - 1; y <= k + 1; ++y) {
+      const int32_t place = (count_ + kReaches + y) % kRows;
+      for (int32_t x = 0; x < columns_; ++x) sums[x] += sums_[k][place][x];
+      for (int32_t x = 0; x < columns_; ++x) squares[x] += squares_[k][place][x];
     }
-    for (int32_t reach = 1; reach <= kReaches; ++reach) {
-      sums[reach] += sums[reach - 1];
-      squares[reach] += squares[reach - 1];
-      const int32_t side = 2 * reach + 1;
-      const double mean = sums[reach] / (side * side);
-      sums_.of[reach - 1] += squares[reach] / (side * side) - mean * mean;
+    const float share = 1.0f / static_cast<float>((2 * k + 3) * (2 * k + 3));
+    for (int32_t x = 0; x < columns_; ++x) {
+      const float mean = share * sums[x];
+      variances_.of[k] += double{share * squares[x] - mean * mean};
     }
-    ++pixels_;
   }
 
-  float rows_[kRows][kLongestSide] = {};
-  Variances sums_;
-  int32_t count_ = 0, pixels_ = 0;
+  float row_[kLongestSide] = {};
+  float sums_[kReaches][kRows][kLongestSide] = {}, squares_[kReaches][kRows][kLongestSide] = {};
+  Variances variances_;
+  int32_t columns_, count_ = 0;
 };
 
 Variances MeasureWindow(int32_t left, int32_t top, int32_t side, const Axes& axes,
                         const TakenChannels& channels) {
   float levels[kMostChannels][kLongestSide];
   const LevelRows rows = {levels[0], levels[1], levels[2]};
-  RowVariances variances;
+  RowVariances variances(side);
+  float middle = 0.0f;
   for (int32_t y = 0; y < side; ++y) {
     channels.Load({top + y, left, side}, rows);
     float* const values = variances.NextRow();
     for (int32_t x = 0; x < side; ++x) values[x] = axes.First(levels[0][x], levels[1][x], levels[2][x]);
-    variances.Add(side);
+    if (y == 0) middle = values[0];
+    variances.Add(middle);
   }
   return variances.Mean();
 }
