@@ -516,7 +516,8 @@ bool IsInkOnAxis(const SpectrumPeak& peak, const std::vector<Candidate>& candida
   constexpr int32_t kTolerance = 2;         // cells
   constexpr ptrdiff_t kFewestOfRuling = 3;  // one ink has two
   const auto isSquareTo = [&](const Candidate& other) {
-    const bool isThere = !other.isOut || other.peak.verdict == PeakVerdict::kOffLattice;
+    const bool isThere = !other.isOut || other.peak.verdict == PeakVerdict::kOffLattice ||
+                         other.peak.verdict == PeakVerdict::kBlocks;
     SpectrumPeak turned = other.peak;
     turned.dx = other.peak.dy, turned.dy = -other.peak.dx;
     SpectrumPeak opposite = turned;
@@ -554,6 +555,15 @@ void LeaveOutOffLattice(std::vector<Candidate>* candidates) {
         IsSumOf(2, peak.dx, peak.dy, licensed) || std::any_of(licensed.begin(), licensed.end(), isTriple) ||
         (mostTerms == 3 && IsSumOf(3, peak.dx, peak.dy, licensed)) || IsInkOnAxis(peak, *candidates);
     if (!isExplained) LeaveOut(&candidate, PeakVerdict::kOffLattice);
+  }
+}
+
+// A screen of eight pixels stands where blocks do.
+void TakeInkForBlocksBack(std::vector<Candidate>* candidates) {
+  for (Candidate& candidate : *candidates) {
+    if (candidate.peak.verdict != PeakVerdict::kBlocks || !IsInkOnAxis(candidate.peak, *candidates)) continue;
+    candidate.isOut = false;
+    candidate.peak.verdict = PeakVerdict::kUsed;
   }
 }
 
@@ -608,7 +618,10 @@ void Detect(const ConstImageView& rawGray16, const ConstImageView& gray16, doubl
   LeaveOutSkirts(&candidates);
   const bool anyLicence = GiveLicences(spectrum, limits, licensedBefore, &candidates);
   ChooseUsed(anyLicence, &candidates);
-  if (keepsToLattice) LeaveOutOffLattice(&candidates);
+  if (keepsToLattice) {
+    LeaveOutOffLattice(&candidates);
+    TakeInkForBlocksBack(&candidates);
+  }
   if (peaks != nullptr) {
     peaks->clear();
     for (const Candidate& candidate : candidates) peaks->push_back(candidate.peak);

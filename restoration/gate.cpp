@@ -172,7 +172,10 @@ GatePlan PlanGate(const Findings& findings) {
   // What is much coarser than the strongest is a rosette of several inks; there text is as strong.
   const auto distance = [](const SpectrumPeak& peak) { return std::hypot(peak.dx, peak.dy); };
   std::vector<SpectrumPeak> used = findings.peaks;
-  std::erase_if(used, [](const SpectrumPeak& peak) { return peak.verdict != PeakVerdict::kUsed; });
+  // One ink of four, as far apart as a JPEG's blocks, is left to them.
+  std::erase_if(used, [](const SpectrumPeak& peak) {
+    return peak.verdict != PeakVerdict::kUsed && peak.verdict != PeakVerdict::kBlocks;
+  });
   for (const SpectrumPeak& peak : licensed) {
     if (static_cast<int32_t>(plan.carriers.size()) == RuleOf(plan).mostCarriers) break;
     if (distance(peak) < kCoarsest * distance(licensed.front())) continue;
