@@ -24,13 +24,14 @@ struct Detection {
 };
 
 Detection Detect(const Picture& gray16, const Picture& enhanced, double span, int32_t transformSize,
-                 double sensitivity = 1.0, float protectionRadius = 8.0f) {
+                 double sensitivity = 1.0, float protectionRadius = 8.0f, bool keepsToLattice = false) {
   const Image raw = ImageOf(gray16), high = ImageOf(enhanced);
   Image seeds;
   seeds.Create(kSpectrumCells, kSpectrumCells, 1);
   Detection detection;
-  detection.result = DetectPeaksAutomatically(raw.view(), high.view(), span, transformSize, sensitivity,
-                                              protectionRadius, seeds.view(), &detection.peaks);
+  detection.result =
+      DetectPeaksAutomatically(raw.view(), high.view(), span, transformSize, sensitivity, protectionRadius,
+                               seeds.view(), &detection.peaks, nullptr, keepsToLattice);
   detection.seeds = SamplesOf(seeds.view());
   return detection;
 }
@@ -109,6 +110,23 @@ TEST(AutomaticDetection, LeavesTheTraceOfBlocksAloneUnlessItIsHigh) {
     ASSERT_EQ(1u, found.peaks.size());
     EXPECT_EQ(isLeft, found.peaks[0].verdict == PeakVerdict::kBlocks);
     EXPECT_EQ(isLeft, found.Cells() == 0);
+  }
+}
+
+TEST(AutomaticDetection, TakesOneInkOfFourForNoBlocks) {
+  for (const int inks : {1, 3}) {
+    Picture spectrum = FlatSpectrum(10000);
+    const auto put = [&](int dx, int dy, double height) {
+      spectrum.samples[static_cast<size_t>((256 + dy) * kSpectrumCells + 256 + dx)] =
+          static_cast<uint16_t>(10000 + height * 3276.8);
+    };
+    put(-64, 0, 3.2), put(0, -64, 3.2), put(45, -45, 4.5), put(-45, -45, 4.5);
+    if (inks == 3) put(62, -17, 4.5), put(-17, -62, 4.5), put(17, -62, 4.5), put(-62, -17, 4.5);
+    const Detection found = Detect(spectrum, spectrum, 10.0, 1024, 1.0, 8.0f, true);
+    const auto left = std::count_if(found.peaks.begin(), found.peaks.end(), [](const SpectrumPeak& peak) {
+      return peak.verdict == PeakVerdict::kBlocks;
+    });
+    EXPECT_EQ(inks == 1 ? 2 : 0, left);
   }
 }
 
