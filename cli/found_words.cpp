@@ -17,6 +17,10 @@ std::string Rounded(double value, int digits) {
 
 // "period 1.92 px, angle 45.3 deg, 156.6 lpi at 300 dpi, height 3.35"
 std::string LicensedPeakText(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
+  if (peak.scale == PeakScale::kLines) {
+    return std::string(peak.dx == 0 ? "rows" : "columns") + " with an offset each, height " +
+           Rounded(peak.height, 2);
+  }
   std::string text = "period " + Rounded(peak.period, 2) + " px, angle " + Rounded(peak.angle, 1) + " deg";
   if (resolution) {
     const double lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);

@@ -34,6 +34,7 @@ enum class PeakScale : int32_t {
   kNear,   // smeared over tens of cells, as a warped or curled page does
   kFar,    // more so
   kLocal,  // over each other: only the spectra of small tiles show it
+  kLines,  // no peak, all of an axis: rows (dx = 0) or columns (dy = 0) of pixels have an offset each
 };
 
 // One peak of the upper half of the spectrum; its partner at (-dx, -dy) belongs to it.

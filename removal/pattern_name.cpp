@@ -87,6 +87,18 @@ std::string Listed(const std::vector<int>& numbers) {
   return text;
 }
 
+// "rows", "rows and columns"; empty where none have offsets.
+std::string LinesWithOffsets(const std::vector<SpectrumPeak>& peaks) {
+  std::string lines;
+  for (const bool areRows : {true, false}) {
+    const bool haveOffsets = std::any_of(peaks.begin(), peaks.end(), [&](const SpectrumPeak& peak) {
+      return peak.isLicensed && peak.scale == PeakScale::kLines && (peak.dx == 0) == areRows;
+    });
+    if (haveOffsets) lines += (lines.empty() ? "" : " and ") + std::string(areRows ? "rows" : "columns");
+  }
+  return lines;
+}
+
 }  // namespace
 
 PatternName NamePattern(const std::vector<SpectrumPeak>& peaks, const std::vector<Notch>& notches,
@@ -96,6 +108,7 @@ PatternName NamePattern(const std::vector<SpectrumPeak>& peaks, const std::vecto
     if (peak.isLicensed && peak.verdict == PeakVerdict::kUsed) waves.push_back(WaveOf(peak, notches));
   }
   if (waves.empty()) return {"a pattern"};
+  if (const std::string lines = LinesWithOffsets(peaks); !lines.empty()) return {"offsets of " + lines, true};
   const Wave& highest = waves[0];
   const bool isKnown = pixelsPerInchX > 0.0;
   const double lines = std::hypot(highest.x * pixelsPerInchX, highest.y * pixelsPerInchY);

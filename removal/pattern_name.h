@@ -9,8 +9,8 @@
 namespace tessaline {
 
 // "an 87.0 lpi screen at 45 deg", "87.0 lpi screens at 15, 45 and 75 deg", "a line pattern of period 4.79 px
-// at 99 deg". A screen repeats in two directions square to each other and its angle is below 90; lines per
-// inch where the resolution is known.
+// at 99 deg", "offsets of rows and columns". A screen repeats in two directions square to each other and its
+// angle is below 90; lines per inch where the resolution is known.
 struct PatternName {
   std::string text;
   bool isPlural = false;

@@ -149,7 +149,7 @@ class Canvas {
   std::vector<uint8_t>* pixels_;
 };
 
-constexpr int32_t kCircleRadii[] = {9, 20, 32, 40};  // by how far the peak is spread
+constexpr int32_t kCircleRadii[] = {9, 20, 32, 40, 9};  // by how far the peak is spread
 
 void MarkPeak(const SpectrumPeak& peak, int32_t x, int32_t y, bool isTakenOut, Canvas* canvas) {
   if (peak.isLicensed) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "restoration/line_offsets.h"
+
 namespace tessaline {
 
 namespace {
@@ -33,6 +35,8 @@ int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const
     result = AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
     if (result != kSuccess) return result;
   }
+  if (!HasLicence(*findings))
+    return AddLineOffsets(tiled, analysis, settings, workspace.parallel(), findings);
   return MeasureStrength(tiled, workspace.parallel(), findings, kept);
 }
 

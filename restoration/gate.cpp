@@ -157,9 +157,10 @@ GatePlan PlanGate(const Findings& findings) {
   const bool hasFine = std::any_of(licensed.begin(), licensed.end(), isFine);
   std::erase_if(licensed, [&](const SpectrumPeak& peak) { return isFine(peak) != hasFine; });
   if (licensed.empty()) return plan;
-  // Where tiles gave the licences each of them tells by its own peaks.
-  if (licensed.front().scale == PeakScale::kLocal) return plan;
-  plan.scale = licensed.front().scale;
+  // Where tiles gave the licences each of them tells by its own peaks, and lines go all the way.
+  const PeakScale scale = licensed.front().scale;
+  if (scale == PeakScale::kLocal || scale == PeakScale::kLines) return plan;
+  plan.scale = scale;
   // Near the axes text and edges repeat too, so peaks off them tell better where a pattern is. Not where its
   // fundamentals lie on the axes: what is off them is weak then, and missing wherever the dots are half
   // grown.

@@ -32,8 +32,6 @@ GaussianKernel::GaussianKernel(double sigma) {
   for (int32_t i = 0; i <= reach; ++i) weights[i] = static_cast<float>(values[i] / total);
 }
 
-namespace {
-
 void BlurRow(const GaussianKernel& kernel, const float* row, int32_t width, float* blurred) {
   const auto mirrored = [&](int32_t x) {
     float sum = kernel.weights[0] * row[x];
@@ -52,6 +50,8 @@ void BlurRow(const GaussianKernel& kernel, const float* row, int32_t width, floa
     for (int32_t x = first; x < last; ++x) blurred[x] += weight * (row[x - i] + row[x + i]);
   }
 }
+
+namespace {
 
 void BlurDown(const GaussianKernel& kernel, const Plane& plane, int32_t y, int32_t columns, float* blurred) {
   const float* const row = plane.Row(y);

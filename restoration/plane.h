@@ -102,6 +102,9 @@ constexpr double VarianceOfEnlarging(int32_t reduction) {
 // Blurs the first `columns` of a plane in place; borders mirror. `scratch` has the plane's shape.
 void Blur(const GaussianKernel& kernel, Parallel& parallel, int32_t columns, Plane* plane, Plane* scratch);
 
+// Blurs a row of whatever samples; its borders mirror. `blurred` is another row.
+void BlurRow(const GaussianKernel& kernel, const float* row, int32_t width, float* blurred);
+
 inline int32_t ReducedSide(int32_t side, int32_t reduction) {
   return (side + reduction - 1) / reduction;
 }

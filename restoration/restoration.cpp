@@ -7,6 +7,7 @@
 #include "image/pixel_kind.h"
 #include "restoration/dots.h"
 #include "restoration/gate.h"
+#include "restoration/line_offsets.h"
 #include "restoration/local_notches.h"
 #include "restoration/polish.h"
 #include "restoration/rim.h"
@@ -43,6 +44,11 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
                        const Mask& mask, Workspace& workspace, const ApplyOptions& options,
                        const RestorationSettings& settings, const Progress& progress, Image* drawnGate) {
   Parallel& parallel = workspace.parallel();
+  if (IsOfLines(findings)) {
+    const int32_t drawn =
+        drawnGate != nullptr ? MeasureGate(from, findings, workspace, settings, drawnGate) : kSuccess;
+    return drawn != kSuccess ? drawn : TakeLineOffsetsOut(from, to, findings, parallel, progress);
+  }
   const Axes axes(from, settings.meaning);
   Gate gate;
   Noise noise;
@@ -87,7 +93,8 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
 }  // namespace
 
 const ToneCurve* CurveOf(const RestorationSettings& settings, const Findings& findings) {
-  return settings.meaning == ChannelMeaning::kOpponents ? nullptr : LightFor(settings.light, findings);
+  const bool isOfLevels = settings.meaning == ChannelMeaning::kOpponents || IsOfLines(findings);
+  return isOfLevels ? nullptr : LightFor(settings.light, findings);
 }
 
 int32_t Restore(const PictureView& from, const PictureView& to, const Findings& findings, const Mask& mask,

@@ -27,7 +27,8 @@ struct RestorationSettings {
   float strong = 0.0f;
 };
 
-// The curve of the light that the notches work on; null: they work on levels, as always on opponents.
+// The curve of the light that the notches work on; null: they work on levels, as always on opponents and
+// where lines have offsets (line_offsets.h), which have no notches either.
 const ToneCurve* CurveOf(const RestorationSettings& settings, const Findings& findings);
 
 // As Apply, of which the options' rounding is not looked at. `gate`, if given, receives how far the gate was

@@ -219,6 +219,10 @@ TEST(NamePattern, TellsScreensFromLinesAndCountsInTheUnitThatIsKnown) {
   screens.insert(screens.end(), {LicensedPeak(123, -33), LicensedPeak(-33, -123), LicensedPeak(250, 0)});
   EXPECT_EQ("74.6 lpi screens at 15 and 45 deg", NamePattern(screens, {}, 300, 300).text);
   EXPECT_TRUE(NamePattern(screens, {}, 300, 300).isPlural);
+  std::vector<SpectrumPeak> lines = {LicensedPeak(152, 0), LicensedPeak(0, -152)};
+  for (SpectrumPeak& axis : lines) axis.scale = PeakScale::kLines;
+  EXPECT_EQ("offsets of rows and columns", NamePattern(lines, {}, 300, 300).text);
+  EXPECT_EQ("offsets of columns", NamePattern({lines[0]}, {}, 0, 0).text);
   screens[0].isLicensed = false;
   EXPECT_EQ("a pattern", NamePattern({screens[0]}, {}, 0, 0).text);
 }

@@ -478,7 +478,8 @@ TEST(BadInput, FindsNothingAndForcedThroughEveryStepStaysANumber) {
                {300, 200, 0.5f, 0.5f, PeakScale::kFine},     {90, 70, 0.0f, 1.0f, PeakScale::kNear},
                {300, 200, 1.0f, 0.0f, PeakScale::kFar},      {300, 200, 0.5f, NAN, PeakScale::kFine},
                {300, 200, 0.5f, kInfinity, PeakScale::kFar}, {1, 1, 0.5f, 0.5f, PeakScale::kLocal},
-               {300, 200, 0.5f, NAN, PeakScale::kLocal}};
+               {300, 200, 0.5f, NAN, PeakScale::kLocal},     {1, 1, 0.5f, 0.5f, PeakScale::kLines},
+               {300, 200, 0.5f, NAN, PeakScale::kLines},     {90, 1, 0.0f, 1.0f, PeakScale::kLines}};
   for (const auto& bad : cases) {
     const auto samples = static_cast<size_t>(bad.width * bad.height);
     std::vector<float> picture(samples, bad.level);
