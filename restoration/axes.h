@@ -27,7 +27,8 @@ constexpr AxisRule kOtherAxes = {1.20f, 50.0f, 2, 4.0f};   // differences of col
 // Of dots so far apart that what the notches leave of them is wider than the window.
 constexpr AxisRule kOnlyCoarseAxis = {0.30f, 200.0f, 2, 2.75f};
 constexpr AxisRule kFirstCoarseAxis = {0.20f, 130.0f, 2, 4.0f};
-// Of dots that differ by themselves or wander, so that flat places stay rough over some pixels.
+// Of dots that differ by themselves or wander, so that flat places stay rough over some pixels. More, where
+// these places ask for it (noise.cpp).
 constexpr AxisRule kOnlyRoughAxis = {0.44f, 300.0f, 2, 2.75f};
 constexpr AxisRule kFirstRoughAxis = {0.44f, 300.0f, 2, 4.0f};
 constexpr AxisRule kOtherRoughAxes = {1.20f, 50.0f, 3, 4.0f};
@@ -42,6 +43,12 @@ constexpr AxisMatrix kFromLuma = {{1.0f, 0.0f, 1.402f}, {1.0f, -0.344136f, -0.71
 
 // What a screen's dots are like.
 enum class Dots : int32_t { kFine, kCoarse, kRough, kRoughCoarse };
+
+struct DotsLeft {
+  Dots dots = Dots::kFine;
+  // Of rough ones the variance in the flattest windows, on the scale 0 .. 32768 of the first axis; else 0.
+  float flatVariance = 0.0f;
+};
 
 // As many as there are channels.
 struct Axes {

@@ -28,7 +28,7 @@ constexpr size_t kFewestWindows = 16, kMostWindows = 400;  // these tell enough
 constexpr double kFlat = 0.1;                                        // of the windows
 constexpr double kLeastRise = 12.0 * kByteToHost * kByteToHost;      // of the variance from 3 x 3 to 5 x 5
 constexpr double kMostGrowth = 1.21;                                 // from 5 x 5 to 7 x 7
-constexpr double kMostVariance = 150.0 * kByteToHost * kByteToHost;  // of 3 x 3
+constexpr double kMostVariance = 200.0 * kByteToHost * kByteToHost;  // of 3 x 3
 
 // Of 3 x 3, 5 x 5 and 7 x 7 pixels.
 constexpr int32_t kReaches = 3;
@@ -97,9 +97,9 @@ Variances MeasureWindow(int32_t left, int32_t top, int32_t side, const Axes& axe
   return variances.Mean();
 }
 
-// Dots of so many pixels.
-bool IsRough(const PictureView& picture, int32_t dot, const Axes& axes, const Gate& gate,
-             const TakenChannels& channels) {
+// Of dots of so many pixels: the variance in the flattest windows where these are rough, else 0.
+double RoughVariance(const PictureView& picture, int32_t dot, const Axes& axes, const Gate& gate,
+                     const TakenChannels& channels) {
   const int32_t side = kSide * dot;
   const int32_t across = picture.width / side, all = across * (picture.height / side);
   const int32_t step =
@@ -111,25 +111,29 @@ bool IsRough(const PictureView& picture, int32_t dot, const Axes& axes, const Ga
     const Variances window = MeasureWindow(left, top, side, axes, channels);
     for (int32_t k = 0; k < kReaches; ++k) variances[k].push_back(window.of[k]);
   }
-  if (variances[0].size() < kFewestWindows) return false;
+  if (variances[0].size() < kFewestWindows) return 0.0;
   const double near = Percentile(kFlat, variances[0]), middle = Percentile(kFlat, variances[1]),
                wide = Percentile(kFlat, variances[2]);
-  return middle - near > kLeastRise && wide < kMostGrowth * middle && near < kMostVariance;
+  const bool isRough = middle - near > kLeastRise && wide < kMostGrowth * middle && near < kMostVariance;
+  return isRough ? wide : 0.0;
 }
 
 }  // namespace
 
-Dots DotsOf(const PictureView& picture, bool isWhole, const Findings& findings, const Axes& axes,
-            const Gate& gate, const TakenChannels& channels) {
+DotsLeft DotsOf(const PictureView& picture, bool isWhole, const Findings& findings, const Axes& axes,
+                const Gate& gate, const TakenChannels& channels) {
   const std::vector<SpectrumPeak> licensed = LicensedByMagnitude(findings);
-  if (licensed.empty()) return Dots::kFine;
+  if (licensed.empty()) return {};
   const double period = kSpectrumCells / std::hypot(licensed[0].dx, licensed[0].dy);
   const auto dot = static_cast<int32_t>(std::lround(std::max(period, double{kSmallestDot})));
-  if (isWhole && dot <= kLargestDot && IsRough(picture, dot, axes, gate, channels)) {
-    return period < kRoughCoarsePeriod ? Dots::kRough : Dots::kRoughCoarse;
+  const double rough =
+      isWhole && dot <= kLargestDot ? RoughVariance(picture, dot, axes, gate, channels) : 0.0;
+  if (rough > 0.0) {
+    const bool isCoarse = period >= kRoughCoarsePeriod;
+    return {isCoarse ? Dots::kRoughCoarse : Dots::kRough, static_cast<float>(rough)};
   }
   const bool isKnown = IsSquareLattice(findings) || IsLocal(findings);
-  return period >= kCoarsePeriod && isKnown ? Dots::kCoarse : Dots::kFine;
+  return {period >= kCoarsePeriod && isKnown ? Dots::kCoarse : Dots::kFine};
 }
 
 }  // namespace tessaline

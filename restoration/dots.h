@@ -12,7 +12,7 @@ namespace tessaline {
 
 // Looked at where the gate is open, after the channels were taken. Of a part of a picture only the findings,
 // which all parts share. May throw std::bad_alloc.
-Dots DotsOf(const PictureView& picture, bool isWhole, const Findings& findings, const Axes& axes,
-            const Gate& gate, const TakenChannels& channels);
+DotsLeft DotsOf(const PictureView& picture, bool isWhole, const Findings& findings, const Axes& axes,
+                const Gate& gate, const TakenChannels& channels);
 
 }  // namespace tessaline

@@ -11,7 +11,24 @@ namespace tessaline {
 namespace {
 
 constexpr double kNoiseSigma = 6.0;
+// What windows vary by in flat places has to fall well below the noise to be taken down.
+constexpr double kOfFlat = 4.0;
+// Of such a print more is left than is taken out, and it is smoothed as widely as can be.
+constexpr float kMostlyLeft = 1.6f;
 static_assert(Noise::kReduction == kReductionWindows[1].hop);
+
+// Where there is much noise there is more of it: the mean that the blocks themselves weigh.
+double OwnMean(const Plane& plane) {
+  double sum = 0.0, squares = 0.0;
+  for (int32_t y = 0; y < plane.height; ++y) {
+    const float* const row = plane.Row(y);
+    for (int32_t x = 0; x < plane.width; ++x) {
+      sum += row[x];
+      squares += double{row[x]} * row[x];
+    }
+  }
+  return sum > 0.0 ? squares / sum : 0.0;
+}
 
 }  // namespace
 
@@ -54,16 +71,20 @@ void Noise::KeepBlocks(const PixelPart& part, const Squares& squares) {
   }
 }
 
-bool Noise::Settle(float amount, Dots dots, Parallel& parallel, const Progress& progress) {
-  axes_.dots = dots;
+bool Noise::Settle(float amount, const DotsLeft& left, Parallel& parallel, const Progress& progress) {
+  axes_.dots = left.dots;
+  // The flattest places of a rough print know how much is left where little was taken out.
+  const double taken = left.flatVariance > 0.0f ? OwnMean(noise_[0]) : 0.0;
+  const float leastShare = taken > 0.0 ? static_cast<float>(kOfFlat * left.flatVariance / taken) : 0.0f;
+  if (leastShare > kMostlyLeft) axes_.dots = Dots::kRoughCoarse;
   if (progress.Advance(0.0, 1.0)) return true;
   const double done = VarianceOfBlocks(kReduction) + VarianceOfEnlarging(kReduction);
   for (int32_t axis = 0; axis < axes_.count; ++axis) {
     Plane& noise = noise_[axis];
+    const float share = std::max(axes_.Rule(axis).noiseShare, axis == 0 ? leastShare : 0.0f);
     Blur(GaussianOfRest(kNoiseSigma, done, kReduction), parallel, noise.width, &noise, &scratch_);
     RowsInParallel(parallel, noise.height, [&](int32_t y, int32_t) {
       float* const row = noise.Row(y);
-      const float share = axes_.Rule(axis).noiseShare;
       const float most = axes_.Rule(axis).mostNoise * (kByteToHost * kByteToHost);
       for (int32_t x = 0; x < noise.width; ++x) row[x] = amount * std::min(share * row[x], most);
     });

@@ -34,7 +34,7 @@ class Noise {
   void KeepBlocks(const PixelPart& part, const Squares& squares);
 
   // When all blocks are there: works the noise out. `amount` scales it, 0 for none. True: stopped.
-  bool Settle(float amount, Dots dots, Parallel& parallel, const Progress& progress);
+  bool Settle(float amount, const DotsLeft& left, Parallel& parallel, const Progress& progress);
   // By what rules.
   const Axes& axes() const { return axes_; }
 

@@ -81,7 +81,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
     channels.AddTone(parallel);
   }
   const bool isWhole = settings.strong == 0.0f;
-  const Dots dots = DotsOf(from, isWhole, findings, axes, gate, channels);
+  const DotsLeft dots = DotsOf(from, isWhole, findings, axes, gate, channels);
   if (noise.Settle(settings.polish, dots, parallel, progress.Part(kFiltered, kNoiseKnown)))
     return kUserCancelled;
   if (rim.Smooth(noise, gate, parallel, progress.Part(kNoiseKnown, kRimSmooth), &channels))

@@ -152,6 +152,8 @@ const std::vector<PrintCase>& Prints() {
     {"texture", "gravel, four inks 133 lpi at 400 dpi", 0, Gravel, {.inks = 4, .linesPerInch = 133, .dotsPerInch = 400}},
     {"worn", "one ink 75 lpi", 31.2, Scene, {.linesPerInch = 75, .wear = 0.3}},
     {"worn", "four inks 85 lpi", 0, StillLife, {.inks = 4, .linesPerInch = 85, .wear = 0.2}},
+    {"worn", "four inks 38 lpi", 27.3, Scene, {.inks = 4, .linesPerInch = 38, .turn = 0.9, .noise = 0, .wear = 0.27}},
+    {"worn", "one ink 67 lpi at 200 dpi, soft", 34.0, OtherStillLife, {.linesPerInch = 67, .dotsPerInch = 200, .gamma = 2.2, .noise = 0.002, .wear = 0.26, .softness = 0.75}},
     {"lines", "65 lpi, 11 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -34, .lines = true}},
     {"lines", "65 lpi, 3 deg from upright", 0, StillLife, {.linesPerInch = 65, .turn = -42, .lines = true}},
     {"lines", "80 lpi, upright", 34.3, Scene, {.linesPerInch = 80, .turn = -45, .lines = true}},
