@@ -16,9 +16,9 @@
 namespace tessaline {
 
 // Adds a peak of PeakScale::kLines, and the cells of its axis, for rows (dx = 0) and for columns (dy = 0)
-// whose offsets, coarser than some 10 lines left out, are 1 level of 255 or more (root of the mean square, in
-// one channel; divided by the sensitivity). `findings` has no licence. Pictures smaller than a tile have no
-// lines. Returns 0 or kOutOfMemory.
+// whose offsets, coarser than some 10 lines left out, are 0.8 levels of 255 or more (root of the mean square,
+// in one channel; divided by the sensitivity). `findings` has no licence. Pictures smaller than a tile have
+// no lines. Returns 0 or kOutOfMemory.
 int32_t AddLineOffsets(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
                        Parallel& parallel, Findings* findings);
 
