@@ -30,7 +30,7 @@ TESSALINE_INLINE void StoreVector(T* destination, const V& v) {
   __builtin_memcpy(destination, &v, sizeof v);
 }
 
-// Calls body(0), body(1), ... body(Count - 1) with constants, so that arrays of vectors stay in registers.
+// Calls body(0), body(1), ... body(Count - 1) with constants.
 template <int Count, typename Body>
 TESSALINE_INLINE void Unroll(const Body& body) {
   [&]<int... I>(std::integer_sequence<int, I...>) __attribute__((always_inline)) {

@@ -39,18 +39,18 @@ struct TableTwiddles {
     using V = Vector<double, W>;
     int position;
     TESSALINE_INLINE FirstPass(const TableTwiddles&, int firstPosition) : position(firstPosition) {}
-    template <int Sign, int K>
-    TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x) const {
-      const double* const w = LaneTwiddles<N, R1>::kValues.value + LaneTwiddles<N, R1>::Offset(position, K);
+    template <int Sign>
+    TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int k) const {
+      const double* const w = LaneTwiddles<N, R1>::kValues.value + LaneTwiddles<N, R1>::Offset(position, k);
       return Rotate<Sign>(x, LoadVector<V>(w), LoadVector<V>(w + 8));
     }
   };
 
   // exp(2 pi i j K / M), the same for all lanes, where M is the length that pass Index divides.
-  template <int Sign, int Index, int K, typename V>
-  TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int j) const {
+  template <int Sign, int Index, typename V>
+  TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int k, int j) const {
     const UnitRootValue& w =
-        ScalarTwiddles<N / ProductOf(kRadices, Index), kRadices[Index]>::kValues.value[j][K - 1];
+        ScalarTwiddles<N / ProductOf(kRadices, Index), kRadices[Index]>::kValues.value[j][k - 1];
     return Rotate<Sign>(x, w.cosine, w.sine);
   }
 
@@ -68,10 +68,10 @@ TESSALINE_INLINE Complex<V> Multiply(const Complex<V>& a, const Complex<V>& b) {
 // exp(i k t) for k = 1 .. R - 1 from that of k = 1, in as few roundings as squaring allows.
 template <int R, typename V>
 TESSALINE_INLINE void RaiseToPowers(Complex<V> (&powers)[R]) {
-  Unroll<R - 2>([&](auto i) __attribute__((always_inline)) {
-    constexpr int k = i + 2;
+  TESSALINE_UNROLL for (int i = 0; i < R - 2; ++i) {
+    const int k = i + 2;
     powers[k] = Multiply(powers[k / 2], powers[k - k / 2]);
-  });
+  }
 }
 
 // Twiddle factors of the single-precision transforms: read from the caller's quarter wave, further powers by
@@ -112,11 +112,11 @@ struct WaveTwiddles {
       powers[1] = {V{up[0], up[kStep], up[2 * kStep], up[3 * kStep]},
                    V{down[0], down[-kStep], down[-2 * kStep], down[-3 * kStep]}};
       RaiseToPowers(powers);
-      Unroll<R - 1>([&](auto i) __attribute__((always_inline)) {
+      TESSALINE_UNROLL for (int i = 0; i < R - 1; ++i) {
         float* const cosines = inner + InnerOffset(Index) + i * kInnerCount + j;
         StoreVector(cosines, powers[i + 1].re);
         StoreVector(cosines + (R - 1) * kInnerCount, powers[i + 1].im);
-      });
+      }
     }
   }
 
@@ -129,15 +129,15 @@ struct WaveTwiddles {
                    Lanes<float, W>::LoadDownwards(twiddles.quarterWave + N / 4 - p)};
       RaiseToPowers(powers);
     }
-    template <int Sign, int K>
-    TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x) const {
-      return Rotate<Sign>(x, powers[K].re, powers[K].im);
+    template <int Sign>
+    TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int k) const {
+      return Rotate<Sign>(x, powers[k].re, powers[k].im);
     }
   };
 
-  template <int Sign, int Index, int K, typename V>
-  TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int j) const {
-    const float* const cosines = inner + InnerOffset(Index) + (K - 1) * InnerCount(Index);
+  template <int Sign, int Index, typename V>
+  TESSALINE_INLINE Complex<V> Turn(const Complex<V>& x, int k, int j) const {
+    const float* const cosines = inner + InnerOffset(Index) + (k - 1) * InnerCount(Index);
     return Rotate<Sign>(x, cosines[j], cosines[j + (kRadices[Index] - 1) * InnerCount(Index)]);
   }
 
@@ -172,33 +172,33 @@ struct Passes {
   template <typename S, typename Twiddles>
   static TESSALINE_INLINE void First(const S* in, T* scratch, const Twiddles& twiddles) {
     for (int p = 0; p < kRows; p += L::kGroup) {
-      Unroll<L::kGroup / W>([&](auto part) __attribute__((always_inline)) {
+      TESSALINE_UNROLL for (int part = 0; part < L::kGroup / W; ++part) {
         const int position = p + part * W;
         Complex<V> x[R1];
-        Unroll<R1>([&](auto j) __attribute__((always_inline)) {
+        TESSALINE_UNROLL for (int j = 0; j < R1; ++j) {
           x[j] = Twiddles::template Scale<Sign>(L::Load(in + 2 * kRows * j, position));
-        });
+        }
         Dft<R1, Sign, T>(x);
         const typename Twiddles::template FirstPass<W> factors(twiddles, position);
-        Unroll<R1 - 1>([&](auto k) __attribute__((always_inline)) {
-          x[k + 1] = factors.template Turn<Sign, k + 1>(x[k + 1]);
-        });
-        Unroll<R1 / W>([&](auto column) __attribute__((always_inline)) {
+        TESSALINE_UNROLL for (int k = 0; k < R1 - 1; ++k) {
+          x[k + 1] = factors.template Turn<Sign>(x[k + 1], k + 1);
+        }
+        TESSALINE_UNROLL for (int column = 0; column < R1 / W; ++column) {
           V re[W];
           V im[W];
-          Unroll<W>([&](auto lane) __attribute__((always_inline)) {
+          TESSALINE_UNROLL for (int lane = 0; lane < W; ++lane) {
             re[lane] = x[L::Element(column * W + lane)].re;
             im[lane] = x[L::Element(column * W + lane)].im;
-          });
+          }
           L::Transpose(re);
           L::Transpose(im);
-          Unroll<W>([&](auto lane) __attribute__((always_inline)) {
+          TESSALINE_UNROLL for (int lane = 0; lane < W; ++lane) {
             T* const row = scratch + RowOffset(p) + RowOffset(L::Element(part * W + lane)) + column * W;
             StoreVector(row, re[lane]);
             StoreVector(row + R1, im[lane]);
-          });
-        });
-      });
+          }
+        }
+      }
     }
   }
 
@@ -222,16 +222,16 @@ struct Passes {
     for (int column = 0; column < R1; column += W) {
       T* const first = row + column;
       Complex<V> x[R];
-      Unroll<R>([&](auto q) __attribute__((always_inline)) {
+      TESSALINE_UNROLL for (int q = 0; q < R; ++q) {
         x[q] = {LoadVector<V>(first + RowOffset(q * kStride)),
                 LoadVector<V>(first + RowOffset(q * kStride) + R1)};
-      });
+      }
       Dft<R, Sign, T>(x);
-      Unroll<R>([&](auto k) __attribute__((always_inline)) {
-        if constexpr (kTurns && k > 0) x[k] = twiddles.template Turn<Sign, Index, k>(x[k], j);
+      TESSALINE_UNROLL for (int k = 0; k < R; ++k) {
+        if (kTurns && k > 0) x[k] = twiddles.template Turn<Sign, Index>(x[k], k, j);
         StoreVector(first + RowOffset(k * kStride), x[k].re);
         StoreVector(first + RowOffset(k * kStride) + R1, x[k].im);
-      });
+      }
     }
   }
 
@@ -243,14 +243,14 @@ struct Passes {
       S* const results = out + 2 * R1 * BlockResult(block);
       for (int column = 0; column < R1; column += W) {
         Complex<V> x[RL];
-        Unroll<RL>([&](auto q) __attribute__((always_inline)) {
+        TESSALINE_UNROLL for (int q = 0; q < RL; ++q) {
           x[q] = {LoadVector<V>(rows + RowOffset(q) + column),
                   LoadVector<V>(rows + RowOffset(q) + R1 + column)};
-        });
+        }
         Dft<RL, Sign, T>(x);
-        Unroll<RL>([&](auto k) __attribute__((always_inline)) {
+        TESSALINE_UNROLL for (int k = 0; k < RL; ++k) {
           L::Store(results + 2 * (N / RL) * k, column, x[k]);
-        });
+        }
       }
     }
   }
@@ -313,11 +313,13 @@ TESSALINE_INLINE void TransposeGroup(const uint64_t* in, size_t inStride, uint64
   for (size_t y = 0; y < kColumnGroup; y += W) {
     for (size_t x = 0; x < kColumnGroup; x += W) {
       V tile[W];
-      Unroll<W>([&](auto i)
-                    __attribute__((always_inline)) { tile[i] = LoadVector<V>(in + (y + i) * inStride + x); });
+      TESSALINE_UNROLL for (int i = 0; i < W; ++i) {
+        tile[i] = LoadVector<V>(in + (y + i) * inStride + x);
+      }
       Lanes<double, W>::Transpose(tile);
-      Unroll<W>([&](auto i)
-                    __attribute__((always_inline)) { StoreVector(out + (x + i) * outStride + y, tile[i]); });
+      TESSALINE_UNROLL for (int i = 0; i < W; ++i) {
+        StoreVector(out + (x + i) * outStride + y, tile[i]);
+      }
     }
   }
 }
