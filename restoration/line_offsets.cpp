@@ -40,6 +40,12 @@ float InRange(float level) {
   return level > 0.0f ? std::min(level, kHostMax) : 0.0f;
 }
 
+// Leaves what of each of the lines is finer than their order; `coarse` is room for as many.
+void LeaveFiner(const GaussianKernel& kernel, int32_t lines, float* levels, float* coarse) {
+  BlurRow(kernel, levels, lines, coarse);
+  for (int32_t i = 0; i < lines; ++i) levels[i] -= coarse[i];
+}
+
 // A tile's offsets in one direction: products of what two segments say, `lag` lines apart, and how much of
 // the tile tells.
 struct TileOffsets {
@@ -50,7 +56,7 @@ struct TileOffsets {
 class TileMeter {
  public:
   explicit TileMeter(int32_t side)
-      : side_(side), levels_(static_cast<size_t>(side)), fine_(levels_), sum_(levels_) {
+      : side_(side), levels_(static_cast<size_t>(side)), coarse_(levels_), sum_(levels_) {
     for (auto& ofDirection : segments_) {
       for (auto& segment : ofDirection) segment.resize(static_cast<size_t>(side));
     }
@@ -91,9 +97,9 @@ class TileMeter {
     const GaussianKernel kernel(kCoarsest);
     std::fill(sum_.begin(), sum_.end(), 0.0f);
     for (auto& lines : segments) {
-      BlurRow(kernel, lines.data(), side_, fine_.data());
+      LeaveFiner(kernel, side_, lines.data(), coarse_.data());
       for (size_t i = 0; i < lines.size(); ++i) {
-        lines[i] = (lines[i] - fine_[i]) * static_cast<float>(kSegments) / static_cast<float>(side_);
+        lines[i] = lines[i] * static_cast<float>(kSegments) / static_cast<float>(side_);
         sum_[i] += lines[i];
       }
     }
@@ -114,7 +120,7 @@ class TileMeter {
   }
 
   int32_t side_;
-  std::vector<float> levels_, fine_, sum_;
+  std::vector<float> levels_, coarse_, sum_;
   std::array<Segments, kDirections> segments_;
 };
 
@@ -305,84 +311,108 @@ void LineMeter::LeaveFine(Direction direction, int32_t block, int32_t worker) {
   float* const variance = variance_[direction].Row(block);
   float* const blurred = scratch_.data() + static_cast<size_t>(worker) *
                                                static_cast<size_t>(std::max(picture_.width, picture_.height));
-  BlurRow(coarse, fine, lines, blurred);
-  for (int32_t i = 0; i < lines; ++i) {
-    fine[i] -= blurred[i];
-    variance[i] += fine[i] * fine[i];
-  }
+  LeaveFiner(coarse, lines, fine, blurred);
+  for (int32_t i = 0; i < lines; ++i) variance[i] += fine[i] * fine[i];
   BlurRow(nearby, variance, lines, blurred);
   std::copy_n(blurred, lines, variance);
 }
 
-// A line's offset is what its blocks agree on: where the picture varies little they count for more, and those
-// that are far off, where an edge runs along the line, for less.
-void LineMeter::Agree(Direction direction, int32_t channel, Parallel& parallel) {
-  constexpr float kLeastVariance = 100.0f;  // rounding to bytes
-  constexpr float kFarOff = 1.5f;
-  constexpr int32_t kRounds = 3;
-  const Plane &fine = fine_[direction], &variance = variance_[direction];
-  const auto blocks = static_cast<size_t>(fine.height);
-  std::vector<float>& offsets = offsets_[direction][static_cast<size_t>(channel)];
-  std::vector<float> halves[2], spreads(offsets.size());
-  for (auto& half : halves) half.resize(offsets.size());
-  std::vector<std::array<std::vector<float>, 3>> scratch(static_cast<size_t>(parallel.threads()));
-  for (auto& ofThread : scratch) {
-    for (auto& values : ofThread) values.resize(blocks);
-  }
-  RowsInParallel(parallel, fine.width, [&](int32_t line, int32_t worker) {
-    auto& [values, deviations, sorted] = scratch[static_cast<size_t>(worker)];
-    for (size_t i = 0; i < blocks; ++i) {
-      values[i] = fine.Row(static_cast<int32_t>(i))[line];
-      deviations[i] = std::sqrt(variance.Row(static_cast<int32_t>(i))[line] + kLeastVariance);
+// What lines' blocks agree on, and what tells how far that can be believed.
+struct Agreement {
+  explicit Agreement(size_t lines) : offsets(lines), spreads(lines), halves{offsets, offsets} {}
+
+  std::vector<float> offsets;
+  std::vector<float> spreads;    // from the first to the third quarter of a line's blocks
+  std::vector<float> halves[2];  // what every other block says
+};
+
+// For one line at a time.
+class BlocksOfLine {
+ public:
+  explicit BlocksOfLine(size_t blocks) : values_(blocks), deviations_(blocks), sorted_(blocks) {}
+
+  // Where the picture varies little blocks count for more, and those that are far off, where an edge runs
+  // along the line, for less.
+  void Agree(const Plane& fine, const Plane& variance, int32_t line, Agreement* agreement) {
+    constexpr float kLeastVariance = 100.0f;  // rounding to bytes
+    constexpr float kFarOff = 1.5f;
+    constexpr int32_t kRounds = 3;
+    for (size_t i = 0; i < values_.size(); ++i) {
+      values_[i] = fine.Row(static_cast<int32_t>(i))[line];
+      deviations_[i] = std::sqrt(variance.Row(static_cast<int32_t>(i))[line] + kLeastVariance);
     }
-    const auto quarterOf = [&, &many = sorted](const std::vector<float>& of, size_t quarter) {
-      many = of;
-      const auto place = many.begin() + static_cast<ptrdiff_t>(quarter * (many.size() - 1) / 4);
-      std::nth_element(many.begin(), place, many.end());
-      return *place;
-    };
-    float agreed = quarterOf(values, 2);
-    const float usual = kFarOff * quarterOf(deviations, 2);
+    float agreed = QuarterOf(values_, 2);
+    const float usual = kFarOff * QuarterOf(deviations_, 2);
     float sums[2] = {}, weights[2] = {};
     for (int32_t round = 0; round < kRounds; ++round) {
       sums[0] = sums[1] = weights[0] = weights[1] = 0.0f;
-      for (size_t i = 0; i < blocks; ++i) {
-        const float off = std::abs(values[i] - agreed);
-        const float weight = (off > usual ? usual / off : 1.0f) / (deviations[i] * deviations[i]);
-        sums[i % 2] += weight * values[i];
+      for (size_t i = 0; i < values_.size(); ++i) {
+        const float off = std::abs(values_[i] - agreed);
+        const float weight = (off > usual ? usual / off : 1.0f) / (deviations_[i] * deviations_[i]);
+        sums[i % 2] += weight * values_[i];
         weights[i % 2] += weight;
       }
       agreed = (sums[0] + sums[1]) / (weights[0] + weights[1]);
     }
     const auto place = static_cast<size_t>(line);
-    offsets[place] = agreed;
-    spreads[place] = quarterOf(values, 3) - quarterOf(values, 1);
-    for (size_t i = 0; i < 2; ++i) halves[i][place] = weights[i] > 0.0f ? sums[i] / weights[i] : 0.0f;
-  });
-  // As far as one half of the blocks bears out what the other one says.
+    agreement->offsets[place] = agreed;
+    agreement->spreads[place] = QuarterOf(values_, 3) - QuarterOf(values_, 1);
+    for (size_t i = 0; i < 2; ++i) {
+      agreement->halves[i][place] = weights[i] > 0.0f ? sums[i] / weights[i] : 0.0f;
+    }
+  }
+
+ private:
+  float QuarterOf(const std::vector<float>& of, size_t quarter) {
+    sorted_ = of;
+    const auto place = sorted_.begin() + static_cast<ptrdiff_t>(quarter * (sorted_.size() - 1) / 4);
+    std::nth_element(sorted_.begin(), place, sorted_.end());
+    return *place;
+  }
+
+  std::vector<float> values_, deviations_, sorted_;
+};
+
+// The share of all offsets by which one half of the blocks bears out what the other one says.
+float ShareBorneOut(const Agreement& agreement) {
+  const auto& [first, second] = agreement.halves;
   double products = 0.0, squares = 0.0;
-  for (size_t i = 0; i < offsets.size(); ++i) {
-    products += static_cast<double>(halves[0][i]) * halves[1][i];
-    squares += (static_cast<double>(halves[0][i]) * halves[0][i] +
-                static_cast<double>(halves[1][i]) * halves[1][i]) /
-               2;
+  for (size_t i = 0; i < first.size(); ++i) {
+    products += static_cast<double>(first[i]) * second[i];
+    squares += (static_cast<double>(first[i]) * first[i] + static_cast<double>(second[i]) * second[i]) / 2;
   }
   const double alike = squares > 0.0 ? std::max(products / squares, 0.0) : 0.0;
-  const auto share = static_cast<float>(2.0 * alike / (1.0 + alike));
-  // A line that is far off alone, and by as much all along, is a sensor's, too; others are a horizon or a
-  // frame.
+  return static_cast<float>(2.0 * alike / (1.0 + alike));
+}
+
+// A line that is far off alone, and by as much all along, is a sensor's, too; others are a horizon or a
+// frame, and are let be.
+void KeepSensors(const Agreement& agreement, float share, std::vector<float>* offsets) {
   constexpr double kMostSigmas = 3.0, kSigmaOfMiddle = 1.4826;
   constexpr float kMostSpread = 0.5f, kMostBeside = 0.5f;
-  std::vector<float> sizes(offsets.size());
-  std::transform(offsets.begin(), offsets.end(), sizes.begin(),
+  const std::vector<float>& spreads = agreement.spreads;
+  std::vector<float> sizes(spreads.size());
+  std::transform(agreement.offsets.begin(), agreement.offsets.end(), sizes.begin(),
                  [](float offset) { return std::abs(offset); });
   const auto most =
       static_cast<float>(kMostSigmas * kSigmaOfMiddle * Percentile(0.5, {sizes.begin(), sizes.end()}));
-  for (size_t i = 0; i < offsets.size(); ++i) {
+  for (size_t i = 0; i < sizes.size(); ++i) {
     const float beside = std::max(i > 0 ? sizes[i - 1] : 0.0f, i + 1 < sizes.size() ? sizes[i + 1] : 0.0f);
     const bool isAlone = beside <= kMostBeside * sizes[i] && spreads[i] <= kMostSpread * sizes[i];
-    offsets[i] = sizes[i] <= most || isAlone ? share * offsets[i] : 0.0f;
+    (*offsets)[i] = sizes[i] <= most || isAlone ? share * agreement.offsets[i] : 0.0f;
   }
+}
+
+void LineMeter::Agree(Direction direction, int32_t channel, Parallel& parallel) {
+  const Plane &fine = fine_[direction], &variance = variance_[direction];
+  std::vector<float>& offsets = offsets_[direction][static_cast<size_t>(channel)];
+  Agreement agreement(offsets.size());
+  std::vector<BlocksOfLine> ofThreads(static_cast<size_t>(parallel.threads()),
+                                      BlocksOfLine(static_cast<size_t>(fine.height)));
+  RowsInParallel(parallel, fine.width, [&](int32_t line, int32_t worker) {
+    ofThreads[static_cast<size_t>(worker)].Agree(fine, variance, line, &agreement);
+  });
+  KeepSensors(agreement, ShareBorneOut(agreement), &offsets);
 }
 
 int32_t TakeOut(const PictureView& from, const PictureView& to, const Findings& findings, Parallel& parallel,
