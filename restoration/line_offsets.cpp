@@ -109,7 +109,7 @@ class TileMeter {
       double products = 0.0;
       const int32_t first = kernel.reach, last = side_ - kernel.reach - lag;
       for (int32_t i = first; i < last; ++i) {
-        const auto a = static_cast<size_t>(i), b = static_cast<size_t>(i + lag);
+        const auto a = static_cast<size_t>(i), b = a + static_cast<size_t>(lag);
         products += static_cast<double>(sum_[a]) * sum_[b];
         for (const auto& lines : segments) products -= static_cast<double>(lines[a]) * lines[b];
       }
@@ -130,8 +130,8 @@ bool AreOffsets(std::vector<TileOffsets> tiles, double leastOffset) {
   std::erase_if(tiles, [](const TileOffsets& tile) { return !tile.isTold; });
   if (tiles.size() < std::max(kLeastTiles, all / 2)) return false;
   const auto valueOf = [&](double share, const auto& value) {
-    std::vector<double> values;
-    for (const TileOffsets& tile : tiles) values.push_back(value(tile));
+    std::vector<double> values(tiles.size());
+    std::transform(tiles.begin(), tiles.end(), values.begin(), value);
     return Percentile(share, std::move(values));
   };
   const size_t told = tiles.size();
@@ -208,8 +208,9 @@ void AddLines(const TiledPicture& tiled, const Analysis& analysis, const Setting
         [](int32_t) { return false; });
     for (const Direction direction : {kRows, kColumns}) {
       if (isFound[direction] || lifts[direction].height < kLeastHeight) continue;
-      std::vector<TileOffsets> tiles;
-      for (const auto& ofTile : measured) tiles.push_back(ofTile[direction]);
+      std::vector<TileOffsets> tiles(measured.size());
+      std::transform(measured.begin(), measured.end(), tiles.begin(),
+                     [direction](const auto& ofTile) { return ofTile[direction]; });
       isFound[direction] = AreOffsets(std::move(tiles), leastOffset);
     }
   }
