@@ -31,7 +31,7 @@ void AutomaticDetection(benchmark::State& state) {
   const char* const name = kPictures[state.range(0)];
   state.SetLabel(name);
   Spectra spectra(name);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     DetectPeaksAutomatically(spectra.gray16.view(), spectra.enhanced.view(), kSpan, 1024, 1.0, 8,
                              spectra.seeds.view(), nullptr);
   }
@@ -40,7 +40,7 @@ BENCHMARK(AutomaticDetection)->DenseRange(0, std::size(kPictures) - 1)->Unit(ben
 
 void ThresholdTest(benchmark::State& state) {
   Spectra spectra(kPictures[0]);
-  for (auto _ : state) DetectPeaks(spectra.enhanced.view(), 127.5f, 8, spectra.seeds.view());
+  while (state.KeepRunning()) DetectPeaks(spectra.enhanced.view(), 127.5f, 8, spectra.seeds.view());
 }
 BENCHMARK(ThresholdTest)->Unit(benchmark::kMillisecond);
 
@@ -51,7 +51,7 @@ void WholeRun(benchmark::State& state) {
   const PictureView view = PictureOf(picture.view());
   const Settings settings = {false, 98, 1, 6, 8};
   Workspace workspace;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     Analysis analysis;
     Findings findings;
     Mask mask;

@@ -126,18 +126,20 @@ double ShareKept(const Picture& before, const Picture& after, const Frame& frame
 
 BestBlur FindBestBlur(const Picture& picture, const Picture& original) {
   const auto error = [&](double sigma) { return SquaredError(Blurred(picture, sigma), original); };
-  constexpr double kFinest = 0.3, kCoarsest = 4, kRatio = 1.3;
+  constexpr double kFinest = 0.3, kCoarsest = 4, kRatio = 1.3, kNearEnough = 1.03;
   double best = kFinest, least = error(best);
-  for (double sigma = kFinest * kRatio; sigma < kCoarsest; sigma *= kRatio) {
-    const double here = error(sigma);
+  while (best * kRatio < kCoarsest) {
+    const double sigma = best * kRatio, here = error(sigma);
     if (here > least) break;  // errors fall to one valley
     best = sigma, least = here;
   }
-  for (double step = std::sqrt(kRatio); step > 1.03; step = std::sqrt(step)) {
+  double step = std::sqrt(kRatio);
+  while (step > kNearEnough) {
     for (const double sigma : {best / step, best * step}) {
       const double here = error(sigma);
       if (here < least) best = sigma, least = here;
     }
+    step = std::sqrt(step);
   }
   return {best, NearnessOf(Blurred(picture, best), original)};
 }
