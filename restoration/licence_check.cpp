@@ -204,9 +204,11 @@ bool AreMultiples(const std::vector<double>& numbers, double least, double most,
   constexpr double kTolerance = 1.0, kStep = 0.01;  // cells; what the farthest tooth of a comb is missed by
   if (numbers.size() < fewest) return false;
   std::vector<int32_t> multiples;
-  for (double base = least; base <= most; base += kStep * base) {
+  double next = least;
+  while (next <= most) {
     // The guess grows from the nearer teeth to the farther ones.
-    double fitted = base;
+    double fitted = next;
+    next += kStep * next;
     for (int32_t round = 0; round < 3; ++round) {
       double weighted = 0.0, squares = 0.0;
       for (const double number : numbers) {
@@ -237,8 +239,9 @@ bool IsWriting(const Findings& findings) {
   constexpr double kMostOfCrooked = 64.0;                      // down to 8 pixels
   constexpr size_t kFewestOfSheet = 24, kFewestOfLines = 4, kSureOfCrooked = 7;
   constexpr double kShareOfSheet = 0.85, kShareOfLines = 0.8, kMostBeside = 3.0;
-  constexpr double kMostTurn = 6.0, kTurnStep = 0.25;  // degrees, of a page laid crooked
-  constexpr double kLeastTurn = 1.0;                   // of one that is not straight for sure
+  constexpr double kTurnStep = 0.25;  // degrees
+  constexpr int32_t kMostTurns = 24;  // to either side, of a page laid crooked
+  constexpr double kLeastTurn = 1.0;  // of one that is not straight for sure
   double highest = 0.0;
   for (const SpectrumPeak& peak : findings.peaks) highest = std::max(highest, peak.height);
   std::vector<const SpectrumPeak*> strong;
@@ -251,7 +254,8 @@ bool IsWriting(const Findings& findings) {
   const double share = isSheet ? kShareOfSheet : kShareOfLines;
   const size_t fewest =
       std::max(kFewestOfLines, static_cast<size_t>(std::ceil(share * static_cast<double>(strong.size()))));
-  for (double turn = -kMostTurn; turn <= kMostTurn; turn += kTurnStep) {
+  for (int32_t step = -kMostTurns; step <= kMostTurns; ++step) {
+    const double turn = kTurnStep * step;
     const double cosine = std::cos(turn * std::numbers::pi / 180),
                  sine = std::sin(turn * std::numbers::pi / 180);
     std::vector<double> down, across;

@@ -379,9 +379,10 @@ void Mix(int32_t count, const float* const* rows, const float (&weights)[3][3], 
 
 void AddMixed(int32_t count, const float* const* to, const float* const* rows, const float (&weights)[3][3],
               float* const* sums) {
-  const float* const added[3] = {to[0], to[1], to[2]};
   MixRows(count, rows[0], rows[1], rows[2], weights, sums[0], sums[1], sums[2],
-          [added](int row, int32_t x, float value) { return added[row][x] + value; });
+          [one = to[0], two = to[1], three = to[2]](int row, int32_t x, float value) {
+            return (row == 0 ? one : row == 1 ? two : three)[x] + value;
+          });
 }
 
 void Add(int32_t count, const float* a, const float* b, float* __restrict sums) {

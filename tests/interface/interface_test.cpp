@@ -1,10 +1,12 @@
 // The interface as its callers use it. The judge is the steps themselves, on a packed float picture.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <numbers>
+#include <random>
 #include <thread>
 
 #include "include/tessaline/tessaline.hpp"
@@ -351,6 +353,36 @@ TEST(LargePictures, AreDoneInTilesAndUntouchedWhenCancelled) {
     was += std::abs(before[i] - before[i - 1]);
   }
   EXPECT_LT(left, 0.2 * was);
+}
+
+// Offsets of rows are known in eight tiles and more; one such picture has six.
+TEST(FurtherPictures, TellByTheirTilesToo) {
+  constexpr int32_t kColumns = 192, kRows = 256;
+  TessalineSettings settings = StandardSettings();
+  settings.isAutomatic = 1;
+  std::mt19937 random(3);
+  std::normal_distribution<double> normal(0.0, 3.0);
+  std::vector<uint8_t> samples;
+  for (int32_t y = 0; y < kRows; ++y) {
+    const double offset = normal(random);
+    for (int32_t x = 0; x < kColumns; ++x) {
+      samples.push_back(
+          static_cast<uint8_t>(128.5 + 30 * std::sin(x / 31.0 + y / 17.0) + offset + normal(random) / 2));
+    }
+  }
+  const TargetPicture picture(std::span<uint8_t>(samples), kColumns, kRows, 1);
+  const auto isKnown = [](const Engine& engine) {
+    const std::vector<TessalinePeak> peaks = engine.Peaks();
+    return std::any_of(peaks.begin(), peaks.end(),
+                       [](const TessalinePeak& peak) { return peak.isLicensed != 0; });
+  };
+  Engine engine(1);
+  engine.Analyse(picture);
+  engine.Decide(settings);
+  EXPECT_FALSE(isKnown(engine));
+  engine.AnalyseMore(picture);
+  engine.Decide(settings);
+  EXPECT_TRUE(isKnown(engine));
 }
 
 TEST(ParallelHandles, GiveTheSameBitsAsOneAfterTheOther) {
