@@ -20,7 +20,7 @@ double AsWritten(float value) {
 }
 
 Json DescribePeak(const SpectrumPeak& peak, const std::optional<Resolution>& resolution) {
-  constexpr const char* kSpreads[] = {"fine", "near", "far", "local", "lines"};
+  constexpr const char* kSpreads[] = {"fine", "near", "far", "parts", "local", "lines"};
   Json lines = nullptr;
   if (resolution) lines = LinesPerInch(peak, resolution->horizontal, resolution->vertical);
   return {

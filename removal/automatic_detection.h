@@ -33,7 +33,8 @@ enum class PeakScale : int32_t {
   kFine,   // over a few cells: the page is flat
   kNear,   // smeared over tens of cells, as a warped or curled page does
   kFar,    // more so
-  kLocal,  // over each other: only the spectra of small tiles show it
+  kParts,  // over each other: only the spectra of small tiles show it, in parts of the picture
+  kLocal,  // likewise, all over the picture
   kLines,  // no peak, all of an axis: rows (dx = 0) or columns (dy = 0) of pixels have an offset each
 };
 

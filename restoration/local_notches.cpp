@@ -12,13 +12,20 @@ namespace {
 constexpr int32_t kSide = LocalSpectrum::kSide, kHop = LocalSpectrum::kHop;
 constexpr int32_t kRowsInOrder = 16;  // are given by one thread, so that blocks of rows come together
 static_assert(kHop % kRowsInOrder == 0);
-constexpr double kSurePeak = 2.0;       // height, of one in a tile that is filtered
+// Heights of a peak in a tile that is filtered; on the axes lines of text have high ones too. A tile at the
+// corner of what is printed has less, and the gate knows there what is text.
+constexpr double kSurePeak = 2.0, kSurePeakOfParts = 1.4, kSurePeakOnAxis = 3.5;
 constexpr double kRulingsApart = 0.25;  // at most, as a share: a page that is warped stretches
 
-bool HasRuling(const LocalPeak& peak, const Findings& findings) {
+// Whether a peak of a tile says that it has the screen.
+bool IsOfScreen(const LocalPeak& peak, const Findings& findings) {
   return std::any_of(findings.peaks.begin(), findings.peaks.end(), [&](const SpectrumPeak& licensed) {
     const double ruling = std::hypot(licensed.dx, licensed.dy) / LocalSpectrum::kCells;
-    return licensed.isLicensed && std::abs(peak.Ruling() - ruling) <= kRulingsApart * ruling;
+    const double sure = peak.IsNearAxis()                     ? kSurePeakOnAxis
+                        : licensed.scale == PeakScale::kParts ? kSurePeakOfParts
+                                                              : kSurePeak;
+    return licensed.isLicensed && peak.height >= sure &&
+           std::abs(peak.Ruling() - ruling) <= kRulingsApart * ruling;
   });
 }
 
@@ -26,7 +33,7 @@ bool HasRuling(const LocalPeak& peak, const Findings& findings) {
 
 bool IsLocal(const Findings& findings) {
   return std::any_of(findings.peaks.begin(), findings.peaks.end(), [](const SpectrumPeak& peak) {
-    return peak.isLicensed && peak.scale == PeakScale::kLocal;
+    return peak.isLicensed && (peak.scale == PeakScale::kLocal || peak.scale == PeakScale::kParts);
   });
 }
 
@@ -64,9 +71,8 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
                   insideY = std::clamp(y, 0, std::max(from.height - kSide, 0));
     spectrum.Load(from, insideX, insideY);
     const std::vector<LocalPeak>& peaks = spectrum.FindPeaks();
-    if (std::none_of(peaks.begin(), peaks.end(), [&](const LocalPeak& peak) {
-          return peak.height >= kSurePeak && HasRuling(peak, findings);
-        })) {
+    if (std::none_of(peaks.begin(), peaks.end(),
+                     [&](const LocalPeak& peak) { return IsOfScreen(peak, findings); })) {
       continue;
     }
     for (const LocalPeak& peak : peaks) spectrum.Take(peak);

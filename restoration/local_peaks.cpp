@@ -12,10 +12,17 @@ namespace tessaline {
 
 namespace {
 
-constexpr int32_t kFirstTiles = 12;  // in which half of what all must show is to be seen
+// Of the first tiles half of what all of them must show is to be seen in some.
+constexpr size_t kFirstTiles = 12, kFirstTilesOfParts = 48;
 constexpr double kLeastShare = 0.6;  // of the tiles agree
-constexpr double kSurePeak = 2.2;    // height
+// Of a page that has a screen in parts: of the tiles, of those that have one, and how many.
+constexpr double kLeastShareOfParts = 0.1, kLeastAgreement = 0.75;
+constexpr size_t kLeastTilesOfParts = 6;
+constexpr double kCoarsestOfParts = 16.0;  // cells: eight pixels, for coarser ones are what fences are
+constexpr double kSurePeak = 2.2;          // height, of a wave that is easy to see
+constexpr double kSurePeakOnAxis = 3.5;
 constexpr double kLeastAmplitude = 4.0 * kByteToHost;
+constexpr double kSureFaintPeak = 2.8, kLeastFaintAmplitude = 2.0 * kByteToHost;
 constexpr double kRulingsApart = 0.15;  // of two tiles that agree, as a share
 constexpr double kMostSkew = 0.2;       // of a pair's distance from the zero frequency
 constexpr size_t kTileStride = 547;     // a prime beyond the number of tiles: early ones lie everywhere
@@ -27,9 +34,14 @@ struct LocalScreen {
   double level = 0.0;
 };
 
-bool IsNearAxis(const LocalPeak& peak) {
-  return std::min(std::abs(peak.dx), std::abs(peak.dy)) <=
-         1 + 0.1 * std::max(std::abs(peak.dx), std::abs(peak.dy));
+// On the axes only what is higher than lines of text are, and finer than what fences and tiles repeat by.
+bool IsSure(const LocalPeak& peak) {
+  if (peak.IsNearAxis()) {
+    return peak.height >= kSurePeakOnAxis && peak.amplitude >= kLeastAmplitude &&
+           peak.Ruling() >= kCoarsestOfParts;
+  }
+  return (peak.height >= kSurePeak && peak.amplitude >= kLeastAmplitude) ||
+         (peak.height >= kSureFaintPeak && peak.amplitude >= kLeastFaintAmplitude);
 }
 
 // Windows and tiles: the repeats along the axes that the peak would be the product of are as strong.
@@ -42,15 +54,12 @@ bool AreSquare(const LocalPeak& a, const LocalPeak& b) {
   return apart <= kMostSkew * a.Ruling();
 }
 
-// The strongest pair of peaks off the axes that have one ruling and are square to each other.
+// The strongest pair of sure peaks that have one ruling and are square to each other.
 LocalScreen FindScreen(const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
   LocalScreen screen;
   std::vector<LocalPeak> sure;
   for (const LocalPeak& peak : peaks) {
-    if (peak.height >= kSurePeak && peak.amplitude >= kLeastAmplitude && !IsNearAxis(peak) &&
-        !IsProduct(spectrum, peak)) {
-      sure.push_back(peak);
-    }
+    if (IsSure(peak) && (peak.IsNearAxis() || !IsProduct(spectrum, peak))) sure.push_back(peak);
   }
   for (size_t i = 0; i < sure.size(); ++i) {
     for (size_t j = 0; j < i; ++j) {
@@ -62,20 +71,61 @@ LocalScreen FindScreen(const LocalSpectrum& spectrum, const std::vector<LocalPea
   return screen;
 }
 
-// Those that agree in ruling with the middle one.
-std::vector<LocalScreen> Agreeing(std::vector<LocalScreen> screens) {
-  std::erase_if(screens, [](const LocalScreen& screen) { return screen.ruling == 0.0; });
-  if (screens.empty()) return screens;
-  std::sort(screens.begin(), screens.end(),
-            [](const LocalScreen& a, const LocalScreen& b) { return a.ruling < b.ruling; });
-  const double middle = screens[screens.size() / 2].ruling;
-  std::erase_if(screens, [&](const LocalScreen& screen) {
-    return std::abs(screen.ruling - middle) > kRulingsApart * middle;
-  });
-  return screens;
+// What the tiles that were looked at have.
+struct ScreensOfTiles {
+  size_t looked, found;
+  std::vector<LocalScreen> agreeing;  // in ruling with the middle one
+  double ruling = 0.0;                // of that
+
+  explicit ScreensOfTiles(std::vector<LocalScreen> screens) : looked(screens.size()) {
+    std::erase_if(screens, [](const LocalScreen& screen) { return screen.ruling == 0.0; });
+    found = screens.size();
+    if (screens.empty()) return;
+    std::sort(screens.begin(), screens.end(),
+              [](const LocalScreen& a, const LocalScreen& b) { return a.ruling < b.ruling; });
+    ruling = screens[screens.size() / 2].ruling;
+    std::erase_if(screens, [&](const LocalScreen& screen) {
+      return std::abs(screen.ruling - ruling) > kRulingsApart * ruling;
+    });
+    agreeing = std::move(screens);
+  }
+
+  // By how much of what is asked for there must be.
+  bool CoverAll(double share) const { return AreShare(share * kLeastShare, looked); }
+  bool CoverParts(double share) const {
+    return static_cast<double>(agreeing.size()) >= share * static_cast<double>(kLeastTilesOfParts) &&
+           AreShare(share * kLeastShareOfParts, looked) && AreShare(kLeastAgreement, found) &&
+           ruling >= kCoarsestOfParts;
+  }
+
+ private:
+  bool AreShare(double share, size_t of) const {
+    return static_cast<double>(agreeing.size()) >= share * static_cast<double>(of);
+  }
+};
+
+// How far a screen's peaks lie from those of another, in cells; a quarter of a turn is none.
+double ApartFrom(const LocalScreen& a, const LocalScreen& b) {
+  const auto apart = [&](const LocalPeak& peak) {
+    return std::min(std::hypot(a.along.dx - peak.dx, a.along.dy - peak.dy),
+                    std::hypot(a.along.dx + peak.dx, a.along.dy + peak.dy));
+  };
+  return std::min(apart(b.along), apart(b.across));
 }
 
-SpectrumPeak AsPeak(const LocalPeak& local) {
+// The one in the midst of them.
+const LocalScreen& MiddleOf(const std::vector<LocalScreen>& screens) {
+  const auto apartFromAll = [&](const LocalScreen& screen) {
+    double sum = 0.0;
+    for (const LocalScreen& other : screens) sum += ApartFrom(screen, other);
+    return sum;
+  };
+  std::vector<double> sums(screens.size());
+  std::transform(screens.begin(), screens.end(), sums.begin(), apartFromAll);
+  return screens[static_cast<size_t>(std::min_element(sums.begin(), sums.end()) - sums.begin())];
+}
+
+SpectrumPeak AsPeak(const LocalPeak& local, PeakScale scale) {
   constexpr double kDegrees = 57.29577951308232;
   SpectrumPeak peak = {};
   peak.dx = local.dx * LocalSpectrum::kCells;
@@ -86,7 +136,7 @@ SpectrumPeak AsPeak(const LocalPeak& local) {
   peak.background = local.background;
   peak.isLicensed = true;
   peak.verdict = PeakVerdict::kUsed;
-  peak.scale = PeakScale::kLocal;
+  peak.scale = scale;
   return peak;
 }
 
@@ -117,14 +167,15 @@ class LookedTiles {
   }
 
   template <typename Look>
-  void ForFirst(size_t count, Parallel& parallel, const Look& look) {
-    const auto task = [&](int32_t index, int32_t worker) {
+  void ForEach(size_t first, size_t end, Parallel& parallel, const Look& look) {
+    const auto task = [&](int32_t place, int32_t worker) {
+      const size_t index = first + static_cast<size_t>(place);
       LocalSpectrum& spectrum = spectra_[static_cast<size_t>(worker)];
-      const size_t tile = static_cast<size_t>(index) * kTileStride % tiled_.tiles.size();
+      const size_t tile = index * kTileStride % tiled_.tiles.size();
       spectrum.Load(TileOf(tiled_, tile), 0, 0);
-      look(static_cast<size_t>(index), spectrum, spectrum.FindPeaks());
+      look(index, spectrum, spectrum.FindPeaks());
     };
-    ForEachTask(parallel, static_cast<int32_t>(count), task, [](int32_t) { return false; });
+    ForEachTask(parallel, static_cast<int32_t>(end - first), task, [](int32_t) { return false; });
   }
 
  private:
@@ -140,45 +191,48 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
   }
   LookedTiles tiles(tiled);
   if (!tiles.Prepare(parallel.threads())) return kOutOfMemory;
-  std::vector<LocalScreen> screens;
-  for (const size_t looked : {std::min(count, size_t{kFirstTiles}), count}) {
-    std::vector<LocalScreen> found(looked);
-    tiles.ForFirst(looked, parallel,
-                   [&](size_t i, const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
-                     found[i] = FindScreen(spectrum, peaks);
-                   });
-    screens = Agreeing(std::move(found));
-    const double share = looked < count ? kLeastShare / 2 : kLeastShare;
-    if (static_cast<double>(screens.size()) < share * static_cast<double>(looked)) return kSuccess;
+  std::vector<LocalScreen> found;
+  const auto lookAtFirst = [&](size_t looked) {
+    const size_t before = found.size();
+    found.resize(std::min(looked, count));
+    tiles.ForEach(before, found.size(), parallel,
+                  [&](size_t i, const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
+                    found[i] = FindScreen(spectrum, peaks);
+                  });
+    return ScreensOfTiles(found);
+  };
+  if (!lookAtFirst(kFirstTiles).CoverAll(0.5) && !lookAtFirst(kFirstTilesOfParts).CoverParts(0.5)) {
+    return kSuccess;
   }
-  const LocalScreen& strongest =
-      *std::max_element(screens.begin(), screens.end(),
-                        [](const LocalScreen& a, const LocalScreen& b) { return a.level < b.level; });
+  const ScreensOfTiles all = lookAtFirst(count);
+  if (!all.CoverAll(1.0) && !all.CoverParts(1.0)) return kSuccess;
+  const PeakScale scale = all.CoverAll(1.0) ? PeakScale::kLocal : PeakScale::kParts;
+  const LocalScreen& middle = MiddleOf(all.agreeing);
   const float discRadius = ProtectedDiscRadius(UsableSettings(settings).protectionRadius);
   std::vector<std::vector<LocalPeak>> taken(count);
   std::vector<std::vector<std::pair<int32_t, int32_t>>> cells(count);
-  tiles.ForFirst(count, parallel,
-                 [&](size_t i, LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
-                   for (const LocalPeak& peak : peaks) spectrum.Take(peak);
-                   constexpr int32_t kHalf = LocalSpectrum::kSide / 2;
-                   for (int32_t dx = -kHalf; dx < kHalf; ++dx) {
-                     for (int32_t dy = -kHalf; dy <= 0; ++dy) {
-                       if (spectrum.IsTaken(dx, dy)) cells[i].emplace_back(dx, dy);
-                     }
-                   }
-                   constexpr int32_t kReach = LocalSpectrum::kBeatReach;
-                   for (const LocalPeak& beat : spectrum.beats()) {
-                     for (int32_t v = -kReach; v <= kReach; ++v) {
-                       for (int32_t u = -kReach; u <= kReach; ++u)
-                         cells[i].emplace_back(beat.dx + u, beat.dy + v);
-                     }
-                   }
-                 });
+  tiles.ForEach(0, count, parallel,
+                [&](size_t i, LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
+                  for (const LocalPeak& peak : peaks) spectrum.Take(peak);
+                  constexpr int32_t kHalf = LocalSpectrum::kSide / 2;
+                  for (int32_t dx = -kHalf; dx < kHalf; ++dx) {
+                    for (int32_t dy = -kHalf; dy <= 0; ++dy) {
+                      if (spectrum.IsTaken(dx, dy)) cells[i].emplace_back(dx, dy);
+                    }
+                  }
+                  constexpr int32_t kReach = LocalSpectrum::kBeatReach;
+                  for (const LocalPeak& beat : spectrum.beats()) {
+                    for (int32_t v = -kReach; v <= kReach; ++v) {
+                      for (int32_t u = -kReach; u <= kReach; ++u)
+                        cells[i].emplace_back(beat.dx + u, beat.dy + v);
+                    }
+                  }
+                });
   for (const auto& ofTile : cells) {
     for (const auto& [dx, dy] : ofTile) Seed(dx, dy, discRadius, findings->seeds.view());
   }
   findings->seedCells = CountSeeds(findings->seeds.view());
-  for (const LocalPeak& peak : {strongest.along, strongest.across}) findings->peaks.push_back(AsPeak(peak));
+  for (const LocalPeak& peak : {middle.along, middle.across}) findings->peaks.push_back(AsPeak(peak, scale));
   return kSuccess;
 }
 

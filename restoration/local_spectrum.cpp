@@ -78,6 +78,10 @@ double LocalPeak::Ruling() const {
   return std::sqrt(static_cast<double>(dx * dx + dy * dy));
 }
 
+bool LocalPeak::IsNearAxis() const {
+  return std::min(std::abs(dx), std::abs(dy)) <= 1 + 0.1 * std::max(std::abs(dx), std::abs(dy));
+}
+
 bool LocalSpectrum::Prepare() {
   samples_ = AllocateBlock<float>(2 * kCount * ((kMostChannels + 1) / 2));
   waves_ = AllocateBlock<float>(2 * kCount);

@@ -20,7 +20,8 @@ struct LocalPeak {
   double amplitude;  // of the wave, 0..32768
   double background;
 
-  double Ruling() const;  // distance from the zero frequency, in cells
+  double Ruling() const;    // distance from the zero frequency, in cells
+  bool IsNearAxis() const;  // where lines of text and level edges have theirs
 };
 
 class LocalSpectrum {

@@ -48,7 +48,7 @@ void PutLines(const Repeat& repeat, const Resolution& resolution, JsonObject* js
 
 std::string DescribePeak(const SpectrumPeak& peak, const PictureCleaning& cleaning,
                          const Resolution& resolution) {
-  constexpr const char* kSpreads[] = {"fine", "near", "far", "local", "lines"};
+  constexpr const char* kSpreads[] = {"fine", "near", "far", "parts", "local", "lines"};
   JsonObject json;
   json.Put("dx", double(peak.dx)).Put("dy", double(peak.dy));
   json.Put("periodPixels", peak.period).Put("angleDegrees", peak.angle);

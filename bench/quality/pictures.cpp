@@ -140,6 +140,7 @@ const std::vector<PrintCase>& Prints() {
     {"page", "one ink 100 lpi, turned 3 deg, lines of 14 px", 0, Scene, {.linesPerInch = 100, .turn = 3, .frame = kOnPage}, 0, 14},
     {"page", "four inks 85 lpi, lines of 20 px", 0, StillLife, {.inks = 4, .linesPerInch = 85, .frame = kOnPage}, 0, 20},
     {"page", "four inks 120 lpi, lines of 16 px", 0, Scene, {.inks = 4, .linesPerInch = 120, .frame = kOnPage}, 0, 16},
+    {"page", "four inks 65 lpi, warped 7 px, lines of 26 px", 0, StillLife, {.inks = 4, .linesPerInch = 65, .warp = 7, .frame = kOnPage}, 0, 26},
     {"in light", "one ink 65 lpi", 39.8, StillLife, {.linesPerInch = 65, .gamma = 2.2}},
     {"in light", "one ink 100 lpi", 0, Scene, {.linesPerInch = 100, .gamma = 2.2}},
     {"in light", "four inks 85 lpi", 0, OtherStillLife, {.inks = 4, .linesPerInch = 85, .gamma = 2.2}},

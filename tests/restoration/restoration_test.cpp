@@ -354,6 +354,59 @@ TEST(LocalNotches, CleanAWarpedPageForAnyNumberOfThreadsAndLeaveOneWithoutAScree
   }
 }
 
+// Faint ones count as long as they stand out; on a page of writing those tiles alone that have the screen.
+TEST(LocalNotches, FindFaintScreensAndScreensInAPartOfAPageAndLeaveItsWriting) {
+  const Picture input = ReadPicture("restore/warped.png"), wanted = ReadPicture("restore/warped.result.png");
+  Settings settings;
+  settings.isAutomatic = true;
+  const auto findLocally = [&](const Picture& picture, Findings* findings) {
+    Image image = ImageOf(picture);
+    Workspace workspace;
+    Analysis analysis;
+    EXPECT_EQ(kSuccess, Analyse(PictureOf(image.view()), workspace, {}, &analysis));
+    EXPECT_EQ(kSuccess, Decide(analysis, settings, findings));
+    findings->peaks.clear();
+    for (int32_t y = 0; y < kSpectrumCells; ++y) {
+      std::fill_n(findings->seeds.view().Row(y), kSpectrumCells, uint8_t{0});
+    }
+    EXPECT_EQ(kSuccess, AddLocalPeaks(TilesOf(PictureOf(image.view())), settings, SerialWork(), findings));
+  };
+  for (const double contrast : {0.10, 0.02}) {
+    Picture faint = input;
+    for (uint16_t& level : faint.samples) {
+      level = static_cast<uint16_t>(std::lround(128 + contrast * (level - 128)));
+    }
+    Findings findings;
+    findLocally(faint, &findings);
+    EXPECT_EQ(contrast == 0.10, !findings.peaks.empty()) << contrast;
+  }
+  // Three times as high, below it strokes that stand in rows of 18.
+  Picture page{input.width, 3 * input.height, 1, 8, input.samples};
+  for (int y = input.height; y < page.height; ++y) {
+    for (int x = 0; x < page.width; ++x) {
+      const uint32_t hash = static_cast<uint32_t>(x / 3 * 7919 + y / 18 * 104729) * 2654435761u;
+      page.samples.push_back(y % 18 < 10 && hash >> 31 != 0 ? 40 : 235);
+    }
+  }
+  Findings findings;
+  findLocally(page, &findings);
+  ASSERT_FALSE(findings.peaks.empty());
+  ASSERT_EQ(PeakScale::kParts, findings.peaks.back().scale);
+  Image image = ImageOf(page);
+  const PictureView view = PictureOf(image.view());
+  Mask mask;
+  Workspace workspace;
+  ASSERT_EQ(kSuccess, Shape(findings, settings, &mask));
+  ASSERT_EQ(kSuccess, Restore(view, view, findings, mask, workspace, {}, {}, {}));
+  Picture result = SamplesOf(image.view());
+  const auto screenEnd = static_cast<ptrdiff_t>(input.samples.size());
+  const ptrdiff_t writing = screenEnd + 20 * input.width;
+  EXPECT_TRUE(
+      std::equal(page.samples.begin() + writing, page.samples.end(), result.samples.begin() + writing));
+  result.samples.resize(input.samples.size());
+  EXPECT_LE(DistanceBetween(wanted, result).mean, 2.0);
+}
+
 // Fields of 160 x 160 of one ink at 45 degrees, 16 periods to 100 pixels. Dots are averaged in light over
 // each pixel, then coded.
 float PrintedLight(int x, int y) {
@@ -478,7 +531,7 @@ TEST(BadInput, FindsNothingAndForcedThroughEveryStepStaysANumber) {
                {300, 200, 0.5f, 0.5f, PeakScale::kFine},     {90, 70, 0.0f, 1.0f, PeakScale::kNear},
                {300, 200, 1.0f, 0.0f, PeakScale::kFar},      {300, 200, 0.5f, NAN, PeakScale::kFine},
                {300, 200, 0.5f, kInfinity, PeakScale::kFar}, {1, 1, 0.5f, 0.5f, PeakScale::kLocal},
-               {300, 200, 0.5f, NAN, PeakScale::kLocal},     {1, 1, 0.5f, 0.5f, PeakScale::kLines},
+               {300, 200, 0.5f, NAN, PeakScale::kParts},     {1, 1, 0.5f, 0.5f, PeakScale::kLines},
                {300, 200, 0.5f, NAN, PeakScale::kLines},     {90, 1, 0.0f, 1.0f, PeakScale::kLines}};
   for (const auto& bad : cases) {
     const auto samples = static_cast<size_t>(bad.width * bad.height);
