@@ -14,16 +14,6 @@ constexpr int32_t kCodes = 4096;
 constexpr int32_t kSamples = 4;  // of a pixel that is drawn
 constexpr uint8_t kSolid = 255;
 
-PictureView PartOf(const PictureView& whole, const Part& part) {
-  PictureView view = whole;
-  view.width = part.width;
-  view.height = part.height;
-  for (int32_t c = 0; c < view.channels; ++c) {
-    view.channel[c].data += part.y * view.channel[c].rowBytes + part.x * view.channel[c].pixelBytes;
-  }
-  return view;
-}
-
 // The part with some of what is around it, as long as that costs no larger transform.
 Part Widened(const PictureView& whole, const Part& part) {
   const int32_t side = std::max(part.width, part.height);
@@ -48,6 +38,16 @@ std::vector<uint8_t> CodesOf(const ToneCurve& curve) {
 }
 
 }  // namespace
+
+PictureView PartOf(const PictureView& whole, const Part& part) {
+  PictureView view = whole;
+  view.width = part.width;
+  view.height = part.height;
+  for (int32_t c = 0; c < view.channels; ++c) {
+    view.channel[c].data += part.y * view.channel[c].rowBytes + part.x * view.channel[c].pixelBytes;
+  }
+  return view;
+}
 
 double LiveBytesNeeded(int32_t width, int32_t height, int32_t channels) {
   constexpr double kWork = 13.0;  // bytes for each value of a transform, as measured for the whole

@@ -19,6 +19,7 @@ struct Part {
   bool operator==(const Part&) const = default;
 };
 constexpr int32_t kLargestPart = 1024;
+PictureView PartOf(const PictureView& whole, const Part& part);
 
 // What the largest live part of such a picture keeps and works with, in bytes.
 double LiveBytesNeeded(int32_t width, int32_t height, int32_t channels);

@@ -10,6 +10,7 @@
 #include "removal/spectrum_surface.h"
 #include "restoration/decision.h"
 #include "restoration/gate.h"
+#include "restoration/line_offsets.h"
 #include "tiling/any_size.h"
 
 namespace tessaline::web {
@@ -316,7 +317,34 @@ int32_t PictureCleaning::PrepareLive(const Part& part) {
   return live_.Prepare(layout_.View(pixels_.get()), part, way);
 }
 
+// Offsets of lines are no waves, which a mask could take; each part tells its own.
+int32_t PictureCleaning::DrawWithoutLines(const Part& part, std::vector<uint8_t>* rgba) {
+  PixelLayout packed = layout_;
+  packed.width = part.width;
+  packed.height = part.height;
+  std::vector<uint8_t> pixels(packed.Bytes());
+  const PictureView cleaned = packed.View(pixels.data());
+  const int32_t code = TakeLineOffsetsOut(PartOf(layout_.View(pixels_.get()), part), cleaned, findings_,
+                                          workspace_.parallel(), {});
+  if (code != kSuccess) return code;
+  std::vector<float> levels(static_cast<size_t>(part.width));
+  rgba->assign(4 * levels.size() * static_cast<size_t>(part.height), 255);
+  uint8_t* row = rgba->data();
+  for (int32_t y = 0; y < part.height; ++y, row += 4 * levels.size()) {
+    for (int32_t c = 0; c < 3; ++c) {
+      LoadPart(cleaned, {std::min(c, packed.channels - 1), y, 0, part.width}, levels.data());
+      for (size_t x = 0; x < levels.size(); ++x) {
+        row[4 * x + static_cast<size_t>(c)] =
+            static_cast<uint8_t>(std::clamp(levels[x] * kHostToByte + 0.5f, 0.0f, kByteMax));
+      }
+    }
+  }
+  CopyAlpha(part, rgba);
+  return kSuccess;
+}
+
 int32_t PictureCleaning::DrawLive(const Part& part, std::vector<uint8_t>* rgba) {
+  if (IsInside(part) && IsOfLines(findings_)) return DrawWithoutLines(part, rgba);
   const bool isGated = findings_.isAutomatic && !PlanGate(findings_).carriers.empty();
   const int32_t code = live_.IsReady(part, LightNow(), isGated) ? int32_t{kSuccess} : PrepareLive(part);
   if (code != kSuccess) return code;

@@ -82,6 +82,7 @@ class PictureCleaning {
   std::vector<Place> PlacesOfPeaks() const;
   int32_t UseFindings();
   bool IsInside(const Part& part) const;
+  int32_t DrawWithoutLines(const Part& part, std::vector<uint8_t>* rgba);
   TiledPicture Tiled() const;
   const ToneCurve* LightNow() const;
   void CopyAlpha(const Part& part, std::vector<uint8_t>* rgba) const;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <new>
+#include <random>
 
 #include "image/result_codes.h"
 #include "tests/support/failing_allocations.h"
@@ -63,6 +64,42 @@ TEST(PictureCleaning, WhereMemoryRanOutForAChangeItAndWhatWasBeforeAreMadeAsEver
     ASSERT_EQ(kSuccess, Follow(picture, kBefore, &made));
     ASSERT_EQ(before.whole, made.whole);
   }
+}
+
+// Notches along an axis, as everything else has them here, would take the level edge.
+TEST(PictureCleaning, APartThatFollowsASliderIsCleanedOfTheOffsetsOfRowsAsTheWholeIs) {
+  constexpr PixelLayout kSensor = {480, 400, 2, 1, SampleFormat::kByte};
+  constexpr Part kSeen = {100, 60, 300, 280};
+  PictureCleaning picture;
+  ASSERT_EQ(kSuccess, picture.Open(kSensor));
+  std::mt19937 random(7);
+  for (int32_t y = 0; y < kSensor.height; ++y) {
+    const double offset = static_cast<double>(random() % 13) - 6;
+    for (int32_t x = 0; x < kSensor.width; ++x) {
+      const double grain = static_cast<double>(random() % 9) - 4;
+      uint8_t* const pixel = picture.pixels() + 2 * (y * kSensor.width + x);
+      pixel[0] = static_cast<uint8_t>(90 + 40 * std::sin(0.013 * x + 0.02 * y) + (y > 200 ? 60 : 0) + offset +
+                                      grain);
+      pixel[1] = 77;
+    }
+  }
+  ASSERT_EQ(kSuccess, picture.Analyse({}));
+  ASSERT_EQ(kSuccess, picture.Decide(kBefore));
+  std::vector<uint8_t> seen;
+  ASSERT_EQ(kSuccess, picture.DrawLive(kSeen, &seen));
+  ASSERT_EQ(kSuccess, picture.Restore({}));
+  double taken = 0, apart = 0;
+  for (int32_t y = 0; y < kSeen.height; ++y) {
+    for (int32_t x = 0; x < kSeen.width; ++x) {
+      const int32_t place = 2 * ((kSeen.y + y) * kSensor.width + kSeen.x + x);
+      const uint8_t* const pixel = &seen[static_cast<size_t>(4 * (y * kSeen.width + x))];
+      taken += std::pow(picture.pixels()[place] - picture.result()[place], 2);
+      apart += std::pow(pixel[0] - picture.result()[place], 2);
+      ASSERT_EQ(77, pixel[3]);
+      ASSERT_TRUE(pixel[0] == pixel[1] && pixel[0] == pixel[2]);
+    }
+  }
+  EXPECT_LT(apart, 0.1 * taken) << apart / taken;
 }
 
 }  // namespace
