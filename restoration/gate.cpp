@@ -30,7 +30,7 @@ constexpr GateRule kRules[] = {
     {12.0, true, 0.04f, 0.12f, 2.0, kMostCarriers, 8},  // fine
     {5.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // near
     {3.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // far
-    // In parts: tiles tell what is a screen's; text beside it has a tenth of its strength.
+    // In parts: the shares by which drawn pages of writing keep it and their pictures lose the screen.
     {4.0, false, 0.25f, 0.50f, 4.0, 4, 4},
 };
 // From here on the gate's edges may lie a little off, for speed: of a page with a halftone, a pixel of 500 by
