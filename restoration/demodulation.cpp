@@ -14,7 +14,7 @@ namespace {
 
 constexpr int32_t kBandsAtOnce = 16;  // blocks' rows of a task, which share the rows between them
 // Of so many rows of blocks so many tell in which channel a carrier is strongest.
-constexpr int32_t kBandsToChoose = 24, kBandsChosen = 2;
+constexpr int32_t kBandsToChoose = 24, kBandsChosen = 1;
 // There a part tells where another channel has so much of the power of the carrier's strongest part, and so
 // many times that of the channel it is strongest in as a whole.
 constexpr double kStrongPart = 0.05, kMuchStronger = 4.0;
@@ -166,11 +166,6 @@ void Demodulation::LoadRow(const PictureView& picture, int32_t y, int32_t firstC
     std::fill(row, row + (first - begin), 0.0f);
     std::fill(row + (end - begin), row + count, 0.0f);
     levels[looked_[i].channel] = row + (first - begin);
-  }
-  if (looked_.size() == 1) {
-    const int32_t channel = looked_[0].channel;
-    LoadPart(picture, {channel, y, first, end - first}, levels[channel]);
-    return;
   }
   float unwanted[CarrierWindow::kMost * kDemodulatedReach];
   for (float*& row : levels) row = row != nullptr ? row : unwanted;

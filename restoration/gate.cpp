@@ -490,7 +490,9 @@ bool Gate::IsOpen(int32_t x, int32_t y, int32_t columns, int32_t rows) const {
   const int32_t bottom = std::min(ReducedSide(y + rows, kReduction) + 1, open_.height);
   for (int32_t row = top; row < bottom; ++row) {
     const float* const open = open_.Row(row);
-    if (std::any_of(open + left, open + right, [](float part) { return part < kWide; })) return false;
+    int32_t closed = 0;  // counted, not looked for: in whole vectors
+    for (int32_t block = left; block < right; ++block) closed += open[block] < kWide ? 1 : 0;
+    if (closed > 0) return false;
   }
   return true;
 }

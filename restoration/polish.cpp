@@ -88,7 +88,9 @@ void Polish::LoadRow(const Tile& tile, int32_t y) const {
     rows[c] = tile.memory.channels[c][y];
     loaded[c] = rows[c] + kMargin - tile.x + first;
   }
-  tile.kept.Load({Reflected(tile.y + y, tile.picture.height), first, last - first}, loaded);
+  const int32_t height = tile.picture.height;
+  tile.kept.Load({Reflected(tile.y + y, height), first, last - first}, loaded);
+  tile.kept.Expect({Reflected(tile.y + y + 1, height), first, last - first});
   for (int32_t c = 0; c < axes_.count; ++c) {
     float* const row = rows[c] + kMargin - tile.x;  // by the picture's columns
     for (int32_t x = tile.x - kMargin; x < 0; ++x) row[x] = row[Reflected(x, width)];

@@ -99,8 +99,9 @@ struct RowKernels {
   // Packs values that stand two floats apart.
   void (*everySecond)(int32_t count, const float* values, float* packed);
   // Filtered levels become (level - filtered) * open less than the levels. What was taken out then is told;
-  // nothing where that is no more than the codes' rounding. By how far apart the filtered ones stand, 1 and 2
-  // floats; and for codes of them.
+  // nothing where that is no more than the codes' rounding. Where it is wholly open (null) they already are
+  // what they become, and nothing is stored. By how far apart the filtered ones stand, 1 and 2 floats; and
+  // for codes of them.
   void (*takeOut[2])(int32_t count, const float* levels, const float* open, float* filtered, float* taken);
   void (*takeOutOfCodes)(int32_t count, const float* levels, const float* open, int16_t* filtered,
                          float* taken);

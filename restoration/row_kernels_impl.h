@@ -323,6 +323,10 @@ float Told(float taken) {
 template <int kApart>
 void TakeOut(int32_t count, const float* levels, const float* open, float* __restrict filtered,
              float* __restrict taken) {
+  if (open == nullptr) {
+    for (int32_t x = 0; x < count; ++x) taken[x] = Told(levels[x] - filtered[kApart * x]);
+    return;
+  }
   for (int32_t x = 0; x < count; ++x) taken[x] = (levels[x] - filtered[kApart * x]) * open[x];
   for (int32_t x = 0; x < count; ++x) {
     filtered[kApart * x] = levels[x] - taken[x];
@@ -334,6 +338,10 @@ void TakeOut(int32_t count, const float* levels, const float* open, float* __res
 
 void TakeOutOfCodes(int32_t count, const float* levels, const float* open, int16_t* __restrict filtered,
                     float* __restrict taken) {
+  if (open == nullptr) {
+    for (int32_t x = 0; x < count; ++x) taken[x] = Told(levels[x] - LevelOfCode(filtered[x]));
+    return;
+  }
   for (int32_t x = 0; x < count; ++x) {
     const float change = (levels[x] - LevelOfCode(filtered[x])) * open[x];
     filtered[x] = CodeOf(levels[x] - change);

@@ -77,6 +77,24 @@ void TakenChannels::TakeOutRow(const PixelPart& part, const LevelRows& levels, c
   }
 }
 
+void TakenChannels::Expect(const PixelPart& part) const {
+  constexpr size_t kLine = 64;
+  const auto expect = [&](const void* begin, size_t bytes) {
+    for (size_t i = 0; i < bytes; i += kLine) __builtin_prefetch(static_cast<const char*>(begin) + i);
+  };
+  const auto count = static_cast<size_t>(part.count);
+  for (int32_t c = 0; c < picture_.channels; ++c) {
+    const size_t place = PlaceOf(c, part.y) + static_cast<size_t>(part.first);
+    if (IsLast(c)) {
+      expect(lastRows_[static_cast<size_t>(part.y)] + 2 * part.first, 2 * count * sizeof(float));
+    } else if (codes_ != nullptr) {
+      expect(codes_ + place, count * sizeof(int16_t));
+    } else {
+      expect(floats_ + place, count * sizeof(float));
+    }
+  }
+}
+
 void TakenChannels::TakeOutBlocks(int32_t firstRow) {
   const int32_t endRow = std::min(firstRow + Noise::kReduction, picture_.height);
   alignas(64) float levels[kMostChannels][kPart], taken[kMostChannels][kPart], open[kPart];
@@ -85,10 +103,12 @@ void TakenChannels::TakeOutBlocks(int32_t firstRow) {
   for (int32_t first = 0; first < picture_.width; first += kPart) {
     PixelPart part{firstRow, first, std::min(kPart, picture_.width - first)};
     alignas(64) Noise::Squares squares;
+    const bool isOpen = gate_->IsOpen(first, firstRow, part.count, endRow - firstRow);
     for (; part.y < endRow; ++part.y) {
+      if (part.y + 1 < endRow) Expect({part.y + 1, part.first, part.count});
       LoadChannels(picture_, part, levelRows);
-      OpenRow(part, open);
-      TakeOutRow(part, levelRows, open, takenRows);
+      if (!isOpen) OpenRow(part, open);
+      TakeOutRow(part, levelRows, isOpen ? nullptr : open, takenRows);
       noise_->AddRow(part.count, takenRows, &squares);
       if (tone_->IsKept()) tone_->AddRow(part.count, levelRows, takenRows, &light);
     }

@@ -34,6 +34,9 @@ class TakenChannels final : public FilteredRows {
   // closed.
   void Load(const PixelPart& part, const LevelRows& levels) const;
 
+  // Says that a part will be loaded soon.
+  void Expect(const PixelPart& part) const;
+
   // And puts others in their place, at most kMostReplaced of a row.
   static constexpr int32_t kMostReplaced = Noise::kPart;
   void Replace(const PixelPart& part, const LevelRows& levels);
