@@ -1,6 +1,7 @@
 #include "restoration/gate.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <new>
 #include <numbers>
@@ -31,7 +32,7 @@ constexpr GateRule kRules[] = {
     {5.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // near
     {3.0, false, 0.06f, 0.20f, 4.0, 4, 4},              // far
     // In parts: the shares by which drawn pages of writing keep it and their pictures lose the screen.
-    {4.0, false, 0.25f, 0.50f, 4.0, 4, 4},
+    {4.0, false, 0.30f, 0.45f, 4.0, kMostCarriers, 4},
 };
 // From here on the gate's edges may lie a little off, for speed: of a page with a halftone, a pixel of 500 by
 // more than 20 of 255.
@@ -99,6 +100,19 @@ Carrier StepBeside(const SpectrumPeak& carrier, double sigma, const std::vector<
   return best;
 }
 
+// By the screens of a page's inks, in their order.
+GatePlan PlanByInk(const std::vector<SpectrumPeak>& peaks) {
+  GatePlan plan;
+  plan.scale = PeakScale::kParts;
+  plan.isByInk = true;
+  for (const SpectrumPeak& peak : peaks) {
+    if (!peak.isLicensed || plan.carriers.size() == kMostCarriers) continue;
+    plan.carriers.push_back({peak.dx, peak.dy});
+  }
+  if (plan.carriers.size() % 2 != 0) plan.carriers.pop_back();  // of a pair that somebody took apart
+  return plan;
+}
+
 // How much farther from the carrier than wanted the Gaussian of the places beside it stands.
 double FartherBeside(const GateRule& rule, const Demodulation& demodulation) {
   const double variance = rule.sigma * rule.sigma;
@@ -162,6 +176,7 @@ GatePlan PlanGate(const Findings& findings) {
   // Where tiles gave the licences each of them tells by its own peaks, and lines go all the way.
   const PeakScale scale = licensed.front().scale;
   if (scale == PeakScale::kLocal || scale == PeakScale::kLines) return plan;
+  if (scale == PeakScale::kParts) return PlanByInk(findings.peaks);
   plan.scale = scale;
   // Near the axes text and edges repeat too, so peaks off them tell better where a pattern is. Not where its
   // fundamentals lie on the axes: what is off them is weak then, and missing wherever the dots are half
@@ -297,6 +312,13 @@ bool Gate::Prepare(const PictureView& picture, const GatePlan& plan, int32_t thr
   }
   kernels_ = {GaussianOfRest(rule.sigma, demodulation_.windowVariance(), reduction_),
               GaussianOfRest(kNearSigma, demodulation_.windowVariance(), reduction_)};
+  if (plan.isByInk && picture.channels > 1) colouredInks_.resize(plan.carriers.size() / 2 - 1);
+  for (ColouredInk& ink : colouredInks_) {
+    if (!ink.most.CreateIn(&memory, demodulation_.columns(), demodulation_.rows()) ||
+        !ink.least.CreateIn(&memory, demodulation_.columns(), demodulation_.rows())) {
+      return false;
+    }
+  }
   for (const Carrier& step : plan.beside) beside_.emplace_back(step, demodulation_, rule, reduction_);
   threadFloats_ = std::max(Scratch::kRows * Scratch::RowFloats(demodulation_.columns()),
                            2 * static_cast<size_t>(open_.width) * kReduction);
@@ -366,6 +388,51 @@ void Gate::AddRow(int32_t y, const Scratch& scratch) {
     pattern_.Row(y)[x] = std::max(pattern_.Row(y)[x], power[0][x]);
     usual_.Row(y)[x] = std::max(usual_.Row(y)[x], power[1][x]);
   }
+}
+
+// Adds a channel's power of every ink, which has both of its directions where it is printed. Strokes of
+// writing have one.
+void Gate::AddInks(int32_t y, const Scratch& scratch) {
+  const int32_t columns = demodulation_.columns();
+  const GaussianDown down(kernels_.wide, y, demodulation_.rows());
+  const auto powerOf = [&](size_t carrier, float* power) {
+    float *const real = scratch.Row(2), *const imaginary = scratch.Row(3);
+    float *const blurredReal = scratch.Row(4), *const blurredImaginary = scratch.Row(5);
+    down.Weigh(demodulation_.real(static_cast<int32_t>(carrier)), y, down.weights, columns, real);
+    down.Weigh(demodulation_.imaginary(static_cast<int32_t>(carrier)), y, down.weights, columns, imaginary);
+    BlurAlong(kernels_.wide, real, columns, blurredReal);
+    BlurAlong(kernels_.wide, imaginary, columns, blurredImaginary);
+    std::fill_n(power, columns, 0.0f);
+    ActiveRowKernels().addPower(columns, 1.0f, blurredReal, blurredImaginary, power);
+  };
+  float *const along = scratch.Row(0), *const across = scratch.Row(1);
+  float* const pattern = pattern_.Row(y);
+  for (size_t ink = 0; ink <= colouredInks_.size(); ++ink) {
+    powerOf(2 * ink, along);
+    powerOf(2 * ink + 1, across);
+    for (int32_t x = 0; x < columns; ++x) {
+      const float power = 2.0f * std::sqrt(along[x] * across[x]);
+      if (ink == 0) {
+        pattern[x] = std::max(pattern[x], power);
+      } else {
+        ColouredInk& of = colouredInks_[ink - 1];
+        of.most.Row(y)[x] = std::max(of.most.Row(y)[x], power);
+        of.least.Row(y)[x] = std::min(of.least.Row(y)[x], power);
+      }
+    }
+  }
+}
+
+// When every channel was added.
+void Gate::AddColouredInks(Parallel& parallel) {
+  RowsInParallel(parallel, pattern_.height, [&](int32_t y, int32_t) {
+    float* const pattern = pattern_.Row(y);
+    for (const ColouredInk& ink : colouredInks_) {
+      for (int32_t x = 0; x < pattern_.width; ++x) {
+        pattern[x] = std::max(pattern[x], ink.most.Row(y)[x] - ink.least.Row(y)[x]);
+      }
+    }
+  });
 }
 
 // The square of the pattern's amplitude, less what is usual, as reduced as the gate is.
@@ -476,6 +543,7 @@ bool Gate::Measure(const PictureView& picture, Parallel& parallel, const Progres
   demodulation_ = {};
   beside_ = {};
   pattern_ = {};
+  colouredInks_.clear();
   usual_ = {};
   amplitude_ = {};
   softened_ = {};
@@ -509,13 +577,21 @@ bool Gate::MeasureAmplitude(const PictureView& picture, Parallel& parallel, cons
   for (Plane* const plane : {&pattern_, &usual_, &near_, &wide_}) {
     std::fill_n(plane->Row(0), static_cast<size_t>(plane->width) * static_cast<size_t>(plane->height), 0.0f);
   }
+  for (ColouredInk& ink : colouredInks_) {
+    const size_t count = static_cast<size_t>(ink.most.width) * static_cast<size_t>(ink.most.height);
+    std::fill_n(ink.most.Row(0), count, 0.0f);
+    std::fill_n(ink.least.Row(0), count, FLT_MAX);
+  }
   for (size_t i = 0; i < looked.size(); ++i) {
     const auto count = static_cast<double>(looked.size()), done = static_cast<double>(i);
     const Progress part = progress.Part(done / count, (done + 1.0) / count);
     if (demodulation_.Measure(picture, looked[i], RuleOf(plan_).sigma, parallel, part)) return true;
     RowsInParallel(parallel, demodulation_.rows(),
-                   [&](int32_t y, int32_t worker) { AddRow(y, ScratchOf(worker)); });
+                   [&, add = plan_.isByInk ? &Gate::AddInks : &Gate::AddRow](int32_t y, int32_t worker) {
+                     (this->*add)(y, ScratchOf(worker));
+                   });
   }
+  AddColouredInks(parallel);
   TakeUsualOff(parallel);
   return false;
 }

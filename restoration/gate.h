@@ -28,6 +28,9 @@ struct GatePlan {
   std::vector<Carrier> carriers;  // at most kMostCarriers; none: nothing to measure by, it is open everywhere
   std::vector<Carrier> beside;    // by carrier, the way from it to where the picture alone is as strong
   PeakScale scale = PeakScale::kFine;
+  // Carriers come in pairs, an ink's two directions. The first ink may be black, as writing is; another one
+  // is where the channels differ by it.
+  bool isByInk = false;
   float strong = 0.0f;       // amplitude of the strong places, 0..32768; 0: as the picture measured has them
   bool isCutAtEdges = true;  // and small places mended; false: by the wide demodulation alone
 };
@@ -76,6 +79,8 @@ class Gate {
   };
 
   void AddRow(int32_t y, const Scratch& scratch);
+  void AddInks(int32_t y, const Scratch& scratch);
+  void AddColouredInks(Parallel& parallel);
   bool MeasureAmplitude(const PictureView& picture, Parallel& parallel, const Progress& progress);
   void TakeUsualOff(Parallel& parallel);
   void OpenWherePattern(Parallel& parallel);
@@ -92,10 +97,14 @@ class Gate {
   } kernels_;
   std::vector<Beside> beside_;  // by carrier; none where the usual is not looked at
   Plane pattern_, usual_;       // greatest power of the channels at the carriers, and beside them
-  Plane near_, wide_;           // what the narrow waves have of the wide ones, and those; none without edges
-  Plane amplitude_;             // of the pattern
-  Plane softened_;              // what the gate is blurred by way of
-  OwnedBlock<float> memory_;    // of every thread
+  struct ColouredInk {
+    Plane most, least;  // power of the channels
+  };
+  std::vector<ColouredInk> colouredInks_;
+  Plane near_, wide_;         // what the narrow waves have of the wide ones, and those; none without edges
+  Plane amplitude_;           // of the pattern
+  Plane softened_;            // what the gate is blurred by way of
+  OwnedBlock<float> memory_;  // of every thread
   size_t threadFloats_ = 0;
 };
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -24,8 +25,10 @@ constexpr double kSurePeakOnAxis = 3.5;
 constexpr double kLeastAmplitude = 4.0 * kByteToHost;
 constexpr double kSureFaintPeak = 2.8, kLeastFaintAmplitude = 2.0 * kByteToHost;
 constexpr double kRulingsApart = 0.15;  // of two tiles that agree, as a share
-constexpr double kMostSkew = 0.2;       // of a pair's distance from the zero frequency
-constexpr size_t kTileStride = 547;     // a prime beyond the number of tiles: early ones lie everywhere
+constexpr size_t kMostInks = 4;
+constexpr double kInksApart = 0.13;  // of the ruling, half of what inks 15 degrees apart are
+constexpr double kMostSkew = 0.2;    // of a pair's distance from the zero frequency
+constexpr size_t kTileStride = 547;  // a prime beyond the number of tiles: early ones lie everywhere
 
 // The two directions of a screen in a tile.
 struct LocalScreen {
@@ -54,22 +57,33 @@ bool AreSquare(const LocalPeak& a, const LocalPeak& b) {
   return apart <= kMostSkew * a.Ruling();
 }
 
-// The strongest pair of sure peaks that have one ruling and are square to each other.
-LocalScreen FindScreen(const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
-  LocalScreen screen;
+// The pairs of sure peaks that have one ruling and are square to each other, the strongest first: one for
+// every ink that the tile shows.
+std::vector<LocalScreen> FindScreens(const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
   std::vector<LocalPeak> sure;
   for (const LocalPeak& peak : peaks) {
     if (IsSure(peak) && (peak.IsNearAxis() || !IsProduct(spectrum, peak))) sure.push_back(peak);
   }
-  for (size_t i = 0; i < sure.size(); ++i) {
-    for (size_t j = 0; j < i; ++j) {
-      const double level = std::min(sure[i].level, sure[j].level);
-      if (level <= screen.level || !AreSquare(sure[i], sure[j])) continue;
-      screen = {sure[i], sure[j], std::sqrt(sure[i].Ruling() * sure[j].Ruling()), level};
+  std::vector<LocalScreen> screens;
+  for (;;) {
+    LocalScreen screen;
+    for (size_t i = 0; i < sure.size(); ++i) {
+      for (size_t j = 0; j < i; ++j) {
+        const double level = std::min(sure[i].level, sure[j].level);
+        if (level <= screen.level || !AreSquare(sure[i], sure[j])) continue;
+        screen = {sure[i], sure[j], std::sqrt(sure[i].Ruling() * sure[j].Ruling()), level};
+      }
     }
+    if (screen.ruling == 0.0) return screens;
+    screens.push_back(screen);
+    std::erase_if(sure, [&](const LocalPeak& peak) {
+      return (peak.dx == screen.along.dx && peak.dy == screen.along.dy) ||
+             (peak.dx == screen.across.dx && peak.dy == screen.across.dy);
+    });
   }
-  return screen;
 }
+
+using ScreensOfTile = std::vector<LocalScreen>;
 
 // What the tiles that were looked at have.
 struct ScreensOfTiles {
@@ -77,17 +91,22 @@ struct ScreensOfTiles {
   std::vector<LocalScreen> agreeing;  // in ruling with the middle one
   double ruling = 0.0;                // of that
 
-  explicit ScreensOfTiles(std::vector<LocalScreen> screens) : looked(screens.size()) {
-    std::erase_if(screens, [](const LocalScreen& screen) { return screen.ruling == 0.0; });
+  explicit ScreensOfTiles(const std::vector<ScreensOfTile>& tiles) : looked(tiles.size()) {
+    std::vector<LocalScreen> screens;  // the strongest of each
+    for (const ScreensOfTile& ofTile : tiles) {
+      if (!ofTile.empty()) screens.push_back(ofTile.front());
+    }
     found = screens.size();
     if (screens.empty()) return;
     std::sort(screens.begin(), screens.end(),
               [](const LocalScreen& a, const LocalScreen& b) { return a.ruling < b.ruling; });
     ruling = screens[screens.size() / 2].ruling;
-    std::erase_if(screens, [&](const LocalScreen& screen) {
-      return std::abs(screen.ruling - ruling) > kRulingsApart * ruling;
-    });
+    std::erase_if(screens, [&](const LocalScreen& screen) { return !Agrees(screen); });
     agreeing = std::move(screens);
+  }
+
+  bool Agrees(const LocalScreen& screen) const {
+    return std::abs(screen.ruling - ruling) <= kRulingsApart * ruling;
   }
 
   // By how much of what is asked for there must be.
@@ -123,6 +142,24 @@ const LocalScreen& MiddleOf(const std::vector<LocalScreen>& screens) {
   std::vector<double> sums(screens.size());
   std::transform(screens.begin(), screens.end(), sums.begin(), apartFromAll);
   return screens[static_cast<size_t>(std::min_element(sums.begin(), sums.end()) - sums.begin())];
+}
+
+// One for every ink that some tiles have, that of most of them first: where one ink is missing another tells
+// that the page is printed.
+std::vector<LocalScreen> InksOf(const std::vector<ScreensOfTile>& tiles, const ScreensOfTiles& all) {
+  std::vector<LocalScreen> inks{MiddleOf(all.agreeing)}, left;
+  for (const ScreensOfTile& ofTile : tiles) {
+    std::copy_if(ofTile.begin(), ofTile.end(), std::back_inserter(left),
+                 [&](const LocalScreen& screen) { return all.Agrees(screen); });
+  }
+  while (inks.size() < kMostInks) {
+    std::erase_if(left, [&](const LocalScreen& screen) {
+      return ApartFrom(screen, inks.back()) <= kInksApart * all.ruling;
+    });
+    if (left.size() < kLeastTilesOfParts) break;
+    inks.push_back(MiddleOf(left));
+  }
+  return inks;
 }
 
 SpectrumPeak AsPeak(const LocalPeak& local, PeakScale scale) {
@@ -191,13 +228,13 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
   }
   LookedTiles tiles(tiled);
   if (!tiles.Prepare(parallel.threads())) return kOutOfMemory;
-  std::vector<LocalScreen> found;
+  std::vector<ScreensOfTile> found;
   const auto lookAtFirst = [&](size_t looked) {
     const size_t before = found.size();
     found.resize(std::min(looked, count));
     tiles.ForEach(before, found.size(), parallel,
                   [&](size_t i, const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
-                    found[i] = FindScreen(spectrum, peaks);
+                    found[i] = FindScreens(spectrum, peaks);
                   });
     return ScreensOfTiles(found);
   };
@@ -207,7 +244,6 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
   const ScreensOfTiles all = lookAtFirst(count);
   if (!all.CoverAll(1.0) && !all.CoverParts(1.0)) return kSuccess;
   const PeakScale scale = all.CoverAll(1.0) ? PeakScale::kLocal : PeakScale::kParts;
-  const LocalScreen& middle = MiddleOf(all.agreeing);
   const float discRadius = ProtectedDiscRadius(UsableSettings(settings).protectionRadius);
   std::vector<std::vector<LocalPeak>> taken(count);
   std::vector<std::vector<std::pair<int32_t, int32_t>>> cells(count);
@@ -232,7 +268,11 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
     for (const auto& [dx, dy] : ofTile) Seed(dx, dy, discRadius, findings->seeds.view());
   }
   findings->seedCells = CountSeeds(findings->seeds.view());
-  for (const LocalPeak& peak : {middle.along, middle.across}) findings->peaks.push_back(AsPeak(peak, scale));
+  std::vector<LocalScreen> inks = InksOf(found, all);
+  if (scale == PeakScale::kLocal) inks.resize(1);  // every tile tells by its own peaks
+  for (const LocalScreen& ink : inks) {
+    for (const LocalPeak& peak : {ink.along, ink.across}) findings->peaks.push_back(AsPeak(peak, scale));
+  }
   return kSuccess;
 }
 

@@ -25,6 +25,9 @@ GatePlan PlanFor(const Findings& findings, const RestorationSettings& settings) 
   if (settings.everywhere) return {};
   GatePlan plan = PlanGate(findings);
   plan.strong = settings.strong;
+  // Of these channels the differences say nothing: what is as strong in all of them is not black.
+  if (plan.carriers.size() > 2 && plan.isByInk && settings.meaning == ChannelMeaning::kOpponents)
+    plan.carriers.resize(2);
   return plan;
 }
 
