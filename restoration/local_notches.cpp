@@ -29,6 +29,30 @@ bool IsOfScreen(const LocalPeak& peak, const Findings& findings) {
   });
 }
 
+// Marks with 1 what is printed of a tile, where the gate is clearly open; 0 the rest, rows of kSide.
+struct Printed {
+  bool isAny = false, isAll = true;
+
+  Printed(const Gate& gate, int32_t x, int32_t y, int32_t width, int32_t height, float* marks) {
+    constexpr float kClearlyOpen = 0.65f;
+    const int32_t first = std::max(x, 0), columns = std::min(x + kSide, width) - first;
+    std::fill_n(marks, kSide * kSide, 0.0f);
+    for (int32_t row = 0; row < kSide; ++row) {
+      const bool isInside = y + row >= 0 && y + row < height;
+      isAll = isAll && isInside && columns == kSide;
+      if (!isInside) continue;
+      float open[kSide];
+      gate.Row(y + row, first / Gate::kReduction, ReducedSide(columns, Gate::kReduction), open);
+      for (int32_t column = 0; column < columns; ++column) {
+        const bool isPrinted = open[column] >= kClearlyOpen;
+        marks[row * kSide + first - x + column] = isPrinted ? 1.0f : 0.0f;
+        isAny = isAny || isPrinted;
+        isAll = isAll && isPrinted;
+      }
+    }
+  }
+};
+
 }  // namespace
 
 bool IsLocal(const Findings& findings) {
@@ -45,10 +69,11 @@ bool LocalNotches::Prepare(const PictureView& from, int32_t threads, std::span<f
   const auto width = static_cast<size_t>(width_);
   taken_ = AllocateBlock<float>(width * kSide * static_cast<size_t>(channels_ * strips_));
   rows_ = AllocateBlock<float>(3 * width * static_cast<size_t>(threads));
+  printed_ = AllocateBlock<float>(size_t{kSide} * kSide * static_cast<size_t>(threads));
   last_ = lent.data();
-  return taken_ && rows_ && std::all_of(spectra_.begin(), spectra_.end(), [](LocalSpectrum& spectrum) {
-           return spectrum.Prepare();
-         });
+  return taken_ && rows_ && printed_ &&
+         std::all_of(spectra_.begin(), spectra_.end(),
+                     [](LocalSpectrum& spectrum) { return spectrum.Prepare(); });
 }
 
 float* LocalNotches::StripOf(int32_t row) const {
@@ -58,10 +83,11 @@ float* LocalNotches::StripOf(int32_t row) const {
 
 // What a row of tiles takes; the first one begins half a tile above the picture.
 void LocalNotches::MeasureStrip(const PictureView& from, const Findings& findings, const ConstImageView& mask,
-                                int32_t row, int32_t worker) {
+                                const Gate& gate, int32_t row, int32_t worker) {
   LocalSpectrum& spectrum = spectra_[static_cast<size_t>(worker)];
   const auto width = static_cast<size_t>(width_);
   float* const strip = StripOf(row);
+  float* const marks = printed_.get() + static_cast<size_t>(worker) * kSide * kSide;
   std::fill_n(strip, width * kSide * static_cast<size_t>(channels_), 0.0f);
   for (int32_t x = -kHop; x < width_; x += kHop) {
     const int32_t y = (row - 1) * kHop;
@@ -69,6 +95,8 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
     // peaks.
     const int32_t insideX = std::clamp(x, 0, std::max(width_ - kSide, 0)),
                   insideY = std::clamp(y, 0, std::max(from.height - kSide, 0));
+    const Printed printed(gate, x, y, width_, from.height, marks);
+    if (!printed.isAny) continue;
     spectrum.Load(from, insideX, insideY);
     const std::vector<LocalPeak>& peaks = spectrum.FindPeaks();
     if (std::none_of(peaks.begin(), peaks.end(),
@@ -77,7 +105,7 @@ void LocalNotches::MeasureStrip(const PictureView& from, const Findings& finding
     }
     for (const LocalPeak& peak : peaks) spectrum.Take(peak);
     spectrum.ShareOut(mask);
-    if (insideX != x || insideY != y) spectrum.LoadContinued(from, x, y);
+    if (!printed.isAll) spectrum.LoadPrinted(from, x, y, marks);
     const int32_t skipped = std::max(-x, 0);
     spectrum.AddTaken(skipped, std::min(kSide, width_ - x), width, width * kSide, strip + x + skipped);
   }
@@ -106,16 +134,18 @@ void LocalNotches::GiveRow(const PictureView& from, int32_t y, int32_t worker, F
 }
 
 int32_t LocalNotches::Filter(const PictureView& from, const Findings& findings, const ConstImageView& mask,
-                             Parallel& parallel, const Progress& progress, FilteredRows& rows) {
+                             const Gate& gate, Parallel& parallel, const Progress& progress,
+                             FilteredRows& rows) {
   const int32_t bands = (from.height + kHop - 1) / kHop;  // each between two rows of tiles
-  MeasureStrip(from, findings, mask, 0, 0);
+  MeasureStrip(from, findings, mask, gate, 0, 0);
   for (int32_t band = 0; band < bands; band += strips_ - 1) {
     if (progress.Advance(band, bands)) return kUserCancelled;
     const int32_t count = std::min(strips_ - 1, bands - band);
     const auto never = [](int32_t) { return false; };
     ForEachTask(
         parallel, count,
-        [&](int32_t i, int32_t worker) { MeasureStrip(from, findings, mask, band + 1 + i, worker); }, never);
+        [&](int32_t i, int32_t worker) { MeasureStrip(from, findings, mask, gate, band + 1 + i, worker); },
+        never);
     const int32_t firstRow = band * kHop, lastRow = std::min((band + count) * kHop, from.height);
     const auto give = [&](int32_t part, int32_t worker) {
       const int32_t first = firstRow + part * kRowsInOrder;

@@ -9,7 +9,6 @@
 #include "fft/float_fft.h"
 #include "fft/unit_roots.h"
 #include "removal/portable_math.h"
-#include "restoration/plane.h"
 
 namespace tessaline {
 
@@ -20,6 +19,7 @@ static_assert(LocalSpectrum::kSide == 1 << kLog2Side);
 
 constexpr int32_t kNearestPeak = 10, kNearestTaken = 8;  // cells from the zero frequency
 constexpr int32_t kContinuingPasses = 6;                 // half of what is not known yet comes with each
+constexpr double kSmoothSigma = 5.0;                     // samples, of a print without its screen
 constexpr int32_t kNearestBeat = 5, kBeatRing = 2;
 constexpr double kSureInk = 1.4, kRulingsApart = 0.15, kSureBeat = 0.6;  // heights, and a share
 constexpr int32_t kRingFrom = 3, kRingTo = 8;                            // of what is usual around a peak
@@ -95,7 +95,8 @@ bool LocalSpectrum::Prepare() {
   }
   uint32_t log2Side;
   MakeCosineTable(&log2Side, kSide, table_);
-  return samples_ && waves_ && levels_ && taken_ && scratch_;
+  return samples_ && waves_ && levels_ && taken_ && scratch_ && weights_.Create(kSide, kSide) &&
+         smooth_.Create(kSide, kSide) && blurred_.Create(kSide, kSide);
 }
 
 void LocalSpectrum::Transform(float* pair) const {
@@ -148,32 +149,46 @@ void LocalSpectrum::LoadSamples(const PictureView& picture, int32_t x, int32_t y
   }
 }
 
-void LocalSpectrum::LoadContinued(const PictureView& picture, int32_t x, int32_t y) {
+// The mean of what is printed round every sample; under the window, as the samples are.
+void LocalSpectrum::LeaveSmoothOut(const float* printed, float* pair) {
+  const GaussianKernel kernel(kSmoothSigma);
+  for (int32_t k = 0; k < 2; ++k) {
+    float* const smooth = smooth_.Row(0);
+    for (size_t i = 0; i < kCount; ++i) smooth[i] = printed[i] * pair[2 * i + k];
+    Blur(kernel, SerialWork(), kSide, &smooth_, &blurred_);
+    for (int32_t row = 0; row < kSide; ++row) {
+      for (int32_t column = 0; column < kSide; ++column) {
+        const size_t i = size_t{kSide} * row + column;
+        if (printed[i] == 0.0f) {
+          pair[2 * i + k] = 0.0f;
+        } else if (weights_.samples[i] > 0.0f) {
+          pair[2 * i + k] -= smooth[i] / weights_.samples[i] * (window_[row] * window_[column]);
+        }
+      }
+    }
+  }
+}
+
+void LocalSpectrum::LoadPrinted(const PictureView& picture, int32_t x, int32_t y, const float* printed) {
   LoadSamples(picture, x, y);
-  // The window is 0 on a tile's first row and column.
-  const int32_t left = std::max(-x, 1), right = std::clamp(picture.width - x, 2, kSide),
-                top = std::max(-y, 1), bottom = std::clamp(picture.height - y, 2, kSide);
-  const auto isInside = [&](int32_t row, int32_t column) {
-    return row >= top && row < bottom && column >= left && column < right;
-  };
+  for (int32_t row = 0; row < kSide; ++row) {
+    for (int32_t column = 0; column < kSide; ++column) {
+      weights_.Row(row)[column] = printed[kSide * row + column] * (window_[row] * window_[column]);
+    }
+  }
+  Blur(GaussianKernel(kSmoothSigma), SerialWork(), kSide, &weights_, &blurred_);
   float* const waves = waves_.get();
   for (int32_t c = 0; c < channels_; c += 2) {
     float* const pair = Pair(c);
+    LeaveSmoothOut(printed, pair);
     for (int32_t pass = 0; pass < kContinuingPasses; ++pass) {
       std::copy_n(pair, 2 * kCount, waves);
       Transform(waves);
       TakeOf(waves);
-      for (int32_t row = 0; row < kSide; ++row) {
-        const int32_t line = std::clamp(Reflected(y + row, picture.height) - y, top, bottom - 1);
-        for (int32_t column = 0; column < kSide; ++column) {
-          if (isInside(row, column)) continue;
-          const int32_t place = std::clamp(Reflected(x + column, picture.width) - x, left, right - 1);
-          const int32_t here = 2 * (row * kSide + column), there = 2 * (line * kSide + place);
-          const float ratio =
-              std::min(window_[row] * window_[column] / (window_[line] * window_[place]), 1.0f);
-          for (int32_t k = 0; k < 2; ++k)
-            pair[here + k] = waves[here + k] + (pair[there + k] - waves[there + k]) * ratio;
-        }
+      for (size_t i = 0; i < kCount; ++i) {
+        if (printed[i] > 0.0f) continue;
+        pair[2 * i] = waves[2 * i];
+        pair[2 * i + 1] = waves[2 * i + 1];
       }
     }
     Transform(pair);

@@ -8,6 +8,7 @@
 #include "platform/memory.h"
 #include "removal/picture.h"
 #include "removal/spectrum_grid.h"
+#include "restoration/plane.h"
 
 namespace tessaline {
 
@@ -55,9 +56,10 @@ class LocalSpectrum {
   // each cell (0..255, picture's grid).
   void ShareOut(const ConstImageView& mask);
 
-  // Another tile in place of the one that was loaded, for the same shares. Beyond the picture's borders what
-  // they take goes on as waves do, and only the rest mirrors.
-  void LoadContinued(const PictureView& picture, int32_t x, int32_t y);
+  // Another tile in place of the one that was loaded, for the same shares, of which not all is printed:
+  // `printed` has 1 for the samples that are, inside the picture, and 0 for the others, rows of kSide. What
+  // is smooth of the print is left out, and what the shares take goes on beyond it as waves do.
+  void LoadPrinted(const PictureView& picture, int32_t x, int32_t y, const float* printed);
 
   // What the shares take, put under the window again and added to `sums`: for every channel kSide rows,
   // `stride` floats apart, the channels `channelStride` apart. Columns beyond `columns` are left out, and
@@ -79,6 +81,7 @@ class LocalSpectrum {
   void Transform(float* pair) const;
   void TransformBack(float* pair) const;
   void TakeOf(float* pair) const;
+  void LeaveSmoothOut(const float* printed, float* pair);
   void SumPowers();
   void AddBeats();
   void AddBeatNear(int32_t dx, int32_t dy);
@@ -92,6 +95,7 @@ class LocalSpectrum {
   OwnedBlock<float> waves_;    // likewise, of one pair
   OwnedBlock<float> levels_;   // natural log of the magnitude
   OwnedBlock<float> taken_, scratch_;
+  Plane weights_, smooth_, blurred_;
   float window_[kSide];
   double windowSum_ = 0.0;
   float table_[kSide / 4 + 1];

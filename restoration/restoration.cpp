@@ -76,7 +76,7 @@ int32_t RestoreOrThrow(const PictureView& from, const PictureView& to, const Fin
   if (IsSquareLattice(findings) && !rim.Find(gate, from, axes)) return kOutOfMemory;
   const Progress filtering = progress.Part(kMeasured, kFiltered);
   const int32_t result =
-      isLocal ? localNotches.Filter(from, findings, mask.cells.view(), parallel, filtering, channels)
+      isLocal ? localNotches.Filter(from, findings, mask.cells.view(), gate, parallel, filtering, channels)
               : Filter(from, mask, workspace, options, filtering, channels);
   if (result != kSuccess) return result;
   if (tone.IsKept()) {

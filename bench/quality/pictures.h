@@ -19,6 +19,7 @@ struct PrintCase {
   double spacing = 0;  // the picture stands on a page of text with such lines, in the press' frame
   samples::Picture (*pattern)(const samples::Picture&) = nullptr;  // in place of a press
   bool is16 = false;
+  double rimFloor = 0;  // dB within 6 pixels of the border that the picture on a page has; with `floor`
 };
 std::span<const PrintCase> PrintCases();
 samples::Printed Draw(const PrintCase& print);
