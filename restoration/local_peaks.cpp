@@ -32,7 +32,7 @@ constexpr size_t kTileStride = 547;  // a prime beyond the number of tiles: earl
 
 // The two directions of a screen in a tile.
 struct LocalScreen {
-  LocalPeak along, across;
+  LocalPeak along{}, across{};
   double ruling = 0.0;  // cells of the tile's spectrum; 0: there is none
   double level = 0.0;
 };
