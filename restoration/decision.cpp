@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "restoration/line_offsets.h"
 
@@ -12,6 +13,17 @@ namespace {
 bool HasLicence(const Findings& findings) {
   return std::any_of(findings.peaks.begin(), findings.peaks.end(),
                      [](const SpectrumPeak& peak) { return peak.isLicensed; });
+}
+
+// What smeared peaks take is taken everywhere, writing too: where tiles show the screen in parts of the page
+// they tell in place of those.
+int32_t PreferParts(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
+                    Parallel& parallel, Findings* findings) {
+  Findings inParts;
+  int32_t result = Decide(analysis, settings, &inParts);
+  if (result == kSuccess) result = AddLocalPeaks(tiled, settings, parallel, &inParts, LocalWish::kParts);
+  if (result == kSuccess && HasLicence(inParts)) *findings = std::move(inParts);
+  return result;
 }
 
 int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const Settings& settings,
@@ -31,10 +43,9 @@ int32_t DecideOnTiles(const TiledPicture& tiled, const Analysis& analysis, const
   }
   result = AddSmearedPeaks(analysis, settings, findings, kept);
   if (result != kSuccess || hadLicence) return result;
-  if (!HasLicence(*findings)) {
-    result = AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
-    if (result != kSuccess) return result;
-  }
+  result = HasLicence(*findings) ? PreferParts(tiled, analysis, settings, workspace.parallel(), findings)
+                                 : AddLocalPeaks(tiled, settings, workspace.parallel(), findings);
+  if (result != kSuccess) return result;
   if (!HasLicence(*findings))
     return AddLineOffsets(tiled, analysis, settings, workspace.parallel(), findings);
   return MeasureStrength(tiled, workspace.parallel(), findings, kept);

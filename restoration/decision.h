@@ -58,10 +58,12 @@ int32_t CheckLicences(const TiledPicture& tiled, Parallel& parallel, Findings* f
 int32_t AddSmearedPeaks(const Analysis& analysis, const Settings& settings, Findings* findings,
                         KeptMeasures* kept = nullptr);
 
-// Of a picture without a licence, adds two peaks square to each other where most of its tiles show a screen
-// of about one ruling each, and the cells of all that stands out in them: for LocalNotches.
+// Of findings without a licence, adds two peaks square to each other where most of the picture's tiles show a
+// screen of about one ruling each, or those of every ink where that is so in parts of a page; and the cells
+// of all that stands out in the tiles: for LocalNotches.
+enum class LocalWish { kAny, kParts };  // either, or in parts of a page alone
 int32_t AddLocalPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
-                      Findings* findings);
+                      Findings* findings, LocalWish wish = LocalWish::kAny);
 
 // Measures the strongest licensed peak, whatever its scale.
 int32_t MeasureStrength(const TiledPicture& tiled, Parallel& parallel, Findings* findings,

@@ -220,8 +220,8 @@ class LookedTiles {
   std::vector<LocalSpectrum> spectra_;
 };
 
-int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
-                 Findings* findings) {
+int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel, Findings* findings,
+                 LocalWish wish) {
   const size_t count = tiled.tiles.size();
   if (count == 0 || tiled.tileWidth != LocalSpectrum::kSide || tiled.tileHeight != LocalSpectrum::kSide) {
     return kSuccess;
@@ -231,18 +231,19 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
   std::vector<ScreensOfTile> found;
   const auto lookAtFirst = [&](size_t looked) {
     const size_t before = found.size();
-    found.resize(std::min(looked, count));
+    found.resize(std::max(before, std::min(looked, count)));
     tiles.ForEach(before, found.size(), parallel,
                   [&](size_t i, const LocalSpectrum& spectrum, const std::vector<LocalPeak>& peaks) {
                     found[i] = FindScreens(spectrum, peaks);
                   });
     return ScreensOfTiles(found);
   };
+  if (wish == LocalWish::kParts && lookAtFirst(kFirstTilesOfParts).CoverAll(1.0)) return kSuccess;
   if (!lookAtFirst(kFirstTiles).CoverAll(0.5) && !lookAtFirst(kFirstTilesOfParts).CoverParts(0.5)) {
     return kSuccess;
   }
   const ScreensOfTiles all = lookAtFirst(count);
-  if (!all.CoverAll(1.0) && !all.CoverParts(1.0)) return kSuccess;
+  if (all.CoverAll(1.0) ? wish == LocalWish::kParts : !all.CoverParts(1.0)) return kSuccess;
   const PeakScale scale = all.CoverAll(1.0) ? PeakScale::kLocal : PeakScale::kParts;
   const float discRadius = ProtectedDiscRadius(UsableSettings(settings).protectionRadius);
   std::vector<std::vector<LocalPeak>> taken(count);
@@ -279,9 +280,9 @@ int32_t AddPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& 
 }  // namespace
 
 int32_t AddLocalPeaks(const TiledPicture& tiled, const Settings& settings, Parallel& parallel,
-                      Findings* findings) {
+                      Findings* findings, LocalWish wish) {
   try {
-    return AddPeaks(tiled, settings, parallel, findings);
+    return AddPeaks(tiled, settings, parallel, findings, wish);
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   }

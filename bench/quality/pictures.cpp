@@ -141,6 +141,7 @@ const std::vector<PrintCase>& Prints() {
     {"page", "four inks 85 lpi, lines of 20 px", 0, StillLife, {.inks = 4, .linesPerInch = 85, .frame = kOnPage}, 0, 20},
     {"page", "four inks 120 lpi, lines of 16 px", 0, Scene, {.inks = 4, .linesPerInch = 120, .frame = kOnPage}, 0, 16},
     {"page", "four inks 65 lpi, warped 7 px, lines of 26 px", 35.0, StillLife, {.inks = 4, .linesPerInch = 65, .warp = 7, .frame = kOnPage}, 0, 26, nullptr, false, 24.8},
+    {"page", "four inks 100 lpi, warped 3 px, lines of 18 px", 36.8, Scene, {.inks = 4, .linesPerInch = 100, .warp = 3, .frame = kOnPage}, 0, 18, nullptr, false, 28.8},
     {"in light", "one ink 65 lpi", 39.8, StillLife, {.linesPerInch = 65, .gamma = 2.2}},
     {"in light", "one ink 100 lpi", 0, Scene, {.linesPerInch = 100, .gamma = 2.2}},
     {"in light", "four inks 85 lpi", 0, OtherStillLife, {.inks = 4, .linesPerInch = 85, .gamma = 2.2}},
